@@ -1,0 +1,114 @@
+#include "agent/records/BfnMacRewriteInput.h"
+
+#include <ostream>
+
+#include "framework/core/Hash.h"
+#include "framework/core/Strep.h"
+#include "framework/generic/Describe.h"
+
+namespace BfnMacRewrite {
+namespace Input {
+
+VrfNameAndIp::VrfNameAndIp(Kiv::String::Iterator& it, Kiv::String::Iterator const& end) {
+  Kiv::StrepReader in(it, end, "BfnMacRewrite::Input::VrfNameAndIp");
+  vrfName = in.field<L3::VrfName>("vrfName");
+  ip = in.field<Ovra::IpAddr>("ip");
+  in.close();
+}
+
+Kiv::String VrfNameAndIp::valueToStrep() const {
+  return Kiv::StrepWriter("BfnMacRewrite::Input::VrfNameAndIp")
+      .field("vrfName", vrfName)
+      .field("ip", ip)
+      .close();
+}
+
+U32 VrfNameAndIp::hash(unsigned int seed) const {
+  Kiv::Hash hash(seed);
+  hash.hashMix(vrfName.hash());
+  hash.hashMix(ip.hash());
+  return hash.result();
+}
+
+VrfIpAndMac::VrfIpAndMac(Kiv::String::Iterator& it, Kiv::String::Iterator const& end) {
+  Kiv::StrepReader in(it, end, "BfnMacRewrite::Input::VrfIpAndMac");
+  vrfName = in.field<L3::VrfName>("vrfName");
+  ip = in.field<Ovra::IpAddr>("ip");
+  mac = in.field<Ovra::EthAddr>("mac");
+  in.close();
+}
+
+Kiv::String VrfIpAndMac::valueToStrep() const {
+  return Kiv::StrepWriter("BfnMacRewrite::Input::VrfIpAndMac")
+      .field("vrfName", vrfName)
+      .field("ip", ip)
+      .field("mac", mac)
+      .close();
+}
+
+std::ostream& operator<<(std::ostream& out, VrfNameAndIp const& value) {
+  return out << value.valueToStrep();
+}
+
+std::ostream& operator<<(std::ostream& out, VrfIpAndMac const& value) {
+  return out << value.valueToStrep();
+}
+
+Config::Config() = default;
+Config::~Config() = default;
+
+void Config::overlaySrcMacRewriteEntryIs(VrfIpAndMac const& value) {
+  // The index changes first, so that whoever is told of the line finds it there.
+  auto const* found = keysOfVrf_.find(value.vrfName);
+  if (found == nullptr) {
+    keysOfVrf_.set({value.vrfName, std::make_shared<KeysOfVrf>()});
+    found = keysOfVrf_.find(value.vrfName);
+  }
+  found->value->set(value.key());
+  entries_.set(value);
+}
+
+VrfIpAndMac Config::overlaySrcMacRewriteEntryDel(VrfNameAndIp const& key) {
+  if (auto const* const found = keysOfVrf_.find(key.vrfName)) {
+    found->value->take(key);
+    if (found->value->empty()) keysOfVrf_.take(key.vrfName);
+  }
+  return entries_.del(key);
+}
+
+void Config::overlaySrcMacRewriteEntryDelAll() {
+  Kiv::Ptr<Config> const keep(this);
+  auto walk = entries_.cursor();
+  while (VrfIpAndMac const* const entry = walk.next()) overlaySrcMacRewriteEntryDel(entry->key());
+}
+
+Kiv::Type const& Config::_kivType() {
+  using T = Config;
+  static Kiv::Type const type(
+      "BfnMacRewrite::Input::Config", &Kiv::Entity::_kivType(),
+      {Kiv::describeCollection<&T::entries_, &T::overlaySrcMacRewriteEntryIs,
+                               &T::overlaySrcMacRewriteEntryDel>("overlaySrcMacRewriteEntry",
+                                                                 kOverlaySrcMacRewriteEntry.id)},
+      Kiv::describeDefault<T>());
+  return type;
+}
+
+}  // namespace Input
+
+Capability::Capability() = default;
+
+void Capability::overlaySrcMacRewriteSupportedIs(bool supported) {
+  overlaySrcMacRewriteSupported_.is(supported);
+}
+
+Kiv::Type const& Capability::_kivType() {
+  using T = Capability;
+  static Kiv::Type const type(
+      "BfnMacRewrite::Capability", &Kiv::Entity::_kivType(),
+      {Kiv::describeScalar<&T::overlaySrcMacRewriteSupported, &T::overlaySrcMacRewriteSupportedIs>(
+          "overlaySrcMacRewriteSupported", kOverlaySrcMacRewriteSupported.id)},
+      Kiv::describeDefault<T>());
+  return type;
+}
+
+}  // namespace BfnMacRewrite

@@ -1,0 +1,56 @@
+# How every target of this project is compiled. Included once, from the top.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+# Only two build types are supported, and each is named by a preset.
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+option(BFN_WERROR "Treat warnings as errors" ON)
+option(BFN_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(BFN_COVERAGE "Build with coverage counters" OFF)
+option(BFN_FUZZ "Build the fuzz targets with libFuzzer; needs clang++" OFF)
+option(BFN_BUILD_BENCH "Build the benchmarks" OFF)
+option(BFN_CHECK_HEADERS "Compile every header alone, as part of the build" OFF)
+option(BFN_PRECOMPILE "Precompile the test framework's headers" ON)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  # Precompiled headers are cached only when ccache may trust macros and times inside them.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+                    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wundef)
+# __FILE__ in traces and fatal checks is relative to the source tree on every machine.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(BFN_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+# What a program outside this tree must be compiled and linked with, too, to use these libraries.
+set(BFN_INSTRUMENTATION "")
+if(BFN_SANITIZE)
+  list(APPEND BFN_INSTRUMENTATION -fsanitize=address,undefined)
+  add_compile_options(-fno-sanitize-recover=all -fno-omit-frame-pointer)
+endif()
+if(BFN_COVERAGE)
+  list(APPEND BFN_INSTRUMENTATION --coverage)
+  add_compile_options(-O0)
+endif()
+if(BFN_FUZZ)
+  list(APPEND BFN_INSTRUMENTATION -fsanitize=fuzzer-no-link)
+endif()
+add_compile_options(${BFN_INSTRUMENTATION})
+add_link_options(${BFN_INSTRUMENTATION})
+
+include_directories(${CMAKE_SOURCE_DIR})

@@ -1,0 +1,22 @@
+# Every header compiles alone. One translation unit is written for each header below the given
+# folders, with nothing in it but that header, so that one which forgets an include of its own fails
+# the build. New headers are found by themselves.
+
+# bfn_check_headers(FOLDERS...): adds the target `header_check` to the build.
+function(bfn_check_headers)
+  set(units "")
+  foreach(folder IN LISTS ARGN)
+    file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${CMAKE_SOURCE_DIR}
+         ${CMAKE_SOURCE_DIR}/${folder}/*.h)
+    foreach(header IN LISTS headers)
+      set(unit ${CMAKE_BINARY_DIR}/header_check/${header}.cpp)
+      file(CONFIGURE OUTPUT ${unit} CONTENT "#include \"@header@\"\n" @ONLY)
+      list(APPEND units ${unit})
+    endforeach()
+  endforeach()
+  if(NOT units)
+    message(FATAL_ERROR "No header found below: ${ARGN}")
+  endif()
+  add_library(header_check OBJECT ${units})
+  target_compile_options(header_check PRIVATE -O0)
+endfunction()

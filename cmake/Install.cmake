@@ -1,0 +1,49 @@
+# `cmake --install`: libraries, headers, the CMake package and the pkg-config file.
+#
+# Headers go below include/BfnMacRewrite/, which is itself the include path, so that a program
+# outside includes "framework/core/Ptr.h" just as the sources here do.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(BFN_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/BfnMacRewrite)
+set(BFN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/BfnMacRewrite)
+
+# bfn_install(LIBRARIES targets... HEADER_FOLDERS folders...): call once. Each library is exported
+# as BfnMacRewrite::<target>; list a library before those that it needs.
+function(bfn_install)
+  cmake_parse_arguments(ARG "" "" "LIBRARIES;HEADER_FOLDERS" ${ARGN})
+
+  set(BFN_PC_LIBS "")
+  foreach(library IN LISTS ARG_LIBRARIES)
+    target_include_directories(${library} INTERFACE
+      $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}> $<INSTALL_INTERFACE:${BFN_INSTALL_INCLUDEDIR}>)
+    target_compile_features(${library} INTERFACE cxx_std_20)
+    set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    string(APPEND BFN_PC_LIBS " -l${library}")
+  endforeach()
+
+  install(TARGETS ${ARG_LIBRARIES} EXPORT BfnMacRewriteTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  foreach(folder IN LISTS ARG_HEADER_FOLDERS)
+    install(DIRECTORY ${CMAKE_SOURCE_DIR}/${folder} DESTINATION ${BFN_INSTALL_INCLUDEDIR}
+            FILES_MATCHING PATTERN "*.h")
+  endforeach()
+
+  install(EXPORT BfnMacRewriteTargets NAMESPACE BfnMacRewrite::
+          DESTINATION ${BFN_INSTALL_CMAKEDIR})
+  configure_package_config_file(
+    ${CMAKE_SOURCE_DIR}/cmake/BfnMacRewriteConfig.cmake.in
+    ${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfig.cmake
+    INSTALL_DESTINATION ${BFN_INSTALL_CMAKEDIR})
+  write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfigVersion.cmake
+                                   COMPATIBILITY SameMajorVersion)
+  install(FILES ${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfig.cmake
+                ${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfigVersion.cmake
+          DESTINATION ${BFN_INSTALL_CMAKEDIR})
+
+  file(RELATIVE_PATH BFN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/BfnMacRewrite.pc.in
+                 ${CMAKE_BINARY_DIR}/package/BfnMacRewrite.pc @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/package/BfnMacRewrite.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()

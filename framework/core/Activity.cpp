@@ -1,0 +1,10 @@
+#include "framework/core/Activity.h"
+
+namespace Kiv {
+
+Activity& Activity::framework() {
+  static Activity activity;
+  return activity;
+}
+
+}  // namespace Kiv

@@ -1,0 +1,15 @@
+#pragma once
+
+namespace Kiv {
+
+/// The one thread of execution of the framework. Handlers run to completion on it, one
+/// notification at a time, inside the mutator that caused them: there is no queue.
+class Activity {
+ public:
+  static Activity& framework();
+};
+
+/// How an activity would hand over one notification; nothing to set with synchronous dispatch.
+class ActivityConfig {};
+
+}  // namespace Kiv

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <utility>
+
+#include "framework/core/Ptr.h"
+#include "framework/core/PtrInterface.h"
+#include "framework/core/Types.h"
+
+namespace Kiv {
+
+/// A scalar attribute of a framework object: a value that tells the object's notifiees when it
+/// really changes. Pointers compare by identity.
+///
+///   void profileNameIs(Kiv::String name) { profileName_.is(name); }
+///   Kiv::Attribute<kProfileName, Kiv::String> profileName_{*this};
+template <Attr A, class T>
+class Attribute {
+ public:
+  explicit Attribute(PtrInterface const& owner, T initial = T())
+      : owner_(owner), value_(std::move(initial)) {}
+  Attribute(Attribute const&) = delete;
+  Attribute& operator=(Attribute const&) = delete;
+
+  T const& operator()() const { return value_; }
+
+  /// Stores, then notifies with the attribute's id. An equal value: nothing. What is replaced stays
+  /// alive until the notification is over.
+  void is(T value) {
+    if (value == value_) return;
+    std::swap(value_, value);
+    owner_.notify(A.id);
+  }
+
+ private:
+  PtrInterface const& owner_;
+  T value_;
+};
+
+}  // namespace Kiv

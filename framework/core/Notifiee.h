@@ -1,0 +1,112 @@
+#pragma once
+
+#include "framework/core/Ptr.h"
+#include "framework/core/PtrInterface.h"
+#include "framework/trace/Counter.h"
+
+namespace Kiv {
+
+class Activity;
+class ActivityConfig;
+
+/// A reactor's base: something that is told of the changes of one notifier.
+///
+/// Ownership: holds its notifier; is held by the state machine that made it; leaves the notifier's
+/// list in its own destructor, also when that destructor runs because a constructor threw.
+/// Lifetime: while it is registered its notifier is alive.
+class NotifieeConst : public PtrInterface {
+ public:
+  /// Rebinds to another notifier, or to none. This base operation rebinds only: no handler runs,
+  /// and a registration with the old notifier ends.
+  virtual void notifierIs(Ptr<PtrInterface const> const& notifier);
+  /// One attribute of the notifier has changed; `key` points at the member's key for a collection.
+  virtual void onAttribute(AttributeId id, void const* key) = 0;
+  /// The last reference to this notifiee has gone; it is deleted next.
+  virtual void onZeroReferences() {}
+  /// The activity hands over a notification. Dispatch here is synchronous, through onAttribute, so
+  /// there is nothing left to do.
+  virtual void handleNotification(ActivityConfig*) {}
+  /// Switches delivery on or off: on registers with the notifier, off unregisters. Idempotent, so a
+  /// reactor switched on by its maker and again by its machine gets one call a change.
+  void hasNotificationActiveIs(bool active) override;
+  /// A handler of this notifiee has thrown; the exception goes on to the mutator's caller.
+  virtual void onNotificationException() {}
+  /// The state machine this notifiee acts for, or null.
+  virtual PtrInterface* actsm() const { return nullptr; }
+  virtual Activity& kivFwkActivity() const;
+  /// Enters or leaves the notifier's list. Idempotent; nothing when there is no notifier.
+  virtual void isRegisteredNotifieeIs(bool registered);
+
+  bool isRegisteredNotifiee() const { return registered_; }
+  Ptr<PtrInterface const> const& notifierBase() const { return notifier_; }
+
+  /// Marks for deletion, and whatever reactors the notifiee has of its own.
+  virtual void kivDoZombieReactors(bool zombie) { kivMarkedForDeletionIs(zombie); }
+
+  void handleZeroRef() override;
+
+ protected:
+  NotifieeConst() = default;
+  ~NotifieeConst() override;
+
+ private:
+  friend class NotifieeList;
+
+  bool registered_ = false;
+  Ptr<PtrInterface const> notifier_;
+};
+
+// A visit in progress, on the stack of visit(). The list knows its visits, innermost first, so that
+// it can tell them when it dies under them.
+struct NotifieeList::Visit {
+  NotifieeList* list;  // null once the list has died
+  Visit* outer;
+};
+
+// Ends a visit. Its members are copies that no handler can reach, so that they stay in registers.
+class NotifieeList::VisitEnd {
+ public:
+  VisitEnd(NotifieeList& list, Visit const& visit, Visit* outer)
+      : list_(list), visit_(visit), outer_(outer) {}
+  VisitEnd(VisitEnd const&) = delete;
+  VisitEnd& operator=(VisitEnd const&) = delete;
+  ~VisitEnd() {
+    if (visit_.list == nullptr) [[unlikely]]
+      return;
+    Rep& rep = *list_.rep_;
+    rep.innermost = outer_;
+    if (rep.live != rep.used && outer_ == nullptr) [[unlikely]]
+      list_.compact();
+  }
+
+ private:
+  NotifieeList& list_;
+  Visit const& visit_;
+  Visit* const outer_;
+};
+
+inline void NotifieeList::visit(AttributeId id, void const* key) {
+  if (rep_ == nullptr) return;
+  // All that the handlers trace carries the time at which the outermost visit first traced.
+  Ringlog::EventScope const event;
+  Visit* const outer = rep_->innermost;
+  Visit visit{this, outer};
+  rep_->innermost = &visit;
+  VisitEnd const end(*this, visit, outer);
+  U32 const count = rep_->used;
+  for (U32 i = 0; i < count; ++i) {
+    NotifieeConst* const notifiee = rep_->entries()[i];
+    if (notifiee == nullptr) [[unlikely]]
+      continue;
+    try {
+      notifiee->onAttribute(id, key);
+    } catch (...) {
+      if (visit.list != nullptr) thrown(i, notifiee);
+      throw;
+    }
+    if (visit.list == nullptr) [[unlikely]]
+      return;
+  }
+}
+
+}  // namespace Kiv

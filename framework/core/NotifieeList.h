@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "framework/core/Types.h"
+
+namespace Kiv {
+
+class NotifieeConst;  // PtrInterface::NotifieeConst
+
+/// The notifiees of one object, in the order of registration.
+///
+/// Ownership: the list owns nothing. A notifiee holds its notifier and leaves the list in its own
+/// destructor.
+///
+/// Re-entrancy: a handler may do anything, also to the list being visited. During a visit
+///  - a notifiee that removes itself or another one: the removed one is not called any more;
+///  - a notifiee that is added is not called for the change being told, only for later ones;
+///  - a notifiee that rebinds to another notifier counts as removed;
+///  - a notifiee may be destroyed, the running one included;
+///  - the list itself may be destroyed with its owner: the visit ends there.
+/// Visits nest: a handler that mutates the notifier visits the list again before it returns.
+///
+/// Cost: an object nobody watches pays one pointer. Removal during a visit leaves a hole, which is
+/// closed when the outermost visit ends.
+class NotifieeList {
+ public:
+  NotifieeList() = default;
+  NotifieeList(NotifieeList const&) = delete;
+  NotifieeList& operator=(NotifieeList const&) = delete;
+  ~NotifieeList();
+
+  bool empty() const { return size() == 0; }
+  size_t size() const { return rep_ == nullptr ? 0 : rep_->live; }
+
+  /// Appends. The notifiee's registered flag sees to it that it is in a list at most once. Throws
+  /// std::bad_alloc; the list is then as it was.
+  void add(NotifieeConst* notifiee);
+  /// Removes; absent: nothing.
+  void remove(NotifieeConst* notifiee);
+  /// Removes all, telling nobody.
+  void clear();
+
+  /// Calls onAttribute(id, key) on every notifiee. An exception from a handler is reported to that
+  /// notifiee's onNotificationException() and leaves this function; notifiees after it are not
+  /// called; the list stays usable.
+  void visit(AttributeId id, void const* key = nullptr);
+
+ private:
+  struct Visit;
+  class VisitEnd;
+
+  // One block of memory: this head, and behind it `capacity` entries, `used` of them in use. A null
+  // entry is the hole that a removal during a visit leaves.
+  struct Rep {
+    Visit* innermost;
+    U32 live;
+    U32 used;
+    U32 capacity;
+
+    NotifieeConst** entries() { return reinterpret_cast<NotifieeConst**>(this + 1); }
+  };
+
+  static Rep* allocate(U32 capacity);
+  void compact();
+  void thrown(U32 index, NotifieeConst* notifiee);
+
+  Rep* rep_ = nullptr;
+};
+
+}  // namespace Kiv

@@ -1,0 +1,172 @@
+#pragma once
+
+#include <type_traits>
+#include <typeinfo>
+
+#include "framework/core/Fatal.h"
+#include "framework/core/Notifiee.h"
+#include "framework/core/Types.h"
+
+namespace Kiv {
+
+namespace detail {
+
+template <class Handler>
+struct HandlerTraits;
+template <class C>
+struct HandlerTraits<void (C::*)()> {
+  using Class = C;
+  static constexpr bool kWhole = true;
+};
+template <class C, class K>
+struct HandlerTraits<void (C::*)(K)> {
+  using Class = C;
+  static constexpr bool kWhole = false;
+};
+
+}  // namespace detail
+
+/// Picks the overload of a handler that takes no key: `whole<Sm>(&Sm::handleFoo)`.
+template <class C>
+constexpr auto whole(void (C::*handler)()) {
+  return handler;
+}
+/// Picks the overload of a handler that takes a key of type K.
+template <class K, class C>
+constexpr auto keyed(void (C::*handler)(K)) {
+  return handler;
+}
+
+/// One dispatch row of a reactor: a change of attribute A runs Handler, a member function of the
+/// owner or of the reactor itself.
+///  - A handler without parameters stands for the whole attribute: it runs on every change, and
+///    once when the reactor is rebound to another notifier.
+///  - A handler with one parameter gets the member's key; a notification without a key is ignored.
+///    If a collection is to be handled whole when the reactor is rebound, Whole names the handler.
+template <Attr A, auto Handler, auto... Whole>
+struct On {
+  static_assert(sizeof...(Whole) <= 1);
+  static constexpr AttributeId kId = A.id;
+  using Traits = detail::HandlerTraits<decltype(Handler)>;
+
+  template <class Self>
+  static void run(Self& self, void const* key) {
+    auto& target = self.template handlerTarget<typename Traits::Class>();
+    if constexpr (Traits::kWhole) {
+      (target.*Handler)();
+    } else {
+      if (key == nullptr) return;
+      (target.*Handler)(*static_cast<typename decltype(A)::Key const*>(key));
+    }
+  }
+
+  template <class Self>
+  static void runWhole(Self& self) {
+    if constexpr (Traits::kWhole) {
+      static_assert(sizeof...(Whole) == 0);
+      run(self, nullptr);
+    } else {
+      (runOne<Whole>(self), ...);
+    }
+  }
+
+ private:
+  template <auto OneHandler, class Self>
+  static void runOne(Self& self) {
+    using Class = typename detail::HandlerTraits<decltype(OneHandler)>::Class;
+    (self.template handlerTarget<Class>().*OneHandler)();
+  }
+};
+
+/// The dispatch rows of a reactor, in the order in which a rebind runs them.
+template <class... Row>
+struct Rows {
+  template <class Self>
+  static void dispatch(Self& self, AttributeId id, void const* key) {
+    (void)((id == Row::kId && (Row::run(self, key), true)) || ...);
+    (void)self, (void)id, (void)key;
+  }
+  template <class Self>
+  static void runWhole(Self& self, PtrInterface const* bound) {
+    ((self.mayDispatch() && self.notifierRaw() == bound ? Row::runWhole(self) : void()), ...);
+    (void)self, (void)bound;
+  }
+};
+
+/// A reactor on one Notifier, acting for one Owner (the state machine that made it). Self names its
+/// dispatch rows:
+///
+///   class AgentSm::KivBfnL3Output final
+///       : public Kiv::Reactor<AgentSm::KivBfnL3Output, BfnL3Output, AgentSm> {
+///    public:
+///     using Reactor::Reactor;
+///     using Rows = Kiv::Rows<
+///         Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::handleInitMacRewriteTables>,
+///         Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStartMacRewriteSm>>;
+///   };
+///
+/// Construction binds the notifier and calls no handler. An attribute that no row names is ignored.
+/// A reactor that is marked for deletion, or whose owner has gone, dispatches nothing. A handler
+/// may destroy the reactor: nothing of it is touched after a handler has run.
+template <class Self, class NotifierT, class OwnerT>
+class Reactor : public NotifieeConst {
+ public:
+  using Notifier = NotifierT;
+  using Owner = OwnerT;
+
+  Reactor(Ptr<Notifier> const& notifier, Owner* owner) : owner_(owner) {
+    NotifieeConst::notifierIs(notifier);
+  }
+
+  Ptr<Notifier> notifier() const { return Ptr<Notifier>(notifierRaw()); }
+  /// The notifier without counting a reference; valid while the reactor is bound to it.
+  Notifier* notifierRaw() const {
+    return static_cast<Notifier*>(const_cast<PtrInterface*>(notifierBase().get()));
+  }
+
+  /// Rebinds. The current notifier again: nothing. Another one: each whole-object handler runs once
+  /// in the order of the rows, skipped while the reactor is marked for deletion, and the reactor
+  /// registers. Null: the reactor is unbound and no handler runs. An object of another type than
+  /// Notifier is a fatal error. When one of those handlers rebinds the reactor once more, its
+  /// remaining handlers are not run for the notifier that it has left.
+  void notifierIs(Ptr<PtrInterface const> const& notifier) override {
+    if (notifier) {
+      PtrInterface const& object = *notifier;
+      KIV_CHECK(dynamic_cast<Notifier const*>(&object) != nullptr, "a reactor cannot watch a ",
+                typeid(object).name());
+    }
+    if (notifier == notifierBase()) return;
+    Ptr<Reactor> const self(this);
+    NotifieeConst::notifierIs(notifier);
+    // The old notifier may have taken the argument with it.
+    PtrInterface const* const bound = notifierBase().get();
+    if (bound == nullptr) return;
+    Self::Rows::runWhole(static_cast<Self&>(*this), bound);
+    this->isRegisteredNotifieeIs(true);
+  }
+
+  void onAttribute(AttributeId id, void const* key) override {
+    if (!mayDispatch()) return;
+    Self::Rows::dispatch(static_cast<Self&>(*this), id, key);
+  }
+  bool mayDispatch() const { return !kivMarkedForDeletion() && owner_ != nullptr; }
+
+  PtrInterface* actsm() const override { return owner_; }
+  Owner* owner() const { return owner_; }
+  /// The owner calls this with null from its destructor: a late notification then reaches nobody.
+  void ownerIs(Owner* owner) { owner_ = owner; }
+
+  template <class C>
+  C& handlerTarget() {
+    if constexpr (std::is_base_of_v<C, Owner>) {
+      return *owner_;
+    } else {
+      return static_cast<Self&>(*this);
+    }
+  }
+
+ private:
+  Owner* owner_;
+};
+
+}  // namespace Kiv

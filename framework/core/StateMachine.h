@@ -1,0 +1,73 @@
+#pragma once
+
+#include "framework/core/Ptr.h"
+#include "framework/core/PtrInterface.h"
+
+namespace Kiv {
+
+/// What every state machine shares: its `initialized` flag and the three operations that it passes
+/// on to its reactors.
+///
+/// Derived names its reactors once, in attribute order, and its child machines:
+///
+///   template <class F> void kivEachReactor(F f) { f(l3Output_); f(perVrf_); }
+///   template <class F> void kivEachChild(F f) { f(childSm_); }     // Ptrs; null ones are skipped
+///
+/// and its destructor calls kivTeardown() before anything else: from then on no reactor of the
+/// dying machine dispatches anything, also when somebody else still holds it.
+template <class Derived, class Base = PtrInterface>
+class StateMachine : public Base {
+ public:
+  bool initialized() const { return initialized_; }
+  /// Stores the flag and tells nobody.
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  /// Switches the machine's own notification, its reactors and its child machines. Nothing when
+  /// `active` is what already holds.
+  void hasNotificationActiveIs(bool active) override;
+
+  /// Marks (or unmarks) every reactor in attribute order, then the machine itself. Nothing when the
+  /// machine's own mark is already so.
+  void kivDoZombieReactors(bool zombie);
+
+ protected:
+  using Base::Base;
+
+  /// First act of the destructor.
+  void kivTeardown();
+
+  template <class F>
+  void kivEachChild(F) {}
+
+ private:
+  Derived& self() { return static_cast<Derived&>(*this); }
+
+  bool initialized_ = false;
+};
+
+// Outside of the class, so that `extern template class` keeps them where the reactors are complete.
+template <class Derived, class Base>
+void StateMachine<Derived, Base>::hasNotificationActiveIs(bool active) {
+  if (active == this->hasNotificationActive()) return;
+  Base::hasNotificationActiveIs(active);
+  self().kivEachReactor([active](auto& reactors) { reactors.hasNotificationActiveIs(active); });
+  self().kivEachChild([active](auto& child) {
+    // Through the base: the child's own reactors need not be known here.
+    if (child) static_cast<PtrInterface&>(*child).hasNotificationActiveIs(active);
+  });
+}
+
+template <class Derived, class Base>
+void StateMachine<Derived, Base>::kivDoZombieReactors(bool zombie) {
+  if (zombie == this->kivMarkedForDeletion()) return;
+  self().kivEachReactor([zombie](auto& reactors) { reactors.kivDoZombieReactors(zombie); });
+  this->kivMarkedForDeletionIs(zombie);
+}
+
+template <class Derived, class Base>
+void StateMachine<Derived, Base>::kivTeardown() {
+  kivDoZombieReactors(true);
+  self().kivEachReactor([](auto& reactors) { reactors.ownerIs(nullptr); });
+}
+
+}  // namespace Kiv

@@ -1,0 +1,68 @@
+#include "framework/log/LogHandle.h"
+
+#include <map>
+
+#include "framework/log/LogService.h"
+
+namespace Kiv {
+
+namespace {
+
+// By name. Never destroyed: handles of other libraries sign off until the very end of the process.
+std::multimap<std::string, LogHandle*, std::less<>>& registry() {
+  static auto* handles = new std::multimap<std::string, LogHandle*, std::less<>>;
+  return *handles;
+}
+
+U64 nameHash(std::string const& name) {
+  LogString text;
+  text.strIs(0, name);
+  return Impl::logArgsHash(text, 0);
+}
+
+}  // namespace
+
+LogHandle::LogHandle(char const* name, LogSeverity severity, char const* format,
+                     char const* explanation, char const* recommendedAction, double interval,
+                     double burst, bool rateLimitArgs)
+    : name_(name),
+      severity_(severity),
+      format_(format),
+      explanation_(explanation),
+      recommendedAction_(recommendedAction),
+      interval_(interval),
+      burst_(burst),
+      rateLimitArgs_(rateLimitArgs),
+      idHash_(nameHash(name_)),
+      limiter_(interval, burst) {
+  registry().emplace(name_, this);
+}
+
+LogHandle::~LogHandle() {
+  auto const [first, last] = registry().equal_range(name_);
+  for (auto it = first; it != last; ++it) {
+    if (it->second != this) continue;
+    registry().erase(it);
+    return;
+  }
+}
+
+bool LogHandle::okToLog(U64 hash) {
+  return limiter_.ok(hash, LogService::now());
+}
+
+void LogHandle::log(LogString const& arguments) {
+  LogService::send({name_, severity_, fillFormat(format_, arguments), limiter_.takeHeldBack(),
+                    LogService::now()});
+}
+
+LogHandle* LogHandle::find(std::string_view name) {
+  auto const found = registry().find(name);
+  return found != registry().end() ? found->second : nullptr;
+}
+
+void LogHandle::forEach(std::function<void(LogHandle&)> const& visit) {
+  for (auto const& [name, handle] : registry()) visit(*handle);
+}
+
+}  // namespace Kiv

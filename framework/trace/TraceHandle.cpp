@@ -1,0 +1,82 @@
+#include "framework/trace/TraceHandle.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "framework/core/Fatal.h"
+
+namespace Kiv {
+
+namespace {
+
+/// What is known of the handles of one name.
+struct Facility {
+  std::optional<U32> levels;
+  std::vector<TraceHandle*> handles;
+};
+
+struct Registry {
+  std::map<std::string, Facility, std::less<>> facilities;
+  U32 defaultLevels = 0;
+};
+
+// Never destroyed: handles of other libraries sign off until the very end of the process.
+Registry& registry() {
+  static auto* registry = new Registry;
+  return *registry;
+}
+
+Facility& facility(std::string_view name) {
+  auto& facilities = registry().facilities;
+  auto const found = facilities.find(name);
+  return found != facilities.end() ? found->second : facilities[std::string(name)];
+}
+
+}  // namespace
+
+TraceHandle::TraceHandle(char const* name, bool on)
+    : traceFile_(Ringlog::TraceFile::create(name)), levels_(kAllLevels) {
+  Facility& own = facility(name);
+  if (!on) levels_ = own.levels.value_or(registry().defaultLevels);
+  own.handles.push_back(this);
+}
+
+TraceHandle::~TraceHandle() {
+  std::erase(facility(name()).handles, this);
+}
+
+void TraceHandle::levelIs(unsigned level, bool on) {
+  KIV_CHECK(level < kLevels, "trace level ", level);
+  U32 const bit = U32{1} << level;
+  levelsAre(on ? levels_ | bit : levels_ & ~bit);
+}
+
+void TraceHandle::levelsAre(U32 mask) {
+  levelsAre(name(), mask);
+}
+
+void TraceHandle::levelsAre(std::string_view name, U32 mask) {
+  Facility& all = facility(name);
+  all.levels = mask;
+  for (TraceHandle* handle : all.handles) handle->levels_ = mask;
+}
+
+void TraceHandle::defaultLevelsIs(U32 mask) {
+  registry().defaultLevels = mask;
+}
+
+TraceHandle* TraceHandle::find(std::string_view name) {
+  auto const found = registry().facilities.find(name);
+  if (found == registry().facilities.end() || found->second.handles.empty()) return nullptr;
+  return found->second.handles.front();
+}
+
+void TraceHandle::forEach(std::function<void(TraceHandle&)> const& visit) {
+  for (auto const& [name, facility] : registry().facilities) {
+    for (TraceHandle* handle : facility.handles) visit(*handle);
+  }
+}
+
+}  // namespace Kiv

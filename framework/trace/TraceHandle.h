@@ -1,0 +1,52 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "framework/core/Types.h"
+#include "framework/trace/TraceFile.h"
+
+namespace Kiv {
+
+/// The trace facility of one source file, named after it. It says which levels of the file's trace
+/// statements are written as text; the binary trace is always on. KIV_TRACE_FACILITY makes one.
+///
+/// Handles of one name switch together: a facility may have several files.
+class TraceHandle {
+ public:
+  /// Levels are 0 to kLevels - 1. A set of them is a mask with bit n for level n.
+  static constexpr unsigned kLevels = 32;
+  static constexpr U32 kAllLevels = ~U32{0};
+
+  /// `on`: text at every level from the start. Otherwise what levelsAre() said of the name before,
+  /// or else the default levels.
+  TraceHandle(char const* name, bool on);
+  TraceHandle(TraceHandle const&) = delete;
+  TraceHandle& operator=(TraceHandle const&) = delete;
+  ~TraceHandle();
+
+  std::string const& name() const { return traceFile_.facility(); }
+  Ringlog::TraceFile& traceFile() const { return traceFile_; }
+
+  bool enabled(unsigned level) const { return (levels_ >> level & 1) != 0; }
+  U32 levels() const { return levels_; }
+  void levelIs(unsigned level, bool on);
+  void levelsAre(U32 mask);
+
+  /// The levels of all handles of that name, those not yet made included.
+  static void levelsAre(std::string_view name, U32 mask);
+  /// The levels of handles yet to be made of whose name nothing else has been said; none at first.
+  static void defaultLevelsIs(U32 mask);
+
+  /// A handle of that name, or null: a handle exists once its file has reached a trace statement.
+  static TraceHandle* find(std::string_view name);
+  /// Every handle there is, by name. `visit` makes and destroys none.
+  static void forEach(std::function<void(TraceHandle&)> const& visit);
+
+ private:
+  Ringlog::TraceFile& traceFile_;
+  U32 levels_;
+};
+
+}  // namespace Kiv

@@ -1,0 +1,55 @@
+#include "framework/trace/TraceHelper.h"
+
+#include <unistd.h>
+#include <utility>
+
+namespace Kiv {
+
+namespace {
+
+struct Output {
+  TraceHelper::Sink sink;
+  bool busy = false;
+};
+
+Output& output() {
+  static auto* output = new Output;
+  return *output;
+}
+
+class Busy {
+ public:
+  explicit Busy(bool& flag) : flag_(flag) { flag_ = true; }
+  ~Busy() { flag_ = false; }
+  Busy(Busy const&) = delete;
+  Busy& operator=(Busy const&) = delete;
+
+ private:
+  bool& flag_;
+};
+
+void toStandardError(std::string text) {
+  text += '\n';
+  // A trace that cannot be written is lost; there is nobody to tell.
+  (void)!::write(STDERR_FILENO, text.data(), text.size());
+}
+
+}  // namespace
+
+void TraceHelper::trace(char const* file, U32 line, char const* function) {
+  if (output().busy) return;
+  Busy const busy(output().busy);
+  TraceLine const traced{handle_.name().c_str(), level_, file, line, function, stream_.str()};
+  Sink const sink = output().sink;  // it may replace itself
+  if (sink) {
+    sink(traced);
+  } else {
+    toStandardError(traced.text);
+  }
+}
+
+void TraceHelper::sinkIs(Sink sink) {
+  output().sink = std::move(sink);
+}
+
+}  // namespace Kiv

@@ -1,0 +1,124 @@
+#include "framework/values/Interned.h"
+
+#include <cstring>
+#include <utility>
+
+#include "framework/core/Fatal.h"
+
+namespace Kiv {
+
+// The pool needs no constructor and has no destructor: ids may be made and read by static objects
+// of any library, in any order.
+constinit InternPool::Entry InternPool::firstChunk_[kFirstChunkSize] = {
+    {.bytes = "", .size = 0, .hash = Hash(0).hashMix(U64{0}).result()}};
+constinit InternPool::Entry* InternPool::chunks_[kChunks] = {firstChunk_};
+
+/// The side of the pool that adds texts: an open-addressing table from hash to index, at most half
+/// full, and blocks of memory that texts are copied into.
+class InternPoolWriter {
+ public:
+  constexpr InternPoolWriter() = default;
+
+  U32 intern(std::string_view text);
+  U32 population() const { return population_; }
+
+ private:
+  // A slot with index 0 is free: the empty text is never looked up here.
+  struct Slot {
+    U32 hash = 0;
+    U32 index = 0;
+  };
+
+  U32 add(std::string_view text, U32 hash);
+  char const* keep(std::string_view text);
+  void grow();
+  Slot& freeSlot(U32 hash);
+
+  static constexpr size_t kFirstSlots = 128;
+  static constexpr size_t kBlockBytes = 4096;
+
+  Slot* slots_ = nullptr;
+  size_t slotMask_ = 0;
+  U32 population_ = 1;
+  char* block_ = nullptr;
+  size_t blockLeft_ = 0;
+};
+
+U32 InternPoolWriter::intern(std::string_view text) {
+  if (text.empty()) return InternPool::kEmpty;
+  U32 const hash = hashText(text);
+  if (slots_ != nullptr) {
+    for (size_t at = hash & slotMask_; slots_[at].index != 0; at = (at + 1) & slotMask_) {
+      if (slots_[at].hash == hash && InternPool::text(slots_[at].index) == text) {
+        return slots_[at].index;
+      }
+    }
+  }
+  return add(text, hash);
+}
+
+U32 InternPoolWriter::add(std::string_view text, U32 hash) {
+  KIV_CHECK(population_ < InternPool::kMaxPopulation, "too many texts");
+  if (slots_ == nullptr || population_ * size_t{2} > slotMask_) grow();
+  U32 const index = population_;
+  InternPool::Entry*& chunk = InternPool::chunks_[InternPool::chunkOf(index)];
+  if (chunk == nullptr)
+    chunk = new InternPool::Entry[InternPool::chunkSize(InternPool::chunkOf(index))];
+  InternPool::entry(index) = {keep(text), static_cast<U32>(text.size()), hash};
+  freeSlot(hash) = {hash, index};
+  ++population_;
+  return index;
+}
+
+// The block in use is left behind when it is full; what is in it stays where it is. A long text
+// has a block of its own.
+char const* InternPoolWriter::keep(std::string_view text) {
+  size_t const needed = text.size() + 1;
+  char* place = nullptr;
+  if (needed > kBlockBytes / 4) {
+    place = new char[needed];
+  } else {
+    if (needed > blockLeft_) {
+      block_ = new char[kBlockBytes];
+      blockLeft_ = kBlockBytes;
+    }
+    place = block_;
+    block_ += needed;
+    blockLeft_ -= needed;
+  }
+  std::memcpy(place, text.data(), text.size());
+  place[text.size()] = '\0';
+  return place;
+}
+
+void InternPoolWriter::grow() {
+  size_t const size = slots_ == nullptr ? kFirstSlots : (slotMask_ + 1) * 2;
+  delete[] std::exchange(slots_, new Slot[size]);
+  slotMask_ = size - 1;
+  for (U32 index = 1; index < population_; ++index) {
+    U32 const hash = InternPool::hash(index);
+    freeSlot(hash) = {hash, index};
+  }
+}
+
+InternPoolWriter::Slot& InternPoolWriter::freeSlot(U32 hash) {
+  size_t at = hash & slotMask_;
+  while (slots_[at].index != 0) at = (at + 1) & slotMask_;
+  return slots_[at];
+}
+
+namespace {
+
+constinit InternPoolWriter writer;
+
+}  // namespace
+
+U32 InternPool::intern(std::string_view text) {
+  return writer.intern(text);
+}
+
+U32 InternPool::population() {
+  return writer.population();
+}
+
+}  // namespace Kiv

@@ -1,0 +1,30 @@
+#include "framework/values/PortVlanPair.h"
+
+#include <ostream>
+
+#include "framework/core/Strep.h"
+
+namespace Pex {
+
+namespace {
+
+constexpr char kType[] = "Pex::PortVlanPair";
+
+}  // namespace
+
+PortVlanPair::PortVlanPair(Kiv::String::Iterator& it, Kiv::String::Iterator const& end) {
+  Kiv::StrepReader in(it, end, kType);
+  intfId_ = in.field<Ovra::IntfId>("intfId");
+  vlanId_ = in.field<Kiv::U16>("vlanId");
+  in.close();
+}
+
+Kiv::String PortVlanPair::valueToStrep() const {
+  return Kiv::StrepWriter(kType).field("intfId", intfId_).field("vlanId", vlanId_).close();
+}
+
+std::ostream& operator<<(std::ostream& stream, PortVlanPair const& value) {
+  return stream << value.valueToStrep();
+}
+
+}  // namespace Pex

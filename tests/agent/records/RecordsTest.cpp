@@ -1,0 +1,218 @@
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "agent/records/BfnMacRewriteInput.h"
+#include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/core/Notifiee.h"
+
+namespace {
+
+using BfnMacRewrite::Capability;
+using BfnMacRewrite::IpAndMac;
+using BfnMacRewrite::Agent::Config;
+using BfnMacRewrite::Agent::IpAndIntfId;
+using BfnMacRewrite::Agent::OverlaySrcMacRewrite;
+using BfnMacRewrite::Agent::Status;
+using BfnMacRewrite::Agent::VrfStatus;
+using Kiv::AttributeId;
+using Kiv::makeActive;
+using Kiv::Ptr;
+using Ovra::ethAddrFromOuiStation;
+using Ovra::IntfId;
+using Ovra::IpAddr;
+using Pex::VrfId;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+static_assert(std::is_base_of_v<Kiv::Entity, Config>);
+static_assert(std::is_base_of_v<Kiv::Entity, OverlaySrcMacRewrite>);
+static_assert(!std::is_base_of_v<Kiv::Entity, Status>);
+static_assert(!std::is_base_of_v<Kiv::Entity, VrfStatus>);
+static_assert(Config::kOverlaySrcMacRewrite.id == 258);
+static_assert(OverlaySrcMacRewrite::kVrfId.id == 258 && OverlaySrcMacRewrite::kIpAndMac.id == 259);
+static_assert(Status::kVrfStatus.id == 130);
+static_assert(VrfStatus::kVrfId.id == 130 && VrfStatus::kIpAndIntfId.id == 131);
+
+// Notes each notification as "<id> <key>".
+template <class Key>
+class Listener final : public Kiv::NotifieeConst {
+ public:
+  explicit Listener(Ptr<Kiv::PtrInterface const> const& notifier) {
+    NotifieeConst::notifierIs(notifier);
+  }
+  void onAttribute(AttributeId id, void const* key) override {
+    std::ostringstream text;
+    text << id << ' ' << *static_cast<Key const*>(key);
+    told.push_back(text.str());
+    if (action) action(*static_cast<Key const*>(key));
+  }
+  std::vector<std::string> told;
+  std::function<void(Key)> action;
+};
+
+IpAddr const kIp(0x0A00'0001);
+IpAndMac const kRewrite(kIp, ethAddrFromOuiStation(0x020406, 0x08000A));
+IpAndIntfId const kHome(kIp, IntfId("Ethernet1"), false);
+
+TEST(AgentConfig, HasAnEmptyName) {
+  auto const config = makeActive<Config>();
+  EXPECT_EQ(config->name(), Kiv::Name());
+  EXPECT_EQ(config->overlaySrcMacRewriteIs(VrfId(7))->name(), Kiv::Name());
+}
+
+TEST(AgentConfig, AnAbsentVrfIsMadeSwitchedOnPutUnderTheConfigAndTold) {
+  auto const config = makeActive<Config>();
+  auto const listener = makeActive<Listener<VrfId>>(config);
+  listener->action = [&](VrfId vrfId) {
+    auto const* const member = config->overlaySrcMacRewrite(vrfId);
+    ASSERT_NE(member, nullptr);
+    EXPECT_TRUE(member->hasNotificationActive());
+    EXPECT_EQ(member->parent(), config);
+  };
+  auto const member = config->overlaySrcMacRewriteIs(VrfId(7));
+  EXPECT_EQ(member->vrfId(), VrfId(7));
+  EXPECT_EQ(member->parentAttrName(), "overlaySrcMacRewrite");
+  EXPECT_THAT(listener->told, ElementsAre("258 7"));
+}
+
+TEST(AgentConfig, TheSameVrfTwiceIsOneObjectAndOneNotification) {
+  auto const config = makeActive<Config>();
+  auto const listener = makeActive<Listener<VrfId>>(config);
+  auto const member = config->overlaySrcMacRewriteIs(VrfId(7));
+  EXPECT_EQ(config->overlaySrcMacRewriteIs(VrfId(7)), member);
+  EXPECT_THAT(listener->told, ElementsAre("258 7"));
+}
+
+TEST(AgentConfig, ARemovedVrfIsGoneWhenItsRemovalIsTold) {
+  auto const config = makeActive<Config>();
+  config->overlaySrcMacRewriteIs(VrfId(7));
+  auto const listener = makeActive<Listener<VrfId>>(config);
+  listener->action = [&](VrfId id) { EXPECT_EQ(config->overlaySrcMacRewrite(id), nullptr); };
+  config->overlaySrcMacRewriteDel(VrfId(7));
+  config->overlaySrcMacRewriteDel(VrfId(7));
+  EXPECT_THAT(listener->told, ElementsAre("258 7"));
+}
+
+TEST(AgentConfig, DeletingAllTellsOfEachVrf) {
+  auto const config = makeActive<Config>();
+  for (unsigned i = 1; i <= 3; ++i) config->overlaySrcMacRewriteIs(VrfId(i));
+  auto const listener = makeActive<Listener<VrfId>>(config);
+  config->overlaySrcMacRewriteDelAll();
+  EXPECT_THAT(listener->told, UnorderedElementsAre("258 1", "258 2", "258 3"));
+  EXPECT_TRUE(config->overlaySrcMacRewrite().empty());
+}
+
+TEST(AgentConfig, AVrfWithoutAddressesStaysUntilItIsDeleted) {
+  auto const config = makeActive<Config>();
+  auto const member = config->overlaySrcMacRewriteIs(VrfId(7));
+  member->ipAndMacIs(kRewrite);
+  member->ipAndMacDel(kIp);
+  EXPECT_EQ(config->overlaySrcMacRewrite(VrfId(7)), member.get());
+}
+
+TEST(OverlaySrcMacRewrite, TellsOfInsertionRealReplacementAndRemoval) {
+  auto const record = makeActive<OverlaySrcMacRewrite>(VrfId(7));
+  auto const listener = makeActive<Listener<IpAddr>>(record);
+  record->ipAndMacIs(kRewrite);
+  record->ipAndMacIs(kRewrite);
+  EXPECT_THAT(listener->told, ElementsAre("259 10.0.0.1"));
+  IpAndMac const other(kIp, ethAddrFromOuiStation(1, 2));
+  record->ipAndMacIs(other);
+  EXPECT_EQ(record->ipAndMac(kIp), other);
+  EXPECT_EQ(record->ipAndMacDel(kIp), other);
+  EXPECT_THAT(listener->told, ElementsAre("259 10.0.0.1", "259 10.0.0.1", "259 10.0.0.1"));
+}
+
+TEST(OverlaySrcMacRewrite, AnAbsentAddressIsAllZeroAndItsRemovalIsNotTold) {
+  auto const record = makeActive<OverlaySrcMacRewrite>(VrfId(7));
+  auto const listener = makeActive<Listener<IpAddr>>(record);
+  EXPECT_EQ(record->ipAndMac(kIp), IpAndMac());
+  EXPECT_EQ(record->ipAndMacDel(kIp), IpAndMac());
+  EXPECT_EQ(IpAndMac().mac.value(), 0u);
+  EXPECT_THAT(listener->told, IsEmpty());
+}
+
+TEST(OverlaySrcMacRewrite, DeletingAllTellsOfEachAddress) {
+  auto const record = makeActive<OverlaySrcMacRewrite>(VrfId(7));
+  record->ipAndMacIs({IpAddr(1), {}});
+  record->ipAndMacIs({IpAddr(2), {}});
+  auto const listener = makeActive<Listener<IpAddr>>(record);
+  record->ipAndMacDelAll();
+  EXPECT_THAT(listener->told, UnorderedElementsAre("259 0.0.0.1", "259 0.0.0.2"));
+}
+
+TEST(AgentStatus, AVrfIsMadeOnceSwitchedOnAndToldOnce) {
+  auto const status = makeActive<Status>();
+  auto const listener = makeActive<Listener<VrfId>>(status);
+  auto const vrf = status->vrfStatusIs(VrfId(7));
+  EXPECT_EQ(status->vrfStatusIs(VrfId(7)), vrf);
+  EXPECT_EQ(status->vrfStatus(VrfId(7)), vrf.get());
+  EXPECT_TRUE(vrf->hasNotificationActive());
+  status->vrfStatusDel(VrfId(7));
+  status->vrfStatusDel(VrfId(7));
+  EXPECT_THAT(listener->told, ElementsAre("130 7", "130 7"));
+}
+
+TEST(AgentStatus, DeletingAllTellsOfEachVrf) {
+  auto const status = makeActive<Status>();
+  status->vrfStatusIs(VrfId(1));
+  status->vrfStatusIs(VrfId(2));
+  auto const listener = makeActive<Listener<VrfId>>(status);
+  status->vrfStatusDelAll();
+  EXPECT_THAT(listener->told, UnorderedElementsAre("130 1", "130 2"));
+}
+
+TEST(VrfStatus, ADifferentSelfIpAloneIsAChange) {
+  auto const vrf = makeActive<VrfStatus>(VrfId(7));
+  auto const listener = makeActive<Listener<IpAddr>>(vrf);
+  vrf->ipAndIntfIdIs(kHome);
+  vrf->ipAndIntfIdIs(kHome);
+  IpAndIntfId self = kHome;
+  self.selfIp = true;
+  vrf->ipAndIntfIdIs(self);
+  EXPECT_EQ(vrf->ipAndIntfId(kIp), self);
+  EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1", "131 10.0.0.1"));
+}
+
+TEST(VrfStatus, RemovalGivesTheValueBackAndAbsenceADefaultOne) {
+  auto const vrf = makeActive<VrfStatus>(VrfId(7));
+  vrf->ipAndIntfIdIs(kHome);
+  auto const listener = makeActive<Listener<IpAddr>>(vrf);
+  EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), kHome);
+  EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), IpAndIntfId());
+  EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1"));
+}
+
+TEST(VrfStatus, DeletingAllTellsOfEachAddressAndStaysInItsStatus) {
+  auto const status = makeActive<Status>();
+  auto const vrf = status->vrfStatusIs(VrfId(7));
+  vrf->ipAndIntfIdIs(kHome);
+  auto const listener = makeActive<Listener<IpAddr>>(vrf);
+  vrf->ipAndIntfIdDelAll();
+  EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1"));
+  EXPECT_EQ(status->vrfStatus(VrfId(7)), vrf.get());
+}
+
+TEST(Capability, TellsOfARealChangeOnly) {
+  auto const capability = makeActive<Capability>();
+  class Counter final : public Kiv::NotifieeConst {
+   public:
+    explicit Counter(Ptr<Capability> const& notifier) { NotifieeConst::notifierIs(notifier); }
+    void onAttribute(AttributeId, void const*) override { ++calls; }
+    int calls = 0;
+  };
+  auto const counter = makeActive<Counter>(capability);
+  capability->overlaySrcMacRewriteSupportedIs(false);
+  EXPECT_EQ(counter->calls, 0);
+  capability->overlaySrcMacRewriteSupportedIs(true);
+  capability->overlaySrcMacRewriteSupportedIs(true);
+  EXPECT_EQ(counter->calls, 1);
+  EXPECT_TRUE(capability->overlaySrcMacRewriteSupported());
+}
+
+}  // namespace

@@ -1,0 +1,250 @@
+#include "framework/core/Reactor.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "framework/collections/ValueCollection.h"
+#include "framework/core/Attribute.h"
+#include "framework/core/ReactorSlot.h"
+#include "framework/core/StateMachine.h"
+
+namespace {
+
+using Kiv::Ptr;
+using Kiv::U32;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+struct KeyedValue {
+  U32 key = 0;
+  U32 value = 0;
+  friend bool operator==(KeyedValue const&, KeyedValue const&) = default;
+};
+
+class Watched : public Kiv::PtrInterface {
+ public:
+  static constexpr Kiv::Attr<> kNumber{130};
+  static constexpr Kiv::Attr<U32> kValues{131};
+  static constexpr Kiv::Attr<> kOther{132};
+
+  void numberIs(int n) { number_.is(n); }
+  int number() const { return number_(); }
+  void otherIs(int n) { other_.is(n); }
+  auto& values() { return values_; }
+  auto const& values() const { return values_; }
+
+ private:
+  Kiv::Attribute<kNumber, int> number_{*this};
+  Kiv::Attribute<kOther, int> other_{*this};
+  Kiv::ValueCollection<kValues, KeyedValue, &KeyedValue::key, 1> values_{*this};
+};
+
+class Machine : public Kiv::StateMachine<Machine> {
+ public:
+  class KivWatched;
+
+  explicit Machine(Ptr<Watched> const& watched, std::vector<std::string>* log);
+  ~Machine() override { kivTeardown(); }
+
+  void handleNumber() { note("number"); }
+  void handleValues() { note("values"); }
+  void handleValues(U32 key) { note("value " + std::to_string(key)); }
+  void note(std::string text) {
+    log_->push_back(std::move(text));
+    if (auto const then = onNote) then();
+  }
+  std::function<void()> onNote;
+
+  template <class F>
+  void kivEachReactor(F f) {
+    f(watched_);
+  }
+  Kiv::ReactorSlot<KivWatched, Watched, Machine> watched_;
+
+ private:
+  std::vector<std::string>* log_;
+};
+
+class Machine::KivWatched final : public Kiv::Reactor<KivWatched, Watched, Machine> {
+ public:
+  using Reactor::Reactor;
+  using Rows = Kiv::Rows<Kiv::On<Watched::kNumber, &Machine::handleNumber>,
+                         Kiv::On<Watched::kValues, Kiv::keyed<U32>(&Machine::handleValues),
+                                 Kiv::whole(&Machine::handleValues)>>;
+};
+
+Machine::Machine(Ptr<Watched> const& watched, std::vector<std::string>* log) : log_(log) {
+  watched_.is(watched, this);
+  initializedIs(true);
+}
+
+class ReactorTest : public ::testing::Test {
+ protected:
+  std::vector<std::string> log;
+  Ptr<Watched> watched = Kiv::makeActive<Watched>();
+  Ptr<Machine> machine = Kiv::makeActive<Machine>(watched, &log);
+};
+
+TEST_F(ReactorTest, ConstructionCallsNoHandler) {
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(ReactorTest, AMutationIsDeliveredOnceThoughSwitchedOnTwice) {
+  watched->numberIs(3);
+  watched->values().set({7, 1});
+  EXPECT_THAT(log, ElementsAre("number", "value 7"));
+}
+
+TEST_F(ReactorTest, AnUnknownAttributeIsIgnored) {
+  watched->otherIs(3);
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(ReactorTest, RebindingRunsTheWholeObjectHandlersOnceInRowOrder) {
+  auto const other = Kiv::makeActive<Watched>();
+  machine->watched_.is(other, machine.get());
+  EXPECT_THAT(log, ElementsAre("number", "values"));
+  log.clear();
+  machine->watched_.is(other, machine.get());
+  watched->numberIs(1);
+  EXPECT_THAT(log, IsEmpty());
+  other->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, AReactorKeptFromOutsideDispatchesNothingAfterItsMachineDied) {
+  auto const reactor = machine->watched_.reactor();
+  machine.reset();
+  watched->numberIs(9);
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_TRUE(reactor->kivMarkedForDeletion());
+  EXPECT_EQ(reactor->owner(), nullptr);
+}
+
+TEST_F(ReactorTest, ACollectionHandlerGetsTheMembersKeyOnInsertionReplacementAndRemoval) {
+  watched->values().set({7, 1});
+  watched->values().set({7, 2});
+  watched->values().del(7);
+  EXPECT_THAT(log, ElementsAre("value 7", "value 7", "value 7"));
+}
+
+TEST_F(ReactorTest, ANotificationForACollectionWithoutAKeyIsIgnored) {
+  machine->watched_->onAttribute(Watched::kValues.id, nullptr);
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(ReactorTest, AMarkedReactorIgnoresTheAttributesItKnows) {
+  machine->watched_->kivMarkedForDeletionIs(true);
+  watched->numberIs(1);
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(ReactorTest, RebindingAMarkedReactorRunsNoHandlerButRegisters) {
+  auto const other = Kiv::makeActive<Watched>();
+  machine->watched_->kivMarkedForDeletionIs(true);
+  machine->watched_.is(other, machine.get());
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_EQ(machine->watched_.notifier(), other);
+  EXPECT_TRUE(machine->watched_->isRegisteredNotifiee());
+}
+
+TEST_F(ReactorTest, RebindingToNullRunsNoHandlerAndLeavesTheOldNotifier) {
+  machine->watched_.is(nullptr, machine.get());
+  watched->numberIs(1);
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_TRUE(watched->notifieeList().empty());
+  EXPECT_EQ(watched->kivRefCount(), 1u);
+}
+
+TEST_F(ReactorTest, RebindingFromNullRunsTheHandlersAndDelivers) {
+  machine->watched_.is(nullptr, machine.get());
+  machine->watched_.is(watched, machine.get());
+  EXPECT_THAT(log, ElementsAre("number", "values"));
+  log.clear();
+  watched->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, AHandlerThatMarksTheReactorStopsTheHandlersAfterIt) {
+  machine->onNote = [this] { machine->watched_->kivMarkedForDeletionIs(true); };
+  machine->watched_.is(Kiv::makeActive<Watched>(), machine.get());
+  EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, AHandlerThatUnbindsDuringARebindStopsTheHandlersAfterIt) {
+  machine->onNote = [this] { machine->watched_.is(nullptr, machine.get()); };
+  machine->watched_.is(Kiv::makeActive<Watched>(), machine.get());
+  EXPECT_THAT(log, ElementsAre("number"));
+  EXPECT_FALSE(machine->watched_->isRegisteredNotifiee());
+}
+
+TEST_F(ReactorTest, AHandlerThatRebindsDuringARebindGetsEachHandlerForTheLastNotifier) {
+  auto const last = Kiv::makeActive<Watched>();
+  machine->onNote = [this, last] {
+    machine->onNote = nullptr;
+    machine->watched_.is(last, machine.get());
+  };
+  machine->watched_.is(Kiv::makeActive<Watched>(), machine.get());
+  EXPECT_THAT(log, ElementsAre("number", "number", "values"));
+  log.clear();
+  last->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, AHandlerMayDropItsReactorDuringARebind) {
+  machine->onNote = [this] { machine->watched_.del(); };
+  auto const other = Kiv::makeActive<Watched>();
+  machine->watched_.is(other, machine.get());
+  EXPECT_FALSE(machine->watched_);
+  EXPECT_TRUE(other->notifieeList().empty());
+}
+
+TEST_F(ReactorTest, AHandlerMayDropItsReactorDuringAChange) {
+  machine->onNote = [this] { machine->watched_.del(); };
+  watched->numberIs(1);
+  watched->numberIs(2);
+  EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, TheNewNotifierMayBeHeldByTheOldOneAlone) {
+  struct Holder final : Watched {
+    Ptr<Kiv::PtrInterface const> next;
+  };
+  auto holder = Kiv::makeActive<Holder>();
+  holder->next = watched;
+  machine->watched_.is(holder, machine.get());
+  Ptr<Kiv::PtrInterface const> const& next = holder->next;
+  holder.reset();
+  log.clear();
+  machine->watched_->notifierIs(next);
+  EXPECT_THAT(log, ElementsAre("number", "values"));
+  EXPECT_EQ(machine->watched_.notifier(), watched);
+}
+
+TEST_F(ReactorTest, ATemporaryPointerToADyingReactorIsHarmless) {
+  auto const reactor = machine->watched_.reactor().get();
+  EXPECT_EQ(reactor->kivRefCount(), 1u);
+  EXPECT_EQ(reactor->actsm(), machine.get());
+  machine->watched_.del();
+  EXPECT_TRUE(watched->notifieeList().empty());
+}
+
+TEST_F(ReactorTest, AnEmptySlotCreatesNothingForNull) {
+  Kiv::ReactorSlot<Machine::KivWatched, Watched, Machine> slot;
+  slot.is(nullptr, machine.get());
+  EXPECT_FALSE(slot);
+  EXPECT_EQ(slot.notifier(), nullptr);
+  EXPECT_EQ(slot.notifierRaw(), nullptr);
+}
+
+using ReactorDeathTest = ReactorTest;
+
+TEST_F(ReactorDeathTest, WatchingAnObjectOfAnotherTypeIsFatal) {
+  Ptr<Kiv::PtrInterface const> const wrong = machine;
+  EXPECT_DEATH(machine->watched_->notifierIs(wrong), "a reactor cannot watch a ");
+}
+
+}  // namespace

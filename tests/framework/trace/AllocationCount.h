@@ -1,0 +1,6 @@
+#pragma once
+
+#include <cstddef>
+
+/// How often the program has called operator new.
+std::size_t allocationCount();

@@ -1,0 +1,193 @@
+#include "framework/trace/Trace.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "framework/trace/TraceHelper.h"
+#include "framework/values/IntfId.h"
+#include "framework/values/IpAddr.h"
+#include "framework/values/VlanId.h"
+#include "tests/framework/trace/AllocationCount.h"
+#include "tests/support/TraceCapture.h"
+
+KIV_TRACE_FACILITY("TraceTest")
+
+// In a namespace with a name, so that every compiler writes the same signatures.
+namespace Traced {
+
+enum class Colour : Kiv::U8 { red = 1, green = 2 };
+
+class Machine {
+ public:
+  void handleEntry() { KIV_TRACE(9); }
+  void handleEmpty() { KIV_TRACE(9, ""); }
+  void handleValues(Ovra::IpAddr ip, Ovra::IntfId const& intfId, Bridging::VlanId vlan) {
+    KIV_TRACE(9, "ipAddr: ", ip, " intfId: ", intfId, ", vlan: ", vlan);
+  }
+  void handleText(std::string const& text) const { KIV_TRACE(4, text, '.', "%s%n"); }
+  static void handleBytes(Kiv::U8 count, Colour colour, bool flag, char const* none) {
+    KIV_TRACE(9, "count ", count, " colour ", colour, " flag ", flag, " none ", none);
+  }
+};
+
+struct Unprintable {};
+std::ostream& operator<<(std::ostream&, Unprintable) {
+  throw std::runtime_error("unprintable");
+}
+
+void traceUnprintable() {
+  KIV_TRACE(9, Unprintable());
+}
+
+void traceThree(Kiv::U32 a, std::string_view b, Kiv::U32 c) {
+  KIV_TRACE(9, "a: ", a, " b: ", b, " c: ", c);
+}
+
+template <class T>
+class Template {
+ public:
+  void handle(T value) { KIV_TRACE(9, "value: ", value); }
+};
+
+}  // namespace Traced
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::StartsWith;
+
+class TextTrace : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Kiv::TraceHelper::sinkIs([this](Kiv::TraceLine const& line) { lines_.push_back(line.text); });
+    kivTraceHandle().levelsAre(Kiv::TraceHandle::kAllLevels);
+  }
+  void TearDown() override {
+    kivTraceHandle().levelsAre(0);
+    Kiv::TraceHelper::sinkIs({});
+  }
+
+  std::vector<std::string> lines_;
+};
+
+TEST_F(TextTrace, StartsWithTheSignature) {
+  Traced::Machine machine;
+  machine.handleEntry();
+  machine.handleEmpty();
+  machine.handleText("text");
+  EXPECT_THAT(lines_, ElementsAre("void Traced::Machine::handleEntry(): ",
+                                  "void Traced::Machine::handleEmpty(): ",
+                                  StartsWith("void Traced::Machine::handleText(const ")));
+}
+
+TEST_F(TextTrace, WritesValuesByTheirStreamOperators) {
+  Traced::Machine().handleValues(Ovra::IpAddr(0x0a000001), Ovra::IntfId("Ethernet1"),
+                                 Bridging::VlanId(7));
+  ASSERT_EQ(lines_.size(), 1U);
+  EXPECT_THAT(lines_[0], EndsWith("): ipAddr: 10.0.0.1 intfId: Ethernet1, vlan: 7"));
+}
+
+TEST_F(TextTrace, WritesBytesAsNumbers) {
+  Traced::Machine::handleBytes(65, Traced::Colour::green, true, nullptr);
+  ASSERT_EQ(lines_.size(), 1U);
+  EXPECT_THAT(lines_[0], EndsWith(": count 65 colour 2 flag 1 none (null)"));
+}
+
+TEST_F(TextTrace, NeverReadsATextAsAFormat) {
+  Traced::Machine().handleText("%s%n");
+  ASSERT_EQ(lines_.size(), 1U);
+  EXPECT_THAT(lines_[0], EndsWith(" const: %s%n46%s%n"));
+}
+
+TEST_F(TextTrace, IsWhatTheRingDecodesTo) {
+  TraceCapture const capture;
+  Traced::Machine machine;
+  machine.handleEntry();
+  machine.handleValues(Ovra::IpAddr(0x0a000001), Ovra::IntfId("Ethernet1"), Bridging::VlanId(7));
+  machine.handleText(std::string(300, 'x'));
+  machine.handleText("line\nbreak");
+  Traced::Machine::handleBytes(0, Traced::Colour::red, false, "x");
+  Traced::Template<double>().handle(0.25);
+  ASSERT_EQ(lines_.size(), 6U);
+  EXPECT_EQ(TraceCapture::texts(), lines_);
+}
+
+TEST_F(TextTrace, IsWrittenOnlyForAnEnabledLevel) {
+  TraceCapture const capture;
+  kivTraceHandle().levelsAre(1U << 4);
+  Traced::Machine().handleEntry();
+  Traced::Machine().handleText("four");
+  ASSERT_EQ(lines_.size(), 1U);
+  EXPECT_THAT(lines_[0], EndsWith("four46%s%n"));
+  EXPECT_EQ(TraceCapture::texts().size(), 2U) << "the ring has both";
+}
+
+TEST_F(TextTrace, TellsTheSinkWhereItComesFrom) {
+  std::vector<Kiv::TraceLine> traced;
+  Kiv::TraceHelper::sinkIs([&](Kiv::TraceLine const& line) { traced.push_back(line); });
+  Traced::Machine().handleText("text");
+  ASSERT_EQ(traced.size(), 1U);
+  EXPECT_STREQ(traced[0].facility, "TraceTest");
+  EXPECT_EQ(traced[0].level, 4U);
+  EXPECT_STREQ(traced[0].file, "tests/framework/trace/TraceTest.cpp");
+  EXPECT_STREQ(traced[0].function, "handleText");
+  EXPECT_EQ(traced[0].line, Ringlog::MsgDesc::find("TraceTest", "handleText").front()->line());
+}
+
+TEST_F(TextTrace, GoesToStandardErrorByDefault) {
+  Kiv::TraceHelper::sinkIs({});
+  ::testing::internal::CaptureStderr();
+  Traced::Machine().handleEntry();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "void Traced::Machine::handleEntry(): \n");
+}
+
+TEST_F(TextTrace, LeavesOutWhatItsSinkTraces) {
+  TraceCapture const capture;
+  int calls = 0;
+  Kiv::TraceHelper::sinkIs([&](Kiv::TraceLine const&) {
+    ++calls;
+    Traced::Machine().handleEmpty();
+  });
+  Traced::Machine().handleEntry();
+  Traced::Machine().handleEntry();
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(TraceCapture::texts().size(), 4U);
+}
+
+TEST_F(TextTrace, LosesALineWhoseSinkOrArgumentThrows) {
+  TraceCapture const capture;
+  Traced::traceUnprintable();
+  EXPECT_TRUE(lines_.empty());
+  EXPECT_THAT(TraceCapture::texts(),
+              ElementsAre("void Traced::traceUnprintable(): <an argument cannot be shown>"));
+  Kiv::TraceHelper::sinkIs([](Kiv::TraceLine const&) { throw std::runtime_error("full"); });
+  Traced::Machine().handleEntry();
+  SetUp();
+  Traced::Machine().handleEntry();
+  EXPECT_THAT(lines_, ElementsAre("void Traced::Machine::handleEntry(): "));
+}
+
+TEST(BinaryTrace, AllocatesNothingOnceAStatementHasRun) {
+  Traced::traceThree(1, "twelve bytes", 2);
+  size_t const before = allocationCount();
+  for (int i = 0; i < 1000; ++i) Traced::traceThree(7, "twelve bytes", 9);
+  EXPECT_EQ(allocationCount(), before);
+}
+
+TEST(BinaryTrace, WorksInTemplates) {
+  TraceCapture const capture;
+  Traced::Template<int>().handle(3);
+  Traced::Template<Kiv::U8>().handle(4);
+  auto const texts = TraceCapture::texts();
+  ASSERT_EQ(texts.size(), 2U);
+  EXPECT_THAT(texts[0], EndsWith(": value: 3"));
+  EXPECT_THAT(texts[1], EndsWith(": value: 4"));
+}
+
+}  // namespace

@@ -1,0 +1,4 @@
+#pragma once
+
+/// Traces the number at level 9 under the facility "TraceTestLibrary".
+void traceFromTheLibrary(int number);

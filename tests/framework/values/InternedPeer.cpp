@@ -1,0 +1,13 @@
+#include "tests/framework/values/InternedPeer.h"
+
+namespace InternedPeer {
+
+Ovra::IntfId intfId(char const* text) {
+  return Ovra::IntfId(text);
+}
+
+std::string textOf(Ovra::IntfId id) {
+  return id.stdString();
+}
+
+}  // namespace InternedPeer
