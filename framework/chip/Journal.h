@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <vector>
+
+#include "framework/chip/RowTable.h"
+#include "framework/core/Types.h"
+#include "framework/driver/BfnPipeId.h"
+
+namespace BfnChip {
+
+enum class Operation : Kiv::U8 { Write, Erase };
+
+enum class Outcome : Kiv::U8 {
+  Ok,
+  TableFull,
+  NoSysResources,
+  Error,
+  Exception,  ///< the write threw
+  NotFound,   ///< erase only
+};
+
+std::ostream& operator<<(std::ostream& out, Operation operation);
+std::ostream& operator<<(std::ostream& out, Outcome outcome);
+
+/// One write or erase as the chip saw it.
+struct JournalEntry {
+  KeyBytes key{};
+  /// The bytes written; for an erase the bytes that went, zero when there was no row.
+  ActionBytes action{};
+  BfnId::BfnPipeId pipe;
+  /// Number of the table: the order in which the chip was given its tables, from 0.
+  Kiv::U16 table = 0;
+  Operation operation = Operation::Write;
+  Outcome outcome = Outcome::Ok;
+
+  friend bool operator==(JournalEntry const&, JournalEntry const&) = default;
+};
+
+/// Prints "write 0501...01 <- 22110200... ok" or "erase 0501...01 not-found".
+std::ostream& operator<<(std::ostream& out, JournalEntry const& entry);
+
+/// The chip's writes and erases in order, oldest first.
+///
+/// Memory is bounded: at most `limit` entries of 22 bytes are kept and storage grows only as far
+/// as it is needed. Once full, each new entry pushes out the oldest, which `dropped` counts. A
+/// limit of 0 switches the journal off.
+class Journal {
+ public:
+  static constexpr std::size_t kDefaultLimit = 65'536;
+
+  std::size_t size() const { return entries_.size(); }
+  std::size_t limit() const { return limit_; }
+  /// Entries that were pushed out, or not recorded, since the last take or clear.
+  Kiv::U64 dropped() const { return dropped_; }
+
+  /// Lowering the limit below the size drops the oldest entries.
+  void limitIs(std::size_t limit);
+  void append(JournalEntry const& entry);
+  /// The `i`-th oldest entry, i < size().
+  JournalEntry const& at(std::size_t i) const;
+  /// All entries, oldest first; the journal is empty afterwards and its storage released.
+  std::vector<JournalEntry> take();
+  void clear();
+
+ private:
+  void straighten();
+
+  std::vector<JournalEntry> entries_;
+  /// Where the oldest entry stands; anything but 0 only while the journal is full.
+  std::size_t oldest_ = 0;
+  std::size_t limit_ = kDefaultLimit;
+  Kiv::U64 dropped_ = 0;
+};
+
+}  // namespace BfnChip

@@ -1,0 +1,129 @@
+#include "framework/chip/RowTable.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace BfnChip {
+
+namespace {
+
+using Kiv::U64;
+__extension__ using Wide = unsigned __int128;
+
+// Doubled, it gives tables of 2^n rows a fill of two thirds.
+constexpr std::size_t kFirstHomes = 12;
+// Places kept behind the last home; more are added when they are needed.
+constexpr std::size_t kSpill = 16;
+
+constexpr U64 kSpread = 0x9E3779B97F4A7C15;
+constexpr U64 kFold = 0xD6E8FEB86659FD93;
+
+// The number whose product with the odd number x is 1, modulo 2^64; each step doubles the bits.
+constexpr U64 inverse(U64 x) {
+  U64 y = x;
+  for (int step = 0; step < 6; ++step) y *= 2 - x * y;
+  return y;
+}
+static_assert(inverse(kSpread) * kSpread == 1 && inverse(kFold) * kFold == 1);
+
+constexpr U64 mix(U64 key) {
+  key *= kSpread;
+  key ^= key >> 32;
+  return key * kFold;
+}
+
+constexpr U64 unmix(U64 mixed) {
+  mixed *= inverse(kFold);
+  mixed ^= mixed >> 32;
+  return mixed * inverse(kSpread);
+}
+
+}  // namespace
+
+std::size_t RowTable::home(U64 mixed) const {
+  return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes_ >> 64);
+}
+
+// Where the row stands, or would. A free slot's mixed key ends the search.
+std::size_t RowTable::placeOf(U64 mixed) const {
+  std::size_t at = home(mixed);
+  while (slots_[at].mixedKey < mixed) ++at;
+  return at;
+}
+
+RowTable::Slot const* RowTable::find(U64 key) const {
+  if (size_ == 0) return nullptr;
+  U64 const mixed = mix(key);
+  Slot const& slot = slots_[placeOf(mixed)];
+  return slot.mixedKey == mixed && slot.hits != kFree ? &slot : nullptr;
+}
+
+RowTable::Slot* RowTable::find(U64 key) {
+  return const_cast<Slot*>(std::as_const(*this).find(key));
+}
+
+// Pushes every row from the new one's place up to the next free slot one further.
+RowTable::Slot& RowTable::insert(U64 key, U64 action) {
+  if (4 * (size_ + 1) > 3 * homes_) grow();
+  U64 const mixed = mix(key);
+  std::size_t const at = placeOf(mixed);
+  std::size_t end = at;
+  while (slots_[end].hits != kFree) ++end;
+  if (end + 1 == slots_.size()) slots_.emplace_back();
+  auto const first = slots_.begin() + static_cast<std::ptrdiff_t>(at);
+  auto const last = slots_.begin() + static_cast<std::ptrdiff_t>(end);
+  std::move_backward(first, last, last + 1);
+  slots_[at] = {mixed, action, 0};
+  ++size_;
+  return slots_[at];
+}
+
+// Takes back every row behind that had been pushed out of its home.
+bool RowTable::erase(U64 key) {
+  if (size_ == 0) return false;
+  U64 const mixed = mix(key);
+  std::size_t at = placeOf(mixed);
+  if (slots_[at].mixedKey != mixed || slots_[at].hits == kFree) return false;
+  while (slots_[at + 1].hits != kFree && home(slots_[at + 1].mixedKey) <= at) {
+    slots_[at] = slots_[at + 1];
+    ++at;
+  }
+  slots_[at] = Slot();
+  --size_;
+  return true;
+}
+
+// In order, so each row comes to stand at its home or right behind the row before it.
+void RowTable::grow() {
+  homes_ = homes_ == 0 ? kFirstHomes : 2 * homes_;
+  std::vector<Slot> larger;
+  larger.reserve(homes_ + kSpill);
+  larger.resize(homes_ + 1);
+  std::size_t next = 0;
+  for (Slot const& slot : slots_) {
+    if (slot.hits == kFree) continue;
+    next = std::max(next, home(slot.mixedKey));
+    if (next + 1 == larger.size()) larger.emplace_back();
+    larger[next++] = slot;
+  }
+  slots_ = std::move(larger);
+}
+
+std::vector<Row> RowTable::sorted() const {
+  std::vector<Row> rows;
+  rows.reserve(size_);
+  for (Slot const& slot : slots_) {
+    if (slot.hits == kFree) continue;
+    rows.push_back({unpacked(unmix(slot.mixedKey)), unpacked(slot.action), slot.hits});
+  }
+  std::ranges::sort(rows, {}, &Row::key);
+  return rows;
+}
+
+void RowTable::hitsClear() {
+  for (Slot& slot : slots_) {
+    if (slot.hits != kFree) slot.hits = 0;
+  }
+}
+
+}  // namespace BfnChip

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+#include "framework/core/Types.h"
+
+namespace BfnChip {
+
+inline constexpr std::size_t kKeyBytes = 8;
+inline constexpr std::size_t kActionBytes = 8;
+
+using KeyBytes = std::array<Kiv::U8, kKeyBytes>;
+using ActionBytes = std::array<Kiv::U8, kActionBytes>;
+
+/// Eight bytes as one number, the first byte lowest; and back. Rows are kept and compared so.
+template <std::size_t N>
+constexpr Kiv::U64 packed(std::array<Kiv::U8, N> const& bytes) {
+  static_assert(N <= 8);
+  Kiv::U64 word = 0;
+  for (std::size_t i = 0; i < N; ++i) word |= Kiv::U64{bytes[i]} << (8 * i);
+  return word;
+}
+constexpr KeyBytes unpacked(Kiv::U64 word) {
+  static_assert(kKeyBytes == 8 && kActionBytes == 8);
+  KeyBytes bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<Kiv::U8>(word >> (8 * i));
+  return bytes;
+}
+
+/// One row as the chip holds it.
+struct Row {
+  KeyBytes key{};
+  ActionBytes action{};
+  Kiv::U64 hits = 0;
+};
+
+/// An exact-match table of rows of eight bytes each for key and action.
+///
+/// The rows stand in one array, sorted by their mixed keys and each at or a little behind the place
+/// its mixed key points at, so that a look-up, also one that finds nothing, touches one place in
+/// memory. Mixing can be undone: a row keeps its mixed key only.
+///
+/// Costs 32 to 64 bytes a row (36 at 65,536). Find, insert and erase are constant time apart from
+/// growth, which copies the array once from front to back. A pointer to a slot is good until the
+/// next insert or erase.
+class RowTable {
+ public:
+  struct Slot {
+    Kiv::U64 mixedKey = ~Kiv::U64{0};
+    Kiv::U64 action = 0;
+    /// How often the row was hit; kFree marks a slot without a row.
+    Kiv::U64 hits = kFree;
+  };
+
+  std::size_t size() const { return size_; }
+
+  /// Keys and actions are packed. Null when there is no such row.
+  Slot* find(Kiv::U64 key);
+  Slot const* find(Kiv::U64 key) const;
+  /// Adds a row with no hits. The key must not be there.
+  Slot& insert(Kiv::U64 key, Kiv::U64 action);
+  /// False when there is no such row.
+  bool erase(Kiv::U64 key);
+
+  /// Copies of all rows in ascending order of their key bytes.
+  std::vector<Row> sorted() const;
+  void hitsClear();
+
+ private:
+  static constexpr Kiv::U64 kFree = ~Kiv::U64{0};
+
+  std::size_t home(Kiv::U64 mixed) const;
+  std::size_t placeOf(Kiv::U64 mixed) const;
+  void grow();
+
+  /// homes_ places to point at, then those that the last rows have been pushed out to. The last one
+  /// is always free.
+  std::vector<Slot> slots_;
+  std::size_t homes_ = 0;
+  std::size_t size_ = 0;
+};
+
+}  // namespace BfnChip

@@ -1,0 +1,7 @@
+#include "framework/driver/TableDriver.h"
+
+namespace BfnDriver {
+
+TableDriver::~TableDriver() = default;
+
+}  // namespace BfnDriver

@@ -1,0 +1,10 @@
+#include "framework/platform/BfTableException.h"
+
+// The destructors stand here so that each type has one home, whichever library throws or catches.
+namespace BfTable {
+
+BfTableException::~BfTableException() = default;
+BfTableFull::~BfTableFull() = default;
+BfNoSysResources::~BfNoSysResources() = default;
+
+}  // namespace BfTable

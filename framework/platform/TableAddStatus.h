@@ -1,0 +1,14 @@
+#pragma once
+
+#include "framework/core/Types.h"
+
+namespace PexTypes {
+
+/// What became of a row that was to be added to a hardware table. The numbers are the forwarding
+/// layer's own.
+enum class TableAddStatus : Kiv::U32 {
+  Success = 0,
+  ResourcesExhausted = 2,  ///< the table or the system has no room for it
+};
+
+}  // namespace PexTypes

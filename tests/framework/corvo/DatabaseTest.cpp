@@ -1,0 +1,83 @@
+#include "framework/corvo/Database.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "framework/corvo/Exceptions.h"
+#include "tests/framework/corvo/TestTypes.h"
+
+namespace {
+
+using Corvo::Database;
+using Corvo::MountException;
+using corvotest::kL3StatusType;
+using corvotest::kRouteStatusType;
+using ::testing::ElementsAre;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
+
+TEST(Database, HasNothingAtAPathThatNobodyMade) {
+  auto const database = Kiv::makeActive<Database>();
+  EXPECT_FALSE(database->entity("a"));
+  EXPECT_EQ(database->typeName("a"), "");
+}
+
+TEST(Database, AnEntityIsMadeOnceWithNotificationOnAndAnnounced) {
+  auto const database = Kiv::makeActive<Database>();
+  corvotest::Log log;
+  auto const watcher = Kiv::makeActive<corvotest::Changes>(database, "database", log);
+  auto const made = database->entityIs("a", kL3StatusType);
+  ASSERT_TRUE(Kiv::ptrCast<Pex::L3Status>(made));
+  EXPECT_TRUE(made->hasNotificationActive());
+  EXPECT_EQ(database->entityIs("a", kL3StatusType), made);
+  EXPECT_EQ(database->entity("a"), made);
+  EXPECT_THAT(log, ElementsAre("database 130"));
+}
+
+TEST(Database, PathsAreTakenAsTheyAre) {
+  auto const database = Kiv::makeActive<Database>();
+  auto const made = database->entityIs("a/b", kL3StatusType);
+  EXPECT_FALSE(database->entity("a"));
+  EXPECT_FALSE(database->entity("a/b/"));
+  EXPECT_NE(database->entityIs("a", kL3StatusType), made);
+}
+
+TEST(Database, AnotherTypeAtAPathIsRefusedByName) {
+  auto const database = Kiv::makeActive<Database>();
+  database->entityIs("a", kL3StatusType);
+  EXPECT_THAT(
+      [&] { database->entityIs("a", kRouteStatusType); },
+      ThrowsMessage<MountException>(StrEq("cannot mount \"a\": it is of type Pex::L3Status, not "
+                                          "Routing::Hardware::RouteStatus")));
+}
+
+TEST(Database, TheFirstToNameATypeSettlesItBeforeTheEntityIsThere) {
+  auto const database = Kiv::makeActive<Database>();
+  database->typeIs("a", kL3StatusType);
+  EXPECT_EQ(database->typeName("a"), kL3StatusType);
+  EXPECT_FALSE(database->entity("a"));
+  EXPECT_THROW(database->entityIs("a", kRouteStatusType), MountException);
+  EXPECT_FALSE(database->entity("a"));
+  EXPECT_TRUE(database->entityIs("a", kL3StatusType));
+}
+
+TEST(Database, WhatItCannotMakeIsRefusedAndSettlesNothing) {
+  auto const database = Kiv::makeActive<Database>();
+  EXPECT_THAT([&] { database->entityIs("a", "X::Y"); },
+              ThrowsMessage<MountException>(StrEq("cannot mount \"a\": unknown type X::Y")));
+  EXPECT_THAT([&] { database->typeIs("a", "X::Y"); },
+              ThrowsMessage<MountException>(StrEq("cannot mount \"a\": unknown type X::Y")));
+  EXPECT_THAT(
+      [&] { database->entityIs("a", corvotest::kUnmakeableType); },
+      ThrowsMessage<MountException>(StrEq("cannot mount \"a\": Routing::Hardware::VrfStatus "
+                                          "cannot be constructed by name")));
+  EXPECT_THAT([&] { database->entityIs("a", corvotest::kNoEntityType); },
+              ThrowsMessage<MountException>(
+                  StrEq("cannot mount \"a\": corvotest::NoEntity is not the type of an entity")));
+  EXPECT_THAT([&] { database->entityIs("", kL3StatusType); },
+              ThrowsMessage<MountException>(StrEq("cannot mount \"\": the path is empty")));
+  EXPECT_EQ(database->typeName("a"), "");
+  EXPECT_TRUE(database->entityIs("a", kL3StatusType));
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+#include "framework/corvo/EmbeddedSession.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "framework/core/AllocTrack.h"
+#include "framework/corvo/Exceptions.h"
+#include "tests/framework/corvo/TestTypes.h"
+
+namespace {
+
+using Corvo::Mount;
+using Corvo::MountException;
+using Corvo::MountRequest;
+using Corvo::ReadOnlyException;
+using corvotest::Changes;
+using corvotest::kL3StatusType;
+using corvotest::kRouteStatusType;
+using corvotest::Log;
+using L3::VrfName;
+using Pex::L3Status;
+using Pex::VrfId;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::ThrowsMessage;
+
+class EmbeddedSessionTest : public ::testing::Test {
+ protected:
+  Kiv::U64 const liveBefore = Kiv::AllocTrackTypeInfo::liveObjects();
+  Kiv::Ptr<Corvo::Database> database = Kiv::makeActive<Corvo::Database>();
+  Kiv::Ptr<Corvo::Session> writer = session();
+  Kiv::Ptr<Corvo::Session> reader = session();
+  Log log;
+
+  void TearDown() override {
+    writer.reset();
+    reader.reset();
+    database.reset();
+    EXPECT_EQ(Kiv::AllocTrackTypeInfo::liveObjects(), liveBefore);
+  }
+  Kiv::Ptr<Corvo::Session> session() { return Corvo::embeddedSessionFactory(database); }
+  static Mount mountOf(char const* path, char const* mode, char const* type = kL3StatusType) {
+    Mount mount(path, type, mode);
+    mount.handleFlags(mode);
+    return mount;
+  }
+  static Kiv::Ptr<MountRequest> mount(Kiv::Ptr<Corvo::Session> const& who, char const* mode,
+                                      char const* path = "vrfs") {
+    auto const request = who->mountRequest();
+    request->doMount(mountOf(path, mode));
+    request->close();
+    return request;
+  }
+  static Kiv::Ptr<L3Status> vrfs(Kiv::Ptr<Corvo::Session> const& who) {
+    return Kiv::ptrCast<L3Status>(who->getEntity("vrfs"));
+  }
+  Kiv::Ptr<Changes> watch(Kiv::Ptr<Kiv::PtrInterface> const& object, char const* name) {
+    return Kiv::makeActive<Changes>(object, name, log);
+  }
+};
+
+TEST_F(EmbeddedSessionTest, NothingIsThereThatIsNotMounted) {
+  mount(writer, "w");
+  EXPECT_FALSE(reader->getEntity("vrfs"));
+  EXPECT_FALSE(writer->getEntity("vrf"));
+}
+
+TEST_F(EmbeddedSessionTest, AMountForWritingMakesTheEntity) {
+  auto const request = writer->mountRequest();
+  request->doMount(mountOf("vrfs", "w"));
+  EXPECT_TRUE(vrfs(writer));
+  EXPECT_FALSE(request->mounted());
+  request->close();
+  EXPECT_TRUE(request->mounted());
+}
+
+TEST_F(EmbeddedSessionTest, ARequestWithoutMountsIsMountedOnceClosed) {
+  auto const request = writer->mountRequest();
+  EXPECT_FALSE(request->mounted());
+  request->close();
+  request->close();
+  EXPECT_TRUE(request->mounted());
+}
+
+TEST_F(EmbeddedSessionTest, AMountForReadingMakesNothingAndWaits) {
+  auto const request = mount(reader, "r");
+  auto const watcher = watch(request, "request");
+  EXPECT_FALSE(request->mounted());
+  EXPECT_FALSE(reader->getEntity("vrfs"));
+  EXPECT_FALSE(database->entity("vrfs"));
+  mount(writer, "w", "others");
+  EXPECT_FALSE(request->mounted());
+  mount(writer, "w");
+  EXPECT_TRUE(request->mounted());
+  EXPECT_TRUE(vrfs(reader));
+  EXPECT_THAT(log, ElementsAre("request mounted"));
+}
+
+TEST_F(EmbeddedSessionTest, ARequestWaitsForTheLastOfItsEntities) {
+  auto const request = reader->mountRequest();
+  request->doMount(mountOf("a", "r"));
+  request->doMount(mountOf("b", "w"));
+  request->doMount(mountOf("c", "r"));
+  request->close();
+  mount(writer, "w", "c");
+  EXPECT_FALSE(request->mounted());
+  mount(writer, "w", "a");
+  EXPECT_TRUE(request->mounted());
+}
+
+TEST_F(EmbeddedSessionTest, AMountWaitsAlsoWhenItsRequestHasGone) {
+  mount(reader, "r");
+  auto const watcher = watch(reader, "session");
+  mount(writer, "w");
+  EXPECT_TRUE(vrfs(reader));
+  EXPECT_EQ(log.size(), 1u);
+}
+
+TEST_F(EmbeddedSessionTest, AWriteReachesEveryOtherMountBeforeTheMutatorReturns) {
+  auto const secondWriter = session();
+  auto const secondReader = session();
+  mount(reader, "r");
+  mount(writer, "w");
+  mount(secondWriter, "w");
+  mount(secondReader, "r");
+  auto const w1 = watch(vrfs(writer), "writer");
+  auto const w2 = watch(vrfs(secondWriter), "second writer");
+  auto const r1 = watch(vrfs(reader), "reader");
+  auto const r2 = watch(vrfs(secondReader), "second reader");
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
+  EXPECT_EQ(vrfs(reader)->vrfName(VrfId(7)), VrfName("red"));
+  EXPECT_EQ(vrfs(secondReader)->vrfName(VrfId(7)), VrfName("red"));
+  EXPECT_EQ(vrfs(secondWriter)->vrfName(VrfId(7)), VrfName("red"));
+  EXPECT_THAT(log, ::testing::UnorderedElementsAre("writer vrfName", "second writer vrfName",
+                                                   "reader vrfName", "second reader vrfName"));
+  vrfs(secondWriter)->vrfNameDel(VrfId(7));
+  EXPECT_EQ(vrfs(reader)->vrfName().size(), 0u);
+  EXPECT_EQ(vrfs(writer)->vrfName().size(), 0u);
+  EXPECT_EQ(log.size(), 8u);
+}
+
+TEST_F(EmbeddedSessionTest, WhatWasWrittenBeforeIsThereWhenItIsMounted) {
+  mount(writer, "w");
+  vrfs(writer)->vrfIs(VrfName("red"), VrfId(7));
+  writer.reset();
+  mount(reader, "r");
+  EXPECT_EQ(vrfs(reader)->vrfName(VrfId(7)), VrfName("red"));
+}
+
+TEST_F(EmbeddedSessionTest, AReaderCannotWriteAndNobodyHearsOfIt) {
+  mount(writer, "w");
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
+  auto const other = session();
+  mount(reader, "r");
+  mount(other, "r");
+  auto const w = watch(vrfs(writer), "writer");
+  auto const r = watch(vrfs(reader), "reader");
+  auto const o = watch(vrfs(other), "other");
+  EXPECT_THAT([&] { vrfs(reader)->vrfNameIs(VrfId(7), VrfName("blue")); },
+              ThrowsMessage<ReadOnlyException>(HasSubstr("\"vrfs\" is mounted for reading")));
+  EXPECT_THROW(vrfs(reader)->vrfNameDel(VrfId(7)), ReadOnlyException);
+  for (auto const& who : {writer, reader, other}) {
+    EXPECT_EQ(vrfs(who)->vrfName(VrfId(7)), VrfName("red"));
+  }
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(EmbeddedSessionTest, AReaderCannotWriteThroughTheGenericInterfaceEither) {
+  mount(writer, "w");
+  mount(reader, "r");
+  Kiv::GenericValue const arguments[] = {"'red'", "7"};
+  EXPECT_THROW(reader->getEntity("vrfs")->genericIfAttributeOp(Kiv::GenericOp::Set, "vrfNameToId",
+                                                               arguments),
+               ReadOnlyException);
+  EXPECT_EQ(vrfs(reader)->vrfNameToId().size(), 0u);
+  writer->getEntity("vrfs")->genericIfAttributeOp(Kiv::GenericOp::Set, "vrfNameToId", arguments);
+  EXPECT_EQ(*vrfs(reader)->vrfNameToId(VrfName("red")), VrfId(7));
+}
+
+TEST_F(EmbeddedSessionTest, AnUnmountedReaderKeepsItsEntityForItself) {
+  auto const request = mount(reader, "r");
+  mount(writer, "w");
+  auto const kept = vrfs(reader);
+  auto const watcher = watch(reader, "session");
+  reader->unmount("vrfs");
+  reader->unmount("vrfs");
+  EXPECT_EQ(log.size(), 1u);
+  EXPECT_FALSE(reader->getEntity("vrfs"));
+  EXPECT_FALSE(request->mounted());
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
+  EXPECT_EQ(kept->vrfName().size(), 0u);
+  kept->vrfNameIs(VrfId(8), VrfName("blue"));
+  EXPECT_EQ(vrfs(writer)->vrfName().size(), 1u);
+}
+
+TEST_F(EmbeddedSessionTest, AMountThatWaitsCanBeGivenUp) {
+  mount(reader, "r");
+  auto const watcher = watch(reader, "session");
+  reader->unmount("vrfs");
+  mount(writer, "w");
+  EXPECT_FALSE(reader->getEntity("vrfs"));
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(EmbeddedSessionTest, AnUnmountedEntityStaysInTheDatabase) {
+  mount(writer, "w");
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
+  writer->unmount("vrfs");
+  EXPECT_FALSE(writer->getEntity("vrfs"));
+  mount(writer, "w");
+  EXPECT_EQ(vrfs(writer)->vrfName(VrfId(7)), VrfName("red"));
+}
+
+TEST_F(EmbeddedSessionTest, MountingTwiceGivesTheSameEntity) {
+  mount(writer, "w");
+  mount(reader, "r");
+  auto const first = vrfs(reader);
+  auto const watcher = watch(reader, "session");
+  auto const again = mount(reader, "r");
+  EXPECT_TRUE(again->mounted());
+  EXPECT_EQ(vrfs(reader), first);
+  EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(EmbeddedSessionTest, WritingAddedToReadingGivesTheDatabasesOwnObject) {
+  mount(writer, "w");
+  mount(reader, "r");
+  auto const replica = vrfs(reader);
+  mount(reader, "w");
+  EXPECT_EQ(vrfs(reader), vrfs(writer));
+  mount(reader, "r");
+  EXPECT_EQ(vrfs(reader), vrfs(writer));
+  vrfs(reader)->vrfNameIs(VrfId(7), VrfName("red"));
+  EXPECT_EQ(replica->vrfName(VrfId(7)), VrfName("red"));
+}
+
+TEST_F(EmbeddedSessionTest, AnotherTypeIsRefusedAlsoWhereAReaderStillWaits) {
+  mount(reader, "r");
+  auto const request = writer->mountRequest();
+  EXPECT_THAT([&] { request->doMount(mountOf("vrfs", "w", kRouteStatusType)); },
+              ThrowsMessage<MountException>(HasSubstr("it is of type Pex::L3Status, not")));
+  EXPECT_FALSE(database->entity("vrfs"));
+  EXPECT_FALSE(writer->getEntity("vrfs"));
+  request->doMount(mountOf("vrfs", "w"));
+  request->close();
+  EXPECT_TRUE(request->mounted());
+}
+
+TEST_F(EmbeddedSessionTest, WhatCanNeverBeMountedIsRefusedAtOnce) {
+  auto const request = reader->mountRequest();
+  EXPECT_THAT([&] { request->doMount(Mount("a", kL3StatusType, "r")); },
+              ThrowsMessage<MountException>(HasSubstr("neither to read nor to write")));
+  EXPECT_THAT(
+      [&] {
+        request->doMount(
+            Mount("a", kL3StatusType, "r", Corvo::AllMountFlags(1), Corvo::MountFilter(true)));
+      },
+      ThrowsMessage<MountException>(HasSubstr("a filter is not supported")));
+  EXPECT_THAT([&] { request->doMount(mountOf("a", "r", "X::Y")); },
+              ThrowsMessage<MountException>(HasSubstr("unknown type X::Y")));
+  request->close();
+  EXPECT_TRUE(request->mounted());
+  EXPECT_THAT([&] { request->doMount(mountOf("a", "r")); },
+              ThrowsMessage<MountException>(HasSubstr("the request is closed")));
+}
+
+TEST_F(EmbeddedSessionTest, AReplicaEndsWithItsSession) {
+  mount(writer, "w");
+  mount(reader, "r");
+  auto const kept = vrfs(reader);
+  reader.reset();
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
+  EXPECT_EQ(kept->vrfName().size(), 0u);
+}
+
+}  // namespace

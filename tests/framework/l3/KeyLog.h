@@ -1,0 +1,36 @@
+#pragma once
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "framework/core/Notifiee.h"
+#include "framework/core/Ptr.h"
+
+namespace l3test {
+
+/// Notes the changes of one collection as "<key>", and those of every other attribute as "#<id>".
+template <class Key>
+class KeyLog final : public Kiv::NotifieeConst {
+ public:
+  KeyLog(Kiv::Ptr<Kiv::PtrInterface const> const& notifier, Kiv::Attr<Key> collection)
+      : collection_(collection) {
+    NotifieeConst::notifierIs(notifier);
+  }
+  void onAttribute(Kiv::AttributeId id, void const* key) override {
+    std::ostringstream text;
+    if (id == collection_.id) {
+      text << *static_cast<Key const*>(key);
+    } else {
+      text << '#' << id;
+    }
+    changes.push_back(text.str());
+  }
+
+  std::vector<std::string> changes;
+
+ private:
+  Kiv::Attr<Key> const collection_;
+};
+
+}  // namespace l3test

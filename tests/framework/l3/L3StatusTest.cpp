@@ -1,0 +1,100 @@
+#include "framework/l3/L3Status.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "framework/generic/Type.h"
+#include "tests/framework/l3/KeyLog.h"
+
+namespace {
+
+using L3::VrfName;
+using Pex::L3Status;
+using Pex::VrfId;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+VrfName const kRed("red");
+VrfName const kBlue("blue");
+
+class L3StatusTest : public ::testing::Test {
+ protected:
+  Kiv::Ptr<L3Status> status = Kiv::makeActive<L3Status>();
+  Kiv::Ptr<l3test::KeyLog<VrfName>> names =
+      Kiv::makeActive<l3test::KeyLog<VrfName>>(status, L3Status::kVrfNameToId);
+};
+
+TEST_F(L3StatusTest, KnowsNobodyAtFirst) {
+  EXPECT_EQ(status->vrfNameToId(kRed), nullptr);
+  EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
+}
+
+TEST_F(L3StatusTest, EachDirectionStandsForItself) {
+  status->vrfNameToIdIs(kRed, VrfId(7));
+  EXPECT_EQ(*status->vrfNameToId(kRed), VrfId(7));
+  EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
+  EXPECT_THAT(names->changes, ElementsAre("red"));
+  status->vrfNameIs(VrfId(8), kBlue);
+  EXPECT_EQ(status->vrfName(VrfId(8)), kBlue);
+  EXPECT_EQ(status->vrfNameToId(kBlue), nullptr);
+  EXPECT_THAT(names->changes, ElementsAre("red", "#259"));
+}
+
+TEST_F(L3StatusTest, AnEqualValueOrAnAbsentKeyTellsNobody) {
+  status->vrfNameToIdIs(kRed, VrfId(7));
+  status->vrfNameIs(VrfId(7), kRed);
+  names->changes.clear();
+  status->vrfNameToIdIs(kRed, VrfId(7));
+  status->vrfNameIs(VrfId(7), kRed);
+  status->vrfNameToIdDel(kBlue);
+  status->vrfNameDel(VrfId(9));
+  EXPECT_THAT(names->changes, IsEmpty());
+  status->vrfNameToIdIs(kRed, VrfId(8));
+  status->vrfNameDel(VrfId(7));
+  EXPECT_THAT(names->changes, ElementsAre("red", "#259"));
+}
+
+TEST_F(L3StatusTest, AnIdOf0IsAnIdLikeAnyOther) {
+  status->vrfIs(VrfName("default"), VrfId(0));
+  ASSERT_NE(status->vrfNameToId(VrfName("default")), nullptr);
+  EXPECT_EQ(status->vrfName(VrfId(0)), VrfName("default"));
+}
+
+TEST_F(L3StatusTest, WhoHearsOfANameFindsTheNameOfItsId) {
+  status->vrfIs(kRed, VrfId(7));
+  EXPECT_THAT(names->changes, ElementsAre("#259", "red"));
+  status->vrfDel(kRed);
+  EXPECT_THAT(names->changes, ElementsAre("#259", "red", "red", "#259"));
+  EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
+}
+
+TEST_F(L3StatusTest, OfTwoNamesWithOneIdTheLastIsTheIdsName) {
+  status->vrfIs(kRed, VrfId(7));
+  status->vrfIs(kBlue, VrfId(7));
+  EXPECT_EQ(*status->vrfNameToId(kRed), VrfId(7));
+  EXPECT_EQ(status->vrfName(VrfId(7)), kBlue);
+  status->vrfDel(kRed);
+  EXPECT_EQ(status->vrfName(VrfId(7)), kBlue);
+  EXPECT_EQ(*status->vrfNameToId(kBlue), VrfId(7));
+  status->vrfDel(kBlue);
+  EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
+}
+
+TEST_F(L3StatusTest, DeletingAnUnknownVrfDoesNothing) {
+  status->vrfIs(kRed, VrfId(0));
+  names->changes.clear();
+  status->vrfDel(kBlue);
+  EXPECT_THAT(names->changes, IsEmpty());
+  EXPECT_EQ(status->vrfName(VrfId(0)), kRed);
+}
+
+TEST_F(L3StatusTest, IsWrittenByAttributeNameToo) {
+  Kiv::GenericValue const name[] = {"'red'", "7"};
+  status->genericIfAttributeOp(Kiv::GenericOp::Set, "vrfNameToId", name);
+  EXPECT_EQ(*status->vrfNameToId(kRed), VrfId(7));
+  Kiv::GenericValue const id[] = {"7", "'red'"};
+  status->genericIfAttributeOp(Kiv::GenericOp::Set, "vrfName", id);
+  EXPECT_EQ(status->vrfName(VrfId(7)), kRed);
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+#include "framework/l3/RouteStatus.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "framework/core/Exceptions.h"
+#include "tests/framework/l3/KeyLog.h"
+
+namespace {
+
+using L3::VrfName;
+using Routing::Hardware::RouteStatus;
+using Routing::Hardware::VrfStatus;
+using ::testing::ElementsAre;
+
+VrfName const kRed("red");
+
+class RouteStatusTest : public ::testing::Test {
+ protected:
+  Kiv::Ptr<RouteStatus> status = Kiv::makeActive<RouteStatus>();
+  Kiv::Ptr<l3test::KeyLog<VrfName>> log =
+      Kiv::makeActive<l3test::KeyLog<VrfName>>(status, RouteStatus::kVrfStatus);
+};
+
+TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
+  auto const red = status->vrfStatusIs(kRed);
+  EXPECT_EQ(status->vrfStatusIs(kRed), red);
+  EXPECT_EQ(status->vrfStatus(kRed), red.get());
+  EXPECT_EQ(red->vrfName(), kRed);
+  EXPECT_EQ(red->vrfId(), 0u);
+  EXPECT_EQ(red->fwdVlanId(), 0u);
+  EXPECT_TRUE(red->hasNotificationActive());
+  EXPECT_THAT(log->changes, ElementsAre("red"));
+}
+
+TEST_F(RouteStatusTest, NumbersAreTakenAsTheyAreAndToldOnARealChange) {
+  auto const red = status->vrfStatusIs(kRed);
+  auto const own = Kiv::makeActive<l3test::KeyLog<VrfName>>(red, RouteStatus::kVrfStatus);
+  log->changes.clear();
+  red->vrfIdIs(4294967295u);
+  red->vrfIdIs(4294967295u);
+  red->fwdVlanIdIs(70000);
+  red->fwdVlanIdIs(70000);
+  EXPECT_EQ(red->vrfId(), 4294967295u);
+  EXPECT_EQ(red->fwdVlanId(), 70000u);
+  EXPECT_THAT(own->changes, ElementsAre("#259", "#260"));
+  EXPECT_TRUE(log->changes.empty());
+}
+
+TEST_F(RouteStatusTest, AnObjectMadeByTheHostComesWithItsNumbers) {
+  auto const red = Kiv::makeActive<VrfStatus>(kRed);
+  red->fwdVlanIdIs(300);
+  status->vrfStatusIs(red);
+  EXPECT_EQ(status->vrfStatus(kRed), red.get());
+  status->vrfStatusIs(red);
+  EXPECT_THAT(log->changes, ElementsAre("red"));
+  EXPECT_THROW(status->vrfStatusIs(Kiv::Ptr<VrfStatus>()), Kiv::NullPointerException);
+}
+
+TEST_F(RouteStatusTest, RemovalTellsOnceAndOnlyOfWhatWasThere) {
+  status->vrfStatusIs(kRed);
+  status->vrfStatusIs(VrfName("blue"));
+  log->changes.clear();
+  status->vrfStatusDel(kRed);
+  status->vrfStatusDel(kRed);
+  EXPECT_THAT(log->changes, ElementsAre("red"));
+  status->vrfStatusDelAll();
+  EXPECT_THAT(log->changes, ElementsAre("red", "blue"));
+}
+
+}  // namespace

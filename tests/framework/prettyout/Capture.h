@@ -1,0 +1,60 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "framework/core/Ptr.h"
+#include "framework/prettyout/Printer.h"
+
+namespace prettyout::test {
+
+/// A sink that keeps what it takes, and takes no more than it is allowed to at each call.
+struct Capture {
+  std::string bytes;
+  std::size_t calls = 0;
+  std::size_t perCall = std::string_view::npos;
+
+  Sink sink() {
+    return [this](std::string_view offered) {
+      ++calls;
+      std::string_view const taken = offered.substr(0, perCall);
+      bytes += taken;
+      return taken.size();
+    };
+  }
+};
+
+/// A printer of the given form that has been told to hold `limit` bytes, and what came out of it.
+struct Output {
+  explicit Output(Format format, std::size_t limit = 65536)
+      : printer(Kiv::make<Printer>(format, limit, capture.sink())) {}
+
+  Renderer& renderer() const { return printer->renderer(); }
+  std::string const& flushed() const {
+    renderer().ioflush();
+    return capture.bytes;
+  }
+
+  Capture capture;
+  Kiv::Ptr<Printer> printer;
+};
+
+/// The rewrite table's header as its show command prints it.
+inline void printHeader(Renderer& renderer) {
+  renderer.addFrills("\n");
+  renderer.addFrills("%-15s %-20s %-20s\n", "VRF name", "Source IP", "Source MAC");
+  renderer.addFrills("------------------------------------------------------------\n");
+}
+
+/// One row of that table.
+inline void printRow(Renderer& renderer, std::string_view vrf, std::string_view ip,
+                     std::string_view mac) {
+  Attribute const vrfName{"vrfName", vrf};
+  Attribute const sip{"sip", ip};
+  Attribute const smac{"smac", mac};
+  renderer.startDictEntry(sip);
+  renderer.addAttributes("%-15s %-20s %-20s\n", 3, vrfName, sip, smac);
+  renderer.endDictEntry();
+}
+
+}  // namespace prettyout::test

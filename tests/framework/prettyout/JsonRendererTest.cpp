@@ -1,0 +1,161 @@
+#include "framework/prettyout/JsonRenderer.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+
+#include "tests/framework/prettyout/Capture.h"
+
+namespace prettyout {
+namespace {
+
+using nlohmann::json;
+using test::Output;
+
+std::string render(std::string_view vrf) {
+  Output output(Format::kJson);
+  Renderer& renderer = output.renderer();
+  renderer.start();
+  renderer.startDict(vrf);
+  test::printRow(renderer, vrf, "10.0.0.1", "02:00:00:00:00:01");
+  renderer.endDict();
+  renderer.end();
+  return output.flushed();
+}
+
+/// The key under which `render(name)` stands, once read back.
+std::string readBack(std::string_view name) {
+  json const document = json::parse(render(name));
+  EXPECT_EQ(document.size(), 1u);
+  EXPECT_EQ(document.begin()->at("10.0.0.1").at("vrfName"), document.begin().key());
+  return document.begin().key();
+}
+
+TEST(JsonRenderer, NestsDictionariesEntriesAndAttributesByteForByte) {
+  Output output(Format::kJson);
+  Renderer& renderer = output.renderer();
+  renderer.start();
+  renderer.startDict("vrfs");
+  for (char const* vrf : {"blue", "red"}) {
+    renderer.startDict(vrf);
+    renderer.startDict("addresses");
+    test::printRow(renderer, vrf, "10.0.0.1", "02:00:00:00:00:01");
+    test::printRow(renderer, vrf, "10.0.0.2", "02:00:00:00:00:02");
+    renderer.endDict();
+    renderer.endDict();
+  }
+  renderer.endDict();
+  renderer.end();
+  EXPECT_EQ(output.flushed(),
+            R"({"vrfs":{)"
+            R"("blue":{"addresses":{)"
+            R"("10.0.0.1":{"vrfName":"blue","sip":"10.0.0.1","smac":"02:00:00:00:00:01"},)"
+            R"("10.0.0.2":{"vrfName":"blue","sip":"10.0.0.2","smac":"02:00:00:00:00:02"}}},)"
+            R"("red":{"addresses":{)"
+            R"("10.0.0.1":{"vrfName":"red","sip":"10.0.0.1","smac":"02:00:00:00:00:01"},)"
+            R"("10.0.0.2":{"vrfName":"red","sip":"10.0.0.2","smac":"02:00:00:00:00:02"}}}}})"
+            "\n");
+}
+
+TEST(JsonRenderer, FrillsPrintNothing) {
+  Output output(Format::kJson);
+  output.renderer().start();
+  test::printHeader(output.renderer());
+  output.renderer().end();
+  EXPECT_EQ(output.flushed(), "{}\n");
+}
+
+TEST(JsonRenderer, AttributesOutsideAnyDictionaryAreMembersOfTheOutput) {
+  Output output(Format::kJson);
+  Renderer& renderer = output.renderer();
+  renderer.start();
+  renderer.addAttributes("%s\n", 1, Attribute{"rows", "7"});
+  renderer.startDict("more");
+  renderer.endDict();
+  renderer.addAttributes("%s %s\n", 2, Attribute{"used", "1"}, Attribute{"free", "2"});
+  renderer.end();
+  EXPECT_EQ(output.flushed(), "{\"rows\":\"7\",\"more\":{},\"used\":\"1\",\"free\":\"2\"}\n");
+}
+
+TEST(JsonRenderer, EveryAsciiByteReadsBackAsItself) {
+  for (int byte = 0; byte < 0x80; ++byte) {
+    std::string const name = std::string("a") + static_cast<char>(byte) + "b";
+    EXPECT_EQ(readBack(name), name) << "byte " << byte;
+  }
+}
+
+TEST(JsonRenderer, EscapesQuotesBackslashesAndControlBytes) {
+  using namespace std::string_view_literals;
+  EXPECT_NE(render("\"\\\n\r\t\b\0\x1f"sv).find(R"("\"\\\n\r\t\u0008\u0000\u001f")"),
+            std::string::npos);
+}
+
+TEST(JsonRenderer, WellFormedUtf8PassesAsItIs) {
+  for (std::string const& name :
+       {std::string("\xC2\x80"), std::string("\xDF\xBF"), std::string("\xE0\xA0\x80"),
+        std::string("\xED\x9F\xBF"), std::string("\xEE\x80\x80"), std::string("\xEF\xBF\xBF"),
+        std::string("\xF0\x90\x80\x80"), std::string("\xF4\x8F\xBF\xBF"),
+        std::string("gr\xC3\xBCn")}) {
+    EXPECT_EQ(readBack(name), name);
+    EXPECT_NE(render(name).find(name), std::string::npos);
+  }
+}
+
+TEST(JsonRenderer, EachByteOutsideWellFormedUtf8BecomesItsOwnEscape) {
+  // Lone continuation, overlong forms, a surrogate, above 10FFFF, cut sequences, never-valid bytes.
+  EXPECT_NE(render("\x80").find(R"("\u0080":)"), std::string::npos);
+  EXPECT_NE(render("\xC0\xAF").find(R"("\u00c0\u00af":)"), std::string::npos);
+  EXPECT_NE(render("\xE0\x80\xAF").find(R"("\u00e0\u0080\u00af":)"), std::string::npos);
+  EXPECT_NE(render("\xED\xA0\x80").find(R"("\u00ed\u00a0\u0080":)"), std::string::npos);
+  EXPECT_NE(render("\xF4\x90\x80\x80").find(R"("\u00f4\u0090\u0080\u0080":)"), std::string::npos);
+  EXPECT_NE(render("\xE2\x82").find(R"("\u00e2\u0082":)"), std::string::npos);
+  EXPECT_NE(render("\xC3(").find(R"("\u00c3(":)"), std::string::npos);
+  EXPECT_NE(render("\xFF\xFE").find(R"("\u00ff\u00fe":)"), std::string::npos);
+  EXPECT_NE(render("\xE2\x82\xE2\x82\xAC").find("\"\\u00e2\\u0082\xE2\x82\xAC\":"),
+            std::string::npos);
+}
+
+TEST(JsonRenderer, StaysValidWhateverBytesANameHolds) {
+  unsigned const seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  // Bytes that start, continue and break sequences, more often than chance would have them.
+  constexpr std::string_view kLikely =
+      "\"\\/{}[],:\x01\x7F\x80\xBF\xC0\xC2\xE0\xED\xEF\xF0\xF4\xF5\xFF";
+  for (int round = 0; round < 20000; ++round) {
+    std::string name(random() % 100, ' ');
+    for (char& c : name) {
+      c = random() % 2 == 0 ? kLikely[random() % kLikely.size()] : static_cast<char>(random());
+    }
+    std::string const text = render(name);
+    ASSERT_TRUE(json::accept(text)) << text;
+  }
+}
+
+TEST(JsonRenderer, StaysValidOverManyDrainsOfATinyBuffer) {
+  Output output(Format::kJson, 1);
+  output.capture.perCall = 7;
+  Renderer& renderer = output.renderer();
+  renderer.start();
+  renderer.startDict("vrfs");
+  for (int vrf = 0; vrf < 50; ++vrf) {
+    renderer.startDict(std::to_string(vrf));
+    for (int row = 0; row < vrf; ++row) {
+      test::printRow(renderer, "v\xFF", std::to_string(row), "02:00:00:00:00:01");
+    }
+    renderer.endDict();
+    renderer.ioflush();
+  }
+  renderer.endDict();
+  renderer.end();
+  while (output.printer->buffer().waiting() > 0) renderer.ioflush();
+  json const document = json::parse(output.capture.bytes);
+  ASSERT_EQ(document.at("vrfs").size(), 50u);
+  EXPECT_EQ(document.at("vrfs").at("0").size(), 0u);
+  EXPECT_EQ(document.at("vrfs").at("49").size(), 49u);
+  EXPECT_EQ(document.at("vrfs").at("49").at("48").at("sip"), "48");
+}
+
+}  // namespace
+}  // namespace prettyout
