@@ -1,0 +1,125 @@
+#pragma once
+
+#include "agent/records/Export.h"
+#include "framework/core/Attribute.h"
+#include "framework/core/Ptr.h"
+#include "framework/core/PtrInterface.h"
+#include "framework/core/String.h"
+#include "framework/l3/L3RoutingStatus.h"
+#include "framework/l3/L3Status.h"
+#include "framework/platform/BfnProfileData.h"
+
+namespace BfnMacRewrite {
+
+/// What the plug-in would have the host know. The host reads it; nothing in the library does.
+class BFN_MAC_REWRITE_EXPORT BfnL3Input final : public Kiv::PtrInterface {
+ public:
+  static constexpr Kiv::Attr<> kMacRewriteEnabled{130};
+
+  BfnL3Input();
+
+  bool macRewriteEnabled() const { return macRewriteEnabled_(); }
+  void macRewriteEnabledIs(bool enabled);
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+ private:
+  Kiv::Attribute<kMacRewriteEnabled, bool> macRewriteEnabled_{*this};
+};
+
+/// What the host tells the plug-in: the active hardware profile, and when to bring itself up.
+/// Setters notify on a real change only; objects compare by identity, the name by its text.
+class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
+ public:
+  static constexpr Kiv::Attr<> kProfileName{130};
+  static constexpr Kiv::Attr<> kProfileEntry{131};
+  static constexpr Kiv::Attr<> kInitMacRewriteTables{132};
+  static constexpr Kiv::Attr<> kStartMacRewriteSm{133};
+
+  BfnL3Output();
+  ~BfnL3Output() override;
+
+  /// The active profile, by its key in the system status.
+  Kiv::String const& profileName() const { return profileName_(); }
+  void profileNameIs(Kiv::String profileName);
+  /// The active profile's data for the table manager.
+  Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> const& profileEntry() const { return profileEntry_(); }
+  void profileEntryIs(Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> profileEntry);
+  /// A change asks for the rewrite table to be set up.
+  bool initMacRewriteTables() const { return initMacRewriteTables_(); }
+  void initMacRewriteTablesIs(bool init);
+  /// A change asks for the rewrite state machines to be started.
+  bool startMacRewriteSm() const { return startMacRewriteSm_(); }
+  void startMacRewriteSmIs(bool start);
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+ private:
+  Kiv::Attribute<kProfileName, Kiv::String> profileName_{*this};
+  Kiv::Attribute<kProfileEntry, Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry>> profileEntry_{*this};
+  Kiv::Attribute<kInitMacRewriteTables, bool> initMacRewriteTables_{*this};
+  Kiv::Attribute<kStartMacRewriteSm, bool> startMacRewriteSm_{*this};
+};
+
+/// What the plug-in shares with the host L3 agent that loads it: the host's status objects, and the
+/// two objects through which they tell each other of bring-up. Born initialized, with both of
+/// those in place; the host fills in the rest.
+class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterface {
+ public:
+  static constexpr Kiv::Attr<> kL3Status{130};
+  static constexpr Kiv::Attr<> kL3PortAndLagRoutingStatus{131};
+  static constexpr Kiv::Attr<> kL3SubIntfRoutingStatus{132};
+  static constexpr Kiv::Attr<> kVlanIntfRoutingStatus{133};
+  static constexpr Kiv::Attr<> kBfnL3Input{134};
+  static constexpr Kiv::Attr<> kBfnL3Output{135};
+  static constexpr Kiv::Attr<> kInitialized{136};
+
+  BfnMacRewriteL3Shared();
+  ~BfnMacRewriteL3Shared() override;
+
+  Kiv::Ptr<Pex::L3Status> const& l3Status() const { return l3Status_(); }
+  void l3StatusIs(Kiv::Ptr<Pex::L3Status> l3Status);
+  Kiv::Ptr<BfnL3::L3RoutingStatus> const& l3PortAndLagRoutingStatus() const {
+    return l3PortAndLagRoutingStatus_();
+  }
+  void l3PortAndLagRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status);
+  Kiv::Ptr<BfnL3::L3RoutingStatus> const& l3SubIntfRoutingStatus() const {
+    return l3SubIntfRoutingStatus_();
+  }
+  void l3SubIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status);
+  Kiv::Ptr<BfnL3::L3RoutingStatus> const& vlanIntfRoutingStatus() const {
+    return vlanIntfRoutingStatus_();
+  }
+  void vlanIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status);
+
+  Kiv::Ptr<BfnL3Input> const& bfnL3Input() const { return bfnL3Input_(); }
+  /// The object; made, with notification on, and announced when it is not there.
+  Kiv::Ptr<BfnL3Input> bfnL3InputIs();
+  void bfnL3InputDel();
+  Kiv::Ptr<BfnL3Output> const& bfnL3Output() const { return bfnL3Output_(); }
+  Kiv::Ptr<BfnL3Output> bfnL3OutputIs();
+  void bfnL3OutputDel();
+
+  bool initialized() const { return initialized_(); }
+  void initializedIs(bool initialized);
+  void handleInitialized();
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+ private:
+  Kiv::Attribute<kL3Status, Kiv::Ptr<Pex::L3Status>> l3Status_{*this};
+  Kiv::Attribute<kL3PortAndLagRoutingStatus, Kiv::Ptr<BfnL3::L3RoutingStatus>>
+      l3PortAndLagRoutingStatus_{*this};
+  Kiv::Attribute<kL3SubIntfRoutingStatus, Kiv::Ptr<BfnL3::L3RoutingStatus>> l3SubIntfRoutingStatus_{
+      *this};
+  Kiv::Attribute<kVlanIntfRoutingStatus, Kiv::Ptr<BfnL3::L3RoutingStatus>> vlanIntfRoutingStatus_{
+      *this};
+  Kiv::Attribute<kBfnL3Input, Kiv::Ptr<BfnL3Input>> bfnL3Input_{*this};
+  Kiv::Attribute<kBfnL3Output, Kiv::Ptr<BfnL3Output>> bfnL3Output_{*this};
+  Kiv::Attribute<kInitialized, bool> initialized_{*this};
+};
+
+}  // namespace BfnMacRewrite

@@ -1,0 +1,79 @@
+#include "agent/BfnMacRewriteMount.h"
+
+#include "framework/generic/Describe.h"
+
+namespace BfnMacRewrite {
+
+namespace {
+
+constexpr char const* kConfigPath = "vxlan/hardware/srcMacRewrite/config";
+constexpr char const* kCapabilityPath = "vxlan/hardware/srcMacRewrite/capability";
+
+void mountOne(Corvo::MountGroup& group, char const* path, char const* typeName, char const* mode) {
+  Corvo::Mount mount(path, typeName, mode, Corvo::AllMountFlags(0), Corvo::MountFilter(false));
+  mount.handleFlags(mode);
+  group.doMount(mount);
+}
+
+}  // namespace
+
+BfnMacRewriteMount::BfnMacRewriteMount() = default;
+BfnMacRewriteMount::~BfnMacRewriteMount() = default;
+
+void BfnMacRewriteMount::doMount(Kiv::Ptr<Corvo::MountGroup> const& mountGroup,
+                                 unsigned short /*cellId*/) {
+  mountOne(*mountGroup, kConfigPath, "BfnMacRewrite::Input::Config", "r");
+  mountOne(*mountGroup, kCapabilityPath, "BfnMacRewrite::Capability", "w");
+}
+
+void BfnMacRewriteMount::getEntity(Kiv::Ptr<Corvo::EntityManager> const& entityManager,
+                                   unsigned short /*cellId*/) {
+  bfnMacRewriteCliConfigIs(
+      Kiv::ptrCast<Input::Config const>(entityManager->getEntity(kConfigPath)));
+  bfnMacRewriteCapabilityIs(Kiv::ptrCast<Capability>(entityManager->getEntity(kCapabilityPath)));
+  bfnMacRewriteAgentConfigIs();
+  bfnMacRewriteAgentStatusIs();
+}
+
+void BfnMacRewriteMount::bfnMacRewriteCliConfigIs(Kiv::Ptr<Input::Config const> const& cliConfig) {
+  cliConfig_ = cliConfig;
+}
+void BfnMacRewriteMount::bfnMacRewriteCapabilityIs(Kiv::Ptr<Capability> const& capability) {
+  capability_ = capability;
+}
+
+Kiv::Ptr<Agent::Config> BfnMacRewriteMount::bfnMacRewriteAgentConfigIs() {
+  if (!agentConfig_) agentConfig_ = Kiv::makeActive<Agent::Config>();
+  return agentConfig_;
+}
+void BfnMacRewriteMount::bfnMacRewriteAgentConfigDel() {
+  agentConfig_.reset();
+}
+
+Kiv::Ptr<Agent::Status> BfnMacRewriteMount::bfnMacRewriteAgentStatusIs() {
+  if (!agentStatus_) agentStatus_ = Kiv::makeActive<Agent::Status>();
+  return agentStatus_;
+}
+void BfnMacRewriteMount::bfnMacRewriteAgentStatusDel() {
+  agentStatus_.reset();
+}
+
+Kiv::Type const& BfnMacRewriteMount::_kivType() {
+  using T = BfnMacRewriteMount;
+  static Kiv::Type const type(
+      "BfnMacRewrite::BfnMacRewriteMount", &Kiv::PtrInterface::_kivType(),
+      {Kiv::describeScalar<&T::bfnMacRewriteCliConfig, &T::bfnMacRewriteCliConfigIs>(
+           "bfnMacRewriteCliConfig", 130),
+       Kiv::describeScalar<&T::bfnMacRewriteCapability, &T::bfnMacRewriteCapabilityIs>(
+           "bfnMacRewriteCapability", 131),
+       Kiv::describeConstant<&T::bfnMacRewriteAgentConfig>("bfnMacRewriteAgentConfig", 132),
+       Kiv::describeConstant<&T::bfnMacRewriteAgentStatus>("bfnMacRewriteAgentStatus", 133),
+       Kiv::describeOperation<&T::doMount>("doMount"),
+       Kiv::describeOperation<&T::getEntity>("getEntity"),
+       Kiv::describeOperation<&T::bfnMacRewriteAgentConfigDel>("bfnMacRewriteAgentConfigDel"),
+       Kiv::describeOperation<&T::bfnMacRewriteAgentStatusDel>("bfnMacRewriteAgentStatusDel")},
+      Kiv::describeDefault<T>());
+  return type;
+}
+
+}  // namespace BfnMacRewrite

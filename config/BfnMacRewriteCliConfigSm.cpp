@@ -1,0 +1,194 @@
+#include "config/BfnMacRewriteCliConfigSm.h"
+
+#include "framework/core/Fatal.h"
+#include "framework/core/Reactor.h"
+#include "framework/generic/Describe.h"
+#include "framework/trace/Trace.h"
+
+KIV_TRACE_FACILITY("BfnMacRewriteCliConfigSm")
+
+namespace BfnMacRewrite {
+
+class OverlaySrcMacRewriteCliConfigSm::KivOverlaySrcMacRewriteCliConfig final
+    : public Kiv::Reactor<KivOverlaySrcMacRewriteCliConfig, Input::Config const,
+                          OverlaySrcMacRewriteCliConfigSm> {
+ public:
+  using Reactor::Reactor;
+  using Rows =
+      Kiv::Rows<Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
+                        &OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry>>;
+};
+
+class OverlaySrcMacRewriteCliConfigSm::KivL3Status final
+    : public Kiv::Reactor<KivL3Status, Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm> {
+ public:
+  using Reactor::Reactor;
+  using Rows =
+      Kiv::Rows<Kiv::On<Pex::L3Status::kVrfNameToId,
+                        Kiv::keyed<L3::VrfName>(&OverlaySrcMacRewriteCliConfigSm::handleVrfId)>>;
+};
+
+Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> overlaySrcMacRewriteCliConfigSmFactory(
+    Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
+    Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
+    Kiv::Ptr<Pex::L3Status const> const& l3Status) {
+  return OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSmIs(
+      overlaySrcMacRewriteCliConfig, overlaySrcMacRewriteAgentConfig, l3Status);
+}
+
+Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm>
+OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSmIs(
+    Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
+    Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
+    Kiv::Ptr<Pex::L3Status const> const& l3Status) {
+  return Kiv::makeActive<OverlaySrcMacRewriteCliConfigSm>(
+      overlaySrcMacRewriteCliConfig, overlaySrcMacRewriteAgentConfig, l3Status);
+}
+
+OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSm(
+    Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
+    Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
+    Kiv::Ptr<Pex::L3Status const> const& l3Status)
+    : agentConfig_(overlaySrcMacRewriteAgentConfig) {
+  overlaySrcMacRewriteCliConfig_.is(overlaySrcMacRewriteCliConfig, this);
+  l3Status_.is(l3Status, this);
+  handleInitialized();
+}
+
+// Writing the output may run foreign handlers, down to one that drops the agent and this machine
+// with it; an operation that goes on after a write holds the machine, or what it still needs.
+
+OverlaySrcMacRewriteCliConfigSm::~OverlaySrcMacRewriteCliConfigSm() {
+  kivTeardown();
+}
+
+Kiv::Ptr<Input::Config const> OverlaySrcMacRewriteCliConfigSm::overlaySrcMacRewriteCliConfig()
+    const {
+  return overlaySrcMacRewriteCliConfig_.notifier();
+}
+
+Kiv::Ptr<Pex::L3Status const> OverlaySrcMacRewriteCliConfigSm::l3Status() const {
+  return l3Status_.notifier();
+}
+
+void OverlaySrcMacRewriteCliConfigSm::handleInitialized() {
+  KIV_TRACE(9, "");
+  initializedIs(true);
+  handleVrfId();
+}
+
+void OverlaySrcMacRewriteCliConfigSm::handleVrfId() {
+  KIV_TRACE(9, "");
+  KIV_CHECK(initialized());
+  if (!l3Status_) return;
+  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
+  auto walk = l3Status_.notifierRaw()->vrfNameToId().cursor();
+  while (auto const* const vrf = walk.next()) addVrf(vrf->key);
+}
+
+void OverlaySrcMacRewriteCliConfigSm::handleVrfId(L3::VrfName vrfName) {
+  if (!initialized()) return;
+  KIV_TRACE(9, "vrfName: ", vrfName);
+  if (l3Status_ && l3Status_.notifierRaw()->vrfNameToId(vrfName) != nullptr) {
+    addVrf(vrfName);
+  } else {
+    deleteVrf(vrfName);
+  }
+}
+
+void OverlaySrcMacRewriteCliConfigSm::addVrf(L3::VrfName vrfName) {
+  KIV_CHECK(initialized());
+  KIV_TRACE(9, "vrfName: ", vrfName);
+  // clang-format off
+  KIV_CHECK(!localVrfNameToIdHas( vrfName ), "vrfId for ", vrfName, " changed from ",
+            localVrfNameToId(vrfName), " to ", publishedVrfId(vrfName));
+  // clang-format on
+  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
+  localVrfNameToIdIs(vrfName, publishedVrfId(vrfName));
+  doAddOverlaySrcMacRewriteEntry(vrfName);
+}
+
+void OverlaySrcMacRewriteCliConfigSm::doAddOverlaySrcMacRewriteEntry(L3::VrfName vrfName) {
+  KIV_CHECK(initialized());
+  KIV_TRACE(9, "vrfName: ", vrfName);
+  if (!overlaySrcMacRewriteCliConfig_) return;
+  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
+  overlaySrcMacRewriteCliConfig_.notifierRaw()->forEachKeyOfVrf(
+      vrfName, [this](Input::VrfNameAndIp const& key) { handleOverlaySrcMacRewriteEntry(key); });
+}
+
+void OverlaySrcMacRewriteCliConfigSm::deleteVrf(L3::VrfName vrfName) {
+  KIV_CHECK(initialized());
+  KIV_TRACE(9, "vrfName: ", vrfName);
+  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
+  // Kept: a name that is not live reads as id 0, and the record under id 0 goes.
+  Pex::VrfId const vrfId = localVrfNameToId(vrfName);
+  if (agentConfig_) agentConfig_->overlaySrcMacRewriteDel(vrfId);
+  localVrfNameToIdDel(vrfName);
+}
+
+void OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry(
+    Input::VrfNameAndIp const& key) {
+  if (!initialized()) return;
+  KIV_TRACE(9, "vrfName: ", key.vrfName, ", ip address: ", key.ip);
+  if (!localVrfNameToIdHas(key.vrfName)) {
+    // An entry that is added stays pending until its VRF gets an id; one that is removed was never
+    // translated, or went with its VRF.
+    KIV_TRACE(4, "Vrf doesn't exist, vrfName: ", key.vrfName);
+    return;
+  }
+  Pex::VrfId const vrfId = localVrfNameToId(key.vrfName);
+  KIV_TRACE(4, "vrfId: ", vrfId);
+  Kiv::Ptr<Agent::Config> const agentConfig = agentConfig_;
+  if (!agentConfig || !overlaySrcMacRewriteCliConfig_) return;
+  Ovra::IpAddr const ip = key.ip;
+  if (auto const* const entry =
+          overlaySrcMacRewriteCliConfig_.notifierRaw()->overlaySrcMacRewriteEntry(key)) {
+    IpAndMac const ipAndMac(ip, entry->mac);
+    agentConfig->overlaySrcMacRewriteIs(vrfId)->ipAndMacIs(ipAndMac);
+    return;
+  }
+  Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig->overlaySrcMacRewrite(vrfId));
+  if (!record) return;
+  record->ipAndMacDel(ip);
+  if (record->ipAndMac().empty()) agentConfig->overlaySrcMacRewriteDel(vrfId);
+}
+
+Pex::VrfId OverlaySrcMacRewriteCliConfigSm::localVrfNameToId(L3::VrfName vrfName) const {
+  return localVrfNameToId_.get(vrfName).value;
+}
+
+void OverlaySrcMacRewriteCliConfigSm::localVrfNameToIdIs(L3::VrfName vrfName, Pex::VrfId vrfId) {
+  localVrfNameToId_.set({vrfName, vrfId});
+}
+
+void OverlaySrcMacRewriteCliConfigSm::localVrfNameToIdDel(L3::VrfName vrfName) {
+  localVrfNameToId_.take(vrfName);
+}
+
+void OverlaySrcMacRewriteCliConfigSm::localVrfNameToIdDelAll() {
+  localVrfNameToId_.clear();
+}
+
+Pex::VrfId OverlaySrcMacRewriteCliConfigSm::publishedVrfId(L3::VrfName vrfName) const {
+  auto const* const vrfId = l3Status_ ? l3Status_.notifierRaw()->vrfNameToId(vrfName) : nullptr;
+  return vrfId == nullptr ? Pex::VrfId() : *vrfId;
+}
+
+Kiv::Type const& OverlaySrcMacRewriteCliConfigSm::_kivType() {
+  using T = OverlaySrcMacRewriteCliConfigSm;
+  static Kiv::Type const type(
+      "BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm", &Kiv::PtrInterface::_kivType(),
+      {Kiv::describeConstant<&T::overlaySrcMacRewriteCliConfig>("overlaySrcMacRewriteCliConfig",
+                                                                130),
+       Kiv::describeConstant<&T::overlaySrcMacRewriteAgentConfig>("overlaySrcMacRewriteAgentConfig",
+                                                                  131),
+       Kiv::describeConstant<&T::l3Status>("l3Status", 132),
+       Kiv::describeCollection<&T::localVrfNameToId_>("localVrfNameToId", 133),
+       Kiv::describeConstant<&T::initialized>("initialized", 134)});
+  return type;
+}
+
+}  // namespace BfnMacRewrite
+
+template class Kiv::StateMachine<BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm>;

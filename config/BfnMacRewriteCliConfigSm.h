@@ -1,0 +1,97 @@
+#pragma once
+
+#include "agent/records/BfnMacRewriteInput.h"
+#include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/collections/HashMap2018.h"
+#include "framework/core/ReactorSlot.h"
+#include "framework/core/StateMachine.h"
+#include "framework/l3/L3Status.h"
+#include "framework/values/VrfId.h"
+#include "framework/values/VrfName.h"
+
+namespace BfnMacRewrite {
+
+/// Translates the operator's configuration, keyed by VRF name, into Agent::Config, keyed by VRF id,
+/// and follows VRFs as they gain and lose their ids.
+///
+/// A VRF is live while it has an id in localVrfNameToId: the id under which all its entries were
+/// written, and the only one ever used to change or remove them. Entries of a VRF that is not live
+/// are pending; they are translated when it gets an id. A VRF that changes its id while it is live,
+/// or is announced twice, ends the process: there is no way to move entries from one id to another.
+///
+/// Ownership: shares the output with its creator. Destruction leaves the output as it is.
+class OverlaySrcMacRewriteCliConfigSm final
+    : public Kiv::StateMachine<OverlaySrcMacRewriteCliConfigSm> {
+ public:
+  class KivOverlaySrcMacRewriteCliConfig;
+  class KivL3Status;
+
+  /// Makes the machine, everything that is there already translated, and switches it on. A null
+  /// input is never watched and contributes nothing.
+  static Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> OverlaySrcMacRewriteCliConfigSmIs(
+      Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
+      Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
+      Kiv::Ptr<Pex::L3Status const> const& l3Status);
+
+  OverlaySrcMacRewriteCliConfigSm(
+      Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
+      Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
+      Kiv::Ptr<Pex::L3Status const> const& l3Status);
+  ~OverlaySrcMacRewriteCliConfigSm() override;
+
+  Kiv::Ptr<Input::Config const> overlaySrcMacRewriteCliConfig() const;
+  Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig() const { return agentConfig_; }
+  Kiv::Ptr<Pex::L3Status const> l3Status() const;
+
+  void handleInitialized();
+  /// Announces every VRF that has an id.
+  void handleVrfId();
+  /// One VRF gained or lost its id.
+  void handleVrfId(L3::VrfName vrfName);
+  /// One configuration line was added, changed or removed.
+  void handleOverlaySrcMacRewriteEntry(Input::VrfNameAndIp const& key);
+
+  void addVrf(L3::VrfName vrfName);
+  /// Deletes the VRF's whole record. A name that is not live deletes record 0: kept.
+  void deleteVrf(L3::VrfName vrfName);
+  void doAddOverlaySrcMacRewriteEntry(L3::VrfName vrfName);
+
+  /// The ids that this machine has applied. An absent name has id 0; only
+  /// localVrfNameToIdHas() tells whether a VRF is live, for 0 is a VRF's id as well.
+  Pex::VrfId localVrfNameToId(L3::VrfName vrfName) const;
+  bool localVrfNameToIdHas(L3::VrfName vrfName) const { return localVrfNameToId_.has(vrfName); }
+  void localVrfNameToIdIs(L3::VrfName vrfName, Pex::VrfId vrfId);
+  void localVrfNameToIdDel(L3::VrfName vrfName);
+  void localVrfNameToIdDelAll();
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+  template <class F>
+  void kivEachReactor(F f) {
+    f(overlaySrcMacRewriteCliConfig_);
+    f(l3Status_);
+  }
+
+ private:
+  Pex::VrfId publishedVrfId(L3::VrfName vrfName) const;
+
+  Kiv::ReactorSlot<KivOverlaySrcMacRewriteCliConfig, Input::Config const,
+                   OverlaySrcMacRewriteCliConfigSm>
+      overlaySrcMacRewriteCliConfig_;
+  Kiv::Ptr<Agent::Config> const agentConfig_;
+  Kiv::ReactorSlot<KivL3Status, Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm> l3Status_;
+  Kiv::HashMap2018Of<L3::VrfName, Pex::VrfId, 0x3A96D5C1> localVrfNameToId_;
+};
+
+/// See OverlaySrcMacRewriteCliConfigSmIs.
+BFN_MAC_REWRITE_EXPORT Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm>
+overlaySrcMacRewriteCliConfigSmFactory(
+    Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
+    Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
+    Kiv::Ptr<Pex::L3Status const> const& l3Status);
+
+}  // namespace BfnMacRewrite
+
+// Made where the machine's reactors are complete.
+extern template class Kiv::StateMachine<BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm>;

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "framework/collections/HashMap2018.h"
+#include "framework/core/Entity.h"
+#include "framework/values/IntfId.h"
+#include "framework/values/VrfAndIpAddr.h"
+
+namespace BfnMacRewrite {
+
+/// The (VRF, IP) pairs that live on one interface.
+class VrfIpCollection final : public Kiv::Entity {
+  struct Itself {
+    Pex::VrfAndIpAddr const& operator()(Pex::VrfAndIpAddr const& pair) const { return pair; }
+  };
+
+ public:
+  using Pairs = Kiv::HashMap2018<Pex::VrfAndIpAddr, Itself{}, 0x71B0D34F>;
+
+  explicit VrfIpCollection(Ovra::IntfId intfId);
+
+  Ovra::IntfId intfId() const { return intfId_; }
+
+  Pairs const& vrfAndIpAddr() const { return vrfAndIpAddr_; }
+  /// Present already: nothing.
+  void vrfAndIpAddrIs(Pex::VrfAndIpAddr const& pair);
+  /// Absent: nothing.
+  void vrfAndIpAddrDel(Pex::VrfAndIpAddr const& pair);
+  void vrfAndIpAddrDelAll();
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+ private:
+  Ovra::IntfId const intfId_;
+  Pairs vrfAndIpAddr_;
+};
+
+}  // namespace BfnMacRewrite

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <memory>
+
+#include "agent/records/BfnMacRewriteTypes.h"
+#include "agent/records/Export.h"
+#include "framework/collections/RbTreeMap.h"
+#include "framework/command/AgentAsyncCommandRequestSm.h"
+#include "framework/core/Clock.h"
+#include "framework/core/String.h"
+#include "framework/values/EthAddr.h"
+#include "framework/values/IpAddr.h"
+#include "framework/values/VrfName.h"
+#include "show/SortedIpToMac.h"
+#include "tablemgr/BfnMacRewriteTableMgr.h"
+
+namespace BfnMacRewrite {
+
+/// Lists the rewrites that are programmed in the chip, by VRF name and source IP.
+///
+/// Works in slices, two phases one after the other: it collects what the table manager's records
+/// and the chip's entries say into a sorted snapshot, then prints the snapshot. A slice ends where
+/// shouldYield() says so, after any record or any VRF; bookmarks tell the next one where to go on.
+/// What is added or removed behind the walk between slices is not seen; a VRF is printed whole
+/// within one slice.
+///
+/// Kept: matchSpecIterDone is set only by a slice that ends with the collection, so after a
+/// collection that ended within its slice each later slice collects again from the bookmark before
+/// it goes on printing. Collecting again overwrites by IP and adds no lines twice.
+class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRequestSm {
+ public:
+  using SortedVrfIpToMac = Kiv::RbTreeMap<L3::VrfName, Kiv::Ptr<SortedIpToMac>>;
+
+  static Kiv::Ptr<ShowMacRewriteCommandRequestSm> ShowMacRewriteCommandRequestSmIs(
+      Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
+      double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,
+      Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr, bool vrfNameValid,
+      L3::VrfName vrfName, bool overlaySipValid, Ovra::IpAddr overlaySip,
+      bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting);
+
+  ShowMacRewriteCommandRequestSm(
+      Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
+      double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,
+      Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr, bool vrfNameValid,
+      L3::VrfName vrfName, bool overlaySipValid, Ovra::IpAddr overlaySip,
+      bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting);
+  ~ShowMacRewriteCommandRequestSm() override;
+
+  void handleInitialized();
+  /// One slice. Fatal after completion and without a table manager. Throws Kiv::RangeException when
+  /// bookmarkVrf is longer than a VRF name may be.
+  void handleAsyncCommand(U32 socket, U32 format) override;
+
+  void printHeader();
+  void printEntry(L3::VrfName vrfName, Ovra::IpAddr ip, Ovra::EthAddr const& mac);
+
+  Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr() const {
+    return overlaySrcMacRewriteMgr_;
+  }
+  bool vrfNameValid() const { return vrfNameValid_; }
+  L3::VrfName vrfName() const { return vrfName_; }
+  bool overlaySipValid() const { return overlaySipValid_; }
+  Ovra::IpAddr overlaySip() const { return overlaySip_; }
+  bool overlayRewriteSrcMacValid() const { return overlayRewriteSrcMacValid_; }
+  Ovra::EthAddr overlayRewriteSrcMac() const { return overlayRewriteSrcMac_; }
+  bool cliTesting() const { return cliTesting_; }
+
+  bool matchSpecIterDone() const { return matchSpecIterDone_; }
+  void matchSpecIterDoneIs(bool done) { matchSpecIterDone_ = done; }
+  Agent::IpAndIntfId const& bookmarkMatch() const { return bookmarkMatch_; }
+  void bookmarkMatchIs(Agent::IpAndIntfId const& bookmark) { bookmarkMatch_ = bookmark; }
+  Kiv::String const& bookmarkVrf() const { return bookmarkVrf_; }
+  void bookmarkVrfIs(Kiv::String bookmark) { bookmarkVrf_ = std::move(bookmark); }
+
+  SortedVrfIpToMac const& sortedVrfIpToMac() const { return sortedVrfIpToMac_; }
+  Kiv::Ptr<SortedIpToMac> sortedVrfIpToMacIs(L3::VrfName vrfName);
+  void sortedVrfIpToMacDel(L3::VrfName vrfName);
+  void sortedVrfIpToMacDelAll();
+
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+ private:
+  enum class Phase { Ended, Yielded };
+  class VrfMemory;
+
+  Phase collect();
+  Phase print();
+  /// Takes one record's row into the snapshot when the filters keep it. True when it was the one
+  /// row that a VRF and an IP filter together can find.
+  bool examine(MatchSpecAndRefCount const& record);
+
+  Kiv::Ptr<OverlaySrcMacRewriteManager> const overlaySrcMacRewriteMgr_;
+  bool const vrfNameValid_;
+  L3::VrfName const vrfName_;
+  bool const overlaySipValid_;
+  Ovra::IpAddr const overlaySip_;
+  bool const overlayRewriteSrcMacValid_;
+  Ovra::EthAddr const overlayRewriteSrcMac_;
+  bool const cliTesting_;
+  bool matchSpecIterDone_ = false;
+  Agent::IpAndIntfId bookmarkMatch_;
+  Kiv::String bookmarkVrf_;
+  SortedVrfIpToMac sortedVrfIpToMac_;
+  bool initialized_ = false;
+  std::unique_ptr<VrfMemory> vrfMemory_;  // made by the first slice that collects
+};
+
+/// See ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSmIs. `maxRunTime`: seconds of
+/// `clock` that a slice is meant to take at most. A filter counts when its `...Valid` is true; the
+/// MAC filter only when it stands alone.
+BFN_MAC_REWRITE_EXPORT Kiv::Ptr<ShowMacRewriteCommandRequestSm>
+showMacRewriteCommandRequestSmFactory(
+    Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
+    double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,
+    Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr, bool vrfNameValid,
+    L3::VrfName vrfName, bool overlaySipValid, Ovra::IpAddr overlaySip,
+    bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting);
+
+}  // namespace BfnMacRewrite

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/core/Entity.h"
+#include "framework/platform/OverlaySrcMacRewriteMatchSpec.h"
+
+namespace BfnMacRewrite {
+
+/// What the table manager remembers of one row it has written: the match spec in the chip, and how
+/// many additions of the key are not yet balanced by deletions.
+///
+/// The count is 16 bits wide and wraps at both ends unchecked: kept.
+class MatchSpecAndRefCount final : public Kiv::Entity {
+ public:
+  using MatchSpec = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteMatchSpec;
+
+  explicit MatchSpecAndRefCount(Agent::IpAndIntfId const& ipAndIntfId);
+
+  Agent::IpAndIntfId const& ipAndIntfId() const { return ipAndIntfId_; }
+
+  Kiv::Ptr<MatchSpec const> const& overlaySrcMacRewriteMatchSpec() const { return matchSpec_; }
+  /// The very match spec that is stored: nothing.
+  void overlaySrcMacRewriteMatchSpecIs(Kiv::Ptr<MatchSpec const> const& matchSpec);
+
+  U16 refCount() const { return refCount_; }
+  void refCountIs(U16 v) { refCount_ = v; }
+  /// Modulo 65536; both return the new count.
+  U16 refCountInc(U16 n) { return refCount_ = static_cast<U16>(refCount_ + n); }
+  U16 refCountDec(U16 n) { return refCount_ = static_cast<U16>(refCount_ - n); }
+
+  Kiv::Type const& fwkType() const override { return _kivType(); }
+  static Kiv::Type const& _kivType();
+
+ private:
+  Agent::IpAndIntfId const ipAndIntfId_;
+  U16 refCount_ = 0;
+  Kiv::Ptr<MatchSpec const> matchSpec_;
+};
+
+}  // namespace BfnMacRewrite

@@ -1,0 +1,267 @@
+#include "framework/generic/Type.h"
+#include "framework/trace/MsgDesc.h"
+#include "tests/support/PluginTest.h"
+#include "tests/support/Watcher.h"
+
+// What the entry object is made of, and how it goes.
+namespace {
+
+using BfnMacRewrite::AgentSm;
+using BfnTest::Watcher;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class AgentSmTest : public BfnTest::PluginTest {
+ protected:
+  void SetUp() override { TraceCapture::clear(); }
+  AgentSm& agent() { return *host.agent; }
+  // The machine as its holders see it: its reactors are its own affair.
+  Kiv::PtrInterface& everything() { return *host.agent; }
+  void lastRow() {
+    host.vrf("red", 7);
+    host.port("Ethernet1", 100, 7);
+    host.address(7, "10.0.0.1", "Ethernet1");
+  }
+};
+
+TEST_F(AgentSmTest, TheFactoryKeepsItsArgumentsAndStartsNothing) {
+  host.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
+  host.l3Shared->bfnL3Output()->startMacRewriteSmIs(true);
+  host.createAgent();
+  EXPECT_EQ(agent().systemStatus(), host.systemStatus);
+  EXPECT_EQ(agent().profileData(), host.profileData);
+  EXPECT_EQ(agent().agentMount(), host.mount);
+  EXPECT_EQ(agent().bfnMacRewriteL3Shared(), host.l3Shared);
+  EXPECT_EQ(agent().routingHwRouteStatus(), host.routeStatus);
+  EXPECT_EQ(agent().bfnL3Output(), host.l3Shared->bfnL3Output());
+  EXPECT_TRUE(agent().initialized());
+  EXPECT_TRUE(agent().hasNotificationActive());
+  EXPECT_FALSE(agent().intfIdToRoutingStatus());
+  EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
+  EXPECT_FALSE(agent().overlaySrcMacRewriteCliConfigSm());
+  EXPECT_FALSE(agent().bfnMacRewriteSm());
+  EXPECT_FALSE(agent().bfnMacRewriteIntfRoutingStatusSm());
+  EXPECT_FALSE(agent().chipCapabilities().overlaySrcMacRewriteSupported);
+}
+
+TEST_F(AgentSmTest, ANullSystemStatusIsNotWatchedAndReadsAsAnUnknownProfile) {
+  host.systemStatus = nullptr;
+  host.bringUp();
+  EXPECT_FALSE(agent().systemStatus());
+  EXPECT_TRUE(agent().overlaySrcMacRewriteManager());
+  EXPECT_FALSE(agent().bfnMacRewriteSm());
+  EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
+}
+
+TEST_F(AgentSmTest, ChangesOfTheSystemStatusReachNobody) {
+  host.bringUp();
+  auto const manager = agent().overlaySrcMacRewriteManager();
+  traces();
+  host.systemStatus->profileInfoDel(BfnTest::PluginHost::kProfile);
+  EXPECT_THAT(traces(), IsEmpty());
+  EXPECT_EQ(agent().overlaySrcMacRewriteManager(), manager);
+  EXPECT_TRUE(agent().chipCapabilities().overlaySrcMacRewriteSupported);
+}
+
+TEST_F(AgentSmTest, ChangesOfTheSharedObjectRunNoStage) {
+  host.bringUp();
+  auto const sm = agent().bfnMacRewriteSm();
+  traces();
+  host.l3Shared->l3StatusIs(Kiv::makeActive<Pex::L3Status>());
+  host.l3Shared->l3PortAndLagRoutingStatusIs(nullptr);
+  host.l3Shared->l3SubIntfRoutingStatusIs(nullptr);
+  host.l3Shared->vlanIntfRoutingStatusIs(nullptr);
+  host.l3Shared->bfnL3InputDel();
+  host.l3Shared->bfnL3InputIs();
+  host.l3Shared->initializedIs(false);
+  host.l3Shared->bfnL3Output()->profileNameIs("other");
+  host.l3Shared->bfnL3Output()->profileEntryIs(nullptr);
+  EXPECT_THAT(traces(), IsEmpty());
+  EXPECT_EQ(agent().bfnMacRewriteSm(), sm);
+  // The output that was handed over at construction stays the one that is watched.
+  auto const watched = agent().bfnL3Output();
+  host.l3Shared->bfnL3OutputDel();
+  EXPECT_EQ(agent().bfnL3Output(), watched);
+}
+
+TEST_F(AgentSmTest, AnotherOutputRunsBothStagesInOrder) {
+  host.createAgent();
+  auto const other = Kiv::makeActive<BfnMacRewrite::BfnL3Output>();
+  other->profileNameIs(BfnTest::PluginHost::kProfile);
+  other->profileEntryIs(host.profileEntry);
+  agent().bfnL3OutputIs(other);
+  EXPECT_EQ(agent().bfnL3Output(), other);
+  EXPECT_TRUE(agent().overlaySrcMacRewriteManager());
+  EXPECT_TRUE(agent().bfnMacRewriteSm());
+  EXPECT_EQ(agent().bfnMacRewriteSm()->overlaySrcMacRewriteManager(),
+            agent().overlaySrcMacRewriteManager());
+  EXPECT_TRUE(host.capability->overlaySrcMacRewriteSupported());
+  agent().overlaySrcMacRewriteManagerDel();
+  agent().bfnL3OutputIs(other);
+  EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
+}
+
+TEST_F(AgentSmTest, BeforeInitialisationTheStagesAreSilent) {
+  host.createAgent();
+  agent().initializedIs(false);
+  agent().handleInitMacRewriteTables();
+  agent().chipCapabilitiesIs({true, 1000});
+  host.capability->overlaySrcMacRewriteSupportedIs(false);
+  agent().handleStartMacRewriteSm();
+  EXPECT_FALSE(agent().intfIdToRoutingStatus());
+  EXPECT_FALSE(agent().bfnMacRewriteIntfRoutingStatusSm());
+  EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
+  EXPECT_THAT(traces(), IsEmpty());
+}
+
+TEST_F(AgentSmTest, NotificationIsPassedToTheMachinesAndTheirReactors) {
+  host.bringUp();
+  auto const sm = agent().bfnMacRewriteSm();
+  auto const cli = agent().overlaySrcMacRewriteCliConfigSm();
+  auto const merge = agent().bfnMacRewriteIntfRoutingStatusSm();
+  everything().hasNotificationActiveIs(false);
+  EXPECT_FALSE(sm->hasNotificationActive());
+  EXPECT_FALSE(cli->hasNotificationActive());
+  EXPECT_FALSE(merge->hasNotificationActive());
+  EXPECT_TRUE(agent().overlaySrcMacRewriteManager()->hasNotificationActive());
+  EXPECT_TRUE(agent().intfIdToRoutingStatus()->hasNotificationActive());
+  traces();
+  host.stage1();
+  host.stage2();
+  lastRow();
+  EXPECT_THAT(traces(), IsEmpty());
+  everything().hasNotificationActiveIs(true);
+  EXPECT_TRUE(sm->hasNotificationActive());
+  host.stage2();
+  EXPECT_EQ(traces(), std::vector<std::string>{"AgentSm::handleStartMacRewriteSm: "});
+}
+
+TEST_F(AgentSmTest, TheMachinesAreSwitchedOffBeforeTheyAreReleased) {
+  host.bringUp();
+  auto const sm = agent().bfnMacRewriteSm();
+  auto const cli = agent().overlaySrcMacRewriteCliConfigSm();
+  auto const merge = agent().bfnMacRewriteIntfRoutingStatusSm();
+  agent().overlaySrcMacRewriteCliConfigSmDel();
+  agent().bfnMacRewriteSmDel();
+  agent().bfnMacRewriteIntfRoutingStatusSmDel();
+  EXPECT_FALSE(agent().bfnMacRewriteSm());
+  EXPECT_FALSE(agent().overlaySrcMacRewriteCliConfigSm());
+  EXPECT_FALSE(agent().bfnMacRewriteIntfRoutingStatusSm());
+  EXPECT_FALSE(sm->hasNotificationActive());
+  EXPECT_FALSE(cli->hasNotificationActive());
+  EXPECT_FALSE(merge->hasNotificationActive());
+  traces();
+  lastRow();
+  host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
+  EXPECT_THAT(traces(), IsEmpty());
+}
+
+TEST_F(AgentSmTest, TheManagerAndTheCollectionAreReleasedAsTheyAre) {
+  host.bringUp();
+  auto const manager = agent().overlaySrcMacRewriteManager();
+  auto const collection = agent().intfIdToRoutingStatus();
+  agent().overlaySrcMacRewriteManagerDel();
+  agent().intfIdToRoutingStatusDel();
+  EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
+  EXPECT_FALSE(agent().intfIdToRoutingStatus());
+  EXPECT_TRUE(manager->hasNotificationActive());
+  EXPECT_TRUE(collection->hasNotificationActive());
+  agent().bfnMacRewriteSmDel();
+  agent().bfnMacRewriteSmDel();  // nothing there: nothing
+}
+
+TEST_F(AgentSmTest, AfterDestructionNothingReacts) {
+  host.bringUp();
+  lastRow();
+  auto const sm = agent().bfnMacRewriteSm();
+  auto const cli = agent().overlaySrcMacRewriteCliConfigSm();
+  auto const merge = agent().bfnMacRewriteIntfRoutingStatusSm();
+  auto const collection = agent().intfIdToRoutingStatus();
+  host.journal();
+  host.agent.reset();
+  EXPECT_THAT(host.journal(), IsEmpty());
+  EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 00:00:00:00:00:00"));
+  traces();
+  host.address(7, "10.0.0.2", "Ethernet1");
+  host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
+  host.portDel("Ethernet1");
+  host.route("red", 7, 300);
+  collection->l3IntfRoutingStatusDel(Ovra::IntfId("Ethernet1"));
+  auto const output = host.l3Shared->bfnL3Output();
+  output->initMacRewriteTablesIs(!output->initMacRewriteTables());
+  output->startMacRewriteSmIs(!output->startMacRewriteSm());
+  EXPECT_THAT(traces(), IsEmpty());
+  EXPECT_THAT(host.journal(), IsEmpty());
+}
+
+// The manager dies, and so tells the table list, when the last of those that hold it lets go.
+TEST_F(AgentSmTest, DestructionTakesTheCollectionBeforeTheManager) {
+  host.createAgent();
+  host.stage1();
+  auto const collection = agent().intfIdToRoutingStatus();
+  Kiv::U32 count = 0;
+  auto const watcher = Kiv::makeActive<Watcher>(host.profileEntry->tableList());
+  watcher->then = [&] { count = collection->kivRefCount(); };
+  host.agent.reset();
+  EXPECT_EQ(count, 1u);  // this test's own
+}
+
+TEST_F(AgentSmTest, DestructionTakesTheTranslatorThenTheCoreMachineThenTheMerge) {
+  host.bringUp();
+  auto const cli = agent().overlaySrcMacRewriteCliConfigSm();
+  auto const merge = agent().bfnMacRewriteIntfRoutingStatusSm();
+  int coreMachineGone = 0;
+  auto const watcher = Kiv::makeActive<Watcher>(host.profileEntry->tableList());
+  watcher->then = [&] {
+    ++coreMachineGone;  // it held the manager last
+    EXPECT_EQ(cli->kivRefCount(), 1u);
+    EXPECT_FALSE(cli->hasNotificationActive());
+    EXPECT_EQ(merge->kivRefCount(), 2u);
+    EXPECT_TRUE(merge->hasNotificationActive());
+  };
+  host.agent.reset();
+  EXPECT_EQ(coreMachineGone, 1);
+  EXPECT_EQ(merge->kivRefCount(), 1u);
+  EXPECT_FALSE(merge->hasNotificationActive());
+}
+
+TEST_F(AgentSmTest, TheCapabilitiesAreACopyThatNobodyIsToldOf) {
+  host.bringUp();
+  auto const watcher = Kiv::makeActive<Watcher>(host.agent);
+  BfnSystem::ChipCapabilities none;
+  host.systemStatus->profileInfoIs(BfnTest::PluginHost::kProfile)->chipCapabilitiesIs(none);
+  EXPECT_TRUE(agent().chipCapabilities().overlaySrcMacRewriteSupported);
+  agent().chipCapabilitiesIs(none);
+  agent().initializedIs(false);
+  EXPECT_FALSE(agent().chipCapabilities().overlaySrcMacRewriteSupported);
+  EXPECT_THAT(watcher->changes, IsEmpty());
+}
+
+TEST_F(AgentSmTest, TheAttributesStandInTheirOrder) {
+  std::vector<std::string> names;
+  for (auto const& attribute : AgentSm::_kivType().attributes()) {
+    names.emplace_back(attribute.name);
+  }
+  EXPECT_THAT(names,
+              ElementsAre("systemStatus", "profileData", "agentMount", "bfnMacRewriteL3Shared",
+                          "routingHwRouteStatus", "bfnL3Output", "intfIdToRoutingStatus",
+                          "overlaySrcMacRewriteManager", "overlaySrcMacRewriteCliConfigSm",
+                          "bfnMacRewriteSm", "bfnMacRewriteIntfRoutingStatusSm", "chipCapabilities",
+                          "initialized"));
+}
+
+// Those who read recorded rings know this trace by its line. When this fails because something
+// above handleStartMacRewriteSm() in agent/BfnMacRewriteAgentSm.cpp has grown or shrunk, move code
+// across the handler until the statement stands on line 51 again; do not change the number here.
+TEST_F(AgentSmTest, TheTraceOfStageTwoStandsOnItsLine) {
+  host.bringUp();
+  auto const found = Ringlog::MsgDesc::find("BfnMacRewriteAgentSm", "handleStartMacRewriteSm");
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0]->line(), 51u);
+  EXPECT_EQ(found[0]->level(), 9u);
+  EXPECT_STREQ(found[0]->function(), "handleStartMacRewriteSm");
+  EXPECT_THAT(found[0]->file(), ::testing::EndsWith("BfnMacRewriteAgentSm.cpp"));
+  EXPECT_EQ(Ringlog::MsgDesc::find("BfnMacRewriteAgentSm").size(), 1u);
+}
+
+}  // namespace

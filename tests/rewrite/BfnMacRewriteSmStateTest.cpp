@@ -1,0 +1,225 @@
+#include "rewrite/BfnMacRewriteSm.h"
+#include "rewrite/BfnMacRewriteSmReactors.h"
+#include "rewrite/VrfIpCollection.h"
+#include "tests/support/PluginTest.h"
+
+// The machine's indexes, reactors and making.
+namespace {
+
+using BfnMacRewrite::BfnMacRewriteSm;
+using BfnTest::ip;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+class StateTest : public BfnTest::PluginTest {
+ protected:
+  BfnMacRewriteSm& sm() { return *host.agent->bfnMacRewriteSm(); }
+  Kiv::Ptr<BfnMacRewriteSm> make(bool status, bool config, bool routing, bool route) {
+    auto const& mount = *host.mount;
+    return BfnMacRewriteSm::BfnMacRewriteSmIs(
+        status ? mount.bfnMacRewriteAgentStatus() : nullptr,
+        config ? mount.bfnMacRewriteAgentConfig() : nullptr,
+        routing ? host.agent->intfIdToRoutingStatus() : nullptr,
+        host.agent->overlaySrcMacRewriteManager(), host.l3Status,
+        route ? host.routeStatus : nullptr);
+  }
+};
+
+TEST_F(StateTest, EverythingPresentIsWrittenOnceInTheOnePass) {
+  host.vrf("red", 7);
+  host.route("red", 7, 300);
+  host.port("Ethernet1", 100, 7);
+  host.createAgent();
+  host.mount->bfnMacRewriteAgentConfig()
+      ->overlaySrcMacRewriteIs(Pex::VrfId(7))
+      ->ipAndMacIs({ip("10.0.0.1"), BfnTest::mac("02:00:00:00:00:01")});
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.address(7, "10.0.0.2", "Ethernet1", true);
+  host.address(7, "10.0.0.3", "Ethernet9");
+  host.stage1();
+  host.stage2();
+  EXPECT_THAT(host.journal(), UnorderedElementsAre("write 100 10.0.0.1 02:00:00:00:00:01",
+                                                   "write 300 10.0.0.2 00:00:00:00:00:00"));
+  for (auto const& record : host.agent->overlaySrcMacRewriteManager()->matchSpecAndRefCount()) {
+    EXPECT_EQ(record->refCount(), 1);
+  }
+}
+
+TEST_F(StateTest, ConstructionTracesConfigThenRoutesThenStatusThenThePass) {
+  host.vrf("red", 7);
+  host.route("red", 7, 300);
+  host.createAgent();
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(7));
+  host.mount->bfnMacRewriteAgentStatus()->vrfStatusIs(Pex::VrfId(7));
+  host.stage1();
+  host.stage2();
+  traces();
+  auto const second = make(true, true, true, true);
+  EXPECT_THAT(
+      traces(),
+      ElementsAre(
+          "BfnMacRewriteSm::KivAgentVrfConfig::handleInitialized: vrfId: 7",
+          "BfnMacRewriteSm::KivAgentVrfConfig::handleIpAndMac: vrfId: 7",
+          "BfnMacRewriteSm::KivHwRouteVrfStatus::handleInitialized: vrfName: redvrfId: 7",
+          "BfnMacRewriteSm::KivHwRouteVrfStatus::handleFwdVlanId: vrfName: redvrfId: 7",
+          "BfnMacRewriteSm::KivMacRewriteVrfStatus::handleInitialized: vrfId: 7",
+          "BfnMacRewriteSm::KivMacRewriteVrfStatus::handleIpAndIntfId: vrfId: 7",
+          "BfnMacRewriteSm::handleInitialized: ", "BfnMacRewriteSm::handleL3IntfRoutingStatus: "));
+}
+
+TEST_F(StateTest, NullInputsContributeNothingAndDoNotCrash) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.address(7, "10.0.0.2", "Ethernet1", true);
+  host.journal();
+  for (unsigned mask = 0; mask < 16; ++mask) {
+    SCOPED_TRACE(mask);
+    auto const machine = make(mask & 1, mask & 2, mask & 4, mask & 8);
+    EXPECT_TRUE(machine->initialized());
+    EXPECT_EQ(machine->macRewriteStatus() != nullptr, (mask & 1) != 0);
+    EXPECT_EQ(machine->routingHwRouteStatus() != nullptr, (mask & 8) != 0);
+    bool const writes = (mask & 5) == 5;
+    EXPECT_EQ(host.journal().size(), writes ? 1u : 0u);
+  }
+}
+
+TEST_F(StateTest, WithoutRouteStatusSelfIpsStayUnindexed) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.2", "Ethernet1", true);
+  auto const machine = make(true, true, true, false);
+  EXPECT_FALSE(machine->localVrfIpToIntf({Pex::VrfId(7), ip("10.0.0.2")}));
+}
+
+TEST_F(StateTest, RemovingAWholeRecordRemovesItsReactorOnly) {
+  host.bringUp();
+  host.vrf("red", 7);
+  host.port("Ethernet1", 100);
+  host.route("red", 7, 300);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(7));
+  EXPECT_NE(sm().macRewriteVrfStatus(Pex::VrfId(7)), nullptr);
+  EXPECT_NE(sm().agentVrfConfig(Pex::VrfId(7)), nullptr);
+  EXPECT_NE(sm().hwRouteVrfStatus(L3::VrfName("red")), nullptr);
+  host.journal();
+  host.mount->bfnMacRewriteAgentStatus()->vrfStatusDel(Pex::VrfId(7));
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteDel(Pex::VrfId(7));
+  host.routeStatus->vrfStatusDel(L3::VrfName("red"));
+  EXPECT_EQ(sm().macRewriteVrfStatus(Pex::VrfId(7)), nullptr);
+  EXPECT_EQ(sm().agentVrfConfig(Pex::VrfId(7)), nullptr);
+  EXPECT_EQ(sm().hwRouteVrfStatus(L3::VrfName("red")), nullptr);
+  EXPECT_THAT(host.journal(), IsEmpty());
+  EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 00:00:00:00:00:00"));
+  EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 300u);
+  EXPECT_TRUE(sm().localVrfIpToIntf({Pex::VrfId(7), ip("10.0.0.1")}));
+}
+
+TEST_F(StateTest, TheSameElementAgainMakesNoSecondReactorAndRunsNoHandler) {
+  host.bringUp();
+  host.address(7, "10.0.0.1", "Ethernet1");
+  auto const status = host.mount->bfnMacRewriteAgentStatus()->vrfStatusIs(Pex::VrfId(7));
+  auto* const reactor = sm().macRewriteVrfStatus(Pex::VrfId(7));
+  traces();
+  sm().macRewriteVrfStatusIs(status);
+  EXPECT_EQ(sm().macRewriteVrfStatus(Pex::VrfId(7)), reactor);
+  EXPECT_THAT(traces(), IsEmpty());
+}
+
+TEST_F(StateTest, AnotherObjectUnderTheKeyRebindsAndIsHandledWhole) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  auto* const reactor = sm().macRewriteVrfStatus(Pex::VrfId(7));
+  auto const other = Kiv::makeActive<BfnMacRewrite::Agent::VrfStatus>(Pex::VrfId(7));
+  other->ipAndIntfIdIs({ip("10.0.0.5"), Ovra::IntfId("Ethernet1"), false});
+  host.journal();
+  sm().macRewriteVrfStatusIs(other);
+  EXPECT_EQ(sm().macRewriteVrfStatus(Pex::VrfId(7)), reactor);
+  EXPECT_THAT(host.journal(), ElementsAre("write 100 10.0.0.5 00:00:00:00:00:00"));
+  host.address(7, "10.0.0.6", "Ethernet1");
+  EXPECT_THAT(host.journal(), IsEmpty()) << "the old object is not watched any more";
+}
+
+TEST_F(StateTest, NotificationOffSilencesEveryReactor) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.route("red", 7, 300);
+  host.journal();
+  sm().hasNotificationActiveIs(false);
+  host.address(7, "10.0.0.2", "Ethernet1");
+  host.portDel("Ethernet1");
+  host.route("red", 7, 301);
+  EXPECT_THAT(host.journal(), IsEmpty());
+  EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 300u);
+}
+
+TEST_F(StateTest, ARenamedVrfTouchesNoRow) {
+  host.bringUp();
+  host.vrf("red", 7);
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.journal();
+  host.l3Status->vrfNameIs(Pex::VrfId(7), L3::VrfName("blue"));
+  EXPECT_THAT(host.journal(), IsEmpty());
+}
+
+TEST_F(StateTest, DestructionLeavesTheRowsAndAHeldReactorSilent) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  Kiv::Ptr<BfnMacRewriteSm::KivMacRewriteVrfStatus> const reactor(
+      sm().macRewriteVrfStatus(Pex::VrfId(7)));
+  host.journal();
+  host.agent->bfnMacRewriteSmDel();
+  EXPECT_THAT(host.journal(), IsEmpty());
+  EXPECT_TRUE(reactor->kivMarkedForDeletion());
+  host.addressDel(7, "10.0.0.1");
+  EXPECT_THAT(host.journal(), IsEmpty());
+}
+
+TEST_F(StateTest, AVlanOutOfRangeInThePassLeavesNothingRegistered) {
+  host.bringUp();
+  host.port("Ethernet1", 0);
+  EXPECT_THROW(host.address(7, "10.0.0.1", "Ethernet1"), Kiv::RangeException);
+  size_t const watchers = host.mount->bfnMacRewriteAgentStatus()->notifieeList().size();
+  EXPECT_THROW(make(true, true, true, true), Kiv::RangeException);
+  EXPECT_EQ(host.mount->bfnMacRewriteAgentStatus()->notifieeList().size(), watchers);
+  host.port("Ethernet1", 100);
+  EXPECT_TRUE(make(true, true, true, true)->initialized());
+}
+
+TEST_F(StateTest, IndexOperations) {
+  host.bringUp();
+  Ovra::IntfId const intf("Ethernet1");
+  Pex::VrfAndIpAddr const pair(Pex::VrfId(7), ip("10.0.0.1"));
+  EXPECT_EQ(sm().localIntfToVrfIp(intf), nullptr);
+  auto const pairs = sm().localIntfToVrfIpIs(intf);
+  EXPECT_EQ(sm().localIntfToVrfIpIs(intf), pairs);
+  EXPECT_EQ(pairs->intfId(), intf);
+  pairs->vrfAndIpAddrIs(pair);
+  pairs->vrfAndIpAddrIs(pair);
+  EXPECT_EQ(pairs->vrfAndIpAddr().size(), 1u);
+  pairs->vrfAndIpAddrDel(pair);
+  pairs->vrfAndIpAddrDel(pair);
+  EXPECT_TRUE(pairs->vrfAndIpAddr().empty());
+  pairs->vrfAndIpAddrIs(pair);
+  pairs->vrfAndIpAddrDelAll();
+  EXPECT_TRUE(pairs->vrfAndIpAddr().empty());
+  sm().localIntfToVrfIpDelAll();
+  EXPECT_EQ(sm().localIntfToVrfIp(intf), nullptr);
+  sm().localVrfIpToIntfIs(pair, intf);
+  sm().localVrfIpToIntfIs(pair, Ovra::IntfId("Ethernet2"));
+  EXPECT_EQ(sm().localVrfIpToIntf(pair), Ovra::IntfId("Ethernet2"));
+  sm().localVrfIpToIntfDelAll();
+  EXPECT_FALSE(sm().localVrfIpToIntf(pair));
+  sm().fwdVlanIdPerVrfIs(3, 0);
+  EXPECT_TRUE(sm().fwdVlanIdPerVrfHas(3));
+  sm().fwdVlanIdPerVrfDelAll();
+  EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(3));
+}
+
+}  // namespace
