@@ -1,0 +1,85 @@
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+#include "lab/dumps/Dumps.h"
+#include "lab/language/InputError.h"
+#include "lab/language/Lexer.h"
+#include "lab/prompt/Prompt.h"
+
+namespace Lab {
+
+namespace {
+
+using nlohmann::json;
+
+void collectVrfs(LabHost const& host, std::set<std::string>& found) {
+  for (ConfigLine const& line : configLines(host)) found.insert(line.vrfName.stdString());
+  if (auto const status = host.l3Status()) {
+    for (auto const& entry : status->vrfNameToId()) found.insert(entry.key.stdString());
+  }
+  if (!host.routeStatus) return;
+  for (auto const& vrf : host.routeStatus->vrfStatus()) found.insert(vrf->vrfName().stdString());
+}
+
+void collectAddresses(LabHost const& host, std::set<std::string>& found) {
+  for (ConfigLine const& line : configLines(host)) {
+    std::ostringstream text;
+    text << line.ip;
+    found.insert(text.str());
+  }
+  json const inputs = dumpInputs(host);
+  for (auto const& vrf : inputs["agentStatus"]) {
+    for (auto const& [ip, address] : vrf.items()) found.insert(ip);
+  }
+}
+
+void collectInterfaces(LabHost const& host, std::set<std::string>& found) {
+  for (char const* const which : {"port", "vlan", "subinterface"}) {
+    auto const all = host.routingStatus(which);
+    if (!all) continue;
+    for (auto const& status : all->l3IntfRoutingStatus()) {
+      found.insert(status->intfAndVlan().intfId().stdString());
+    }
+  }
+  json const inputs = dumpInputs(host);
+  for (auto const& vrf : inputs["agentStatus"]) {
+    for (auto const& address : vrf) found.insert(address["interface"].get<std::string>());
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> completionsOf(std::string_view line, Shell& shell) {
+  std::size_t const begin = line.find_last_of(" \t") + 1;
+  std::string_view const typed = line.substr(begin);
+  std::vector<std::string> words;
+  try {
+    words = splitWords(line.substr(0, begin));
+  } catch (InputError const&) {
+    return {};
+  }
+  // Behind expect stands a command of its own.
+  std::span<std::string const> before = words;
+  if (!before.empty() && before[0] == "expect") before = before.subspan(1);
+
+  std::set<std::string> found;
+  for (std::string const& each : shell.table().completions(before)) {
+    if (each == "<VRF>") {
+      collectVrfs(shell.host(), found);
+    } else if (each == "<IP>") {
+      collectAddresses(shell.host(), found);
+    } else if (each == "<INTF>") {
+      collectInterfaces(shell.host(), found);
+    } else if (each[0] != '<') {
+      found.insert(each);
+    }
+  }
+  std::vector<std::string> fitting;
+  for (std::string const& each : found) {
+    if (!each.empty() && quotedWord(each).starts_with(typed)) fitting.push_back(quotedWord(each));
+  }
+  return fitting;
+}
+
+}  // namespace Lab
