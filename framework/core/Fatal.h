@@ -2,6 +2,8 @@
 
 #include <ostream>
 
+#include "framework/core/Types.h"
+
 namespace Kiv {
 
 /// The text of one fatal line, flushed to standard error in a single write when the process ends.
@@ -29,7 +31,11 @@ template <class... Pieces>
                                                   unsigned line, char const* function,
                                                   Pieces const&... pieces) {
   FatalReport report(condition, file, line, function);
-  (void)(report.stream() << ... << pieces);
+  try {
+    (void)(report.stream() << ... << numberIfByte(pieces));
+  } catch (...) {
+    // A piece that cannot be written costs the rest of the sentence; the process ends all the same.
+  }
   report.die();
 }
 
@@ -40,8 +46,8 @@ template <class... Pieces>
 }  // namespace Kiv
 
 /// Ends the process when `condition` is false, in every build type. The condition is evaluated
-/// once. Writes `Failed(<condition>) ` and then the pieces, each by its stream operator, to
-/// standard error with no line end; then fails the C library's assertion
+/// once. Writes `Failed(<condition>) ` and then the pieces, each by its stream operator and bytes
+/// as numbers, to standard error with no line end; then fails the C library's assertion
 /// `"<condition>" == nullptr` with file, line and the full function signature (SIGABRT).
 ///
 ///   KIV_CHECK(initialized());

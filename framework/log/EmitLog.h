@@ -23,11 +23,7 @@ std::string logArgText(Arg const& argument) {
     return argument.stdString();
   } else {
     std::ostringstream text;
-    if constexpr (std::integral<Arg> && sizeof(Arg) == 1 && !std::same_as<Arg, bool>) {
-      text << static_cast<int>(argument);
-    } else {
-      text << argument;
-    }
+    text << numberIfByte(argument);
     return text.str();
   }
 }

@@ -87,10 +87,8 @@ struct ArgTraits<T> {
 
  private:
   static void show(std::ostream& stream, T const& value) {
-    if constexpr (std::integral<T> && sizeof(T) == 1 && !std::same_as<T, bool>) {
-      stream << static_cast<int>(value);  // a byte is a number
-    } else if constexpr (Streamable<T>) {
-      stream << value;
+    if constexpr (Streamable<T>) {
+      stream << Kiv::numberIfByte(value);
     } else {
       stream << +static_cast<std::underlying_type_t<T>>(value);
     }
