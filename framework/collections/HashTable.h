@@ -136,8 +136,6 @@ class HashTable {
   Iterator upperBound(Key const& key) const {
     return Iterator(*this, upperIndex(hashOf(key), key));
   }
-  /// For overwriting a member in place; its key must stay.
-  Slot& mutableSlot(Iterator const& at) { return const_cast<Slot&>(*at); }
 
  private:
   using Storage = HashStorage<Slot>;

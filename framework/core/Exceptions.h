@@ -7,6 +7,8 @@
 
 namespace Kiv {
 
+class PtrInterface;
+
 /// A value is outside the range of its type, or its string form cannot be parsed.
 class RangeException : public std::runtime_error {
  public:
@@ -24,6 +26,9 @@ class NullPointerException : public std::runtime_error {
 
 /// Throws NullPointerException naming the type and the attribute.
 [[noreturn]] void throwMutatorArgNullPointerException(char const* type, AttributeId attribute);
+/// The same for an attribute of `owner`, under the name of the owner's type.
+[[noreturn]] void throwMutatorArgNullPointerException(PtrInterface const& owner,
+                                                      AttributeId attribute);
 
 /// Throws a RangeException that says in which field `exception` arose: "<field>: <message>".
 [[noreturn]] void rethrowFromDeserializeAttr(RangeException const& exception, char const* field);

@@ -209,13 +209,6 @@ TEST(HashTable, BoundsOfAnAbsentKeyAreItsSuccessor) {
   EXPECT_EQ(table.lowerBound(0x40'0000), table.end());
 }
 
-TEST(HashTable, AMemberIsOverwrittenInPlaceThroughAnIterator) {
-  OwnedTable table(1);
-  for (U32 key = 0; key < 10; ++key) table.insert({key, std::make_unique<int>(1)});
-  for (auto it = table.begin(); it != table.end(); ++it) *table.mutableSlot(it).value = 2;
-  for (U32 key = 0; key < 10; ++key) EXPECT_EQ(*table.find(key)->value, 2);
-}
-
 TEST(HashTable, ClearGivesTheMemoryBack) {
   Numbers table(1);
   for (U32 key = 0; key < 100; ++key) table.insert(key);

@@ -98,4 +98,14 @@ TEST(Entity, PutUnderAParentByHandHasNoAttributeName) {
   EXPECT_EQ(child->parent(), nullptr);
 }
 
+TEST(Entity, ANullChildIsRefusedUnderTheNameOfTheOwnersType) {
+  auto const root = makeActive<Node>(1u);
+  try {
+    root->child().memberIs(nullptr);
+    FAIL();
+  } catch (Kiv::NullPointerException const& exception) {
+    EXPECT_STREQ(exception.what(), "Node: attribute 258 must not be null");
+  }
+}
+
 }  // namespace
