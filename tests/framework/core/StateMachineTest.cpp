@@ -202,6 +202,48 @@ TEST_F(StateMachineTest, InitializedIsStoredAndNobodyIsTold) {
   EXPECT_THAT(log, IsEmpty());
 }
 
+// Stands where a reactor would, and notes what its machine does to it and how the machine is marked
+// by then.
+struct Part {
+  char const* name;
+  Log* log;
+  Kiv::PtrInterface const* machine = nullptr;
+
+  void hasNotificationActiveIs(bool) {}
+  void kivDoZombieReactors(bool zombie) { note(zombie ? " marked" : " unmarked"); }
+  void ownerIs(std::nullptr_t) { note(" disowned"); }
+  void note(char const* what) {
+    log->push_back(name + std::string(what) + (machine->kivMarkedForDeletion() ? ", dying" : ""));
+  }
+};
+class Ordered final : public Kiv::StateMachine<Ordered> {
+ public:
+  explicit Ordered(Log* log) : first_{"first", log, this}, second_{"second", log, this} {}
+  ~Ordered() override { kivTeardown(); }
+  template <class F>
+  void kivEachReactor(F f) {
+    f(first_);
+    f(second_);
+  }
+
+ private:
+  Part first_;
+  Part second_;
+};
+
+TEST(StateMachine, MarksItsReactorsInTheirOrderThenItselfAndDisownsThemLast) {
+  Log log;
+  auto machine = makeActive<Ordered>(&log);
+  machine->kivDoZombieReactors(true);
+  machine->kivDoZombieReactors(false);
+  EXPECT_THAT(log, ElementsAre("first marked", "second marked", "first unmarked, dying",
+                               "second unmarked, dying"));
+  log.clear();
+  machine.reset();
+  EXPECT_THAT(log, ElementsAre("first marked", "second marked", "first disowned, dying",
+                               "second disowned, dying"));
+}
+
 using StateMachineDeathTest = StateMachineTest;
 
 TEST_F(StateMachineDeathTest, WorkThatNeedsInitialisationAssertsIt) {
