@@ -94,6 +94,7 @@ class Ptr {
 template <class T, class... Args>
 [[nodiscard]] Ptr<T> make(Args&&... args) {
   static_assert(std::derived_from<T, PtrInterface>);
+  static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "kivMemAlloc aligns no further");
   T* const object = new T(std::forward<Args>(args)...);
   AllocTrackTypeInfo::trackAllocation(typeid(T));
   return Ptr<T>::adopt(object);

@@ -7,11 +7,14 @@
 
 namespace Kiv {
 
-LogLimiter::LogLimiter(double interval, double burst)
-    : interval_(burst < 1 ? interval / burst : interval),
-      burst_(burst < 1 ? 1 : static_cast<size_t>(burst)) {
+LogLimiter::LogLimiter(double interval, double burst) : interval_(interval), burst_(1) {
   KIV_CHECK(interval >= 0 && burst > 0 && burst <= kMaxBurst, "log rate limit of ", burst, " in ",
             interval, " s");
+  if (burst < 1) {
+    interval_ /= burst;
+  } else {
+    burst_ = static_cast<size_t>(burst);
+  }
 }
 
 bool LogLimiter::ok(U64 hash, double now) {

@@ -112,13 +112,13 @@ class RingBuf {
     if ((position & mask) + maxWords > size_) [[unlikely]]
       position = (position | mask) + 1;
     return {words_ + (position & mask), position, EventScope::now(),
-            traceFile.number() << 12 | msgId};
+            static_cast<U32>(RecordLayout::pack({0, 0, traceFile.number(), msgId}))};
   }
 
   /// Makes the record readable.
   void endMsg(Message const& message) noexcept {
     auto const words = static_cast<U32>(message.at_ - message.record_);
-    U64 const identity = U64{sequence_} << 32 | U64{words} << 22 | U64{message.identity_};
+    U64 const identity = RecordLayout::pack({sequence_, words, 0, 0}) | message.identity_;
     message.record_[2] = identity;
     std::atomic_ref(message.record_[0])
         .store(RecordLayout::mix(message.check_, identity), std::memory_order_release);

@@ -1,5 +1,6 @@
 #include "framework/log/LogLimiter.h"
 
+#include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -135,6 +136,8 @@ TEST(LogLimiterDeathTest, RefusesALimitThatMakesNoSense) {
                                "limit of 0 in 60 s"),
                      HasSubstr("\"interval >= 0 && burst > 0 && burst <= kMaxBurst\" == nullptr")));
   EXPECT_DEATH(LogLimiter(-1.0, 1.0), HasSubstr("log rate limit of 1 in -1 s"));
+  EXPECT_DEATH(LogLimiter(60.0, 1e300), HasSubstr("log rate limit of 1e+300 in 60 s"));
+  EXPECT_DEATH(LogLimiter(60.0, NAN), HasSubstr("log rate limit of nan in 60 s"));
 }
 
 }  // namespace
