@@ -75,8 +75,12 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
     return entries_.find(key);
   }
   auto const& overlaySrcMacRewriteEntry() const { return entries_; }
+  /// Inserts or overwrites the line of the value's key and notifies with the key; an equal value:
+  /// nothing.
   void overlaySrcMacRewriteEntryIs(VrfIpAndMac const& value);
+  /// Removes, notifies and returns the line; absent: a default value and no notification.
   VrfIpAndMac overlaySrcMacRewriteEntryDel(VrfNameAndIp const& key);
+  /// Removes every line, each with its notification.
   void overlaySrcMacRewriteEntryDelAll();
 
   /// Calls `f(key)` for every key of one VRF in the order in which a walk of the whole collection

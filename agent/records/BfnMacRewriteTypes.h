@@ -26,6 +26,8 @@ struct BFN_MAC_REWRITE_EXPORT IpAndMac {
 
   IpAndMac() = default;
   IpAndMac(Ovra::IpAddr ipAddr, Ovra::EthAddr const& ethAddr) : ip(ipAddr), mac(ethAddr) {}
+  /// Parses the form that valueToStrep() writes from the front of [it, end) and moves `it` behind
+  /// it. Throws Kiv::RangeException, naming the field where there is one.
   IpAndMac(Kiv::String::Iterator& it, Kiv::String::Iterator const& end);
   Kiv::String valueToStrep() const;
 
@@ -86,6 +88,7 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewrite final : public Kiv::Entity {
   void ipAndMacIs(IpAndMac const& value);
   /// Removes, notifies and returns the value; absent: an all-zero value and no notification.
   IpAndMac ipAndMacDel(Ovra::IpAddr ip);
+  /// Removes every rewrite, each with its notification.
   void ipAndMacDelAll();
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
@@ -113,6 +116,7 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
   Kiv::Ptr<OverlaySrcMacRewrite> overlaySrcMacRewriteIs(Pex::VrfId vrfId);
   /// Removes the whole record and notifies; absent: nothing.
   void overlaySrcMacRewriteDel(Pex::VrfId vrfId);
+  /// Removes every record, each with its notification.
   void overlaySrcMacRewriteDelAll();
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
@@ -141,6 +145,7 @@ class BFN_MAC_REWRITE_EXPORT VrfStatus final : public Kiv::PtrInterface {
   void ipAndIntfIdIs(IpAndIntfId const& value);
   /// Removes, notifies and returns the value; absent: a default value and no notification.
   IpAndIntfId ipAndIntfIdDel(Ovra::IpAddr ip);
+  /// Removes every address, each with its notification.
   void ipAndIntfIdDelAll();
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
@@ -167,6 +172,7 @@ class BFN_MAC_REWRITE_EXPORT Status final : public Kiv::PtrInterface {
   Kiv::Ptr<VrfStatus> vrfStatusIs(Pex::VrfId vrfId);
   /// Removes the whole status and notifies; absent: nothing.
   void vrfStatusDel(Pex::VrfId vrfId);
+  /// Removes every status, each with its notification.
   void vrfStatusDelAll();
 
   Kiv::Type const& fwkType() const override { return _kivType(); }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 
 #include "agent/records/BfnMacRewriteInput.h"
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/core/Hash.h"
 #include "framework/core/Notifiee.h"
 
 namespace {
@@ -21,6 +23,7 @@ using BfnMacRewrite::Agent::VrfStatus;
 using Kiv::AttributeId;
 using Kiv::makeActive;
 using Kiv::Ptr;
+using Kiv::U32;
 using Ovra::ethAddrFromOuiStation;
 using Ovra::IntfId;
 using Ovra::IpAddr;
@@ -196,6 +199,47 @@ TEST(VrfStatus, DeletingAllTellsOfEachAddressAndStaysInItsStatus) {
   vrf->ipAndIntfIdDelAll();
   EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1"));
   EXPECT_EQ(status->vrfStatus(VrfId(7)), vrf.get());
+}
+
+TEST(VrfStatus, AnAddressThatIsNotKnownReadsAsADefaultValue) {
+  auto const vrf = makeActive<VrfStatus>(VrfId(7));
+  vrf->ipAndIntfIdIs(kHome);
+  EXPECT_EQ(vrf->ipAndIntfId(kIp), kHome);
+  EXPECT_EQ(vrf->ipAndIntfId(IpAddr(1)), IpAndIntfId());
+}
+
+// Walks the numbers 0 to 99 as members of a collection whose seed is the process's xor'ed with
+// `constant`.
+std::vector<U32> hashOrder(U32 constant) {
+  U32 const seed = Kiv::HashHelper::hashSeed32() ^ constant;
+  std::vector<U32> order;
+  for (U32 i = 0; i < 100; ++i) order.push_back(i);
+  std::stable_sort(order.begin(), order.end(), [seed](U32 a, U32 b) {
+    return Kiv::hashSingleAttr(seed, a) < Kiv::hashSingleAttr(seed, b);
+  });
+  return order;
+}
+
+TEST(AgentRecords, EachCollectionIsSeededWithItsOwnConstant) {
+  auto const config = makeActive<Config>();
+  auto const status = makeActive<Status>();
+  auto const rewrites = makeActive<OverlaySrcMacRewrite>(VrfId(7));
+  auto const addresses = makeActive<VrfStatus>(VrfId(7));
+  for (U32 i = 0; i < 100; ++i) {
+    config->overlaySrcMacRewriteIs(VrfId(i));
+    status->vrfStatusIs(VrfId(i));
+    rewrites->ipAndMacIs({IpAddr(i), {}});
+    addresses->ipAndIntfIdIs({IpAddr(i), {}, false});
+  }
+  std::vector<U32> inConfig, inStatus, inRewrites, inAddresses;
+  for (auto const& vrf : config->overlaySrcMacRewrite()) inConfig.push_back(vrf->vrfId().value());
+  for (auto const& vrf : status->vrfStatus()) inStatus.push_back(vrf->vrfId().value());
+  for (auto const& entry : rewrites->ipAndMac()) inRewrites.push_back(entry.ip.value());
+  for (auto const& entry : addresses->ipAndIntfId()) inAddresses.push_back(entry.ipAddr.value());
+  EXPECT_EQ(inConfig, hashOrder(0x6B42'3388));
+  EXPECT_EQ(inStatus, hashOrder(0xF12F'0E28));
+  EXPECT_EQ(inRewrites, hashOrder(0x2C8B'2578));
+  EXPECT_EQ(inAddresses, hashOrder(0x9026'001C));
 }
 
 TEST(Capability, TellsOfARealChangeOnly) {
