@@ -58,12 +58,16 @@ class ReactorCollection {
   /// No reactor under `key`: creates one on `member` and switches it on; it is stored only when its
   /// constructor has finished. The member it watches already: nothing. Another member under the
   /// key: rebinds through the reactor's virtual notifierIs.
+  ///
+  /// A reactor's constructor may run handlers, down to one that lets go of the owner, which does
+  /// not know of the reactor yet: so the owner is held until the reactor is in place.
   void is(Key const& key, Ptr<Notifier> const& member, Owner* owner) {
     if (Slot const* slot = table_.find(key)) {
       Ptr<R> const reactor = slot->reactor;
       reactor->notifierIs(member);
       return;
     }
+    Ptr<Owner> const keep(owner);
     Ptr<R> const reactor = make<R>(member, owner);
     table_.insert(Slot{key, reactor});
     reactor->hasNotificationActiveIs(true);

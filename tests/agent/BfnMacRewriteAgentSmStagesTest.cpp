@@ -348,6 +348,43 @@ TEST_F(StagesTest, AForeignHandlerMayDropTheAgentAtARunningEvent) {
   EXPECT_EQ(host.rows().size(), 2u);
 }
 
+// A reactor handles what its record holds while it is made, and is not yet known to its machine.
+
+TEST_F(StagesTest, AForeignHandlerMayDropTheAgentWhileAVrfStatusIsTakenUp) {
+  host.bringUp();
+  host.port("Ethernet1", 100, 7);
+  auto const status = host.mount->bfnMacRewriteAgentStatus();
+  agent().bfnMacRewriteSm()->hasNotificationActiveIs(false);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.address(7, "10.0.0.2", "Ethernet1");
+  auto const watcher = Kiv::makeActive<Watcher>(
+      agent().overlaySrcMacRewriteManager()->overlaySrcMacRewriteTable()->status());
+  watcher->then = [this] { host.agent.reset(); };
+  agent().bfnMacRewriteSm()->hasNotificationActiveIs(true);
+  Pex::VrfId const key(7);
+  status->notify(BfnMacRewrite::Agent::Status::kVrfStatus.id, &key);
+  EXPECT_FALSE(host.agent);
+  EXPECT_EQ(host.rows().size(), 2u);
+  traces();
+  host.address(7, "10.0.0.3", "Ethernet1");
+  EXPECT_THAT(traces(), IsEmpty());
+}
+
+TEST_F(StagesTest, AForeignHandlerMayDropTheAgentWhileARouteStatusIsTakenUp) {
+  host.bringUp();
+  host.port("Ethernet1", 100, 7);
+  host.route("red", 7, 300);
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  host.address(7, "10.0.0.2", "Ethernet1", true);
+  host.routeStatus->vrfStatusDel(L3::VrfName("red"));
+  auto const watcher = Kiv::makeActive<Watcher>(
+      agent().overlaySrcMacRewriteManager()->overlaySrcMacRewriteTable()->status());
+  watcher->then = [this] { host.agent.reset(); };
+  host.route("red", 7, 301);
+  EXPECT_FALSE(host.agent);
+  EXPECT_EQ(host.rows().size(), 2u);
+}
+
 TEST_F(StagesTest, AForeignHandlerMayRunStageTwoWithinItself) {
   host.createAgent();
   host.stage1();

@@ -54,12 +54,14 @@ class Machine final : public Kiv::StateMachine<Machine> {
   std::vector<std::string> log;
   std::function<void(U32)> action;
   bool failConstruction = false;
+  bool handleAtConstruction = false;
 };
 
 class Machine::KivPort final : public Kiv::Reactor<KivPort, Port, Machine> {
  public:
   KivPort(Ptr<Port> const& port, Machine* machine) : Reactor(port, machine) {
     if (machine->failConstruction) throw std::runtime_error("constructor");
+    if (machine->handleAtConstruction) handleSpeed();
   }
   void handleSpeed() { owner()->handlePort(notifier()->number(), notifier()->speed()); }
   using Rows = Kiv::Rows<Kiv::On<Port::kSpeed, &KivPort::handleSpeed>>;
@@ -171,6 +173,20 @@ TEST_F(ReactorCollectionTest, AReactorWhoseConstructorThrowsIsNotStored) {
   machine->portIs(seven);
   seven->speedIs(10);
   EXPECT_THAT(machine->log, ElementsAre("7=10"));
+}
+
+TEST_F(ReactorCollectionTest, AHandlerOfAConstructionMayLetGoOfTheMachine) {
+  machine->handleAtConstruction = true;
+  Machine* const raw = machine.get();
+  std::vector<std::string> log;
+  machine->action = [&](U32) {
+    machine.reset();
+    log = raw->log;  // it lives until its reactor is in place
+  };
+  raw->portIs(seven);
+  EXPECT_THAT(log, ElementsAre("7=0"));
+  EXPECT_TRUE(seven->notifieeList().empty());
+  EXPECT_EQ(seven->kivRefCount(), 1u);
 }
 
 TEST_F(ReactorCollectionTest, AnExceptionFromAHandlerLeavesTheCollectionUsable) {
