@@ -125,7 +125,7 @@ BfnMacRewriteSm::KivAgentVrfConfig::KivAgentVrfConfig(
 
 void BfnMacRewriteSm::KivAgentVrfConfig::handleInitialized() {
   KIV_TRACE(9, "vrfId: ", vrfId());
-  initialized_ = true;
+  initializedIs(true);
   handleIpAndMac();
 }
 
@@ -158,7 +158,7 @@ BfnMacRewriteSm::KivMacRewriteVrfStatus::KivMacRewriteVrfStatus(
 
 void BfnMacRewriteSm::KivMacRewriteVrfStatus::handleInitialized() {
   KIV_TRACE(9, "vrfId: ", vrfId());
-  initialized_ = true;
+  initializedIs(true);
   handleIpAndIntfId();
 }
 
@@ -246,7 +246,7 @@ BfnMacRewriteSm::KivHwRouteVrfStatus::KivHwRouteVrfStatus(
 
 void BfnMacRewriteSm::KivHwRouteVrfStatus::handleInitialized() {
   KIV_TRACE(9, "vrfName: ", vrfName(), "vrfId: ", notifierRaw()->vrfId());
-  initialized_ = true;
+  initializedIs(true);
   handleFwdVlanId();
 }
 

@@ -49,6 +49,7 @@ class BfnMacRewriteSm::KivAgentVrfConfig final
 
   Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
   bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
 
   void handleInitialized();
   /// The configured MAC of one address changed. Removing one leaves its row as it is.
@@ -71,6 +72,7 @@ class BfnMacRewriteSm::KivMacRewriteVrfStatus final
 
   Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
   bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
 
   void handleInitialized();
   void handleIpAndIntfId(Ovra::IpAddr ipAddr);
@@ -102,6 +104,7 @@ class BfnMacRewriteSm::KivHwRouteVrfStatus final
 
   L3::VrfName vrfName() const { return notifierRaw()->vrfName(); }
   bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
 
   void handleInitialized();
   void handleFwdVlanId();

@@ -1,4 +1,5 @@
-#include <sstream>
+#include <set>
+#include <string>
 
 #include "framework/core/Exceptions.h"
 #include "rewrite/BfnMacRewriteSm.h"
@@ -359,7 +360,121 @@ TEST_F(EntriesTest, TracesCarryTheFullSignatureFileAndLevels) {
   EXPECT_EQ(entries, 2);
 }
 
+// "vrfId: 7" and the like are entries; what is decided within them is not, but for two texts.
+TEST_F(EntriesTest, LevelsAreFourForDecisionsAndNineForTheRest) {
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  host.address(7, "10.0.0.2", "Ethernet1");
+  config(7, "10.0.0.2", "02:00:00:00:00:01");
+  host.route("blue", 0, 300);
+  host.route("red", 7, 300);
+  host.route("red", 7, 301);
+  sm().fwdVlanIdPerVrfDel(7);
+  host.port("Ethernet1", 100);
+  host.addressDel(7, "10.0.0.2");
+  host.portDel("Ethernet1");
+  sm().handleL3IntfRoutingStatus();
+  sm().handleInitialized();
+  std::set<std::string> decisions;
+  std::set<std::string> functions;
+  for (auto const& record : TraceCapture::records()) {
+    if (record.statement->facility() != "BfnMacRewriteSm") continue;
+    std::string const message = record.text.substr(record.text.find("): ") + 3);
+    functions.insert(record.statement->function());
+    if (record.statement->level() == 4) {
+      decisions.insert(message.substr(0, message.find_first_of(",:")));
+    } else {
+      EXPECT_EQ(record.statement->level(), 9u) << record.text;
+    }
+  }
+  EXPECT_THAT(decisions, ElementsAre("AgentConfig", "fwdVlan not set", "intfId"));
+  EXPECT_THAT(functions,
+              ElementsAre("addIpAndIntfId", "addOverlaySrcMacRewriteTableEntry",
+                          "deleteOverlaySrcMacRewriteTableEntry", "handleFwdVlanId",
+                          "handleFwdVlanIdChange", "handleInitialized", "handleIpAndIntfId",
+                          "handleIpAndMac", "handleL3IntfRoutingStatus", "removeIpAndIntfId",
+                          "updateOverlaySrcMacRewriteTableEntry"));
+}
+
+TEST_F(EntriesTest, TracesOfAnInterface) {
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  traces();
+  host.portDel("Ethernet1");
+  EXPECT_THAT(traces(),
+              ::testing::IsSupersetOf(
+                  {"BfnMacRewriteSm::handleL3IntfRoutingStatus: intfId: Ethernet1",
+                   "BfnMacRewriteSm::deleteOverlaySrcMacRewriteTableEntry: vrfId: 7, ipAddr: "
+                   "10.0.0.1 intfId: Ethernet1"}));
+  host.portDel("Ethernet2");
+  host.port("Ethernet2", 100);
+  EXPECT_THAT(traces(),
+              ::testing::Contains("BfnMacRewriteSm::handleL3IntfRoutingStatus: intfId: Ethernet2"));
+}
+
+TEST_F(EntriesTest, AForwardingVlanThatIsReportedAgainRebuildsItsRowsAllTheSame) {
+  host.port("Ethernet1", 100);
+  host.route("red", 7, 300);
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  host.journal();
+  traces();
+  sm().hwRouteVrfStatus(L3::VrfName("red"))->handleFwdVlanId();
+  EXPECT_THAT(host.journal(),
+              ElementsAre("erase 300 10.0.0.1", "write 300 10.0.0.1 00:00:00:00:00:00"));
+  EXPECT_THAT(traces(),
+              ::testing::Contains("BfnMacRewriteSm::KivMacRewriteVrfStatus::handleFwdVlanIdChange: "
+                                  "vrfId: 7 old: 300 new: 300"));
+}
+
+TEST_F(EntriesTest, AForwardingVlanIsStoredBeforeItIsPropagatedAndAlsoWithoutAStatus) {
+  host.route("red", 7, 300);
+  EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 300u);
+  EXPECT_THAT(traces(), ::testing::Not(::testing::Contains(HasSubstr("handleFwdVlanIdChange"))));
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  host.chip.faults().failNext(1, {BfnChip::Fault::Kind::Error, nullptr});
+  EXPECT_ANY_THROW(host.route("red", 7, 301));
+  EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 301u);
+}
+
+TEST_F(EntriesTest, AReactorThatIsNotInitializedIsSilent) {
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  config(7, "10.0.0.1", "02:00:00:00:00:01");
+  auto* const status = sm().macRewriteVrfStatus(Pex::VrfId(7));
+  auto* const rewrites = sm().agentVrfConfig(Pex::VrfId(7));
+  EXPECT_TRUE(status->initialized());
+  EXPECT_TRUE(rewrites->initialized());
+  status->initializedIs(false);
+  rewrites->initializedIs(false);
+  host.journal();
+  traces();
+  host.address(7, "10.0.0.2", "Ethernet1");
+  host.addressDel(7, "10.0.0.1");
+  config(7, "10.0.0.1", "02:00:00:00:00:02");
+  EXPECT_THAT(traces(), IsEmpty());
+  EXPECT_THAT(host.journal(), IsEmpty());
+}
+
 using EntriesDeathTest = EntriesTest;
+
+// The whole passes of the two reactors differ in a full stop.
+TEST_F(EntriesDeathTest, TheWholePassesOfTheReactorsAssertTheirOwnInitialization) {
+  host.address(7, "10.0.0.1", "Ethernet1");
+  config(7, "10.0.0.1", "02:00:00:00:00:01");
+  auto* const status = sm().macRewriteVrfStatus(Pex::VrfId(7));
+  auto* const rewrites = sm().agentVrfConfig(Pex::VrfId(7));
+  status->initializedIs(false);
+  rewrites->initializedIs(false);
+  auto const uninitialized = HasSubstr("\"initialized()\" == nullptr");
+  EXPECT_DEATH(
+      status->handleIpAndIntfId(),
+      ::testing::AllOf(HasSubstr("Failed(initialized()) Sm not initialized yet."), uninitialized));
+  EXPECT_DEATH(rewrites->handleIpAndMac(),
+               ::testing::AllOf(::testing::ContainsRegex(
+                                    "Failed\\(initialized\\(\\)\\) Sm not initialized yet[^.]"),
+                                uninitialized));
+}
 
 TEST_F(EntriesDeathTest, AnAddressThatMovesWithoutADeleteIsFatal) {
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -388,13 +503,16 @@ TEST_F(EntriesDeathTest, ADeleteBeforeInitializationIsFatalWhereAddAndUpdateAreS
   EXPECT_THAT(traces(), IsEmpty());
   EXPECT_DEATH(
       sm().deleteOverlaySrcMacRewriteTableEntry(vrfId, intfId, ip("10.0.0.1")),
-      ::testing::ContainsRegex("Failed\\(initialized\\(\\)\\) Sm not initialized yet[^.]"));
+      ::testing::AllOf(
+          ::testing::ContainsRegex("Failed\\(initialized\\(\\)\\) Sm not initialized yet[^.]"),
+          HasSubstr("\"initialized()\" == nullptr"), HasSubstr("BfnMacRewriteSm.cpp")));
 }
 
 TEST_F(EntriesDeathTest, TheBulkPassAssertsInitialization) {
   sm().initializedIs(false);
   EXPECT_DEATH(sm().handleL3IntfRoutingStatus(),
-               HasSubstr("Failed(initialized()) Sm not initialized yet."));
+               ::testing::AllOf(HasSubstr("Failed(initialized()) Sm not initialized yet."),
+                                HasSubstr("\"initialized()\" == nullptr")));
 }
 
 TEST_F(EntriesDeathTest, AFailedAddStaysIndexedAndItsDeletionIsFatal) {

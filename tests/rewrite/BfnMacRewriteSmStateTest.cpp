@@ -192,6 +192,121 @@ TEST_F(StateTest, AVlanOutOfRangeInThePassLeavesNothingRegistered) {
   EXPECT_TRUE(make(true, true, true, true)->initialized());
 }
 
+TEST_F(StateTest, ADroppedReactorLeavesIndexesRowsAndVlansAndHearsNoMore) {
+  host.bringUp();
+  host.vrf("red", 7);
+  host.port("Ethernet1", 100);
+  host.route("red", 7, 300);
+  host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
+  host.address(7, "10.0.0.1", "Ethernet1");
+  for (bool const all : {false, true}) {
+    SCOPED_TRACE(all);
+    host.address(8, "10.0.0.8", "Ethernet1");
+    host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(8));
+    host.route("blue", 8, 400);
+    if (all) {
+      sm().macRewriteVrfStatusDelAll();
+      sm().agentVrfConfigDelAll();
+      sm().hwRouteVrfStatusDelAll();
+      EXPECT_EQ(sm().macRewriteVrfStatus(Pex::VrfId(8)), nullptr);
+      EXPECT_EQ(sm().agentVrfConfig(Pex::VrfId(8)), nullptr);
+      EXPECT_EQ(sm().hwRouteVrfStatus(L3::VrfName("blue")), nullptr);
+    } else {
+      sm().macRewriteVrfStatusDel(Pex::VrfId(7));
+      sm().agentVrfConfigDel(Pex::VrfId(7));
+      sm().hwRouteVrfStatusDel(L3::VrfName("red"));
+      EXPECT_NE(sm().macRewriteVrfStatus(Pex::VrfId(8)), nullptr);
+      EXPECT_NE(sm().agentVrfConfig(Pex::VrfId(8)), nullptr);
+      EXPECT_NE(sm().hwRouteVrfStatus(L3::VrfName("blue")), nullptr);
+    }
+    EXPECT_EQ(sm().macRewriteVrfStatus(Pex::VrfId(7)), nullptr);
+    EXPECT_EQ(sm().agentVrfConfig(Pex::VrfId(7)), nullptr);
+    EXPECT_EQ(sm().hwRouteVrfStatus(L3::VrfName("red")), nullptr);
+    host.journal();
+    traces();
+    host.address(7, "10.0.0.2", "Ethernet1");
+    host.addressDel(7, "10.0.0.1");
+    host.address(7, "10.0.0.1", "Ethernet1");
+    host.route("red", 7, all ? 301 : 302);
+    host.mount->bfnMacRewriteAgentConfig()
+        ->overlaySrcMacRewriteIs(Pex::VrfId(7))
+        ->ipAndMacIs(
+            {ip("10.0.0.1"), BfnTest::mac(all ? "02:00:00:00:00:02" : "02:00:00:00:00:03")});
+    EXPECT_THAT(host.journal(), IsEmpty());
+    EXPECT_THAT(traces(), IsEmpty());
+    EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 300u);
+    EXPECT_TRUE(sm().localVrfIpToIntf({Pex::VrfId(7), ip("10.0.0.1")}));
+    EXPECT_THAT(host.rows(), ::testing::Contains("100 10.0.0.1 02:00:00:00:00:01"));
+  }
+}
+
+TEST_F(StateTest, ADroppedSingletonReactorMeansThatItsInputIsNotWatched) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  sm().macRewriteStatusDel();
+  sm().overlaySrcMacRewriteAgentConfigDel();
+  sm().intfIdToRoutingStatusDel();
+  sm().routingHwRouteStatusDel();
+  EXPECT_EQ(sm().macRewriteStatus(), nullptr);
+  EXPECT_EQ(sm().overlaySrcMacRewriteAgentConfig(), nullptr);
+  EXPECT_EQ(sm().intfIdToRoutingStatus(), nullptr);
+  EXPECT_EQ(sm().routingHwRouteStatus(), nullptr);
+  host.journal();
+  traces();
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(7));
+  host.agent->intfIdToRoutingStatus()->l3IntfRoutingStatusDelAll();
+  host.route("red", 7, 300);
+  EXPECT_THAT(traces(), IsEmpty());
+  EXPECT_THAT(host.journal(), IsEmpty());
+}
+
+TEST_F(StateTest, DestructionEmptiesThePairsOfTheInterfacesAndSilencesEveryReactor) {
+  host.bringUp();
+  host.vrf("red", 7);
+  host.port("Ethernet1", 100);
+  host.route("red", 7, 300);
+  host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
+  host.address(7, "10.0.0.1", "Ethernet1");
+  Kiv::Ptr<Kiv::NotifieeConst> const reactors[] = {
+      Kiv::Ptr<Kiv::NotifieeConst>(sm().macRewriteVrfStatus(Pex::VrfId(7))),
+      Kiv::Ptr<Kiv::NotifieeConst>(sm().agentVrfConfig(Pex::VrfId(7))),
+      Kiv::Ptr<Kiv::NotifieeConst>(sm().hwRouteVrfStatus(L3::VrfName("red")))};
+  auto const pairs = sm().localIntfToVrfIp(Ovra::IntfId("Ethernet1"));
+  host.agent->bfnMacRewriteSmDel();
+  EXPECT_EQ(pairs->kivRefCount(), 1u);
+  for (auto const& reactor : reactors) {
+    EXPECT_TRUE(reactor->kivMarkedForDeletion());
+    EXPECT_EQ(reactor->actsm(), nullptr);
+  }
+}
+
+TEST_F(StateTest, AnotherObjectUnderTheKeyIsHandledWholeByTheOtherReactorsToo) {
+  host.bringUp();
+  host.port("Ethernet1", 100);
+  host.route("red", 7, 300);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.address(7, "10.0.0.2", "Ethernet1", true);
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(7));
+  auto* const rewrites = sm().agentVrfConfig(Pex::VrfId(7));
+  auto* const route = sm().hwRouteVrfStatus(L3::VrfName("red"));
+  auto const other = Kiv::makeActive<BfnMacRewrite::Agent::OverlaySrcMacRewrite>(Pex::VrfId(7));
+  other->ipAndMacIs({ip("10.0.0.1"), BfnTest::mac("02:00:00:00:00:01")});
+  auto const otherRoute = Kiv::makeActive<Routing::Hardware::VrfStatus>(L3::VrfName("red"));
+  otherRoute->vrfIdIs(7);
+  otherRoute->fwdVlanIdIs(301);
+  host.journal();
+  traces();
+  sm().agentVrfConfigIs(other);
+  EXPECT_EQ(sm().agentVrfConfig(Pex::VrfId(7)), rewrites);
+  // The MAC itself is read from the configuration that the machine was given.
+  EXPECT_THAT(host.journal(), ElementsAre("write 100 10.0.0.1 00:00:00:00:00:00"));
+  host.routeStatus->vrfStatusIs(otherRoute);
+  EXPECT_EQ(sm().hwRouteVrfStatus(L3::VrfName("red")), route);
+  EXPECT_THAT(host.journal(),
+              ElementsAre("erase 300 10.0.0.2", "write 301 10.0.0.2 00:00:00:00:00:00"));
+}
+
 TEST_F(StateTest, IndexOperations) {
   host.bringUp();
   Ovra::IntfId const intf("Ethernet1");
@@ -209,17 +324,32 @@ TEST_F(StateTest, IndexOperations) {
   pairs->vrfAndIpAddrIs(pair);
   pairs->vrfAndIpAddrDelAll();
   EXPECT_TRUE(pairs->vrfAndIpAddr().empty());
-  sm().localIntfToVrfIpDelAll();
+  sm().localIntfToVrfIpIs(Ovra::IntfId("Ethernet2"));
+  sm().localIntfToVrfIpDel(intf);
   EXPECT_EQ(sm().localIntfToVrfIp(intf), nullptr);
+  EXPECT_NE(sm().localIntfToVrfIp(Ovra::IntfId("Ethernet2")), nullptr);
+  sm().localIntfToVrfIpDelAll();
+  EXPECT_EQ(sm().localIntfToVrfIp(Ovra::IntfId("Ethernet2")), nullptr);
   sm().localVrfIpToIntfIs(pair, intf);
   sm().localVrfIpToIntfIs(pair, Ovra::IntfId("Ethernet2"));
   EXPECT_EQ(sm().localVrfIpToIntf(pair), Ovra::IntfId("Ethernet2"));
-  sm().localVrfIpToIntfDelAll();
+  Pex::VrfAndIpAddr const otherPair(Pex::VrfId(8), ip("10.0.0.1"));
+  sm().localVrfIpToIntfIs(otherPair, intf);
+  sm().localVrfIpToIntfDel(pair);
   EXPECT_FALSE(sm().localVrfIpToIntf(pair));
+  EXPECT_EQ(sm().localVrfIpToIntf(otherPair), intf);
+  sm().localVrfIpToIntfDelAll();
+  EXPECT_FALSE(sm().localVrfIpToIntf(otherPair));
   sm().fwdVlanIdPerVrfIs(3, 0);
   EXPECT_TRUE(sm().fwdVlanIdPerVrfHas(3));
-  sm().fwdVlanIdPerVrfDelAll();
+  sm().fwdVlanIdPerVrfIs(3, 30);
+  sm().fwdVlanIdPerVrfIs(4, 40);
+  EXPECT_EQ(sm().fwdVlanIdPerVrf(3), 30u);
+  sm().fwdVlanIdPerVrfDel(3);
   EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(3));
+  EXPECT_EQ(sm().fwdVlanIdPerVrf(4), 40u);
+  sm().fwdVlanIdPerVrfDelAll();
+  EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(4));
 }
 
 }  // namespace
