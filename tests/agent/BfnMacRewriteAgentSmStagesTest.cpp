@@ -51,6 +51,31 @@ TEST_F(StagesTest, StageOneSetsTheTableUp) {
   EXPECT_FALSE(manager->overlaySrcMacRewriteTable());
 }
 
+TEST_F(StagesTest, WhenTheTableIsDeclaredTheCollectionAndTheCapabilitiesAreThere) {
+  host.createAgent();
+  auto const watcher = Kiv::makeActive<Watcher>(host.profileEntry->tableList());
+  watcher->then = [this] {
+    EXPECT_TRUE(agent().intfIdToRoutingStatus());
+    EXPECT_EQ(agent().chipCapabilities().overlaySrcMacRewriteTableSize, 1000);
+    EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
+  };
+  output().initMacRewriteTablesIs(true);
+  EXPECT_EQ(watcher->changes.size(), 1u);
+}
+
+TEST_F(StagesTest, WhenTheCapabilityIsWrittenTheMachinesAreThere) {
+  host.createAgent();
+  host.stage1();
+  auto const watcher = Kiv::makeActive<Watcher>(host.capability);
+  watcher->then = [this] {
+    EXPECT_TRUE(agent().bfnMacRewriteIntfRoutingStatusSm());
+    EXPECT_TRUE(agent().bfnMacRewriteSm());
+    EXPECT_TRUE(agent().overlaySrcMacRewriteCliConfigSm());
+  };
+  host.stage2();
+  EXPECT_EQ(watcher->changes.size(), 1u);
+}
+
 TEST_F(StagesTest, StageTwoMakesTheThreeMachinesInTheirOrder) {
   host.createAgent();
   host.stage1();

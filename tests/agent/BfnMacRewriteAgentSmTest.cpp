@@ -136,6 +136,15 @@ TEST_F(AgentSmTest, NotificationIsPassedToTheMachinesAndTheirReactors) {
   EXPECT_EQ(traces(), std::vector<std::string>{"AgentSm::handleStartMacRewriteSm: "});
 }
 
+TEST_F(AgentSmTest, NotificationIsPassedToTheTranslatorThenTheCoreMachineThenTheMerge) {
+  host.bringUp();
+  std::vector<Kiv::PtrInterface const*> children;
+  agent().kivEachChild([&](auto const& child) { children.push_back(child.get()); });
+  EXPECT_THAT(children, ElementsAre(agent().overlaySrcMacRewriteCliConfigSm().get(),
+                                    agent().bfnMacRewriteSm().get(),
+                                    agent().bfnMacRewriteIntfRoutingStatusSm().get()));
+}
+
 TEST_F(AgentSmTest, TheMachinesAreSwitchedOffBeforeTheyAreReleased) {
   host.bringUp();
   auto const sm = agent().bfnMacRewriteSm();
