@@ -73,6 +73,7 @@ void ShowMacRewriteCommandRequestSm::handleAsyncCommand(U32 socket, U32 format) 
   KIV_CHECK(executionCompleted() == false, "execution completed before start");
   KIV_CHECK(overlaySrcMacRewriteMgr(), "table manager not initialized");
   if (!continuation()) {
+    KIV_CHECK(prettyoutPrinter(), "prettyoutPrinter is NULL");
     prettyoutPrinter()->renderer().start();
     printHeader();
   }
@@ -220,6 +221,7 @@ bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record)
 }
 
 ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::print() {
+  KIV_CHECK(prettyoutPrinter(), "prettyoutPrinter is NULL");
   prettyout::Renderer& renderer = prettyoutPrinter()->renderer();
   auto vrf = sortedVrfIpToMac_.begin();
   if (bookmarkVrf().empty()) {

@@ -47,8 +47,8 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   ~ShowMacRewriteCommandRequestSm() override;
 
   void handleInitialized();
-  /// One slice. Fatal after completion and without a table manager. Throws Kiv::RangeException when
-  /// bookmarkVrf is longer than a VRF name may be.
+  /// One slice. Fatal after completion, without a table manager, and where it prints without a
+  /// printer. Throws Kiv::RangeException when bookmarkVrf is longer than a VRF name may be.
   void handleAsyncCommand(U32 socket, U32 format) override;
 
   void printHeader();

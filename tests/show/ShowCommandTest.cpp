@@ -225,6 +225,9 @@ TEST_F(ShowCommandDeathTest, PrintingWithoutPrinterIsFatal) {
             HasSubstr("\"prettyoutPrinter()\" == nullptr"));
   EXPECT_DEATH(sm->printHeader(), death);
   EXPECT_DEATH(sm->printEntry(L3::VrfName("red"), ip("10.0.0.1"), mac("02:00:00:00:00:01")), death);
+  EXPECT_DEATH(sm->handleAsyncCommand(7, 0), death);
+  sm->continuationIs(true);
+  EXPECT_DEATH(sm->handleAsyncCommand(7, 0), death);
 }
 
 }  // namespace
