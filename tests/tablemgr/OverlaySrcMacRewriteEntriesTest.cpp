@@ -423,7 +423,8 @@ TEST_F(EntriesDeathTest, AKeyThatFailedIsUnknown) {
 }
 
 TEST_F(EntriesDeathTest, TheMatchSpecOfAnUnknownKeyIsFatal) {
-  EXPECT_DEATH((void)manager->keyToMatchSpecGet(Ovra::IntfId("Ethernet1"), ip("10.0.0.1")), "");
+  EXPECT_DEATH((void)manager->keyToMatchSpecGet(Ovra::IntfId("Ethernet1"), ip("10.0.0.1")),
+               "null Kiv::Ptr dereferenced");
 }
 
 TEST_F(EntriesDeathTest, TheVrfNameOfAnInterfaceWithoutRoutingStatusIsFatal) {
@@ -437,7 +438,13 @@ TEST_F(EntriesDeathTest, AnEntryBeforeTheTableIsInitialisedIsFatal) {
       host.profileEntry, host.systemStatus, nullptr, nullptr);
   EXPECT_DEATH((void)early->addEntry(L3::VrfName("red"), VlanId(100), Ovra::IntfId("Ethernet1"),
                                      ip("10.0.0.1"), mac(kMac)),
-               "");
+               "null Kiv::Ptr dereferenced");
+  early->matchSpecAndRefCountIs({ip("10.0.0.1"), Ovra::IntfId("Ethernet1"), false});
+  EXPECT_DEATH(early->updateEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1"), mac(kMac)),
+               "null Kiv::Ptr dereferenced");
+  early->matchSpecAndRefCount({ip("10.0.0.1"), Ovra::IntfId("Ethernet1"), false})->refCountIs(1);
+  EXPECT_DEATH(early->deleteEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1")),
+               "null Kiv::Ptr dereferenced");
 }
 
 }  // namespace

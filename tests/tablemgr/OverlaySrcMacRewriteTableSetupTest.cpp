@@ -268,7 +268,7 @@ TEST_F(TableSetupDeathTest, StatisticsOfAnotherTableAreFatal) {
 
 TEST_F(TableSetupDeathTest, StatisticsBeforeInitialisationAreFatal) {
   auto const manager = make();
-  EXPECT_DEATH((void)manager->createCliTableStats(kTable), "");
+  EXPECT_DEATH((void)manager->createCliTableStats(kTable), "null Kiv::Ptr dereferenced");
 }
 
 }  // namespace
