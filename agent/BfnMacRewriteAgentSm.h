@@ -145,7 +145,10 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   BfnSystem::ChipCapabilities chipCapabilities_;
 };
 
-/// What the host agent calls once the mounts are done. Returns AgentSmIs with the same arguments.
+/// What the host agent calls once the mounts are done. Returns AgentSmIs with the same arguments,
+/// all of which the agent holds for its life. The mount and the shared object must be there; any of
+/// the others, and whatever those two have not got, may be null and contributes nothing. A null
+/// system status reads as an unknown profile.
 BFN_MAC_REWRITE_EXPORT Kiv::Ptr<AgentSm> agentSmFactory(
     Kiv::Ptr<BfnSystem::SystemStatus const> const& systemStatus,
     Kiv::Ptr<BfnAgentLib::BfnProfileData> const& profileData,

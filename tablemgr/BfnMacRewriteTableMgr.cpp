@@ -91,6 +91,7 @@ void OverlaySrcMacRewriteManager::initializeTable(
     Kiv::Ptr<MbbSlabKey::SlabKeyManager> const& slabKeyManager,
     Kiv::Ptr<BfnTableStatus::Status> const& /*status*/,
     Kiv::Ptr<BfnTableStatusManager::StatusManager> const& statusManager) {
+  Kiv::Ptr<OverlaySrcMacRewriteManager> const self(this);  // the pending count is watched
   KIV_TRACE(9, "Initializing table: ", tableKey.tableName(), " pipeId: ", tableKey.pipeId());
   KIV_CHECK(tableKey.tableName() == "overlaySrcMacRewrite",
             "Unknown table name: ", tableKey.tableName());
@@ -120,8 +121,10 @@ PexTypes::TableAddStatus OverlaySrcMacRewriteManager::addEntry(
     return PexTypes::TableAddStatus::Success;
   }
 
-  // The binding's count is watched, and a handler may drop whatever holds this manager.
+  // The driver is the host's and the binding's count is watched: any write may drop whatever holds
+  // this manager, or replace the binding. So it is in the other two operations, too.
   Kiv::Ptr<OverlaySrcMacRewriteManager> const self(this);
+  Kiv::Ptr<Table> const table = overlaySrcMacRewriteTable_;
   auto const matchSpec = Kiv::makeActive<MatchSpec>();
   matchSpec->matchTypeIs(kMatchType);
   matchSpec->vlanIs(l3Aintf.value());
@@ -130,7 +133,7 @@ PexTypes::TableAddStatus OverlaySrcMacRewriteManager::addEntry(
   auto const actionSpec = BfOverlaySrcMacRewrite::RewriteOverlaySrcMacActionSpecIs();
   setMac(*actionSpec, overlayRewriteSrcMac);
   try {
-    overlaySrcMacRewriteTable_->entryIs({matchSpec, actionSpec});
+    table->entryIs({matchSpec, actionSpec});
   } catch (BfTable::BfTableFull const&) {
     KIV_TRACE(9, "Table is full, hardware programming failed");
     Kiv::emitLog(tableFull, vrfName, overlaySip);
@@ -161,8 +164,8 @@ void OverlaySrcMacRewriteManager::updateEntry(Ovra::IntfId intfId, Ovra::IpAddr 
             ", overlaySip: ", overlaySip);
   auto const actionSpec = Kiv::makeActive<BfOverlaySrcMacRewrite::RewriteOverlaySrcMacActionSpec>();
   setMac(*actionSpec, overlayRewriteSrcMac);
-  overlaySrcMacRewriteTable_->entryIs(
-      {localMatchSpecAndRefCount->overlaySrcMacRewriteMatchSpec(), actionSpec});
+  Kiv::Ptr<Table> const table = overlaySrcMacRewriteTable_;
+  table->entryIs({localMatchSpecAndRefCount->overlaySrcMacRewriteMatchSpec(), actionSpec});
 }
 
 void OverlaySrcMacRewriteManager::deleteEntry(Ovra::IntfId intfId, Ovra::IpAddr overlaySip) {
@@ -173,7 +176,8 @@ void OverlaySrcMacRewriteManager::deleteEntry(Ovra::IntfId intfId, Ovra::IpAddr 
             ", overlaySip: ", overlaySip);
   if (localMatchSpecAndRefCount->refCountDec(1) != 0) return;
   Kiv::Ptr<OverlaySrcMacRewriteManager> const self(this);
-  overlaySrcMacRewriteTable_->entryDel(localMatchSpecAndRefCount->overlaySrcMacRewriteMatchSpec());
+  Kiv::Ptr<Table> const table = overlaySrcMacRewriteTable_;
+  table->entryDel(localMatchSpecAndRefCount->overlaySrcMacRewriteMatchSpec());
   matchSpecAndRefCountDel(key);
 }
 

@@ -2,6 +2,7 @@
 
 #include "framework/core/Exceptions.h"
 #include "tests/support/PluginTest.h"
+#include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
 
 // The two stages of bring-up, and what running them again replaces.
@@ -371,6 +372,58 @@ TEST_F(StagesTest, AForeignHandlerMayDropTheAgentAtARunningEvent) {
   host.address(7, "10.0.0.2", "Ethernet1");
   EXPECT_FALSE(host.agent);
   EXPECT_EQ(host.rows().size(), 2u);
+}
+
+// The same from below: the driver is the host's.
+TEST_F(StagesTest, TheDriverMayDropTheAgentAtAnyCall) {
+  struct Event {
+    char const* what;
+    void (*run)(BfnTest::PluginHost& host);
+  };
+  constexpr Event kEvents[] = {
+      {"a new address", [](auto& h) { h.address(7, "10.0.0.9", "Ethernet1"); }},
+      {"an address again", [](auto& h) { h.address(7, "10.0.0.1", "Ethernet1", true); }},
+      {"an address less", [](auto& h) { h.addressDel(7, "10.0.0.1"); }},
+      {"another MAC", [](auto& h) { h.rewrite("red", "10.0.0.1", "02:00:00:00:00:09"); }},
+      {"another status of the interface", [](auto& h) { h.port("Ethernet1", 101, 7); }},
+      {"no status of the interface", [](auto& h) { h.portDel("Ethernet1"); }},
+      {"another forwarding VLAN", [](auto& h) { h.route("red", 7, 301); }},
+      {"no forwarding VLAN", [](auto& h) { h.route("red", 7, 0); }},
+      {"a VRF that returns",
+       [](auto& h) {
+         h.l3Status->vrfDel(L3::VrfName("red"));
+         h.vrf("red", 7);
+       }},
+  };
+  for (Event const& event : kEvents) {
+    for (int call = 1; call <= 4; ++call) {
+      SCOPED_TRACE(std::string(event.what) + ", call " + std::to_string(call));
+      BfnTest::PluginHost own;
+      own.createAgent();
+      own.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
+      BfnTest::RecordingDriver driver(own.chip);
+      BfnAgentLib::TableInitialization with;
+      with.dlHandle = driver.opaque();
+      ASSERT_EQ(BfnAgentLib::initializeTables(own.profileEntry, with), 1u);
+      own.stage2();
+      own.vrf("red", 7);
+      own.route("red", 7, 300);
+      own.port("Ethernet1", 100, 7);
+      own.address(7, "10.0.0.1", "Ethernet1");
+      own.address(7, "10.0.0.2", "Ethernet1");
+      own.address(7, "10.0.0.3", "Ethernet1", true);
+      own.address(7, "10.0.0.4", "Ethernet1", true);
+      own.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
+      own.rewrite("red", "10.0.0.2", "02:00:00:00:00:02");
+      int calls = 0;
+      driver.then = [&] {
+        if (++calls == call) own.agent.reset();
+      };
+      event.run(own);
+      EXPECT_GT(calls, 0);
+      EXPECT_EQ(own.agent != nullptr, calls < call);
+    }
+  }
 }
 
 // A reactor handles what its record holds while it is made, and is not yet known to its machine.

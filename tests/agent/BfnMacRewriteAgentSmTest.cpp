@@ -145,6 +145,89 @@ TEST_F(AgentSmTest, NotificationIsPassedToTheTranslatorThenTheCoreMachineThenThe
                                     agent().bfnMacRewriteIntfRoutingStatusSm().get()));
 }
 
+// Each creator called with what its child holds, then with one argument after the other replaced.
+
+TEST_F(AgentSmTest, AManagerIsKeptWhileEachOfItsInputsIsTheVeryObject) {
+  host.bringUp();
+  auto const entry = Kiv::makeActive<BfnAgentLib::BfnProfileDataEntry>("other");
+  auto const status = Kiv::makeActive<BfnSystem::SystemStatus>();
+  auto const collection = Kiv::makeActive<BfnMacRewrite::IntfIdToRoutingStatus>();
+  auto const l3Status = Kiv::makeActive<Pex::L3Status>();
+  for (unsigned replaced = 0; replaced < 5; ++replaced) {
+    SCOPED_TRACE(replaced);
+    auto const old = agent().overlaySrcMacRewriteManager();
+    auto const made = agent().overlaySrcMacRewriteManagerIs(
+        replaced >= 1 ? entry : host.profileEntry, replaced >= 2 ? status : host.systemStatus,
+        replaced >= 3 ? collection : agent().intfIdToRoutingStatus(),
+        replaced >= 4 ? l3Status : host.l3Status);
+    EXPECT_EQ(made, agent().overlaySrcMacRewriteManager());
+    EXPECT_EQ(made == old, replaced == 0);
+    EXPECT_TRUE(made->hasNotificationActive());
+  }
+}
+
+TEST_F(AgentSmTest, ATranslatorIsKeptWhileEachOfItsInputsIsTheVeryObject) {
+  host.bringUp();
+  auto const cliConfig = Kiv::makeActive<BfnMacRewrite::Input::Config>();
+  auto const agentConfig = Kiv::makeActive<BfnMacRewrite::Agent::Config>();
+  auto const l3Status = Kiv::makeActive<Pex::L3Status>();
+  for (unsigned replaced = 0; replaced < 4; ++replaced) {
+    SCOPED_TRACE(replaced);
+    auto const old = agent().overlaySrcMacRewriteCliConfigSm();
+    auto const made = agent().overlaySrcMacRewriteCliConfigSmIs(
+        replaced >= 1 ? cliConfig : host.cliConfig,
+        replaced >= 2 ? agentConfig : host.mount->bfnMacRewriteAgentConfig(),
+        replaced >= 3 ? l3Status : host.l3Status);
+    EXPECT_EQ(made, agent().overlaySrcMacRewriteCliConfigSm());
+    EXPECT_EQ(made == old, replaced == 0);
+    EXPECT_TRUE(made->hasNotificationActive());
+    EXPECT_EQ(old->hasNotificationActive(), replaced == 0);
+  }
+}
+
+TEST_F(AgentSmTest, ACoreMachineIsKeptWhileEachOfItsInputsIsTheVeryObject) {
+  host.bringUp();
+  auto const status = Kiv::makeActive<BfnMacRewrite::Agent::Status>();
+  auto const config = Kiv::makeActive<BfnMacRewrite::Agent::Config>();
+  auto const collection = Kiv::makeActive<BfnMacRewrite::IntfIdToRoutingStatus>();
+  auto const manager = BfnMacRewrite::overlaySrcMacRewriteManagerFactory(
+      host.profileEntry, host.systemStatus, collection, host.l3Status);
+  auto const l3Status = Kiv::makeActive<Pex::L3Status>();
+  auto const route = Kiv::makeActive<Routing::Hardware::RouteStatus>();
+  for (unsigned replaced = 0; replaced < 7; ++replaced) {
+    SCOPED_TRACE(replaced);
+    auto const old = agent().bfnMacRewriteSm();
+    auto const made = agent().bfnMacRewriteSmIs(
+        replaced >= 1 ? status : host.mount->bfnMacRewriteAgentStatus(),
+        replaced >= 2 ? config : host.mount->bfnMacRewriteAgentConfig(),
+        replaced >= 3 ? collection : agent().intfIdToRoutingStatus(),
+        replaced >= 4 ? manager : agent().overlaySrcMacRewriteManager(),
+        replaced >= 5 ? l3Status : host.l3Status, replaced >= 6 ? route : host.routeStatus);
+    EXPECT_EQ(made, agent().bfnMacRewriteSm());
+    EXPECT_EQ(made == old, replaced == 0);
+    EXPECT_TRUE(made->hasNotificationActive());
+    EXPECT_EQ(old->hasNotificationActive(), replaced == 0);
+  }
+}
+
+TEST_F(AgentSmTest, AMergeIsKeptWhileEachOfItsInputsIsTheVeryObject) {
+  host.bringUp();
+  auto const other = Kiv::makeActive<BfnL3::L3RoutingStatus>();
+  auto const collection = Kiv::makeActive<BfnMacRewrite::IntfIdToRoutingStatus>();
+  for (unsigned replaced = 0; replaced < 5; ++replaced) {
+    SCOPED_TRACE(replaced);
+    auto const old = agent().bfnMacRewriteIntfRoutingStatusSm();
+    auto const made = agent().bfnMacRewriteIntfRoutingStatusSmIs(
+        replaced >= 1 ? other : host.ports, replaced >= 2 ? other : host.vlans,
+        replaced >= 3 ? other : host.subIntfs,
+        replaced >= 4 ? collection : agent().intfIdToRoutingStatus());
+    EXPECT_EQ(made, agent().bfnMacRewriteIntfRoutingStatusSm());
+    EXPECT_EQ(made == old, replaced == 0);
+    EXPECT_TRUE(made->hasNotificationActive());
+    EXPECT_EQ(old->hasNotificationActive(), replaced == 0);
+  }
+}
+
 TEST_F(AgentSmTest, TheMachinesAreSwitchedOffBeforeTheyAreReleased) {
   host.bringUp();
   auto const sm = agent().bfnMacRewriteSm();
@@ -232,6 +315,22 @@ TEST_F(AgentSmTest, DestructionTakesTheTranslatorThenTheCoreMachineThenTheMerge)
   EXPECT_EQ(coreMachineGone, 1);
   EXPECT_EQ(merge->kivRefCount(), 1u);
   EXPECT_FALSE(merge->hasNotificationActive());
+}
+
+TEST_F(AgentSmTest, AFlagThatChangesWhileTheAgentGoesRunsNoStage) {
+  host.createAgent();
+  host.stage1();
+  auto const output = host.l3Shared->bfnL3Output();
+  auto const watcher = Kiv::makeActive<Watcher>(host.profileEntry->tableList());
+  watcher->then = [&] {
+    output->initMacRewriteTablesIs(!output->initMacRewriteTables());
+    output->startMacRewriteSmIs(!output->startMacRewriteSm());
+  };
+  traces();
+  host.agent.reset();
+  EXPECT_EQ(watcher->changes.size(), 1u);
+  EXPECT_THAT(traces(), IsEmpty());
+  EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
 }
 
 TEST_F(AgentSmTest, TheCapabilitiesAreACopyThatNobodyIsToldOf) {

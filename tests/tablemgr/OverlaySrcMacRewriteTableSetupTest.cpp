@@ -3,6 +3,7 @@
 #include "framework/platform/TableInitialization.h"
 #include "framework/trace/TraceHandle.h"
 #include "tests/support/PluginTest.h"
+#include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
 
 // How the manager declares its table, binds it and reports on it.
@@ -10,6 +11,7 @@ namespace {
 
 using BfnAgentLib::TableKey;
 using BfnMacRewrite::OverlaySrcMacRewriteManager;
+using BfnTest::RecordingDriver;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
@@ -18,49 +20,6 @@ using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr char const* kTable = "overlaySrcMacRewrite";
-
-/// A chip that writes down what it is opened with, and may refuse.
-class RecordingDriver final : public BfnDriver::TableDriver {
- public:
-  explicit RecordingDriver(BfnDriver::TableDriver& chip) : chip_(chip) {}
-
-  std::optional<BfnDriver::TableHandle> open(BfnDriver::TableAddress const& address) override {
-    session = address.session;
-    device = address.device;
-    pipe = address.pipe.value();
-    profile = address.profile;
-    table = address.table;
-    if (refuses) return std::nullopt;
-    return chip_.open(address);
-  }
-  BfnDriver::WriteResult write(BfnDriver::TableHandle handle, BfnDriver::ByteView key,
-                               BfnDriver::ByteView action) override {
-    return chip_.write(handle, key, action);
-  }
-  BfnDriver::EraseResult erase(BfnDriver::TableHandle handle, BfnDriver::ByteView key) override {
-    return chip_.erase(handle, key);
-  }
-  bool read(BfnDriver::TableHandle handle, BfnDriver::ByteView key,
-            std::span<Kiv::U8> action) const override {
-    return chip_.read(handle, key, action);
-  }
-  std::size_t entryCount(BfnDriver::TableHandle handle) const override {
-    return chip_.entryCount(handle);
-  }
-  std::size_t capacity(BfnDriver::TableHandle handle) const override {
-    return chip_.capacity(handle);
-  }
-
-  bool refuses = false;
-  Kiv::U32 session = 0;
-  unsigned device = 0;
-  unsigned pipe = 0;
-  std::string profile;
-  std::string table;
-
- private:
-  BfnDriver::TableDriver& chip_;
-};
 
 class TableSetupTest : public BfnTest::PluginTest {
  protected:
@@ -214,6 +173,52 @@ TEST_F(TableSetupTest, ABindingThatFailsLeavesTheManagerAsItWas) {
       BfTable::BfTableException);
   EXPECT_FALSE(manager->overlaySrcMacRewriteTable());
   EXPECT_EQ(manager->pendingTableCount(), 1);
+}
+
+TEST_F(TableSetupTest, TheDriverMayLetGoOfTheManagerOrReplaceItsBindingAtAnyCall) {
+  RecordingDriver driver(host.chip);
+  Ovra::IntfId const intf("Ethernet1");
+  Ovra::IpAddr const sip = BfnTest::ip("10.0.0.1");
+  Ovra::EthAddr const mac = BfnTest::mac("02:00:00:00:00:01");
+  for (bool const replaced : {false, true}) {
+    for (int call = 0; call < 4; ++call) {
+      SCOPED_TRACE(call);
+      driver.then = nullptr;
+      auto manager = make();
+      auto& raw = *manager;
+      auto const bind = [&] {
+        raw.initializeTable(TableKey(kTable, 0, BfnId::BfnPipeId(0)), driver.opaque(),
+                            BfnDriver::BfnDevProfile("p"), 1, nullptr, nullptr, nullptr);
+      };
+      bind();
+      if (call > 0) (void)raw.addEntry(L3::VrfName("red"), Bridging::VlanId(100), intf, sip, mac);
+      driver.then = [&] { replaced ? bind() : manager.reset(); };
+      if (call == 2) {
+        raw.updateEntry(intf, sip, mac);
+      } else if (call == 3) {
+        raw.deleteEntry(intf, sip);
+      } else {
+        EXPECT_EQ(raw.addEntry(L3::VrfName("red"), Bridging::VlanId(100), intf, sip, mac),
+                  PexTypes::TableAddStatus::Success);
+      }
+      EXPECT_EQ(manager != nullptr, replaced);
+      EXPECT_EQ(host.rows().size(), call == 3 ? 0u : 1u);
+    }
+  }
+}
+
+TEST_F(TableSetupTest, AHandlerOfThePendingCountMayLetGoOfTheManager) {
+  auto manager = make();
+  auto& raw = *manager;
+  auto watcher = Kiv::makeActive<BfnTest::Watcher>(manager);
+  watcher->then = [&] {
+    watcher.reset();
+    manager.reset();
+  };
+  TraceCapture::clear();
+  initialize(raw);
+  EXPECT_FALSE(manager);
+  EXPECT_EQ(traces().back(), "OverlaySrcMacRewriteManager::initializeTable: Table remaining: 0");
 }
 
 TEST_F(TableSetupTest, AnExceptionOfTheDeclarationComesOutOfTheFactory) {
