@@ -9,6 +9,7 @@ prints a table. A target is one object of targets.json:
   against   the benchmark it is compared with; without one the value itself is held to the target
   counter   compare this user counter; without one the CPU time, of one item where items are counted
   atMost    the greatest ratio (or value, in nanoseconds or in the counter's unit) that meets it
+  why       why it is missed, where it is; printed below the table, with a miss only
 
 Exit status: 0, met or missed; 1 when a benchmark that a target names reported an error or is not
 among the results.
@@ -92,7 +93,7 @@ def main():
 
     runs, broken = read_runs(options.results)
     wanted = re.compile(options.filter)
-    rows = []
+    rows, reasons = [], []
     for target in json.loads(options.targets.read_text()):
         names = [target["subject"], *([target["against"]] if "against" in target else [])]
         if not all(wanted.search(name) for name in names):
@@ -103,10 +104,14 @@ def main():
             broken.update(missing)
             continue
         rows.append(row_of(target, runs))
+        if rows[-1][-1] != "met" and "why" in target:
+            reasons.append(f"missed: {target['what']}: {target['why']}")
 
     repetitions = max((len(each) for each in runs.values()), default=0)
     print(f"Medians of {repetitions} repetitions; a time is CPU time, of one item.\n")
     print_table(rows)
+    if reasons:
+        print("", *reasons, sep="\n")
     missed = sum(row[-1] != "met" for row in rows)
     print(f"\n{len(rows) - missed} of {len(rows)} targets met")
     return 1 if broken else 0
