@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -31,6 +32,16 @@ class KeyLog final : public Kiv::NotifieeConst {
 
  private:
   Kiv::Attr<Key> const collection_;
+};
+
+/// A record, and the log of what it tells of its collection A.
+template <class Record, Kiv::Attr A>
+class LoggedRecord : public ::testing::Test {
+ protected:
+  using Log = KeyLog<typename decltype(A)::Key>;
+
+  Kiv::Ptr<Record> status = Kiv::makeActive<Record>();
+  Kiv::Ptr<Log> log = Kiv::makeActive<Log>(status, A);
 };
 
 }  // namespace l3test

@@ -17,12 +17,8 @@ using ::testing::SizeIs;
 
 PortVlanPair const kKey(Ovra::IntfId("Ethernet1"), 0);
 
-class L3RoutingStatusTest : public ::testing::Test {
- protected:
-  Kiv::Ptr<L3RoutingStatus> status = Kiv::makeActive<L3RoutingStatus>();
-  Kiv::Ptr<l3test::KeyLog<PortVlanPair>> log =
-      Kiv::makeActive<l3test::KeyLog<PortVlanPair>>(status, L3RoutingStatus::kL3IntfRoutingStatus);
-};
+using L3RoutingStatusTest =
+    l3test::LoggedRecord<L3RoutingStatus, L3RoutingStatus::kL3IntfRoutingStatus>;
 
 TEST_F(L3RoutingStatusTest, AMemberIsMadeOnceEmptyAndSwitchedOn) {
   auto const member = status->l3IntfRoutingStatusIs(kKey);

@@ -17,12 +17,7 @@ using ::testing::IsEmpty;
 VrfName const kRed("red");
 VrfName const kBlue("blue");
 
-class L3StatusTest : public ::testing::Test {
- protected:
-  Kiv::Ptr<L3Status> status = Kiv::makeActive<L3Status>();
-  Kiv::Ptr<l3test::KeyLog<VrfName>> names =
-      Kiv::makeActive<l3test::KeyLog<VrfName>>(status, L3Status::kVrfNameToId);
-};
+using L3StatusTest = l3test::LoggedRecord<L3Status, L3Status::kVrfNameToId>;
 
 TEST_F(L3StatusTest, KnowsNobodyAtFirst) {
   EXPECT_EQ(status->vrfNameToId(kRed), nullptr);
@@ -33,25 +28,25 @@ TEST_F(L3StatusTest, EachDirectionStandsForItself) {
   status->vrfNameToIdIs(kRed, VrfId(7));
   EXPECT_EQ(*status->vrfNameToId(kRed), VrfId(7));
   EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
-  EXPECT_THAT(names->changes, ElementsAre("red"));
+  EXPECT_THAT(log->changes, ElementsAre("red"));
   status->vrfNameIs(VrfId(8), kBlue);
   EXPECT_EQ(status->vrfName(VrfId(8)), kBlue);
   EXPECT_EQ(status->vrfNameToId(kBlue), nullptr);
-  EXPECT_THAT(names->changes, ElementsAre("red", "#259"));
+  EXPECT_THAT(log->changes, ElementsAre("red", "#259"));
 }
 
 TEST_F(L3StatusTest, AnEqualValueOrAnAbsentKeyTellsNobody) {
   status->vrfNameToIdIs(kRed, VrfId(7));
   status->vrfNameIs(VrfId(7), kRed);
-  names->changes.clear();
+  log->changes.clear();
   status->vrfNameToIdIs(kRed, VrfId(7));
   status->vrfNameIs(VrfId(7), kRed);
   status->vrfNameToIdDel(kBlue);
   status->vrfNameDel(VrfId(9));
-  EXPECT_THAT(names->changes, IsEmpty());
+  EXPECT_THAT(log->changes, IsEmpty());
   status->vrfNameToIdIs(kRed, VrfId(8));
   status->vrfNameDel(VrfId(7));
-  EXPECT_THAT(names->changes, ElementsAre("red", "#259"));
+  EXPECT_THAT(log->changes, ElementsAre("red", "#259"));
 }
 
 TEST_F(L3StatusTest, AnIdOf0IsAnIdLikeAnyOther) {
@@ -62,9 +57,9 @@ TEST_F(L3StatusTest, AnIdOf0IsAnIdLikeAnyOther) {
 
 TEST_F(L3StatusTest, WhoHearsOfANameFindsTheNameOfItsId) {
   status->vrfIs(kRed, VrfId(7));
-  EXPECT_THAT(names->changes, ElementsAre("#259", "red"));
+  EXPECT_THAT(log->changes, ElementsAre("#259", "red"));
   status->vrfDel(kRed);
-  EXPECT_THAT(names->changes, ElementsAre("#259", "red", "red", "#259"));
+  EXPECT_THAT(log->changes, ElementsAre("#259", "red", "red", "#259"));
   EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
 }
 
@@ -82,9 +77,9 @@ TEST_F(L3StatusTest, OfTwoNamesWithOneIdTheLastIsTheIdsName) {
 
 TEST_F(L3StatusTest, DeletingAnUnknownVrfDoesNothing) {
   status->vrfIs(kRed, VrfId(0));
-  names->changes.clear();
+  log->changes.clear();
   status->vrfDel(kBlue);
-  EXPECT_THAT(names->changes, IsEmpty());
+  EXPECT_THAT(log->changes, IsEmpty());
   EXPECT_EQ(status->vrfName(VrfId(0)), kRed);
 }
 

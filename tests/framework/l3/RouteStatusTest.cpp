@@ -15,12 +15,7 @@ using ::testing::ElementsAre;
 
 VrfName const kRed("red");
 
-class RouteStatusTest : public ::testing::Test {
- protected:
-  Kiv::Ptr<RouteStatus> status = Kiv::makeActive<RouteStatus>();
-  Kiv::Ptr<l3test::KeyLog<VrfName>> log =
-      Kiv::makeActive<l3test::KeyLog<VrfName>>(status, RouteStatus::kVrfStatus);
-};
+using RouteStatusTest = l3test::LoggedRecord<RouteStatus, RouteStatus::kVrfStatus>;
 
 TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
   auto const red = status->vrfStatusIs(kRed);

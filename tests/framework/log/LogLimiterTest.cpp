@@ -14,8 +14,12 @@ using Kiv::U64;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
-TEST(LogLimiter, LetsOneThroughPerInterval) {
-  LogLimiter limiter(60.0, 1.0);
+class OnePerMinute : public ::testing::Test {
+ protected:
+  LogLimiter limiter{60.0, 1.0};
+};
+
+TEST_F(OnePerMinute, LetsOneThroughPerInterval) {
   EXPECT_TRUE(limiter.ok(1, 1000.0));
   EXPECT_FALSE(limiter.ok(1, 1000.0));
   EXPECT_FALSE(limiter.ok(1, 1059.9));
@@ -23,8 +27,7 @@ TEST(LogLimiter, LetsOneThroughPerInterval) {
   EXPECT_FALSE(limiter.ok(1, 1061.0));
 }
 
-TEST(LogLimiter, LimitsEachHashByItself) {
-  LogLimiter limiter(60.0, 1.0);
+TEST_F(OnePerMinute, LimitsEachHashByItself) {
   EXPECT_TRUE(limiter.ok(1, 0));
   EXPECT_TRUE(limiter.ok(2, 0));
   EXPECT_FALSE(limiter.ok(1, 1));
@@ -56,15 +59,13 @@ TEST(LogLimiter, SetsNoLimitForAnIntervalOfZero) {
   for (int i = 0; i < 5; ++i) EXPECT_TRUE(limiter.ok(1, 0));
 }
 
-TEST(LogLimiter, StartsAnewWhenTimeStepsBack) {
-  LogLimiter limiter(60.0, 1.0);
+TEST_F(OnePerMinute, StartsAnewWhenTimeStepsBack) {
   EXPECT_TRUE(limiter.ok(1, 1000));
   EXPECT_TRUE(limiter.ok(1, 10));
   EXPECT_FALSE(limiter.ok(1, 11));
 }
 
-TEST(LogLimiter, ReportsWhatItHeldBackOnce) {
-  LogLimiter limiter(60.0, 1.0);
+TEST_F(OnePerMinute, ReportsWhatItHeldBackOnce) {
   ASSERT_TRUE(limiter.ok(1, 0));
   EXPECT_EQ(limiter.takeHeldBack(), 0U);
   for (int i = 0; i < 3; ++i) ASSERT_FALSE(limiter.ok(1, 1));
@@ -75,8 +76,7 @@ TEST(LogLimiter, ReportsWhatItHeldBackOnce) {
   EXPECT_EQ(limiter.takeHeldBack(), 0U);
 }
 
-TEST(LogLimiter, ForgetsTheHashAskedAboutLongestAgoWhenFull) {
-  LogLimiter limiter(60.0, 1.0);
+TEST_F(OnePerMinute, ForgetsTheHashAskedAboutLongestAgoWhenFull) {
   for (U64 hash = 0; hash < LogLimiter::kMaxHashes; ++hash) ASSERT_TRUE(limiter.ok(hash, 0));
   ASSERT_FALSE(limiter.ok(1, 1));
   ASSERT_FALSE(limiter.ok(0, 1));  // now 2 is the oldest
@@ -88,8 +88,7 @@ TEST(LogLimiter, ForgetsTheHashAskedAboutLongestAgoWhenFull) {
   EXPECT_EQ(limiter.hashes(), LogLimiter::kMaxHashes);
 }
 
-TEST(LogLimiter, ReportsWhatAForgottenHashHeldBackWithTheNextMessage) {
-  LogLimiter limiter(60.0, 1.0);
+TEST_F(OnePerMinute, ReportsWhatAForgottenHashHeldBackWithTheNextMessage) {
   ASSERT_TRUE(limiter.ok(7, 0));
   ASSERT_FALSE(limiter.ok(7, 0));
   ASSERT_FALSE(limiter.ok(7, 0));
