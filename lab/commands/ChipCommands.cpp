@@ -6,12 +6,18 @@ namespace Lab {
 
 namespace {
 
-Answer initializeTable(LabHost& host, Arguments const& given) {
+void needTableManager(LabHost const& host) {
   if (!host.tableManager()) throw InputError("there is no table manager before stage 1");
-  if (given.has("<NAME>")) {
-    host.initializeTable(given.text("<NAME>"));
-    return {};
-  }
+}
+
+Answer initializeTable(LabHost& host, Arguments const& given) {
+  needTableManager(host);
+  host.initializeTable(given.text("initialize-table"));
+  return {};
+}
+
+Answer initializeTables(LabHost& host) {
+  needTableManager(host);
   unsigned const tables = host.initializeTables();
   return {tables, std::to_string(tables) + (tables == 1 ? " table" : " tables") + " initialised"};
 }
@@ -34,7 +40,7 @@ CommandGroup chipCommands(LabHost& host) {
   auto& add = group.commands;
   add.emplace_back("chip initialize-table", "initialise the declared tables that wait for it",
                    "chip initialize-table",
-                   [&host](Arguments const& given) { return initializeTable(host, given); });
+                   [&host](Arguments const&) { return initializeTables(host); });
   add.emplace_back("chip initialize-table <NAME>", "initialise that table, declared or not",
                    "chip initialize-table overlaySrcMacRewrite",
                    [&host](Arguments const& given) { return initializeTable(host, given); });

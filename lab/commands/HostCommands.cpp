@@ -1,4 +1,4 @@
-#include <limits>
+#include <vector>
 
 #include "framework/core/Strep.h"
 #include "lab/commands/Commands.h"
@@ -141,6 +141,13 @@ Answer profileIs(LabHost& host, Arguments const& given) {
   return {};
 }
 
+Answer profileDel(LabHost& host, Arguments const& given) {
+  std::string const name = given.text("profile");
+  if (!host.systemStatus->profileInfoDel(name)) throw InputError("there is no such profile");
+  host.profileData->profileDataEntryDel(name);
+  return {};
+}
+
 Answer said(std::string const& text) {
   return {text, text};
 }
@@ -156,25 +163,61 @@ Answer agentDestroy(LabHost& host) {
   return said("agent destroyed");
 }
 
+// Sets a flag of the bring-up. Setting what it is already tells the plug-in nothing.
+bool flagIs(LabHost& host, std::string_view flag, bool value) {
+  if ((getText(host.bfnL3Output(), flag) == "True") == value) return false;
+  set(host.bfnL3Output(), flag, {Kiv::GenericValue::of(value)});
+  return true;
+}
+
+// Who a part of the agent is. Not held, since that would keep it alive behind the agent's back.
+void const* partId(LabHost const& host, std::string_view part) {
+  return host.part(part).get();
+}
+
+std::string counted(std::size_t count, std::string const& what) {
+  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
+
 Answer initTables(LabHost& host, Arguments const& given) {
-  set(host.bfnL3Output(), "initMacRewriteTables",
-      {Kiv::GenericValue::of(given.text("true") == "true")});
-  if (!host.tableManager()) return said("stage 1: not run");
-  if (host.manualTables()) return said("stage 1: table manager made");
+  constexpr char kManager[] = "overlaySrcMacRewriteManager";
+  void const* const before = partId(host, kManager);
+  std::string const value = given.text("true");
+  if (!flagIs(host, "initMacRewriteTables", value == "true")) {
+    return said("stage 1: not run, the flag is " + value + " already");
+  }
+  void const* const after = partId(host, kManager);
+  if (after == nullptr) return said("stage 1: not run, there is no agent");
+  std::string text = "stage 1: table manager ";
+  text += before == nullptr ? "made" : before == after ? "kept" : "replaced";
+  if (host.manualTables()) return said(text);
   unsigned const tables = host.initializeTables();
-  auto const stats = dumpStats(host);
-  std::string text = "stage 1: table manager made, " + std::to_string(tables) +
-                     (tables == 1 ? " table" : " tables") + " initialised";
-  if (!stats.is_null()) text += ", capacity " + stats["capacity"].dump();
+  if (before == after && tables == 0) return said(text);
+  text += ", " + counted(tables, "table") + " initialised";
+  if (auto const stats = dumpStats(host); !stats.is_null()) {
+    text += ", capacity " + stats["capacity"].dump();
+  }
   return said(text);
 }
 
 Answer start(LabHost& host, Arguments const& given) {
-  set(host.bfnL3Output(), "startMacRewriteSm",
-      {Kiv::GenericValue::of(given.text("true") == "true")});
-  if (!host.hasAgent()) return said("stage 2: not run");
-  bool const runs = host.part("bfnMacRewriteSm") != nullptr;
-  return said(runs ? "stage 2: state machines started" : "stage 2: not supported by the chip");
+  constexpr char const* kMachines[] = {"bfnMacRewriteIntfRoutingStatusSm", "bfnMacRewriteSm",
+                                       "overlaySrcMacRewriteCliConfigSm"};
+  std::vector<void const*> before;
+  for (char const* const machine : kMachines) before.push_back(partId(host, machine));
+  std::string const value = given.text("true");
+  if (!flagIs(host, "startMacRewriteSm", value == "true")) {
+    return said("stage 2: not run, the flag is " + value + " already");
+  }
+  if (!host.hasAgent()) return said("stage 2: not run, there is no agent");
+  std::size_t others = 0;
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (partId(host, kMachines[i]) != before[i]) ++others;
+  }
+  if (host.part("bfnMacRewriteSm") == nullptr) return said("stage 2: not supported by the chip");
+  if (before[0] == nullptr) return said("stage 2: state machines started");
+  if (others == 0) return said("stage 2: state machines kept");
+  return said("stage 2: " + counted(others, "state machine") + " replaced");
 }
 
 // --- Inputs as wholes
@@ -332,6 +375,8 @@ void addBringUp(CommandGroup& group, LabHost& host) {
   add("host profile <NAME> rewrite supported|unsupported table-size <N:65535>",
       "a hardware profile and what the chip can do under it",
       "host profile vxlan-routing rewrite supported table-size 1000", profileIs);
+  add("no host profile <NAME>", "the profile is gone; while it is the active one it stays in use",
+      "no host profile vxlan-routing", profileDel);
   add("host use profile <NAME>", "that profile is the active one; it need not be there",
       "host use profile vxlan-routing", [](LabHost& to, Arguments const& given) {
         to.profileIs(given.text("profile"));

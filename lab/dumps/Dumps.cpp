@@ -281,11 +281,14 @@ json dumpInputs(LabHost const& host) {
     }
   }
   Object const output = host.bfnL3Output();
+  auto const entry =
+      Kiv::ptrCast<BfnAgentLib::BfnProfileDataEntry>(getObject(output, "profileEntry"));
   return {{"agentStatus", agentStatus(host.agentStatus())},
           {"cliConfig", cliConfig},
           {"initMacRewriteTables", getText(output, "initMacRewriteTables") == "True"},
           {"l3Status", vrfs(host)},
           {"portStatus", routingStatus(host, "port")},
+          {"profileEntry", entry ? json(entry->profileName().stdString()) : json(nullptr)},
           {"profileName", getText(output, "profileName")},
           {"profiles", profiles(host)},
           {"routeStatus", routes(host)},

@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "framework/core/Fatal.h"
-#include "lab/language/Values.h"
 
 namespace Lab {
 
@@ -44,8 +43,6 @@ void Mismatch::add(std::size_t place, std::string const& what) {
 
 namespace {
 
-constexpr Kiv::U64 kMaxNumber = std::numeric_limits<Kiv::U32>::max();
-
 bool takesMany(std::string_view slot) {
   return slot == "COMMAND" || slot == "TEXT";
 }
@@ -64,6 +61,15 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
     text.remove_prefix(length);
   }
   return tokens;
+}
+
+// "1-4094", or "65535" for 0 to that.
+Limits limitsOf(std::string_view text) {
+  constexpr Kiv::U64 kAny = std::numeric_limits<Kiv::U64>::max();
+  std::size_t const dash = text.find('-');
+  if (dash == std::string_view::npos) return {0, numberOf(text, kAny).value()};
+  return {numberOf(text.substr(0, dash), kAny).value(),
+          numberOf(text.substr(dash + 1), kAny).value()};
 }
 
 std::string withoutLimits(std::string_view text) {
@@ -104,9 +110,7 @@ Pattern::Elements Pattern::parse(std::span<std::string_view const> tokens, std::
       element.kind = Element::Kind::Slot;
       std::size_t const colon = token.find(':');
       element.slot = token.substr(0, colon);
-      element.max = colon == std::string_view::npos
-                        ? kMaxNumber
-                        : numberOf(token.substr(colon + 1), ~Kiv::U64{0}).value();
+      if (colon != std::string_view::npos) element.limits = limitsOf(token.substr(colon + 1));
       element.key = keyword.empty() ? '<' + element.slot + '>' : keyword;
       keyword.clear();
     } else {
@@ -128,7 +132,7 @@ bool Pattern::fits(Element const& element, std::string_view word) {
     case Element::Kind::Words:
       return std::ranges::find(element.words, word) != element.words.end();
     case Element::Kind::Slot:
-      return accepts(element.slot, element.max, word);
+      return accepts(element.slot, element.limits, word);
     case Element::Kind::Optional:
       return fits(element.inside[0], word);
   }
@@ -141,7 +145,7 @@ void Pattern::expect(Element const& element, std::size_t at, Mismatch& mismatch)
       for (std::string const& word : element.words) mismatch.add(at, word);
       break;
     case Element::Kind::Slot:
-      mismatch.add(at, describeSlot(element.slot, element.max));
+      mismatch.add(at, describeSlot(element.slot, element.limits));
       break;
     case Element::Kind::Optional:
       expect(element.inside[0], at, mismatch);

@@ -10,6 +10,7 @@
 #include "framework/core/Types.h"
 #include "framework/values/EthAddr.h"
 #include "framework/values/IpAddr.h"
+#include "lab/language/Values.h"
 
 namespace Lab {
 
@@ -48,16 +49,16 @@ struct Mismatch {
 
 /// The form of one command, read from its text:
 ///
-///   word            itself
-///   one|other       one of several words
-///   <VRF> <N:4094>  a value, see accepts(); a number may have a largest value
+///   word              itself
+///   one|other         one of several words
+///   <VRF> <N:1-4094>  a value, see accepts(); a number may have limits
 ///   <COMMAND> <TEXT>  all words up to "=="
-///   [ ... ]         may be left out; what it begins with tells whether it is there
+///   [ ... ]           may be left out; what it begins with tells whether it is there
 class Pattern {
  public:
   explicit Pattern(std::string_view text);
 
-  /// The form as people read it, without the largest values.
+  /// The form as people read it, without the limits.
   std::string const& text() const { return shown_; }
   /// The word that every line of this form begins with.
   std::string const& firstWord() const { return elements_[0].words[0]; }
@@ -75,7 +76,7 @@ class Pattern {
     Kind kind = Kind::Words;
     std::vector<std::string> words;  // one, or the alternatives
     std::string slot;
-    Kiv::U64 max = 0;
+    Limits limits;
     std::string key;
     std::vector<Element> inside;
   };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,12 @@
 
 namespace Lab {
 
+/// The numbers that a place takes.
+struct Limits {
+  Kiv::U64 min = 0;
+  Kiv::U64 max = std::numeric_limits<Kiv::U32>::max();
+};
+
 /// The values of the command language. Nothing when the text is none.
 std::optional<Ovra::IpAddr> ipAddrOf(std::string_view text);
 std::optional<Ovra::EthAddr> ethAddrOf(std::string_view text);
@@ -17,9 +24,9 @@ std::optional<Ovra::EthAddr> ethAddrOf(std::string_view text);
 std::optional<Kiv::U64> numberOf(std::string_view text, Kiv::U64 max);
 
 /// What a place for a value takes, by the name in its angle brackets: VRF, IP, MAC, INTF, N; every
-/// other name takes any text. `max` is the largest number.
-bool accepts(std::string_view slot, Kiv::U64 max, std::string_view text);
+/// other name takes any text.
+bool accepts(std::string_view slot, Limits const& limits, std::string_view text);
 /// The same in words, for "expected ...".
-std::string describeSlot(std::string_view slot, Kiv::U64 max);
+std::string describeSlot(std::string_view slot, Limits const& limits);
 
 }  // namespace Lab

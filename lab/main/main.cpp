@@ -65,12 +65,17 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app{"A switch around the MAC rewrite plug-in: operator, host agent, chip and packets."};
   app.footer(kExamples);
-  app.add_option("FILE", options.files, "files of commands; none: standard input or a prompt");
-  app.add_option("--plugin", options.plugin, "the plug-in to open (beside this program)");
-  app.add_option("--hash-seed", options.hashSeed, "walk hashed collections in a repeatable order");
+  app.add_option("FILE", options.files, "files of commands; none: standard input or a prompt")
+      ->type_name("");
+  app.add_option("--plugin", options.plugin,
+                 "the plug-in to open (default: the one beside this program)")
+      ->type_name("PATH");
+  app.add_option("--hash-seed", options.hashSeed, "walk hashed collections in a repeatable order")
+      ->type_name("N");
   app.add_flag("--json", options.shell.json, "every answer is a JSON line");
   app.add_option("--trace", options.traceLevel, "traces up to that level as text on standard error")
-      ->check(CLI::Range(0u, 30u));
+      ->check(CLI::Range(0u, 30u))
+      ->type_name("LEVEL");
   app.add_flag("--echo", options.shell.echo, "print each line before its answer");
   try {
     app.parse(argc, argv);

@@ -59,9 +59,13 @@ std::vector<std::string> completionsOf(std::string_view line, Shell& shell) {
   } catch (InputError const&) {
     return {};
   }
-  // Behind expect stands a command of its own.
+  // Behind these stands a command of its own.
+  constexpr std::string_view kBeforeCommands[] = {"brief", "expect", "help", "measure"};
   std::span<std::string const> before = words;
-  if (!before.empty() && before[0] == "expect") before = before.subspan(1);
+  while (!before.empty() &&
+         std::ranges::find(kBeforeCommands, before[0]) != std::end(kBeforeCommands)) {
+    before = before.subspan(1);
+  }
 
   std::set<std::string> found;
   for (std::string const& each : shell.table().completions(before)) {

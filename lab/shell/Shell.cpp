@@ -155,7 +155,7 @@ std::size_t Shell::readFile(std::filesystem::path const& file) {
   std::error_code error;
   std::ifstream in(file);
   if (!in || std::filesystem::is_directory(file, error)) {
-    throw InputError("cannot read " + file.string());
+    throw InputError("expected a file of commands that can be read");
   }
   Kiv::U64 const size = std::filesystem::file_size(file, error);
   return readStream(in, {file.string(), file.parent_path(), 0}, error ? 0 : size);
@@ -188,7 +188,8 @@ bool Shell::carryOut(std::string_view line) {
   try {
     std::vector<std::string> const words = splitWords(line);
     if (words.empty()) return false;
-    if (options_.echo) out_ << "> " << line << '\n';
+    // With JSON answers, the line is in its answer.
+    if (options_.echo && !options_.json) out_ << "> " << line << '\n';
     print(answerTo(words), line);
     return true;
   } catch (InputError const& error) {
@@ -213,7 +214,12 @@ Answer Shell::answerTo(std::span<std::string const> words) {
 Answer Shell::load(Arguments const& given) {
   if (depth_ >= kMaxDepth) throw InputError("files are loaded within each other too deep");
   std::string const name = given.text("load");
-  std::size_t const commands = readFile(inputPath(name));
+  std::size_t commands = 0;
+  try {
+    commands = readFile(inputPath(name));
+  } catch (InputError const& error) {
+    throw InputError(name + ": " + error.what());
+  }
   return {commands, name + ": " + std::to_string(commands) + (commands == 1 ? " line" : " lines") +
                         " accepted"};
 }

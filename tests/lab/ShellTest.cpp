@@ -90,9 +90,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"packets no-such.pcap out.pcap",
                 "no-such.pcap: expected a capture file that can be read: No such "
                 "file or directory"},
-        BadLine{"packets a.pcap b.pcap access-vlan 0", "expected an access VLAN from 1 to 4094"},
-        BadLine{"load no-such-file.lab", "cannot read no-such-file.lab"},
-        BadLine{"load /", "cannot read /"},
+        BadLine{"packets a.pcap b.pcap access-vlan 0", "expected a number from 1 to 4094, found 0"},
+        BadLine{"load no-such-file.lab",
+                "no-such-file.lab: expected a file of commands that can be read"},
+        BadLine{"load /", "/: expected a file of commands that can be read"},
         BadLine{"expect dump chip == [", "expected JSON behind =="},
         BadLine{"expect dump chip", "expected ==, found the end of the line"},
         BadLine{"clock advance soon", "expected a number from 0 to 4294967295, found soon"},
@@ -122,7 +123,7 @@ TEST_F(ShellTest, AFileThatLoadsItselfIsRefused) {
 
 TEST_F(ShellTest, AMissingFileOfTheCommandLineIsBadInput) {
   EXPECT_EQ(shell.runFile("no-such-file.lab", err), Lab::Shell::kBadInput);
-  EXPECT_EQ(err.str(), "no-such-file.lab: error: cannot read no-such-file.lab\n");
+  EXPECT_EQ(err.str(), "no-such-file.lab: error: expected a file of commands that can be read\n");
 }
 
 TEST_F(ShellTest, AFailedExpectationShowsBothSides) {
