@@ -172,7 +172,7 @@ std::size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 siz
     Place const outer;
   } const nested(*this);
   place_ = place;
-  Progress progress(size);
+  Progress progress(size, Progress::terminal());
   std::size_t commands = 0;
   std::string line;
   while (!exited_ && std::getline(in, line)) {
