@@ -22,8 +22,9 @@ BfnMacRewriteMount::~BfnMacRewriteMount() = default;
 
 void BfnMacRewriteMount::doMount(Kiv::Ptr<Corvo::MountGroup> const& mountGroup,
                                  unsigned short /*cellId*/) {
-  mountOne(*mountGroup, kConfigPath, "BfnMacRewrite::Input::Config", "r");
-  mountOne(*mountGroup, kCapabilityPath, "BfnMacRewrite::Capability", "w");
+  Kiv::Ptr<Corvo::MountGroup> const group = mountGroup;  // mounting may take it from the host
+  mountOne(*group, kConfigPath, "BfnMacRewrite::Input::Config", "r");
+  mountOne(*group, kCapabilityPath, "BfnMacRewrite::Capability", "w");
 }
 
 void BfnMacRewriteMount::getEntity(Kiv::Ptr<Corvo::EntityManager> const& entityManager,

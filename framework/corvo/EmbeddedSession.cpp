@@ -110,6 +110,8 @@ void EmbeddedSession::Request::doMount(Mount const& mount) {
     throw MountException("cannot mount \"" + mount.path().stdString() +
                          "\": the request is closed");
   }
+  // Whoever is told of an entity that is made may let go of this request.
+  Kiv::Ptr<Request> const self(this);
   session_.notifier()->mount(mount);
   paths_.push_back(mount.path());
 }

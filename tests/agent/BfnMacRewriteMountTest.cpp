@@ -1,6 +1,7 @@
 #include "agent/BfnMacRewriteMount.h"
 
 #include <array>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -24,8 +25,10 @@ class RecordingGroup final : public Corvo::MountGroup {
     text << mount.path() << ' ' << mount.typeName() << ' ' << mount.mode() << ' '
          << mount.flags().value() << (mount.filter().filtered() ? " filtered" : "");
     mounts.push_back(text.str());
+    if (then) then();
   }
   std::vector<std::string> mounts;
+  std::function<void()> then;
 };
 
 /// Whatever is put in, and the paths that were asked for.
@@ -62,6 +65,15 @@ TEST(BfnMacRewriteMount, MountsTheConfigurationThenTheCapabilityWhateverTheCell)
     EXPECT_THAT(group->mounts, ElementsAre(line(kConfig, "BfnMacRewrite::Input::Config", "r"),
                                            line(kCapability, "BfnMacRewrite::Capability", "w")));
   }
+}
+
+TEST(BfnMacRewriteMount, TheHostMayLetGoOfTheGroupAtTheFirstMount) {
+  auto const recording = Kiv::makeActive<RecordingGroup>();
+  Kiv::Ptr<Corvo::MountGroup> group = recording;
+  recording->then = [&] { group.reset(); };
+  Kiv::makeActive<BfnMacRewriteMount>()->doMount(group, 0);
+  EXPECT_FALSE(group);
+  EXPECT_EQ(recording->mounts.size(), 2u);
 }
 
 TEST(BfnMacRewriteMount, FetchesBothEntitiesAndMakesTheRecordsOnce) {

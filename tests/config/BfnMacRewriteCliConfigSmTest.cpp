@@ -389,12 +389,16 @@ TEST_F(CliConfigDeathTest, ASecondAnnouncementOfALiveVrfIsFatal) {
 TEST_F(CliConfigDeathTest, TheInternalOperationsAssertInitialisation) {
   start();
   sm->initializedIs(false);
-  auto const uninitialized =
-      AllOf(HasSubstr("Failed(initialized()) "), HasSubstr("\"initialized()\" == nullptr"));
-  EXPECT_DEATH(sm->handleVrfId(), uninitialized);
-  EXPECT_DEATH(sm->addVrf(name("red")), uninitialized);
-  EXPECT_DEATH(sm->deleteVrf(name("red")), uninitialized);
-  EXPECT_DEATH(sm->doAddOverlaySrcMacRewriteEntry(name("red")), uninitialized);
+  // Each by itself: they call one another.
+  auto const diesIn = [](char const* function) {
+    return AllOf(HasSubstr("Failed(initialized()) "), HasSubstr("\"initialized()\" == nullptr"),
+                 HasSubstr(std::string("OverlaySrcMacRewriteCliConfigSm::") + function + "("));
+  };
+  EXPECT_DEATH(sm->handleVrfId(), diesIn("handleVrfId"));
+  EXPECT_DEATH(sm->addVrf(name("red")), diesIn("addVrf"));
+  EXPECT_DEATH(sm->deleteVrf(name("red")), diesIn("deleteVrf"));
+  EXPECT_DEATH(sm->doAddOverlaySrcMacRewriteEntry(name("red")),
+               diesIn("doAddOverlaySrcMacRewriteEntry"));
 }
 
 }  // namespace

@@ -135,8 +135,11 @@ TEST_F(EntriesTest, AForwardingVlanChangeRebuildsSelfIpsOnly) {
   host.address(7, "10.0.0.1", "Ethernet1", true);
   host.address(7, "10.0.0.2", "Ethernet1");
   host.journal();
+  traces();
   host.route("red", 7, 300);
   EXPECT_THAT(host.journal(), ElementsAre("write 300 10.0.0.1 00:00:00:00:00:00"));
+  EXPECT_THAT(traces(), ::testing::Not(::testing::Contains(HasSubstr("removeIpAndIntfId"))));
+  EXPECT_TRUE(sm().hwRouteVrfStatus(L3::VrfName("red"))->initialized());
   host.route("red", 7, 301);
   EXPECT_THAT(host.journal(),
               ElementsAre("erase 300 10.0.0.1", "write 301 10.0.0.1 00:00:00:00:00:00"));
@@ -196,6 +199,16 @@ TEST_F(EntriesTest, AMacForAnAddressWithoutRoutingStatusWritesNothing) {
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
   EXPECT_THAT(host.journal(), IsEmpty());
+}
+
+TEST_F(EntriesTest, AMacForAnAddressThatIsNotIndexedWritesNothingWhateverTheEmptyInterfaceHas) {
+  host.port("", 100);
+  traces();
+  config(7, "10.0.0.1", "02:00:00:00:00:01");
+  EXPECT_THAT(host.journal(), IsEmpty());
+  EXPECT_EQ(traces().back(),
+            "BfnMacRewriteSm::KivAgentVrfConfig::handleIpAndMac: AgentConfig::IpAndMac is "
+            "populated, overlayRewriteSrcMac: 02:00:00:00:00:01");
 }
 
 TEST_F(EntriesTest, TheVrfNameOfAnAddIsTheOneOfThatMoment) {

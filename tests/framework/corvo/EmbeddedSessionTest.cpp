@@ -7,6 +7,7 @@
 #include "framework/core/AllocTrack.h"
 #include "framework/corvo/Exceptions.h"
 #include "tests/framework/corvo/TestTypes.h"
+#include "tests/support/Watcher.h"
 
 namespace {
 
@@ -108,6 +109,19 @@ TEST_F(EmbeddedSessionTest, ARequestWaitsForTheLastOfItsEntities) {
   EXPECT_FALSE(request->mounted());
   mount(writer, "w", "a");
   EXPECT_TRUE(request->mounted());
+}
+
+TEST_F(EmbeddedSessionTest, AHandlerMayLetGoOfTheRequestAndItsSessionWhileItMounts) {
+  auto request = writer->mountRequest();
+  auto& raw = *request;
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(database);
+  watcher->then = [&] {
+    request.reset();
+    writer.reset();
+  };
+  raw.doMount(mountOf("vrfs", "w"));
+  EXPECT_FALSE(request);
+  EXPECT_TRUE(database->entity("vrfs"));
 }
 
 TEST_F(EmbeddedSessionTest, AMountWaitsAlsoWhenItsRequestHasGone) {
