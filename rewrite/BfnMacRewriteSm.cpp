@@ -202,7 +202,6 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::addIpAndIntfId(Ovra::IpAddr ipAddr
   // The empty id names no interface: there is nothing to find the address under.
   if (!intfId) return;
   if (oldIntfId) removeIpAndIntfId(ipAddr);
-  if (owner() == nullptr) return;
   sm.localVrfIpToIntfIs(pair, intfId);
   sm.localIntfToVrfIpIs(intfId)->vrfAndIpAddrIs(pair);
   if (sm.routingStatus(intfId) == nullptr) return;

@@ -375,7 +375,7 @@ TEST_F(StagesTest, AForeignHandlerMayDropTheAgentAtARunningEvent) {
 }
 
 // The same from below: the driver is the host's.
-TEST_F(StagesTest, TheDriverMayDropTheAgentAtAnyCall) {
+TEST_F(StagesTest, TheDriverMayDropTheAgentOrAMachineAtAnyCall) {
   struct Event {
     char const* what;
     void (*run)(BfnTest::PluginHost& host);
@@ -395,9 +395,17 @@ TEST_F(StagesTest, TheDriverMayDropTheAgentAtAnyCall) {
          h.vrf("red", 7);
        }},
   };
+  constexpr void (*kDrops[])(BfnTest::PluginHost & host) = {
+      [](auto& h) { h.agent.reset(); },
+      [](auto& h) { h.agent->bfnMacRewriteSmDel(); },
+      [](auto& h) { h.agent->overlaySrcMacRewriteCliConfigSmDel(); },
+      [](auto& h) { h.agent->bfnMacRewriteIntfRoutingStatusSmDel(); },
+  };
   for (Event const& event : kEvents) {
-    for (int call = 1; call <= 4; ++call) {
-      SCOPED_TRACE(std::string(event.what) + ", call " + std::to_string(call));
+    for (int round = 0; round < 16; ++round) {
+      int const call = round / 4 + 1;
+      auto const drop = kDrops[round % 4];
+      SCOPED_TRACE(std::string(event.what) + ", round " + std::to_string(round));
       BfnTest::PluginHost own;
       own.createAgent();
       own.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
@@ -417,11 +425,14 @@ TEST_F(StagesTest, TheDriverMayDropTheAgentAtAnyCall) {
       own.rewrite("red", "10.0.0.2", "02:00:00:00:00:02");
       int calls = 0;
       driver.then = [&] {
-        if (++calls == call) own.agent.reset();
+        if (++calls == call) drop(own);
       };
       event.run(own);
       EXPECT_GT(calls, 0);
-      EXPECT_EQ(own.agent != nullptr, calls < call);
+      bool const whole = own.agent && own.agent->bfnMacRewriteSm() &&
+                         own.agent->overlaySrcMacRewriteCliConfigSm() &&
+                         own.agent->bfnMacRewriteIntfRoutingStatusSm();
+      EXPECT_EQ(whole, calls < call);
     }
   }
 }

@@ -123,6 +123,33 @@ TEST_F(EntriesTest, RemovingAWaitingSelfIpDoesNothing) {
   EXPECT_FALSE(indexed(7, "10.0.0.1"));
 }
 
+TEST_F(EntriesTest, RemovingAWaitingSelfIpDoesNothingWhateverTheEmptyInterfaceHas) {
+  host.port("", 100);
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  host.addressDel(7, "10.0.0.1");
+  EXPECT_THAT(host.journal(), IsEmpty());
+}
+
+TEST_F(EntriesTest, OneAddressLessLeavesTheOthersOfItsInterface) {
+  host.port("Ethernet1", 100);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  host.address(7, "10.0.0.2", "Ethernet1");
+  host.address(8, "10.0.0.2", "Ethernet1");
+  host.addressDel(7, "10.0.0.2");
+  auto const pairs = sm().localIntfToVrfIp(Ovra::IntfId("Ethernet1"));
+  ASSERT_TRUE(pairs);
+  EXPECT_EQ(pairs->vrfAndIpAddr().size(), 2u);
+  EXPECT_FALSE(indexed(7, "10.0.0.2"));
+  EXPECT_EQ(indexed(7, "10.0.0.1"), Ovra::IntfId("Ethernet1"));
+  EXPECT_EQ(indexed(8, "10.0.0.2"), Ovra::IntfId("Ethernet1"));
+  host.journal();
+  host.portDel("Ethernet1");
+  EXPECT_THAT(host.journal(), UnorderedElementsAre("erase 100 10.0.0.1", "erase 100 10.0.0.2"));
+  host.addressDel(7, "10.0.0.1");
+  host.addressDel(8, "10.0.0.2");
+  EXPECT_FALSE(sm().localIntfToVrfIp(Ovra::IntfId("Ethernet1")));
+}
+
 TEST_F(EntriesTest, AnAddressOnNoInterfaceIsNotIndexed) {
   host.port("", 100);
   host.address(7, "10.0.0.1", "");
