@@ -12,6 +12,7 @@
 #include "lab/packets/CaptureWriter.h"
 #include "lab/packets/ForwardCapture.h"
 #include "lab/packets/Forwarder.h"
+#include "tests/support/RewriteRow.h"
 
 namespace {
 
@@ -39,16 +40,9 @@ void writeRows(BfnChip::ChipModel& chip) {
   auto const table = chip.open({0, 0, {}, "profile", BfnChip::ChipModel::kRewriteTable});
   for (U32 i = 0; i < kRows; ++i) {
     auto const [vlan, source] = flowOf(i);
-    BfnChip::KeyBytes const key{5,
-                                static_cast<U8>(vlan),
-                                static_cast<U8>(vlan >> 8),
-                                source[0],
-                                source[1],
-                                source[2],
-                                source[3],
-                                1};
-    BfnChip::ActionBytes const action{0x10, 0x5e, 2, 0, static_cast<U8>(i), 2, 1, 0};
-    if (chip.write(*table, key, action) != BfnDriver::WriteResult::Ok) {
+    MacBytes const mac{2, 0, 0, 1, 2, static_cast<U8>(i)};
+    if (chip.write(*table, BfnTest::rewriteKey(vlan, source), BfnTest::rewriteAction(mac)) !=
+        BfnDriver::WriteResult::Ok) {
       throw std::runtime_error("the chip refused a row");
     }
   }

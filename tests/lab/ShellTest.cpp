@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 
+#include "lab/packets/Verdict.h"
 #include "lab/prompt/Prompt.h"
 #include "tests/lab/LabFixture.h"
 
@@ -207,6 +208,15 @@ TEST_F(ShellTest, TheDocumentHasTheFormAndTheExampleOfEveryCommand) {
       EXPECT_THAT(document, HasSubstr(command.pattern.text()));
       EXPECT_THAT(document, HasSubstr(command.example));
     }
+  }
+}
+
+TEST_F(ShellTest, TheDocumentHasEveryWordThatFramesAreCountedAs) {
+  std::ifstream in(LAB_DOCUMENT);
+  std::string const document{std::istreambuf_iterator<char>(in), {}};
+  for (std::size_t i = 0; i < LabPackets::kVerdicts; ++i) {
+    std::string const word(LabPackets::text(static_cast<LabPackets::Verdict>(i)));
+    EXPECT_THAT(document, ::testing::ContainsRegex("\n\\|([^|]*, | )" + word + "(, [^|]*)? \\|"));
   }
 }
 

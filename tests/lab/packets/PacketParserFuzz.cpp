@@ -10,6 +10,7 @@
 
 #include "framework/core/Fatal.h"
 #include "lab/packets/Forwarder.h"
+#include "tests/support/RewriteRow.h"
 
 namespace {
 
@@ -21,10 +22,8 @@ constexpr MacBytes kRowMac{0x02, 0x5e, 0x10, 0x01, 0x02, 0x03};
 void writeRows(BfnChip::ChipModel& chip) {
   auto const table = chip.open({0, 0, {}, "profile", BfnChip::ChipModel::kRewriteTable});
   for (Kiv::U16 const vlan : std::initializer_list<Kiv::U16>{1, 100, 300}) {
-    BfnChip::KeyBytes const key{
-        5, static_cast<Kiv::U8>(vlan), static_cast<Kiv::U8>(vlan >> 8), 10, 1, 2, 3, 1};
-    BfnChip::ActionBytes const action{0x10, 0x5e, 2, 0, 0x03, 0x02, 0x01, 0};
-    KIV_CHECK(chip.write(*table, key, action) == BfnDriver::WriteResult::Ok);
+    KIV_CHECK(chip.write(*table, BfnTest::rewriteKey(vlan, {10, 1, 2, 3}),
+                         BfnTest::rewriteAction(kRowMac)) == BfnDriver::WriteResult::Ok);
   }
 }
 

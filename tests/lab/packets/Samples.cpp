@@ -5,6 +5,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "tests/support/RewriteRow.h"
+
 namespace LabPackets::Samples {
 
 using Kiv::U16;
@@ -76,16 +78,8 @@ Buffer udpFrame(std::size_t payloadSize, U16 sourcePort) {
 
 void rowIs(BfnChip::ChipModel& chip, U16 vlan, AddressBytes const& source, MacBytes const& mac) {
   auto const table = chip.open({0, 0, {}, "profile", BfnChip::ChipModel::kRewriteTable});
-  BfnChip::KeyBytes const key{5,
-                              static_cast<U8>(vlan),
-                              static_cast<U8>(vlan >> 8),
-                              source[0],
-                              source[1],
-                              source[2],
-                              source[3],
-                              1};
-  BfnChip::ActionBytes const action{mac[2], mac[1], mac[0], 0, mac[5], mac[4], mac[3], 0};
-  if (chip.write(table.value(), key, action) != BfnDriver::WriteResult::Ok) {
+  if (chip.write(table.value(), BfnTest::rewriteKey(vlan, source), BfnTest::rewriteAction(mac)) !=
+      BfnDriver::WriteResult::Ok) {
     throw std::runtime_error("the chip refused a row");
   }
 }
