@@ -238,6 +238,22 @@ void putShared(LabHost& host, std::string const& input, bool make) {
   }
 }
 
+// The agent's own records are made by mounting.
+void putAgentRecord(LabHost& host, bool isConfig, bool make) {
+  constexpr char kConfigDel[] = "bfnMacRewriteAgentConfigDel";
+  constexpr char kStatusDel[] = "bfnMacRewriteAgentStatusDel";
+  call(host.mount(), isConfig ? kConfigDel : kStatusDel);
+  if (!make) return;
+  // Mounting puts everything in place; what the lab has put there, or taken away, stays so.
+  Object const cliConfig = getObject(host.mount(), "bfnMacRewriteCliConfig");
+  Object const capability = host.capability();
+  bool const withoutOther = isConfig ? !host.agentStatus() : !host.agentConfig();
+  host.mountAgain();
+  if (withoutOther) call(host.mount(), isConfig ? kStatusDel : kConfigDel);
+  set(host.mount(), "bfnMacRewriteCliConfig", {Kiv::GenericValue(cliConfig)});
+  set(host.mount(), "bfnMacRewriteCapability", {Kiv::GenericValue(capability)});
+}
+
 // A new, empty object in the input's place, or none.
 Answer putInput(LabHost& host, std::string const& input, bool make) {
   if (input == "route-status") {
@@ -251,20 +267,7 @@ Answer putInput(LabHost& host, std::string const& input, bool make) {
     set(host.mount(), "bfnMacRewriteCapability",
         {make ? Kiv::GenericValue(makeByName("BfnMacRewrite::Capability")) : Kiv::GenericValue()});
   } else if (input == "agent-config" || input == "agent-status") {
-    Object const cliConfig = getObject(host.mount(), "bfnMacRewriteCliConfig");
-    Object const capability = host.capability();
-    call(host.mount(),
-         input == "agent-config" ? "bfnMacRewriteAgentConfigDel" : "bfnMacRewriteAgentStatusDel");
-    if (!make) return {};
-    // Mounting makes what is not there; what the lab has put in place otherwise stays.
-    bool const other = input == "agent-config" ? !host.agentStatus() : !host.agentConfig();
-    host.mountAgain();
-    if (other) {
-      call(host.mount(),
-           input == "agent-config" ? "bfnMacRewriteAgentStatusDel" : "bfnMacRewriteAgentConfigDel");
-    }
-    set(host.mount(), "bfnMacRewriteCliConfig", {Kiv::GenericValue(cliConfig)});
-    set(host.mount(), "bfnMacRewriteCapability", {Kiv::GenericValue(capability)});
+    putAgentRecord(host, input == "agent-config", make);
   } else {
     putShared(host, input, make);
   }

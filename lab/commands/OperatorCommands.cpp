@@ -17,10 +17,11 @@ namespace {
 
 constexpr char kEntry[] = "overlaySrcMacRewriteEntry";
 
-Object config(LabHost const& host) {
-  Object const found = host.cliConfig();
-  if (!found) throw InputError("there is no cli-config; host replace cli-config makes one");
-  return found;
+Object const& config(LabHost const& host) {
+  if (!host.cliConfig()) {
+    throw InputError("there is no cli-config; host replace cli-config makes one");
+  }
+  return host.cliConfig();
 }
 
 Answer rewriteIs(LabHost& host, Arguments const& given) {
@@ -34,7 +35,7 @@ Answer rewriteIs(LabHost& host, Arguments const& given) {
 }
 
 Answer rewriteDel(LabHost& host, Arguments const& given) {
-  Object const from = config(host);
+  Object const& from = config(host);
   Kiv::GenericValue const key = Kiv::StrepWriter("BfnMacRewrite::Input::VrfNameAndIp")
                                     .field("vrfName", L3::VrfName(given.text("vrf")))
                                     .field("ip", given.ip("src-ip"))

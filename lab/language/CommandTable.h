@@ -19,7 +19,7 @@ inline std::string jsonText(nlohmann::json const& json) {
 
 /// What a command says.
 struct Answer {
-  Answer() = default;
+  Answer() {}
   /// The text form is that of the JSON, in one line.
   explicit Answer(nlohmann::json answer) : json(std::move(answer)), text(jsonText(json)) {}
   Answer(nlohmann::json answer, std::string words)
