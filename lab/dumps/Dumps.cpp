@@ -150,7 +150,7 @@ ConfigLine configLineOf(Kiv::String const& strep) {
 
 std::vector<ConfigLine> configLines(LabHost const& host) {
   std::vector<ConfigLine> lines;
-  Object const config = host.cliConfig();
+  Object const& config = host.cliConfig();
   if (!config) return lines;
   forEach(config, "overlaySrcMacRewriteEntry",
           [&](Kiv::GenericValue const&, Kiv::GenericValue const& value) {
