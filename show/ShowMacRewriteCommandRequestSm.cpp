@@ -1,9 +1,12 @@
 #include "show/ShowMacRewriteCommandRequestSm.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <vector>
 
 #include "framework/core/Fatal.h"
+#include "framework/core/Prefetch.h"
 #include "framework/generic/Describe.h"
 #include "framework/prettyout/Printer.h"
 #include "framework/trace/Trace.h"
@@ -122,29 +125,69 @@ class ShowMacRewriteCommandRequestSm::VrfMemory {
   std::array<Vrf, size_t{1} << kBits> vrfs_;
 };
 
+/// Rows on their way into the snapshot. They come in the order of their hashes, in which every
+/// insertion into a sorted map would look for its place all over it; by address, most go right
+/// behind the one before.
+class ShowMacRewriteCommandRequestSm::Batch {
+ public:
+  /// So few that sorting them in is a small part of a slice.
+  static constexpr size_t kSize = 8192;
+
+  bool full() const { return rows_.size() == kSize; }
+  void add(SortedIpToMac& sorted, Ovra::IpAddr ip, Ovra::EthAddr const& mac) {
+    order_.push_back(Kiv::U64{ip.value()} << 32 | rows_.size());
+    rows_.push_back({&sorted, mac});
+  }
+  /// The row that was added last wins its address.
+  void file() {
+    std::ranges::sort(order_);
+    for (Kiv::U64 const key : order_) {
+      Row const& row = rows_[static_cast<U32>(key)];
+      row.sorted->ipToMacIs(Ovra::IpAddr(static_cast<U32>(key >> 32)), row.mac);
+    }
+    order_.clear();
+    rows_.clear();
+  }
+
+ private:
+  struct Row {
+    SortedIpToMac* sorted;
+    Ovra::EthAddr mac;
+  };
+  // Address and number of each row: unequal keys, so that the sort keeps the order of equal ones.
+  std::vector<Kiv::U64> order_;
+  std::vector<Row> rows_;
+};
+
 namespace {
 
-/// Fetches records, and the match specs they point at, into the cache some steps ahead of the walk:
-/// they lie all over the heap, and waiting for each in turn would be most of a step.
+/// Fetches records, the match specs they point at and the chip's rows of those into the cache some
+/// steps ahead of the walk: they lie all over the memory, and waiting for each in turn would be
+/// most of a step.
 template <class Iterator>
 class FetchAhead {
  public:
-  FetchAhead(Iterator const& from, Iterator const& end) : records_(from), specs_(from), end_(end) {
+  FetchAhead(BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable const& table, Iterator const& from,
+             Iterator const& end)
+      : table_(table), records_(from), specs_(from), rows_(from), end_(end) {
     for (int i = 0; i < kRecordsAhead; ++i) fetchRecord();
     for (int i = 0; i < kSpecsAhead; ++i) fetchSpec();
+    for (int i = 0; i < kRowsAhead; ++i) fetchRow();
   }
   void step() {
     fetchRecord();
     fetchSpec();
+    fetchRow();
   }
 
  private:
-  static constexpr int kSpecsAhead = 6;
-  static constexpr int kRecordsAhead = 12;
+  static constexpr int kRowsAhead = 6;
+  static constexpr int kSpecsAhead = 12;
+  static constexpr int kRecordsAhead = 18;
 
   static void fetch(void const* object) {
-    __builtin_prefetch(object);
-    __builtin_prefetch(static_cast<char const*>(object) + 64);
+    Kiv::prefetch(object);
+    Kiv::prefetch(static_cast<char const*>(object) + 64);
   }
   void fetchRecord() {
     if (records_ == end_) return;
@@ -157,21 +200,36 @@ class FetchAhead {
     ++specs_;
   }
 
+  void fetchRow() {
+    if (rows_ == end_) return;
+    table_.prefetch(*(*rows_)->overlaySrcMacRewriteMatchSpec());
+    ++rows_;
+  }
+
+  BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable const& table_;
   Iterator records_;
   Iterator specs_;
+  Iterator rows_;
   Iterator const end_;
 };
 
 }  // namespace
 
 ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect() {
+  if (batch_ == nullptr) batch_ = std::make_unique<Batch>();
+  Phase const phase = examineAll();
+  batch_->file();
+  return phase;
+}
+
+ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::examineAll() {
   auto const& records = overlaySrcMacRewriteMgr_->matchSpecAndRefCount();
   auto walk = bookmarkMatch() == Agent::IpAndIntfId() ? records.begin()
                                                       : records.lowerBound(bookmarkMatch());
   auto const end = records.end();
   if (vrfMemory_ == nullptr) vrfMemory_ = std::make_unique<VrfMemory>(*overlaySrcMacRewriteMgr_);
   vrfMemory_->startSlice();
-  FetchAhead ahead(walk, end);
+  FetchAhead ahead(*overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable(), walk, end);
   while (walk != end) {
     if (examine(**walk)) {
       matchSpecIterDoneIs(true);
@@ -215,7 +273,8 @@ bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record)
   }
   if (kept) {
     if (vrf.sorted == nullptr) vrf.sorted = sortedVrfIpToMacIs(vrf.name).get();
-    vrf.sorted->ipToMacIs(key.ipAddr, mac);
+    if (batch_->full()) batch_->file();
+    batch_->add(*vrf.sorted, key.ipAddr, mac);
   }
   return kept && vrfNameValid_ && overlaySipValid_;
 }

@@ -86,8 +86,10 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
  private:
   enum class Phase { Ended, Yielded };
   class VrfMemory;
+  class Batch;
 
   Phase collect();
+  Phase examineAll();
   Phase print();
   /// Takes one record's row into the snapshot when the filters keep it. True when it was the one
   /// row that a VRF and an IP filter together can find.
@@ -107,6 +109,7 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   SortedVrfIpToMac sortedVrfIpToMac_;
   bool initialized_ = false;
   std::unique_ptr<VrfMemory> vrfMemory_;  // made by the first slice that collects
+  std::unique_ptr<Batch> batch_;          // likewise; empty between slices
 };
 
 /// See ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSmIs. `maxRunTime`: seconds of

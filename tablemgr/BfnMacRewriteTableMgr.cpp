@@ -144,8 +144,9 @@ PexTypes::TableAddStatus OverlaySrcMacRewriteManager::addEntry(
     return PexTypes::TableAddStatus::ResourcesExhausted;
   }
   KIV_TRACE(9, "Table programming successful");
-  matchSpecAndRefCountIs(key)->overlaySrcMacRewriteMatchSpecIs(matchSpec);
-  matchSpecAndRefCount(key)->refCountInc(1);
+  auto const record = matchSpecAndRefCountIs(key);
+  record->overlaySrcMacRewriteMatchSpecIs(matchSpec);
+  record->refCountInc(1);
   return PexTypes::TableAddStatus::Success;
 }
 

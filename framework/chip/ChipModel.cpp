@@ -122,6 +122,11 @@ bool ChipModel::read(TableHandle handle, ByteView key, std::span<Kiv::U8> action
   return true;
 }
 
+void ChipModel::prefetch(TableHandle handle, ByteView key) const {
+  Table const* table = tableOf(handle);
+  if (table != nullptr && key.size() == kKeyBytes) table->rows.prefetch(packed(copyOf(key)));
+}
+
 std::size_t ChipModel::entryCount(TableHandle handle) const {
   Table const* table = tableOf(handle);
   return table == nullptr ? 0 : table->rows.size();

@@ -51,6 +51,7 @@ class ChipModel final : public BfnDriver::TableDriver {
                                BfnDriver::ByteView keyBytes) override;
   bool read(BfnDriver::TableHandle handle, BfnDriver::ByteView key,
             std::span<Kiv::U8> action) const override;
+  void prefetch(BfnDriver::TableHandle handle, BfnDriver::ByteView key) const override;
   std::size_t entryCount(BfnDriver::TableHandle handle) const override;
   std::size_t capacity(BfnDriver::TableHandle handle) const override;
 

@@ -8,15 +8,11 @@ namespace BfnChip {
 namespace {
 
 using Kiv::U64;
-__extension__ using Wide = unsigned __int128;
 
 // Doubled, it gives tables of 2^n rows a fill of two thirds.
 constexpr std::size_t kFirstHomes = 12;
 // Places kept behind the last home; more are added when they are needed.
 constexpr std::size_t kSpill = 16;
-
-constexpr U64 kSpread = 0x9E3779B97F4A7C15;
-constexpr U64 kFold = 0xD6E8FEB86659FD93;
 
 // The number whose product with the odd number x is 1, modulo 2^64; each step doubles the bits.
 constexpr U64 inverse(U64 x) {
@@ -24,42 +20,14 @@ constexpr U64 inverse(U64 x) {
   for (int step = 0; step < 6; ++step) y *= 2 - x * y;
   return y;
 }
-static_assert(inverse(kSpread) * kSpread == 1 && inverse(kFold) * kFold == 1);
-
-constexpr U64 mix(U64 key) {
-  key *= kSpread;
-  key ^= key >> 32;
-  return key * kFold;
-}
-
-constexpr U64 unmix(U64 mixed) {
-  mixed *= inverse(kFold);
-  mixed ^= mixed >> 32;
-  return mixed * inverse(kSpread);
-}
 
 }  // namespace
 
-std::size_t RowTable::home(U64 mixed) const {
-  return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes_ >> 64);
-}
-
-// Where the row stands, or would. A free slot's mixed key ends the search.
-std::size_t RowTable::placeOf(U64 mixed) const {
-  std::size_t at = home(mixed);
-  while (slots_[at].mixedKey < mixed) ++at;
-  return at;
-}
-
-RowTable::Slot const* RowTable::find(U64 key) const {
-  if (size_ == 0) return nullptr;
-  U64 const mixed = mix(key);
-  Slot const& slot = slots_[placeOf(mixed)];
-  return slot.mixedKey == mixed && slot.hits != kFree ? &slot : nullptr;
-}
-
-RowTable::Slot* RowTable::find(U64 key) {
-  return const_cast<Slot*>(std::as_const(*this).find(key));
+U64 RowTable::unmix(U64 mixed) {
+  static_assert(inverse(kSpread) * kSpread == 1 && inverse(kFold) * kFold == 1);
+  mixed *= inverse(kFold);
+  mixed ^= mixed >> 32;
+  return mixed * inverse(kSpread);
 }
 
 // Pushes every row from the new one's place up to the next free slot one further.

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
+#include "framework/core/Prefetch.h"
 #include "framework/core/Types.h"
 
 namespace BfnChip {
@@ -18,15 +21,23 @@ using ActionBytes = std::array<Kiv::U8, kActionBytes>;
 template <std::size_t N>
 constexpr Kiv::U64 packed(std::array<Kiv::U8, N> const& bytes) {
   static_assert(N <= 8);
-  Kiv::U64 word = 0;
-  for (std::size_t i = 0; i < N; ++i) word |= Kiv::U64{bytes[i]} << (8 * i);
-  return word;
+  if constexpr (N == 8 && std::endian::native == std::endian::little) {
+    return std::bit_cast<Kiv::U64>(bytes);
+  } else {
+    Kiv::U64 word = 0;
+    for (std::size_t i = 0; i < N; ++i) word |= Kiv::U64{bytes[i]} << (8 * i);
+    return word;
+  }
 }
 constexpr KeyBytes unpacked(Kiv::U64 word) {
   static_assert(kKeyBytes == 8 && kActionBytes == 8);
-  KeyBytes bytes{};
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<Kiv::U8>(word >> (8 * i));
-  return bytes;
+  if constexpr (std::endian::native == std::endian::little) {
+    return std::bit_cast<KeyBytes>(word);
+  } else {
+    KeyBytes bytes{};
+    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<Kiv::U8>(word >> (8 * i));
+    return bytes;
+  }
 }
 
 /// One row as the chip holds it.
@@ -57,8 +68,17 @@ class RowTable {
   std::size_t size() const { return size_; }
 
   /// Keys and actions are packed. Null when there is no such row.
-  Slot* find(Kiv::U64 key);
-  Slot const* find(Kiv::U64 key) const;
+  Slot* find(Kiv::U64 key) { return const_cast<Slot*>(std::as_const(*this).find(key)); }
+  Slot const* find(Kiv::U64 key) const {
+    if (size_ == 0) return nullptr;
+    Kiv::U64 const mixed = mix(key);
+    Slot const& slot = slots_[placeOf(mixed)];
+    return slot.mixedKey == mixed && slot.hits != kFree ? &slot : nullptr;
+  }
+  /// Asks for the memory where the row would be, so that a look-up soon after need not wait for it.
+  void prefetch(Kiv::U64 key) const {
+    if (size_ != 0) Kiv::prefetch(&slots_[home(mix(key))]);
+  }
   /// Adds a row with no hits. The key must not be there.
   Slot& insert(Kiv::U64 key, Kiv::U64 action);
   /// False when there is no such row.
@@ -71,8 +91,26 @@ class RowTable {
  private:
   static constexpr Kiv::U64 kFree = ~Kiv::U64{0};
 
-  std::size_t home(Kiv::U64 mixed) const;
-  std::size_t placeOf(Kiv::U64 mixed) const;
+  static constexpr Kiv::U64 kSpread = 0x9E3779B97F4A7C15;
+  static constexpr Kiv::U64 kFold = 0xD6E8FEB86659FD93;
+  __extension__ using Wide = unsigned __int128;
+
+  static constexpr Kiv::U64 mix(Kiv::U64 key) {
+    key *= kSpread;
+    key ^= key >> 32;
+    return key * kFold;
+  }
+  static Kiv::U64 unmix(Kiv::U64 mixed);
+
+  std::size_t home(Kiv::U64 mixed) const {
+    return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes_ >> 64);
+  }
+  /// Where the row stands, or would. A free slot's mixed key ends the search.
+  std::size_t placeOf(Kiv::U64 mixed) const {
+    std::size_t at = home(mixed);
+    while (slots_[at].mixedKey < mixed) ++at;
+    return at;
+  }
   void grow();
 
   /// homes_ places to point at, then those that the last rows have been pushed out to. The last one

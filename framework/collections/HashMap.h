@@ -50,14 +50,13 @@ class HashMap {
   /// See HashTable::prefetch.
   void prefetch(Key const& key) const { table_.prefetch(key); }
 
-  /// Stores `member`, replacing another object under its key; gives back what it replaced.
+  /// Stores `member`, replacing another object under its key; gives back what was stored there
+  /// before, which may be `member` itself.
   Ptr<Member> set(Ptr<Member> member) {
-    if (Ptr<Member>* const stored = table_.find(std::invoke(KeyOf, *member))) {
-      stored->swap(member);
-      return member;
-    }
-    table_.insert(std::move(member));
-    return nullptr;
+    auto const [stored, isNew] = table_.insert(member);
+    if (isNew) return nullptr;
+    stored->swap(member);
+    return member;
   }
   /// Gives back what it removed; null when absent.
   Ptr<Member> take(Key const& key) {

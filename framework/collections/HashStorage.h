@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "framework/collections/HashProbe.h"
+#include "framework/core/Prefetch.h"
 #include "framework/core/Types.h"
 
 namespace Kiv {
@@ -74,7 +75,7 @@ class HashStorage {
   void prefetchSlot(size_t at) const {
     auto const address = reinterpret_cast<std::uintptr_t>(slots_) + at * sizeof(Slot);
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    __builtin_prefetch(reinterpret_cast<void const*>(address));
+    prefetch(reinterpret_cast<void const*>(address));
   }
 
   void put(size_t at, U32 hash, Slot&& slot) {

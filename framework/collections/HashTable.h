@@ -10,6 +10,7 @@
 #include "framework/collections/HashProbe.h"
 #include "framework/collections/HashStorage.h"
 #include "framework/core/Fatal.h"
+#include "framework/core/Prefetch.h"
 #include "framework/core/Types.h"
 
 namespace Kiv {
@@ -85,7 +86,7 @@ class HashTable {
   /// Asks for the memory where `key` belongs, so that a look-up soon after need not wait for it.
   void prefetch(Key const& key) const {
     size_t const at = storage_.home(hashOf(key));
-    __builtin_prefetch(storage_.hashes(at));
+    Kiv::prefetch(storage_.hashes(at));
     storage_.prefetchSlot(at);
   }
 

@@ -57,8 +57,8 @@ class MemberCollection
     if (!member) throwMutatorArgNullPointerException(owner_, A.id);
     Ptr<Member> const keep = member;
     Key const key = Base::keyOf(*keep);
-    if (map_.find(key) == keep.get()) return;
     Ptr<Member> const replaced = map_.set(keep);
+    if (replaced == keep) return;
     if (replaced) unparent(*replaced);
     if constexpr (kEntities) keep->parentIs(Ptr<Entity>(&ownerEntity()), A.id);
     this->notify(key);

@@ -4,4 +4,6 @@ namespace BfnDriver {
 
 TableDriver::~TableDriver() = default;
 
+void TableDriver::prefetch(TableHandle, ByteView) const {}
+
 }  // namespace BfnDriver

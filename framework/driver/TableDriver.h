@@ -67,6 +67,10 @@ class TableDriver {
   /// `action` untouched, when there is no such row.
   virtual bool read(TableHandle table, ByteView key, std::span<Kiv::U8> action) const = 0;
 
+  /// A hint that read() or write() of this key follows soon; a driver with nothing to fetch ahead
+  /// does nothing.
+  virtual void prefetch(TableHandle table, ByteView key) const;
+
   /// Rows in the table, and the most it takes. Zero for an unknown handle.
   virtual std::size_t entryCount(TableHandle table) const = 0;
   virtual std::size_t capacity(TableHandle table) const = 0;

@@ -121,6 +121,10 @@ std::optional<OverlaySrcMacRewriteTable::Action> OverlaySrcMacRewriteTable::acti
   return Action{numberAt(bytes, 0), numberAt(bytes, 4)};
 }
 
+void OverlaySrcMacRewriteTable::prefetch(OverlaySrcMacRewriteMatchSpec const& matchSpec) const {
+  driver_->prefetch(handle_, serialized(matchSpec));
+}
+
 void OverlaySrcMacRewriteTable::countIs() {
   status_->entryCountIs(static_cast<U32>(driver_->entryCount(handle_)));
 }

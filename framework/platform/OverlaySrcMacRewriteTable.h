@@ -74,6 +74,8 @@ class OverlaySrcMacRewriteTable final : public Kiv::Entity {
     Kiv::U32 station;
   };
   std::optional<Action> action(OverlaySrcMacRewriteMatchSpec const& matchSpec) const;
+  /// A hint that the row is read or written soon.
+  void prefetch(OverlaySrcMacRewriteMatchSpec const& matchSpec) const;
 
   /// Rows in the table, as of the last write or removal: the count of the status record.
   Kiv::U32 entryCount() const { return status_->entryCount(); }

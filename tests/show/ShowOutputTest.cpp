@@ -170,6 +170,39 @@ TEST_F(ShowOutputTest, TwoInterfacesOfOneVrfWithOneAddressAreOneLine) {
   EXPECT_EQ(shown(), kHeader + line("red", "10.0.0.1", "00:00:00:00:00:00") + "\n");
 }
 
+TEST_F(ShowOutputTest, OfTwoMacsOfOneAddressTheLaterRecordsIsShown) {
+  vrf("red", 1);
+  host.port("Ethernet3", 103, 1);
+  host.address(1, "10.0.0.1", "Ethernet1");
+  host.address(4, "10.0.0.1", "Ethernet3");
+  std::vector<Key> const order = walkOrder();
+  ASSERT_EQ(order.size(), 2u);
+  manager().updateEntry(order[0].intfId, ip("10.0.0.1"), mac("02:00:00:00:00:01"));
+  manager().updateEntry(order[1].intfId, ip("10.0.0.1"), mac("02:00:00:00:00:02"));
+  EXPECT_EQ(shown(), kHeader + line("red", "10.0.0.1", "02:00:00:00:00:02") + "\n");
+  manager().updateEntry(order[1].intfId, ip("10.0.0.1"), mac("02:00:00:00:00:03"));
+  manager().updateEntry(order[0].intfId, ip("10.0.0.1"), mac("02:00:00:00:00:04"));
+  EXPECT_EQ(shown(), kHeader + line("red", "10.0.0.1", "02:00:00:00:00:03") + "\n");
+}
+
+TEST_F(ShowOutputTest, ManyRowsAreSortedByVrfAndAddress) {
+  constexpr unsigned kRows = 20'000;
+  char const* const vrfs[] = {"blue", "green", "red"};
+  for (unsigned v = 0; v < 3; ++v) vrf(vrfs[v], v + 1);
+  std::string expected = kHeader;
+  for (unsigned v = 0; v < 3; ++v) {
+    for (unsigned n = v; n < kRows; n += 3) {
+      std::string const ipText = Ovra::IpAddr(0x0a000000u + n).valueToStrep().stdString();
+      std::string const macText =
+          Ovra::ethAddrFromOuiStation(0x020000u, n).valueToStrep().stdString();
+      row(vrfs[v], v + 1, ipText, macText);
+      expected += line(vrfs[v], ipText, macText);
+    }
+  }
+  expected += "\n";
+  EXPECT_EQ(shown(), expected);
+}
+
 // The filters: which of the three are given, and with values that match all, some or nothing.
 TEST_F(ShowOutputTest, FiltersKeepWhatTheirTableSays) {
   struct Row {

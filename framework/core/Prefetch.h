@@ -1,0 +1,14 @@
+#pragma once
+
+namespace Kiv {
+
+/// Asks for the cache line at `address`, which need not be valid, so that reading it soon after
+/// need not wait for memory.
+[[gnu::always_inline]] inline void prefetch(void const* address) {
+  __builtin_prefetch(address);
+  // A function that only prefetches counts as one without effect, and g++ drops calls of it; an
+  // empty statement that counts as an effect keeps them.
+  asm volatile("");
+}
+
+}  // namespace Kiv
