@@ -89,6 +89,7 @@ TEST_F(TableSetupTest, AChipWithoutTheTableDeclaresNothing) {
   capabilitiesAre(false, 1000);
   auto const manager = make();
   EXPECT_EQ(manager->pendingTableCount(), 0);
+  EXPECT_TRUE(manager->initTableDone());
   EXPECT_TRUE(manager->initialized());
   EXPECT_TRUE(host.profileEntry->tableList()->hwTables().empty());
   EXPECT_FALSE(manager->overlaySrcMacRewriteTable());
