@@ -58,10 +58,7 @@ int run(Options const& options) {
   return Lab::Shell::kDone;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::ios::sync_with_stdio(false);
+int parseAndRun(int argc, char** argv) {
   Options options;
   CLI::App app{"A switch around the MAC rewrite plug-in: operator, host agent, chip and packets."};
   app.footer(kExamples);
@@ -82,8 +79,15 @@ int main(int argc, char** argv) {
   } catch (CLI::ParseError const& error) {
     return app.exit(error) == 0 ? 0 : Lab::Shell::kBadInput;
   }
+  return run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    return run(options);
+    std::ios::sync_with_stdio(false);
+    return parseAndRun(argc, argv);
   } catch (std::exception const& error) {
     std::cout.flush();
     std::cerr << "macrewrite-lab: error: " << error.what() << std::endl;

@@ -59,8 +59,8 @@ Verdict verdictByProtocol(Frame const& frame, Bytes bytes) {
 }  // namespace
 
 U64 ForwardTotals::forwarded() const {
-  auto const firstDropped = byVerdict.begin() + static_cast<int>(Verdict::TooShort);
-  return std::accumulate(byVerdict.begin(), firstDropped, U64{0});
+  return std::accumulate(byVerdict.begin(), byVerdict.begin() + static_cast<int>(Verdict::TooShort),
+                         U64{0});
 }
 
 Forwarder::Forwarder(BfnChip::ChipModel& chip, ForwarderConfig const& config)
