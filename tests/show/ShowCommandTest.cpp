@@ -51,6 +51,22 @@ TEST_F(ShowCommandTest, ANewCommandHasItsArgumentsAndNothingElse) {
   EXPECT_FALSE(sm->executionCompleted());
 }
 
+TEST_F(ShowCommandTest, InitialisationDropsThePrinterAndStartsTheCommandAnew) {
+  auto const sm = command();
+  printerIs(sm);
+  sm->handleAsyncCommand(7, 0);
+  sm->continuationIs(true);
+  sm->initializedIs(false);
+  ASSERT_TRUE(sm->executionCompleted());
+  TraceCapture::clear();
+  sm->handleInitialized();
+  EXPECT_EQ(sm->prettyoutPrinter(), nullptr);
+  EXPECT_TRUE(sm->initialized());
+  EXPECT_FALSE(sm->executionCompleted());
+  EXPECT_FALSE(sm->continuation());
+  EXPECT_THAT(TraceCapture::texts(), ElementsAre(HasSubstr("::handleInitialized(): SM Init.")));
+}
+
 TEST_F(ShowCommandTest, AttributesAreNumberedInOrderBehindTheBases) {
   Kiv::Type const& type = Sm::_kivType();
   EXPECT_EQ(type.name(), kTypeName);

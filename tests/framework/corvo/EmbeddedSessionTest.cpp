@@ -235,6 +235,9 @@ TEST_F(EmbeddedSessionTest, MountingTwiceGivesTheSameEntity) {
   auto const again = mount(reader, "r");
   EXPECT_TRUE(again->mounted());
   EXPECT_EQ(vrfs(reader), first);
+  auto const writersWatcher = watch(writer, "writer");
+  mount(writer, "w");
+  mount(writer, "r");
   EXPECT_THAT(log, IsEmpty());
 }
 
