@@ -28,9 +28,9 @@ namespace Kiv {
 /// equal or near hashes is. An empty table that never held anything owns no memory; erasing gives
 /// none back, clear() gives back all.
 ///
-/// Insertion and removal invalidate iterators and pointers to slots, and in debug builds the use of
-/// such an iterator is fatal. A Cursor survives every change. When memory runs out, the table is as
-/// it was before the call. Slots are destroyed only when the table is whole again, so their
+/// Insertion and removal invalidate iterators and pointers to slots; the use of such an iterator is
+/// fatal, in every build. A Cursor survives every change. When memory runs out, the table is as it
+/// was before the call. Slots are destroyed only when the table is whole again, so their
 /// destructors may use it. At most 2^31 members.
 template <class Traits>
 class HashTable {
@@ -244,7 +244,7 @@ class HashTable<Traits>::Iterator {
 
   Slot const& operator*() const {
     check();
-    return *storage_->slot(at_);
+    return *table_->storage_.slot(at_);
   }
   Slot const* operator->() const { return &**this; }
   Iterator& operator++() {
@@ -265,26 +265,23 @@ class HashTable<Traits>::Iterator {
   static constexpr unsigned kBlock = 4 * HashProbe::kLanes;
 
   // The first member at or behind index `at`.
-  Iterator(HashTable const& table, size_t at) : storage_(&table.storage_), block_(at) {
-    lanes_ = read();
-#ifndef NDEBUG
-    table_ = &table;
-    epoch_ = table.epoch_;
-#endif
+  Iterator(HashTable const& table, size_t at)
+      : table_(&table), epoch_(table.epoch_), block_(at), lanes_(read()) {
     settle();
   }
   // The used slots of the block.
   unsigned read() const {
+    Storage const& storage = table_->storage_;
     unsigned lanes = 0;
-    for (unsigned i = 0; i < kBlock && block_ + i < storage_->end(); i += HashProbe::kLanes)
-      lanes |= HashProbe::used(storage_->hashes(block_ + i)) << i;
+    for (unsigned i = 0; i < kBlock && block_ + i < storage.end(); i += HashProbe::kLanes)
+      lanes |= HashProbe::used(storage.hashes(block_ + i)) << i;
     return lanes;
   }
   void settle() {
     while (lanes_ == 0) {
       block_ += kBlock;
-      if (block_ >= storage_->end()) {
-        at_ = storage_->end();
+      if (block_ >= table_->storage_.end()) {
+        at_ = table_->storage_.end();
         return;
       }
       lanes_ = read();
@@ -292,20 +289,15 @@ class HashTable<Traits>::Iterator {
     at_ = block_ + HashProbe::first(lanes_);
   }
   void check() const {
-#ifndef NDEBUG
     KIV_CHECK(table_ != nullptr && epoch_ == table_->epoch_, "Stale iterator of a hash table");
-#endif
   }
 
-  Storage const* storage_ = nullptr;
+  HashTable const* table_ = nullptr;
+  U64 epoch_ = 0;
   // The slots [block_, block_ + kBlock) that are still to be read, one bit each, at_ the first.
   size_t block_ = 0;
   unsigned lanes_ = 0;
   size_t at_ = 0;
-#ifndef NDEBUG
-  HashTable const* table_ = nullptr;
-  U64 epoch_ = 0;
-#endif
 };
 
 /// A walk that any change between its steps leaves sound: growth, insertion, removal of the current

@@ -406,7 +406,6 @@ TEST(HashTableCursor, OverwritingInPlaceKeepsItsPlace) {
   EXPECT_EQ(steps, 10u);
 }
 
-#ifndef NDEBUG
 TEST(HashTableDeathTest, AStaleIteratorIsFatal) {
   Numbers table(1);
   table.insert(1);
@@ -417,7 +416,6 @@ TEST(HashTableDeathTest, AStaleIteratorIsFatal) {
   table.erase(2);
   EXPECT_DEATH(++other, "Stale iterator of a hash table");
 }
-#endif
 
 }  // namespace
 }  // namespace Kiv
