@@ -131,7 +131,7 @@ class ShowMacRewriteCommandRequestSm::VrfMemory {
 class ShowMacRewriteCommandRequestSm::Batch {
  public:
   /// So few that sorting them in is a small part of a slice.
-  static constexpr size_t kSize = 2048;
+  static constexpr size_t kSize = 4096;
 
   bool full() const { return rows_.size() == kSize; }
   void add(SortedIpToMac& sorted, Ovra::IpAddr ip, Ovra::EthAddr const& mac) {
