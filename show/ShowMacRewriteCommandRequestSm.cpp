@@ -216,13 +216,13 @@ class FetchAhead {
 }  // namespace
 
 ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect() {
-  if (batch_ == nullptr) batch_ = std::make_unique<Batch>();
-  Phase const phase = examineAll();
-  batch_->file();
+  Batch batch;
+  Phase const phase = examineAll(batch);
+  batch.file();
   return phase;
 }
 
-ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::examineAll() {
+ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::examineAll(Batch& batch) {
   auto const& records = overlaySrcMacRewriteMgr_->matchSpecAndRefCount();
   auto walk = bookmarkMatch() == Agent::IpAndIntfId() ? records.begin()
                                                       : records.lowerBound(bookmarkMatch());
@@ -231,7 +231,7 @@ ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::examineAll
   vrfMemory_->startSlice();
   FetchAhead ahead(*overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable(), walk, end);
   while (walk != end) {
-    if (examine(**walk)) {
+    if (examine(**walk, batch)) {
       matchSpecIterDoneIs(true);
       return Phase::Ended;
     }
@@ -252,7 +252,7 @@ ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::examineAll
   return Phase::Ended;
 }
 
-bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record) {
+bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record, Batch& batch) {
   auto const installed = overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable()->action(
       *record.overlaySrcMacRewriteMatchSpec());
   // Two records can share one entry of the chip; the first that goes takes it along.
@@ -273,8 +273,8 @@ bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record)
   }
   if (kept) {
     if (vrf.sorted == nullptr) vrf.sorted = sortedVrfIpToMacIs(vrf.name).get();
-    if (batch_->full()) batch_->file();
-    batch_->add(*vrf.sorted, key.ipAddr, mac);
+    if (batch.full()) batch.file();
+    batch.add(*vrf.sorted, key.ipAddr, mac);
   }
   return kept && vrfNameValid_ && overlaySipValid_;
 }

@@ -89,11 +89,12 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   class Batch;
 
   Phase collect();
-  Phase examineAll();
+  /// Walks the records from the bookmark to their end or the slice's.
+  Phase examineAll(Batch& batch);
   Phase print();
   /// Takes one record's row into the snapshot when the filters keep it. True when it was the one
   /// row that a VRF and an IP filter together can find.
-  bool examine(MatchSpecAndRefCount const& record);
+  bool examine(MatchSpecAndRefCount const& record, Batch& batch);
 
   Kiv::Ptr<OverlaySrcMacRewriteManager> const overlaySrcMacRewriteMgr_;
   bool const vrfNameValid_;
@@ -109,7 +110,6 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   SortedVrfIpToMac sortedVrfIpToMac_;
   bool initialized_ = false;
   std::unique_ptr<VrfMemory> vrfMemory_;  // made by the first slice that collects
-  std::unique_ptr<Batch> batch_;          // likewise; empty between slices
 };
 
 /// See ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSmIs. `maxRunTime`: seconds of
