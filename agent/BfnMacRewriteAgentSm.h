@@ -1,9 +1,14 @@
 #pragma once
 
+#include <concepts>
+#include <tuple>
+#include <utility>
+
 #include "agent/BfnMacRewriteL3Shared.h"
 #include "agent/BfnMacRewriteMount.h"
 #include "agent/records/Export.h"
 #include "config/BfnMacRewriteCliConfigSm.h"
+#include "framework/core/Reactor.h"
 #include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/RouteStatus.h"
@@ -31,16 +36,10 @@ namespace BfnMacRewrite {
 /// children in a fixed order and leaves the rows in the chip.
 class AgentSm final : public Kiv::StateMachine<AgentSm> {
  public:
-  class KivSystemStatus;
-  class KivBfnL3Output;
-
-  static Kiv::Ptr<AgentSm> AgentSmIs(
-      Kiv::Ptr<BfnSystem::SystemStatus const> const& systemStatus,
-      Kiv::Ptr<BfnAgentLib::BfnProfileData> const& profileData,
-      Kiv::Ptr<BfnMacRewriteMount> const& agentMount,
-      Kiv::Ptr<BfnMacRewriteL3Shared> const& bfnMacRewriteL3Shared,
-      Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus);
-
+  template <class... Inputs>
+  static Kiv::Ptr<AgentSm> AgentSmIs(Inputs const&... inputs) {
+    return Kiv::makeActive<AgentSm>(inputs...);
+  }
   AgentSm(Kiv::Ptr<BfnSystem::SystemStatus const> const& systemStatus,
           Kiv::Ptr<BfnAgentLib::BfnProfileData> const& profileData,
           Kiv::Ptr<BfnMacRewriteMount> const& agentMount,
@@ -52,8 +51,15 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   void handleInitMacRewriteTables();
   void handleStartMacRewriteSm();
 
+  /// Holds the system status; there is nothing in it that this machine reacts to.
+  using KivSystemStatus = Kiv::OwnerReactor<BfnSystem::SystemStatus const, AgentSm>;
+  using KivBfnL3Output = Kiv::OwnerReactor<
+      BfnL3Output, AgentSm,
+      Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::handleInitMacRewriteTables>,
+      Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStartMacRewriteSm>>;
+
   /// Null when no system status was given.
-  Kiv::Ptr<BfnSystem::SystemStatus const> systemStatus() const;
+  Kiv::Ptr<BfnSystem::SystemStatus const> systemStatus() const { return systemStatus_.notifier(); }
   Kiv::Ptr<BfnAgentLib::BfnProfileData> const& profileData() const { return profileData_; }
   Kiv::Ptr<BfnMacRewriteMount> const& agentMount() const { return agentMount_; }
   Kiv::Ptr<BfnMacRewriteL3Shared> const& bfnMacRewriteL3Shared() const {
@@ -62,58 +68,66 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus() const {
     return routingHwRouteStatus_;
   }
-  Kiv::Ptr<BfnL3Output> bfnL3Output() const;
+  Kiv::Ptr<BfnL3Output> bfnL3Output() const { return bfnL3Output_.notifier(); }
   /// Watches `bfnL3Output` from now on; another object than before runs both stages.
-  void bfnL3OutputIs(Kiv::Ptr<BfnL3Output> const& bfnL3Output);
+  void bfnL3OutputIs(Kiv::Ptr<BfnL3Output> const& bfnL3Output) {
+    bfnL3Output_.is(bfnL3Output, this);
+  }
 
   Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus() const {
     return intfIdToRoutingStatus_;
   }
   Kiv::Ptr<IntfIdToRoutingStatus> intfIdToRoutingStatusIs();
-  void intfIdToRoutingStatusDel();
+  void intfIdToRoutingStatusDel() { intfIdToRoutingStatus_.reset(); }
 
   Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager() const {
     return overlaySrcMacRewriteManager_;
   }
-  Kiv::Ptr<OverlaySrcMacRewriteManager> overlaySrcMacRewriteManagerIs(
-      Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> const& profileEntry,
-      Kiv::Ptr<BfnSystem::SystemStatus const> const& systemStatus,
-      Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus,
-      Kiv::Ptr<Pex::L3Status const> const& l3Status);
-  void overlaySrcMacRewriteManagerDel();
+  /// The child creators: each takes what its child is made with, keeps a child that holds these
+  /// very objects, and otherwise puts a new one in its place.
+  template <class... Inputs>
+  Kiv::Ptr<OverlaySrcMacRewriteManager> overlaySrcMacRewriteManagerIs(Inputs const&... inputs) {
+    return childIs(overlaySrcMacRewriteManager_, inputs...);
+  }
+  void overlaySrcMacRewriteManagerDel() { overlaySrcMacRewriteManager_.reset(); }
 
   Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const& overlaySrcMacRewriteCliConfigSm() const {
     return overlaySrcMacRewriteCliConfigSm_;
   }
+  template <class... Inputs>
   Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> overlaySrcMacRewriteCliConfigSmIs(
-      Kiv::Ptr<Input::Config const> const& cliConfig, Kiv::Ptr<Agent::Config> const& agentConfig,
-      Kiv::Ptr<Pex::L3Status const> const& l3Status);
+      Inputs const&... inputs) {
+    return childIs(overlaySrcMacRewriteCliConfigSm_, inputs...);
+  }
   /// Switches the machine's notification off, then releases it; the same for the next two.
-  void overlaySrcMacRewriteCliConfigSmDel();
+  void overlaySrcMacRewriteCliConfigSmDel() {
+    switchOffAndRelease(overlaySrcMacRewriteCliConfigSm_);
+  }
 
   Kiv::Ptr<BfnMacRewriteSm> const& bfnMacRewriteSm() const { return bfnMacRewriteSm_; }
-  Kiv::Ptr<BfnMacRewriteSm> bfnMacRewriteSmIs(
-      Kiv::Ptr<Agent::Status const> const& agentStatus,
-      Kiv::Ptr<Agent::Config const> const& agentConfig,
-      Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus,
-      Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager,
-      Kiv::Ptr<Pex::L3Status const> const& l3Status,
-      Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routeStatus);
-  void bfnMacRewriteSmDel();
+  template <class... Inputs>
+  Kiv::Ptr<BfnMacRewriteSm> bfnMacRewriteSmIs(Inputs const&... inputs) {
+    return childIs(bfnMacRewriteSm_, inputs...);
+  }
+  void bfnMacRewriteSmDel() { switchOffAndRelease(bfnMacRewriteSm_); }
 
   Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> const& bfnMacRewriteIntfRoutingStatusSm() const {
     return bfnMacRewriteIntfRoutingStatusSm_;
   }
+  template <class... Inputs>
   Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> bfnMacRewriteIntfRoutingStatusSmIs(
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3SubIntfRoutingStatus,
-      Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
-  void bfnMacRewriteIntfRoutingStatusSmDel();
+      Inputs const&... inputs) {
+    return childIs(bfnMacRewriteIntfRoutingStatusSm_, inputs...);
+  }
+  void bfnMacRewriteIntfRoutingStatusSmDel() {
+    switchOffAndRelease(bfnMacRewriteIntfRoutingStatusSm_);
+  }
 
   BfnSystem::ChipCapabilities const& chipCapabilities() const { return chipCapabilities_; }
   /// Stores a copy and tells nobody.
-  void chipCapabilitiesIs(BfnSystem::ChipCapabilities const& chipCapabilities);
+  void chipCapabilitiesIs(BfnSystem::ChipCapabilities const& chipCapabilities) {
+    chipCapabilities_ = chipCapabilities;
+  }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -131,12 +145,27 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   }
 
  private:
-  Kiv::ReactorSlot<KivSystemStatus, BfnSystem::SystemStatus const, AgentSm> systemStatus_;
+  template <class Child, class... Inputs>
+  static Kiv::Ptr<Child> childIs(Kiv::Ptr<Child>& child, Inputs const&... inputs) {
+    if (child && child->inputs() == std::tie(inputs...)) return child;
+    // Complete and running before the old one goes, which is silent also in somebody else's hands.
+    Kiv::Ptr<Child> old = std::exchange(child, Kiv::makeActive<Child>(inputs...));
+    if constexpr (!std::same_as<Child, OverlaySrcMacRewriteManager>) switchOffAndRelease(old);
+    return child;
+  }
+  template <class Child>
+  static void switchOffAndRelease(Kiv::Ptr<Child>& child) {
+    if (!child) return;
+    static_cast<Kiv::PtrInterface&>(*child).hasNotificationActiveIs(false);
+    child.reset();
+  }
+
+  Kiv::ReactorSlot<KivSystemStatus> systemStatus_;
   Kiv::Ptr<BfnAgentLib::BfnProfileData> const profileData_;
   Kiv::Ptr<BfnMacRewriteMount> const agentMount_;
   Kiv::Ptr<BfnMacRewriteL3Shared> const bfnMacRewriteL3Shared_;
   Kiv::Ptr<Routing::Hardware::RouteStatus const> const routingHwRouteStatus_;
-  Kiv::ReactorSlot<KivBfnL3Output, BfnL3Output, AgentSm> bfnL3Output_;
+  Kiv::ReactorSlot<KivBfnL3Output> bfnL3Output_;
   Kiv::Ptr<IntfIdToRoutingStatus> intfIdToRoutingStatus_;
   Kiv::Ptr<OverlaySrcMacRewriteManager> overlaySrcMacRewriteManager_;
   Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> overlaySrcMacRewriteCliConfigSm_;
@@ -156,6 +185,3 @@ BFN_MAC_REWRITE_EXPORT Kiv::Ptr<AgentSm> agentSmFactory(
     Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routeStatus);
 
 }  // namespace BfnMacRewrite
-
-// Made where the machine's reactors are complete.
-extern template class Kiv::StateMachine<BfnMacRewrite::AgentSm>;

@@ -31,8 +31,11 @@ endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wundef)
-# __FILE__ in traces and fatal checks is relative to the source tree on every machine.
-add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+# __FILE__ in traces and fatal checks is relative to the source tree on every machine, also when a
+# compiler cache rewrites absolute paths to relative ones (CCACHE_BASEDIR).
+file(RELATIVE_PATH BFN_BUILD_TO_SOURCE ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
+                    -ffile-prefix-map=${BFN_BUILD_TO_SOURCE}=)
 if(BFN_WERROR)
   add_compile_options(-Werror)
 endif()

@@ -9,39 +9,11 @@ KIV_TRACE_FACILITY("BfnMacRewriteCliConfigSm")
 
 namespace BfnMacRewrite {
 
-class OverlaySrcMacRewriteCliConfigSm::KivOverlaySrcMacRewriteCliConfig final
-    : public Kiv::Reactor<KivOverlaySrcMacRewriteCliConfig, Input::Config const,
-                          OverlaySrcMacRewriteCliConfigSm> {
- public:
-  using Reactor::Reactor;
-  using Rows =
-      Kiv::Rows<Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
-                        &OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry>>;
-};
-
-class OverlaySrcMacRewriteCliConfigSm::KivL3Status final
-    : public Kiv::Reactor<KivL3Status, Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm> {
- public:
-  using Reactor::Reactor;
-  using Rows =
-      Kiv::Rows<Kiv::On<Pex::L3Status::kVrfNameToId,
-                        Kiv::keyed<L3::VrfName>(&OverlaySrcMacRewriteCliConfigSm::handleVrfId)>>;
-};
-
 Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> overlaySrcMacRewriteCliConfigSmFactory(
     Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
     Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
     Kiv::Ptr<Pex::L3Status const> const& l3Status) {
   return OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSmIs(
-      overlaySrcMacRewriteCliConfig, overlaySrcMacRewriteAgentConfig, l3Status);
-}
-
-Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm>
-OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSmIs(
-    Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
-    Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
-    Kiv::Ptr<Pex::L3Status const> const& l3Status) {
-  return Kiv::makeActive<OverlaySrcMacRewriteCliConfigSm>(
       overlaySrcMacRewriteCliConfig, overlaySrcMacRewriteAgentConfig, l3Status);
 }
 
@@ -55,20 +27,8 @@ OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSm(
   handleInitialized();
 }
 
-// Writing the output may run foreign handlers, down to one that drops the agent and this machine
-// with it; an operation that goes on after a write holds the machine, or what it still needs.
-
 OverlaySrcMacRewriteCliConfigSm::~OverlaySrcMacRewriteCliConfigSm() {
   kivTeardown();
-}
-
-Kiv::Ptr<Input::Config const> OverlaySrcMacRewriteCliConfigSm::overlaySrcMacRewriteCliConfig()
-    const {
-  return overlaySrcMacRewriteCliConfig_.notifier();
-}
-
-Kiv::Ptr<Pex::L3Status const> OverlaySrcMacRewriteCliConfigSm::l3Status() const {
-  return l3Status_.notifier();
 }
 
 void OverlaySrcMacRewriteCliConfigSm::handleInitialized() {
@@ -81,7 +41,6 @@ void OverlaySrcMacRewriteCliConfigSm::handleVrfId() {
   KIV_TRACE(9, "");
   KIV_CHECK(initialized());
   if (!l3Status_) return;
-  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
   auto walk = l3Status_.notifierRaw()->vrfNameToId().cursor();
   while (auto const* const vrf = walk.next()) addVrf(vrf->key);
 }
@@ -103,7 +62,6 @@ void OverlaySrcMacRewriteCliConfigSm::addVrf(L3::VrfName vrfName) {
   KIV_CHECK(!localVrfNameToIdHas( vrfName ), "vrfId for ", vrfName, " changed from ",
             localVrfNameToId(vrfName), " to ", publishedVrfId(vrfName));
   // clang-format on
-  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
   localVrfNameToIdIs(vrfName, publishedVrfId(vrfName));
   doAddOverlaySrcMacRewriteEntry(vrfName);
 }
@@ -112,7 +70,6 @@ void OverlaySrcMacRewriteCliConfigSm::doAddOverlaySrcMacRewriteEntry(L3::VrfName
   KIV_CHECK(initialized());
   KIV_TRACE(9, "vrfName: ", vrfName);
   if (!overlaySrcMacRewriteCliConfig_) return;
-  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
   overlaySrcMacRewriteCliConfig_.notifierRaw()->forEachKeyOfVrf(
       vrfName, [this](Input::VrfNameAndIp const& key) { handleOverlaySrcMacRewriteEntry(key); });
 }
@@ -120,7 +77,6 @@ void OverlaySrcMacRewriteCliConfigSm::doAddOverlaySrcMacRewriteEntry(L3::VrfName
 void OverlaySrcMacRewriteCliConfigSm::deleteVrf(L3::VrfName vrfName) {
   KIV_CHECK(initialized());
   KIV_TRACE(9, "vrfName: ", vrfName);
-  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const self(this);
   // Kept: a name that is not live reads as id 0, and the record under id 0 goes.
   Pex::VrfId const vrfId = localVrfNameToId(vrfName);
   if (agentConfig_) agentConfig_->overlaySrcMacRewriteDel(vrfId);
@@ -139,35 +95,18 @@ void OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry(
   }
   Pex::VrfId const vrfId = localVrfNameToId(key.vrfName);
   KIV_TRACE(4, "vrfId: ", vrfId);
-  Kiv::Ptr<Agent::Config> const agentConfig = agentConfig_;
-  if (!agentConfig || !overlaySrcMacRewriteCliConfig_) return;
+  if (!agentConfig_ || !overlaySrcMacRewriteCliConfig_) return;
   Ovra::IpAddr const ip = key.ip;
   if (auto const* const entry =
           overlaySrcMacRewriteCliConfig_.notifierRaw()->overlaySrcMacRewriteEntry(key)) {
     IpAndMac const ipAndMac(ip, entry->mac);
-    agentConfig->overlaySrcMacRewriteIs(vrfId)->ipAndMacIs(ipAndMac);
+    agentConfig_->overlaySrcMacRewriteIs(vrfId)->ipAndMacIs(ipAndMac);
     return;
   }
-  Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig->overlaySrcMacRewrite(vrfId));
+  Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig_->overlaySrcMacRewrite(vrfId));
   if (!record) return;
   record->ipAndMacDel(ip);
-  if (record->ipAndMac().empty()) agentConfig->overlaySrcMacRewriteDel(vrfId);
-}
-
-Pex::VrfId OverlaySrcMacRewriteCliConfigSm::localVrfNameToId(L3::VrfName vrfName) const {
-  return localVrfNameToId_.get(vrfName).value;
-}
-
-void OverlaySrcMacRewriteCliConfigSm::localVrfNameToIdIs(L3::VrfName vrfName, Pex::VrfId vrfId) {
-  localVrfNameToId_.set({vrfName, vrfId});
-}
-
-void OverlaySrcMacRewriteCliConfigSm::localVrfNameToIdDel(L3::VrfName vrfName) {
-  localVrfNameToId_.take(vrfName);
-}
-
-void OverlaySrcMacRewriteCliConfigSm::localVrfNameToIdDelAll() {
-  localVrfNameToId_.clear();
+  if (record->ipAndMac().empty()) agentConfig_->overlaySrcMacRewriteDel(vrfId);
 }
 
 Pex::VrfId OverlaySrcMacRewriteCliConfigSm::publishedVrfId(L3::VrfName vrfName) const {
@@ -190,5 +129,3 @@ Kiv::Type const& OverlaySrcMacRewriteCliConfigSm::_kivType() {
 }
 
 }  // namespace BfnMacRewrite
-
-template class Kiv::StateMachine<BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm>;

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <tuple>
+
 #include "agent/records/BfnMacRewriteInput.h"
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "framework/collections/HashMap2018.h"
+#include "framework/core/Reactor.h"
 #include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/L3Status.h"
@@ -23,25 +26,29 @@ namespace BfnMacRewrite {
 class OverlaySrcMacRewriteCliConfigSm final
     : public Kiv::StateMachine<OverlaySrcMacRewriteCliConfigSm> {
  public:
-  class KivOverlaySrcMacRewriteCliConfig;
-  class KivL3Status;
-
-  /// Makes the machine, everything that is there already translated, and switches it on. A null
-  /// input is never watched and contributes nothing.
+  /// Makes the machine of the constructor's arguments and switches it on.
+  template <class... Inputs>
   static Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> OverlaySrcMacRewriteCliConfigSmIs(
-      Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
-      Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
-      Kiv::Ptr<Pex::L3Status const> const& l3Status);
-
+      Inputs const&... inputs) {
+    return Kiv::makeActive<OverlaySrcMacRewriteCliConfigSm>(inputs...);
+  }
+  /// Translates everything that is there already. A null input is never watched and contributes
+  /// nothing.
   OverlaySrcMacRewriteCliConfigSm(
       Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
       Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
       Kiv::Ptr<Pex::L3Status const> const& l3Status);
   ~OverlaySrcMacRewriteCliConfigSm() override;
 
-  Kiv::Ptr<Input::Config const> overlaySrcMacRewriteCliConfig() const;
+  Kiv::Ptr<Input::Config const> overlaySrcMacRewriteCliConfig() const {
+    return overlaySrcMacRewriteCliConfig_.notifier();
+  }
   Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig() const { return agentConfig_; }
-  Kiv::Ptr<Pex::L3Status const> l3Status() const;
+  Kiv::Ptr<Pex::L3Status const> l3Status() const { return l3Status_.notifier(); }
+  /// The constructor's arguments.
+  auto inputs() const {
+    return std::tuple(overlaySrcMacRewriteCliConfig(), agentConfig_, l3Status());
+  }
 
   void handleInitialized();
   /// Announces every VRF that has an id.
@@ -50,6 +57,14 @@ class OverlaySrcMacRewriteCliConfigSm final
   void handleVrfId(L3::VrfName vrfName);
   /// One configuration line was added, changed or removed.
   void handleOverlaySrcMacRewriteEntry(Input::VrfNameAndIp const& key);
+  using KivOverlaySrcMacRewriteCliConfig =
+      Kiv::OwnerReactor<Input::Config const, OverlaySrcMacRewriteCliConfigSm,
+                        Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
+                                &OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry>>;
+  using KivL3Status = Kiv::OwnerReactor<
+      Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm,
+      Kiv::On<Pex::L3Status::kVrfNameToId,
+              Kiv::keyed<L3::VrfName>(&OverlaySrcMacRewriteCliConfigSm::handleVrfId)>>;
 
   void addVrf(L3::VrfName vrfName);
   /// Deletes the VRF's whole record. A name that is not live deletes record 0: kept.
@@ -58,11 +73,15 @@ class OverlaySrcMacRewriteCliConfigSm final
 
   /// The ids that this machine has applied. An absent name has id 0; only
   /// localVrfNameToIdHas() tells whether a VRF is live, for 0 is a VRF's id as well.
-  Pex::VrfId localVrfNameToId(L3::VrfName vrfName) const;
+  Pex::VrfId localVrfNameToId(L3::VrfName vrfName) const {
+    return localVrfNameToId_.get(vrfName).value;
+  }
   bool localVrfNameToIdHas(L3::VrfName vrfName) const { return localVrfNameToId_.has(vrfName); }
-  void localVrfNameToIdIs(L3::VrfName vrfName, Pex::VrfId vrfId);
-  void localVrfNameToIdDel(L3::VrfName vrfName);
-  void localVrfNameToIdDelAll();
+  void localVrfNameToIdIs(L3::VrfName vrfName, Pex::VrfId vrfId) {
+    localVrfNameToId_.set({vrfName, vrfId});
+  }
+  void localVrfNameToIdDel(L3::VrfName vrfName) { localVrfNameToId_.take(vrfName); }
+  void localVrfNameToIdDelAll() { localVrfNameToId_.clear(); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -76,11 +95,9 @@ class OverlaySrcMacRewriteCliConfigSm final
  private:
   Pex::VrfId publishedVrfId(L3::VrfName vrfName) const;
 
-  Kiv::ReactorSlot<KivOverlaySrcMacRewriteCliConfig, Input::Config const,
-                   OverlaySrcMacRewriteCliConfigSm>
-      overlaySrcMacRewriteCliConfig_;
+  Kiv::ReactorSlot<KivOverlaySrcMacRewriteCliConfig> overlaySrcMacRewriteCliConfig_;
   Kiv::Ptr<Agent::Config> const agentConfig_;
-  Kiv::ReactorSlot<KivL3Status, Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm> l3Status_;
+  Kiv::ReactorSlot<KivL3Status> l3Status_;
   Kiv::HashMap2018Of<L3::VrfName, Pex::VrfId, 0x3A96D5C1> localVrfNameToId_;
 };
 
@@ -92,6 +109,3 @@ overlaySrcMacRewriteCliConfigSmFactory(
     Kiv::Ptr<Pex::L3Status const> const& l3Status);
 
 }  // namespace BfnMacRewrite
-
-// Made where the machine's reactors are complete.
-extern template class Kiv::StateMachine<BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm>;

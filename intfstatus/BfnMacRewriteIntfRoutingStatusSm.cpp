@@ -8,51 +8,12 @@ KIV_TRACE_FACILITY("BfnMacRewriteIntfRoutingStatusSm")
 
 namespace BfnMacRewrite {
 
-class BfnMacRewriteIntfRoutingStatusSm::KivL3PortAndLagRoutingStatus final
-    : public Kiv::Reactor<KivL3PortAndLagRoutingStatus, BfnL3::L3RoutingStatus const,
-                          BfnMacRewriteIntfRoutingStatusSm> {
- public:
-  using Reactor::Reactor;
-  using Rows =
-      Kiv::Rows<Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus,
-                        &BfnMacRewriteIntfRoutingStatusSm::handleL3PortAndLagRoutingStatus>>;
-};
-
-class BfnMacRewriteIntfRoutingStatusSm::KivVlanIntfRoutingStatus final
-    : public Kiv::Reactor<KivVlanIntfRoutingStatus, BfnL3::L3RoutingStatus const,
-                          BfnMacRewriteIntfRoutingStatusSm> {
- public:
-  using Reactor::Reactor;
-  using Rows = Kiv::Rows<Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus,
-                                 &BfnMacRewriteIntfRoutingStatusSm::handleVlanIntfRoutingStatus>>;
-};
-
-class BfnMacRewriteIntfRoutingStatusSm::KivL3SubIntfRoutingStatus final
-    : public Kiv::Reactor<KivL3SubIntfRoutingStatus, BfnL3::L3RoutingStatus const,
-                          BfnMacRewriteIntfRoutingStatusSm> {
- public:
-  using Reactor::Reactor;
-  using Rows = Kiv::Rows<Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus,
-                                 &BfnMacRewriteIntfRoutingStatusSm::handleL3SubIntfRoutingStatus>>;
-};
-
 Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> bfnMacRewriteIntfRoutingStatusSmFactory(
     Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
     Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
     Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3SubIntfRoutingStatus,
     Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus) {
   return BfnMacRewriteIntfRoutingStatusSm::BfnMacRewriteIntfRoutingStatusSmIs(
-      l3PortAndLagRoutingStatus, vlanIntfRoutingStatus, l3SubIntfRoutingStatus,
-      intfIdToRoutingStatus);
-}
-
-Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm>
-BfnMacRewriteIntfRoutingStatusSm::BfnMacRewriteIntfRoutingStatusSmIs(
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3SubIntfRoutingStatus,
-    Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus) {
-  return Kiv::makeActive<BfnMacRewriteIntfRoutingStatusSm>(
       l3PortAndLagRoutingStatus, vlanIntfRoutingStatus, l3SubIntfRoutingStatus,
       intfIdToRoutingStatus);
 }
@@ -73,43 +34,17 @@ BfnMacRewriteIntfRoutingStatusSm::~BfnMacRewriteIntfRoutingStatusSm() {
   kivTeardown();
 }
 
-Kiv::Ptr<BfnL3::L3RoutingStatus const> BfnMacRewriteIntfRoutingStatusSm::l3PortAndLagRoutingStatus()
-    const {
-  return l3PortAndLagRoutingStatus_.notifier();
-}
-Kiv::Ptr<BfnL3::L3RoutingStatus const> BfnMacRewriteIntfRoutingStatusSm::vlanIntfRoutingStatus()
-    const {
-  return vlanIntfRoutingStatus_.notifier();
-}
-Kiv::Ptr<BfnL3::L3RoutingStatus const> BfnMacRewriteIntfRoutingStatusSm::l3SubIntfRoutingStatus()
-    const {
-  return l3SubIntfRoutingStatus_.notifier();
-}
-
-void BfnMacRewriteIntfRoutingStatusSm::l3PortAndLagRoutingStatusDel() {
-  l3PortAndLagRoutingStatus_.del();
-}
-void BfnMacRewriteIntfRoutingStatusSm::vlanIntfRoutingStatusDel() {
-  vlanIntfRoutingStatus_.del();
-}
-void BfnMacRewriteIntfRoutingStatusSm::l3SubIntfRoutingStatusDel() {
-  l3SubIntfRoutingStatus_.del();
-}
-
-template <class Reactor>
-void BfnMacRewriteIntfRoutingStatusSm::merge(Source<Reactor> const& source,
+void BfnMacRewriteIntfRoutingStatusSm::merge(BfnL3::L3RoutingStatus const* source,
                                              Pex::PortVlanPair const& key) {
-  BfnL3::L3RoutingStatus const* const input = source.notifierRaw();
-  if (input == nullptr || !intfIdToRoutingStatus_) return;
-  Kiv::Ptr<BfnL3::L3IntfRoutingStatus const> const status(input->l3IntfRoutingStatus(key));
+  if (source == nullptr || !intfIdToRoutingStatus_) return;
+  Kiv::Ptr<BfnL3::L3IntfRoutingStatus const> const status(source->l3IntfRoutingStatus(key));
   intfIdToRoutingStatus_->l3IntfRoutingStatusIs(key.intfId(), status);
 }
 
-template <class Reactor>
-void BfnMacRewriteIntfRoutingStatusSm::mergeAll(Source<Reactor> const& source, Handler handler) {
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> const input = source.notifier();
-  if (!input) return;
-  auto walk = input->l3IntfRoutingStatus().cursor();
+void BfnMacRewriteIntfRoutingStatusSm::mergeAll(
+    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& source, Handler handler) {
+  if (!source) return;
+  auto walk = source->l3IntfRoutingStatus().cursor();
   while (auto const* const status = walk.next()) {
     Pex::PortVlanPair const key = status->intfAndVlan();
     (this->*handler)(key);
@@ -119,31 +54,31 @@ void BfnMacRewriteIntfRoutingStatusSm::mergeAll(Source<Reactor> const& source, H
 void BfnMacRewriteIntfRoutingStatusSm::handleInitialized() {
   KIV_TRACE(9, "");
   initializedIs(true);
-  // Whoever watches the output may let go of this machine.
+  // Not always called by dispatch: whoever watches the output may let go of this machine.
   Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> const keep(this);
   using Sm = BfnMacRewriteIntfRoutingStatusSm;
-  mergeAll(l3PortAndLagRoutingStatus_, &Sm::handleL3PortAndLagRoutingStatus);
-  mergeAll(vlanIntfRoutingStatus_, &Sm::handleVlanIntfRoutingStatus);
-  mergeAll(l3SubIntfRoutingStatus_, &Sm::handleL3SubIntfRoutingStatus);
+  mergeAll(l3PortAndLagRoutingStatus(), &Sm::handleL3PortAndLagRoutingStatus);
+  mergeAll(vlanIntfRoutingStatus(), &Sm::handleVlanIntfRoutingStatus);
+  mergeAll(l3SubIntfRoutingStatus(), &Sm::handleL3SubIntfRoutingStatus);
 }
 
 void BfnMacRewriteIntfRoutingStatusSm::handleL3PortAndLagRoutingStatus(
     Pex::PortVlanPair const& key) {
   if (!initialized()) return;
   KIV_TRACE(9, "intfId: ", key.intfId(), ", vlan: ", key.vlanId());
-  merge(l3PortAndLagRoutingStatus_, key);
+  merge(l3PortAndLagRoutingStatus_.notifierRaw(), key);
 }
 
 void BfnMacRewriteIntfRoutingStatusSm::handleVlanIntfRoutingStatus(Pex::PortVlanPair const& key) {
   if (!initialized()) return;
   KIV_TRACE(9, "intfId: ", key.intfId(), ", vlan: ", key.vlanId());
-  merge(vlanIntfRoutingStatus_, key);
+  merge(vlanIntfRoutingStatus_.notifierRaw(), key);
 }
 
 void BfnMacRewriteIntfRoutingStatusSm::handleL3SubIntfRoutingStatus(Pex::PortVlanPair const& key) {
   if (!initialized()) return;
   KIV_TRACE(9, "intfId: ", key.intfId(), ", vlan: ", key.vlanId());
-  merge(l3SubIntfRoutingStatus_, key);
+  merge(l3SubIntfRoutingStatus_.notifierRaw(), key);
 }
 
 Kiv::Type const& BfnMacRewriteIntfRoutingStatusSm::_kivType() {
@@ -159,5 +94,3 @@ Kiv::Type const& BfnMacRewriteIntfRoutingStatusSm::_kivType() {
 }
 
 }  // namespace BfnMacRewrite
-
-template class Kiv::StateMachine<BfnMacRewrite::BfnMacRewriteIntfRoutingStatusSm>;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <tuple>
+
 #include "agent/records/Export.h"
+#include "framework/core/Reactor.h"
 #include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/L3RoutingStatus.h"
@@ -20,18 +23,13 @@ namespace BfnMacRewrite {
 class BfnMacRewriteIntfRoutingStatusSm final
     : public Kiv::StateMachine<BfnMacRewriteIntfRoutingStatusSm> {
  public:
-  class KivL3PortAndLagRoutingStatus;
-  class KivVlanIntfRoutingStatus;
-  class KivL3SubIntfRoutingStatus;
-
-  /// Makes the machine, everything that is there already merged, and switches it on. A null input
-  /// is not watched and contributes nothing.
+  /// Makes the machine of the constructor's arguments and switches it on.
+  template <class... Inputs>
   static Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> BfnMacRewriteIntfRoutingStatusSmIs(
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3SubIntfRoutingStatus,
-      Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
-
+      Inputs const&... inputs) {
+    return Kiv::makeActive<BfnMacRewriteIntfRoutingStatusSm>(inputs...);
+  }
+  /// Merges everything that is there already. A null input is not watched and contributes nothing.
   BfnMacRewriteIntfRoutingStatusSm(
       Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
       Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
@@ -39,17 +37,28 @@ class BfnMacRewriteIntfRoutingStatusSm final
       Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
   ~BfnMacRewriteIntfRoutingStatusSm() override;
 
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> l3PortAndLagRoutingStatus() const;
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> vlanIntfRoutingStatus() const;
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> l3SubIntfRoutingStatus() const;
+  Kiv::Ptr<BfnL3::L3RoutingStatus const> l3PortAndLagRoutingStatus() const {
+    return l3PortAndLagRoutingStatus_.notifier();
+  }
+  Kiv::Ptr<BfnL3::L3RoutingStatus const> vlanIntfRoutingStatus() const {
+    return vlanIntfRoutingStatus_.notifier();
+  }
+  Kiv::Ptr<BfnL3::L3RoutingStatus const> l3SubIntfRoutingStatus() const {
+    return l3SubIntfRoutingStatus_.notifier();
+  }
   Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus() const {
     return intfIdToRoutingStatus_;
   }
+  /// The constructor's arguments.
+  auto inputs() const {
+    return std::tuple(l3PortAndLagRoutingStatus(), vlanIntfRoutingStatus(),
+                      l3SubIntfRoutingStatus(), intfIdToRoutingStatus_);
+  }
 
   /// Drop one reactor: that input is not watched any more. The output stays as it is.
-  void l3PortAndLagRoutingStatusDel();
-  void vlanIntfRoutingStatusDel();
-  void l3SubIntfRoutingStatusDel();
+  void l3PortAndLagRoutingStatusDel() { l3PortAndLagRoutingStatus_.del(); }
+  void vlanIntfRoutingStatusDel() { vlanIntfRoutingStatus_.del(); }
+  void l3SubIntfRoutingStatusDel() { l3SubIntfRoutingStatus_.del(); }
 
   /// Merges everything that is there: sub-interfaces last, so they win over VLAN interfaces, and
   /// those over ports. The output is neither cleared before nor pruned after: kept.
@@ -57,6 +66,16 @@ class BfnMacRewriteIntfRoutingStatusSm final
   void handleL3PortAndLagRoutingStatus(Pex::PortVlanPair const& key);
   void handleVlanIntfRoutingStatus(Pex::PortVlanPair const& key);
   void handleL3SubIntfRoutingStatus(Pex::PortVlanPair const& key);
+
+  template <auto Handler>
+  using Source = Kiv::OwnerReactor<BfnL3::L3RoutingStatus const, BfnMacRewriteIntfRoutingStatusSm,
+                                   Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus, Handler>>;
+  using KivL3PortAndLagRoutingStatus =
+      Source<&BfnMacRewriteIntfRoutingStatusSm::handleL3PortAndLagRoutingStatus>;
+  using KivVlanIntfRoutingStatus =
+      Source<&BfnMacRewriteIntfRoutingStatusSm::handleVlanIntfRoutingStatus>;
+  using KivL3SubIntfRoutingStatus =
+      Source<&BfnMacRewriteIntfRoutingStatusSm::handleL3SubIntfRoutingStatus>;
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -69,20 +88,15 @@ class BfnMacRewriteIntfRoutingStatusSm final
   }
 
  private:
-  template <class Reactor>
-  using Source =
-      Kiv::ReactorSlot<Reactor, BfnL3::L3RoutingStatus const, BfnMacRewriteIntfRoutingStatusSm>;
   using Handler = void (BfnMacRewriteIntfRoutingStatusSm::*)(Pex::PortVlanPair const&);
 
-  /// Writes what a source has under `key`, or its absence, to the output.
-  template <class Reactor>
-  void merge(Source<Reactor> const& source, Pex::PortVlanPair const& key);
-  template <class Reactor>
-  void mergeAll(Source<Reactor> const& source, Handler handler);
+  /// Writes what a source has under `key`, or its absence, to the output. A null source: nothing.
+  void merge(BfnL3::L3RoutingStatus const* source, Pex::PortVlanPair const& key);
+  void mergeAll(Kiv::Ptr<BfnL3::L3RoutingStatus const> const& source, Handler handler);
 
-  Source<KivL3PortAndLagRoutingStatus> l3PortAndLagRoutingStatus_;
-  Source<KivVlanIntfRoutingStatus> vlanIntfRoutingStatus_;
-  Source<KivL3SubIntfRoutingStatus> l3SubIntfRoutingStatus_;
+  Kiv::ReactorSlot<KivL3PortAndLagRoutingStatus> l3PortAndLagRoutingStatus_;
+  Kiv::ReactorSlot<KivVlanIntfRoutingStatus> vlanIntfRoutingStatus_;
+  Kiv::ReactorSlot<KivL3SubIntfRoutingStatus> l3SubIntfRoutingStatus_;
   Kiv::Ptr<IntfIdToRoutingStatus> const intfIdToRoutingStatus_;
 };
 
@@ -95,6 +109,3 @@ bfnMacRewriteIntfRoutingStatusSmFactory(
     Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
 
 }  // namespace BfnMacRewrite
-
-// Made where the machine's reactors are complete.
-extern template class Kiv::StateMachine<BfnMacRewrite::BfnMacRewriteIntfRoutingStatusSm>;

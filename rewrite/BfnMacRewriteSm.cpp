@@ -91,8 +91,6 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus(Ovra::IntfId intfId) {
   KIV_TRACE(9, "intfId: ", intfId);
   Kiv::Ptr<VrfIpCollection> const pairs = localIntfToVrfIp(intfId);
   if (!pairs) return;
-  // Writing a row may run foreign handlers, down to one that drops this machine.
-  Kiv::Ptr<BfnMacRewriteSm> const keep(this);
   auto walk = pairs->vrfAndIpAddr().cursor();
   while (auto const* const at = walk.next()) {
     Pex::VrfAndIpAddr const pair = *at;
@@ -109,7 +107,6 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus() {
   KIV_TRACE(9, "");
   Kiv::Ptr<IntfIdToRoutingStatus const> const all = intfIdToRoutingStatus();
   if (!all) return;
-  Kiv::Ptr<BfnMacRewriteSm> const keep(this);
   auto walk = all->l3IntfRoutingStatus().cursor();
   while (auto const* const status = walk.next()) {
     Ovra::IntfId const intfId = status->key;
@@ -145,7 +142,6 @@ void BfnMacRewriteSm::KivAgentVrfConfig::handleIpAndMac() {
   KIV_CHECK(initialized(), "Sm not initialized yet");
   KIV_TRACE(9, "vrfId: ", vrfId());
   auto const watched = notifier();
-  Kiv::Ptr<KivAgentVrfConfig> const keep(this);
   auto walk = watched->ipAndMac().cursor();
   while (auto const* const ipAndMac = walk.next()) handleIpAndMac(ipAndMac->ip);
 }
@@ -177,7 +173,6 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::handleIpAndIntfId() {
   KIV_CHECK(initialized(), "Sm not initialized yet.");
   KIV_TRACE(9, "vrfId: ", vrfId());
   auto const watched = notifier();
-  Kiv::Ptr<KivMacRewriteVrfStatus> const keep(this);
   auto walk = watched->ipAndIntfId().cursor();
   while (auto const* const ipAndIntfId = walk.next()) handleIpAndIntfId(ipAndIntfId->ipAddr);
 }
@@ -185,8 +180,6 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::handleIpAndIntfId() {
 void BfnMacRewriteSm::KivMacRewriteVrfStatus::addIpAndIntfId(Ovra::IpAddr ipAddr) {
   KIV_TRACE(9, "vrfId: ", vrfId(), ", ip-address: ", ipAddr);
   BfnMacRewriteSm& sm = *owner();
-  Kiv::Ptr<BfnMacRewriteSm> const keepMachine(&sm);
-  Kiv::Ptr<KivMacRewriteVrfStatus> const keep(this);
   Pex::VrfAndIpAddr const pair(vrfId(), ipAddr);
   Ovra::IntfId const oldIntfId = sm.localVrfIpToIntf(pair);
   Agent::IpAndIntfId const ipAndIntfId = notifierRaw()->ipAndIntfId(ipAddr);

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <tuple>
+
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "agent/records/Export.h"
 #include "framework/collections/HashMap.h"
 #include "framework/collections/HashMap2018.h"
+#include "framework/core/Reactor.h"
 #include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/L3Status.h"
@@ -36,25 +39,17 @@ namespace BfnMacRewrite {
 /// route status, a reactor, or this machine leaves rows and indexes as they are.
 class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
  public:
-  class KivMacRewriteStatus;
-  class KivOverlaySrcMacRewriteAgentConfig;
-  class KivIntfIdToRoutingStatus;
-  class KivRoutingHwRouteStatus;
   class KivAgentVrfConfig;
   class KivHwRouteVrfStatus;
   class KivMacRewriteVrfStatus;
 
-  /// Makes the machine, every row that is due written in one pass, and switches it on. A null
-  /// input contributes nothing. Throws Kiv::RangeException when that pass meets a VLAN outside
-  /// 1..4094; no machine is left then.
-  static Kiv::Ptr<BfnMacRewriteSm> BfnMacRewriteSmIs(
-      Kiv::Ptr<Agent::Status const> const& agentStatus,
-      Kiv::Ptr<Agent::Config const> const& agentConfig,
-      Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus,
-      Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager,
-      Kiv::Ptr<Pex::L3Status const> const& l3Status,
-      Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus);
-
+  /// Makes the machine of the constructor's arguments and switches it on.
+  template <class... Inputs>
+  static Kiv::Ptr<BfnMacRewriteSm> BfnMacRewriteSmIs(Inputs const&... inputs) {
+    return Kiv::makeActive<BfnMacRewriteSm>(inputs...);
+  }
+  /// Writes every row that is due in one pass. A null input contributes nothing. Throws
+  /// Kiv::RangeException when that pass meets a VLAN outside 1..4094.
   BfnMacRewriteSm(Kiv::Ptr<Agent::Status const> const& agentStatus,
                   Kiv::Ptr<Agent::Config const> const& agentConfig,
                   Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus,
@@ -63,20 +58,31 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
                   Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus);
   ~BfnMacRewriteSm() override;
 
-  Kiv::Ptr<Agent::Status const> macRewriteStatus() const;
-  Kiv::Ptr<Agent::Config const> overlaySrcMacRewriteAgentConfig() const;
-  Kiv::Ptr<IntfIdToRoutingStatus const> intfIdToRoutingStatus() const;
+  Kiv::Ptr<Agent::Status const> macRewriteStatus() const { return macRewriteStatus_.notifier(); }
+  Kiv::Ptr<Agent::Config const> overlaySrcMacRewriteAgentConfig() const {
+    return overlaySrcMacRewriteAgentConfig_.notifier();
+  }
+  Kiv::Ptr<IntfIdToRoutingStatus const> intfIdToRoutingStatus() const {
+    return intfIdToRoutingStatus_.notifier();
+  }
   Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager() const {
     return manager_;
   }
   Kiv::Ptr<Pex::L3Status const> const& l3Status() const { return l3Status_; }
-  Kiv::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus() const;
+  Kiv::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus() const {
+    return routingHwRouteStatus_.notifier();
+  }
+  /// The constructor's arguments.
+  auto inputs() const {
+    return std::tuple(macRewriteStatus(), overlaySrcMacRewriteAgentConfig(),
+                      intfIdToRoutingStatus(), manager_, l3Status_, routingHwRouteStatus());
+  }
 
   /// Drop one singleton reactor: that input is not watched any more, nor read.
-  void macRewriteStatusDel();
-  void overlaySrcMacRewriteAgentConfigDel();
-  void intfIdToRoutingStatusDel();
-  void routingHwRouteStatusDel();
+  void macRewriteStatusDel() { macRewriteStatus_.del(); }
+  void overlaySrcMacRewriteAgentConfigDel() { overlaySrcMacRewriteAgentConfig_.del(); }
+  void intfIdToRoutingStatusDel() { intfIdToRoutingStatus_.del(); }
+  void routingHwRouteStatusDel() { routingHwRouteStatus_.del(); }
 
   void handleInitialized();
   /// The routing status of one interface was added, replaced or removed: adds the rows of every
@@ -92,6 +98,21 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   void handleAgentVrfConfig(Pex::VrfId vrfId);
   void handleHwRouteVrfStatus(L3::VrfName vrfName);
 
+  using KivMacRewriteStatus = Kiv::OwnerReactor<
+      Agent::Status const, BfnMacRewriteSm,
+      Kiv::On<Agent::Status::kVrfStatus, &BfnMacRewriteSm::handleMacRewriteVrfStatus>>;
+  using KivOverlaySrcMacRewriteAgentConfig = Kiv::OwnerReactor<
+      Agent::Config const, BfnMacRewriteSm,
+      Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &BfnMacRewriteSm::handleAgentVrfConfig>>;
+  using KivIntfIdToRoutingStatus = Kiv::OwnerReactor<
+      IntfIdToRoutingStatus const, BfnMacRewriteSm,
+      Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
+              Kiv::keyed<Ovra::IntfId>(&BfnMacRewriteSm::handleL3IntfRoutingStatus)>>;
+  using KivRoutingHwRouteStatus =
+      Kiv::OwnerReactor<Routing::Hardware::RouteStatus const, BfnMacRewriteSm,
+                        Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus,
+                                &BfnMacRewriteSm::handleHwRouteVrfStatus>>;
+
   void addOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::IntfId intfId,
                                          Ovra::IpAddr ipAddr);
   void updateOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::IntfId intfId,
@@ -101,21 +122,27 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
                                             Ovra::IpAddr ipAddr);
 
   /// The pairs on an interface, or null.
-  Kiv::Ptr<VrfIpCollection> localIntfToVrfIp(Ovra::IntfId intfId) const;
+  Kiv::Ptr<VrfIpCollection> localIntfToVrfIp(Ovra::IntfId intfId) const {
+    return Kiv::Ptr<VrfIpCollection>(localIntfToVrfIp_.find(intfId));
+  }
   Kiv::Ptr<VrfIpCollection> localIntfToVrfIpIs(Ovra::IntfId intfId);
-  void localIntfToVrfIpDel(Ovra::IntfId intfId);
-  void localIntfToVrfIpDelAll();
+  void localIntfToVrfIpDel(Ovra::IntfId intfId) { localIntfToVrfIp_.take(intfId); }
+  void localIntfToVrfIpDelAll() { localIntfToVrfIp_.clear(); }
   /// The interface of a pair, or the empty id.
-  Ovra::IntfId localVrfIpToIntf(Pex::VrfAndIpAddr const& pair) const;
-  void localVrfIpToIntfIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId);
-  void localVrfIpToIntfDel(Pex::VrfAndIpAddr const& pair);
-  void localVrfIpToIntfDelAll();
+  Ovra::IntfId localVrfIpToIntf(Pex::VrfAndIpAddr const& pair) const {
+    return localVrfIpToIntf_.get(pair).value;
+  }
+  void localVrfIpToIntfIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) {
+    localVrfIpToIntf_.set({pair, intfId});
+  }
+  void localVrfIpToIntfDel(Pex::VrfAndIpAddr const& pair) { localVrfIpToIntf_.take(pair); }
+  void localVrfIpToIntfDelAll() { localVrfIpToIntf_.clear(); }
   /// The last forwarding VLAN reported for a VRF; 0: none.
   U32 fwdVlanIdPerVrf(U32 vrfId) const { return fwdVlanIdPerVrf_.get(vrfId).value; }
   bool fwdVlanIdPerVrfHas(U32 vrfId) const { return fwdVlanIdPerVrf_.has(vrfId); }
-  void fwdVlanIdPerVrfIs(U32 vrfId, U32 vlan);
-  void fwdVlanIdPerVrfDel(U32 vrfId);
-  void fwdVlanIdPerVrfDelAll();
+  void fwdVlanIdPerVrfIs(U32 vrfId, U32 vlan) { fwdVlanIdPerVrf_.set({vrfId, vlan}); }
+  void fwdVlanIdPerVrfDel(U32 vrfId) { fwdVlanIdPerVrf_.take(vrfId); }
+  void fwdVlanIdPerVrfDelAll() { fwdVlanIdPerVrf_.clear(); }
 
   KivAgentVrfConfig* agentVrfConfig(Pex::VrfId vrfId) const { return agentVrfConfig_.find(vrfId); }
   void agentVrfConfigIs(Kiv::Ptr<Agent::OverlaySrcMacRewrite const> const& config);
@@ -160,15 +187,12 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   /// The configured MAC, all-zero when there is none.
   Ovra::EthAddr configuredMac(Pex::VrfId vrfId, Ovra::IpAddr ipAddr) const;
 
-  Kiv::ReactorSlot<KivMacRewriteStatus, Agent::Status const, BfnMacRewriteSm> macRewriteStatus_;
-  Kiv::ReactorSlot<KivOverlaySrcMacRewriteAgentConfig, Agent::Config const, BfnMacRewriteSm>
-      overlaySrcMacRewriteAgentConfig_;
-  Kiv::ReactorSlot<KivIntfIdToRoutingStatus, IntfIdToRoutingStatus const, BfnMacRewriteSm>
-      intfIdToRoutingStatus_;
+  Kiv::ReactorSlot<KivMacRewriteStatus> macRewriteStatus_;
+  Kiv::ReactorSlot<KivOverlaySrcMacRewriteAgentConfig> overlaySrcMacRewriteAgentConfig_;
+  Kiv::ReactorSlot<KivIntfIdToRoutingStatus> intfIdToRoutingStatus_;
   Kiv::Ptr<OverlaySrcMacRewriteManager> const manager_;
   Kiv::Ptr<Pex::L3Status const> const l3Status_;
-  Kiv::ReactorSlot<KivRoutingHwRouteStatus, Routing::Hardware::RouteStatus const, BfnMacRewriteSm>
-      routingHwRouteStatus_;
+  Kiv::ReactorSlot<KivRoutingHwRouteStatus> routingHwRouteStatus_;
   Kiv::HashMap<VrfIpCollection, &VrfIpCollection::intfId, 0x0C8E51D7> localIntfToVrfIp_;
   Kiv::HashMap2018Of<Pex::VrfAndIpAddr, Ovra::IntfId, 0x92D7A46B> localVrfIpToIntf_;
   Kiv::HashMap2018Of<U32, U32, 0xE4513B0F> fwdVlanIdPerVrf_;

@@ -5,41 +5,6 @@
 
 namespace BfnMacRewrite {
 
-class BfnMacRewriteSm::KivMacRewriteStatus final
-    : public Kiv::Reactor<KivMacRewriteStatus, Agent::Status const, BfnMacRewriteSm> {
- public:
-  using Reactor::Reactor;
-  using Rows =
-      Kiv::Rows<Kiv::On<Agent::Status::kVrfStatus, &BfnMacRewriteSm::handleMacRewriteVrfStatus>>;
-};
-
-class BfnMacRewriteSm::KivOverlaySrcMacRewriteAgentConfig final
-    : public Kiv::Reactor<KivOverlaySrcMacRewriteAgentConfig, Agent::Config const,
-                          BfnMacRewriteSm> {
- public:
-  using Reactor::Reactor;
-  using Rows = Kiv::Rows<
-      Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &BfnMacRewriteSm::handleAgentVrfConfig>>;
-};
-
-class BfnMacRewriteSm::KivIntfIdToRoutingStatus final
-    : public Kiv::Reactor<KivIntfIdToRoutingStatus, IntfIdToRoutingStatus const, BfnMacRewriteSm> {
- public:
-  using Reactor::Reactor;
-  using Rows =
-      Kiv::Rows<Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
-                        Kiv::keyed<Ovra::IntfId>(&BfnMacRewriteSm::handleL3IntfRoutingStatus)>>;
-};
-
-class BfnMacRewriteSm::KivRoutingHwRouteStatus final
-    : public Kiv::Reactor<KivRoutingHwRouteStatus, Routing::Hardware::RouteStatus const,
-                          BfnMacRewriteSm> {
- public:
-  using Reactor::Reactor;
-  using Rows = Kiv::Rows<Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus,
-                                 &BfnMacRewriteSm::handleHwRouteVrfStatus>>;
-};
-
 /// Watches the configured rewrites of one VRF.
 class BfnMacRewriteSm::KivAgentVrfConfig final
     : public Kiv::Reactor<KivAgentVrfConfig, Agent::OverlaySrcMacRewrite const, BfnMacRewriteSm> {

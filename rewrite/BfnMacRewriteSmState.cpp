@@ -18,18 +18,6 @@ Kiv::Ptr<BfnMacRewriteSm> bfnMacRewriteSmFactory(
                                             routingHwRouteStatus);
 }
 
-Kiv::Ptr<BfnMacRewriteSm> BfnMacRewriteSm::BfnMacRewriteSmIs(
-    Kiv::Ptr<Agent::Status const> const& agentStatus,
-    Kiv::Ptr<Agent::Config const> const& agentConfig,
-    Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus,
-    Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager,
-    Kiv::Ptr<Pex::L3Status const> const& l3Status,
-    Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus) {
-  return Kiv::makeActive<BfnMacRewriteSm>(agentStatus, agentConfig, intfIdToRoutingStatus,
-                                          overlaySrcMacRewriteManager, l3Status,
-                                          routingHwRouteStatus);
-}
-
 BfnMacRewriteSm::BfnMacRewriteSm(
     Kiv::Ptr<Agent::Status const> const& agentStatus,
     Kiv::Ptr<Agent::Config const> const& agentConfig,
@@ -72,32 +60,6 @@ BfnMacRewriteSm::~BfnMacRewriteSm() {
   localIntfToVrfIpDelAll();
 }
 
-Kiv::Ptr<Agent::Status const> BfnMacRewriteSm::macRewriteStatus() const {
-  return macRewriteStatus_.notifier();
-}
-Kiv::Ptr<Agent::Config const> BfnMacRewriteSm::overlaySrcMacRewriteAgentConfig() const {
-  return overlaySrcMacRewriteAgentConfig_.notifier();
-}
-Kiv::Ptr<IntfIdToRoutingStatus const> BfnMacRewriteSm::intfIdToRoutingStatus() const {
-  return intfIdToRoutingStatus_.notifier();
-}
-Kiv::Ptr<Routing::Hardware::RouteStatus const> BfnMacRewriteSm::routingHwRouteStatus() const {
-  return routingHwRouteStatus_.notifier();
-}
-
-void BfnMacRewriteSm::macRewriteStatusDel() {
-  macRewriteStatus_.del();
-}
-void BfnMacRewriteSm::overlaySrcMacRewriteAgentConfigDel() {
-  overlaySrcMacRewriteAgentConfig_.del();
-}
-void BfnMacRewriteSm::intfIdToRoutingStatusDel() {
-  intfIdToRoutingStatus_.del();
-}
-void BfnMacRewriteSm::routingHwRouteStatusDel() {
-  routingHwRouteStatus_.del();
-}
-
 void BfnMacRewriteSm::handleMacRewriteVrfStatus(Pex::VrfId vrfId) {
   if (auto* const status = macRewriteStatus_.notifierRaw()->vrfStatus(vrfId)) {
     macRewriteVrfStatusIs(Kiv::Ptr<Agent::VrfStatus const>(status));
@@ -123,9 +85,6 @@ void BfnMacRewriteSm::handleHwRouteVrfStatus(L3::VrfName vrfName) {
   }
 }
 
-Kiv::Ptr<VrfIpCollection> BfnMacRewriteSm::localIntfToVrfIp(Ovra::IntfId intfId) const {
-  return Kiv::Ptr<VrfIpCollection>(localIntfToVrfIp_.find(intfId));
-}
 Kiv::Ptr<VrfIpCollection> BfnMacRewriteSm::localIntfToVrfIpIs(Ovra::IntfId intfId) {
   if (auto* const collection = localIntfToVrfIp_.find(intfId)) {
     return Kiv::Ptr<VrfIpCollection>(collection);
@@ -134,36 +93,6 @@ Kiv::Ptr<VrfIpCollection> BfnMacRewriteSm::localIntfToVrfIpIs(Ovra::IntfId intfI
   localIntfToVrfIp_.set(collection);
   return collection;
 }
-void BfnMacRewriteSm::localIntfToVrfIpDel(Ovra::IntfId intfId) {
-  localIntfToVrfIp_.take(intfId);
-}
-void BfnMacRewriteSm::localIntfToVrfIpDelAll() {
-  localIntfToVrfIp_.clear();
-}
-
-Ovra::IntfId BfnMacRewriteSm::localVrfIpToIntf(Pex::VrfAndIpAddr const& pair) const {
-  return localVrfIpToIntf_.get(pair).value;
-}
-void BfnMacRewriteSm::localVrfIpToIntfIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) {
-  localVrfIpToIntf_.set({pair, intfId});
-}
-void BfnMacRewriteSm::localVrfIpToIntfDel(Pex::VrfAndIpAddr const& pair) {
-  localVrfIpToIntf_.take(pair);
-}
-void BfnMacRewriteSm::localVrfIpToIntfDelAll() {
-  localVrfIpToIntf_.clear();
-}
-
-void BfnMacRewriteSm::fwdVlanIdPerVrfIs(U32 vrfId, U32 vlan) {
-  fwdVlanIdPerVrf_.set({vrfId, vlan});
-}
-void BfnMacRewriteSm::fwdVlanIdPerVrfDel(U32 vrfId) {
-  fwdVlanIdPerVrf_.take(vrfId);
-}
-void BfnMacRewriteSm::fwdVlanIdPerVrfDelAll() {
-  fwdVlanIdPerVrf_.clear();
-}
-
 void BfnMacRewriteSm::agentVrfConfigIs(Kiv::Ptr<Agent::OverlaySrcMacRewrite const> const& config) {
   agentVrfConfig_.is(config->vrfId(), config, this);
 }

@@ -194,25 +194,6 @@ L3::VrfName OverlaySrcMacRewriteManager::intfIdToVrfName(Ovra::IntfId intfId) co
   return l3Status_ ? l3Status_->vrfName(l3IntfRoutingStatus->vrfId()) : L3::VrfName();
 }
 
-Kiv::Ptr<MatchSpecAndRefCount> OverlaySrcMacRewriteManager::matchSpecAndRefCount(
-    Agent::IpAndIntfId const& key) const {
-  return matchSpecAndRefCount_.get(key);
-}
-
-Kiv::Ptr<MatchSpecAndRefCount> OverlaySrcMacRewriteManager::matchSpecAndRefCountIs(
-    Agent::IpAndIntfId const& key) {
-  return matchSpecAndRefCount_.is(key);
-}
-
-Kiv::Ptr<MatchSpecAndRefCount> OverlaySrcMacRewriteManager::matchSpecAndRefCountDel(
-    Agent::IpAndIntfId const& key) {
-  return matchSpecAndRefCount_.del(key);
-}
-
-void OverlaySrcMacRewriteManager::matchSpecAndRefCountDelAll() {
-  matchSpecAndRefCount_.delAll();
-}
-
 Kiv::Type const& OverlaySrcMacRewriteManager::_kivType() {
   using T = OverlaySrcMacRewriteManager;
   static Kiv::Type const type(

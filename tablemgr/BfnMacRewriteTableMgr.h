@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tuple>
+
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "agent/records/Export.h"
 #include "framework/collections/MemberCollection.h"
@@ -80,16 +82,26 @@ class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
     return intfIdToRoutingStatus_;
   }
   Kiv::Ptr<Pex::L3Status const> const& l3Status() const { return l3Status_; }
+  /// The constructor's arguments.
+  auto inputs() const {
+    return std::tuple(profileEntry(), systemStatus(), intfIdToRoutingStatus_, l3Status_);
+  }
   /// Null until initializeTable().
   Kiv::Ptr<Table> const& overlaySrcMacRewriteTable() const { return overlaySrcMacRewriteTable_; }
 
   auto const& matchSpecAndRefCount() const { return matchSpecAndRefCount_; }
   /// The record of a key, or null.
-  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCount(Agent::IpAndIntfId const& key) const;
-  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCountIs(Agent::IpAndIntfId const& key);
+  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCount(Agent::IpAndIntfId const& key) const {
+    return matchSpecAndRefCount_.get(key);
+  }
+  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCountIs(Agent::IpAndIntfId const& key) {
+    return matchSpecAndRefCount_.is(key);
+  }
   /// The removed record, or null.
-  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCountDel(Agent::IpAndIntfId const& key);
-  void matchSpecAndRefCountDelAll();
+  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCountDel(Agent::IpAndIntfId const& key) {
+    return matchSpecAndRefCount_.del(key);
+  }
+  void matchSpecAndRefCountDelAll() { matchSpecAndRefCount_.delAll(); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();

@@ -136,6 +136,7 @@ class Reactor : public NotifieeConst {
                 typeid(object).name());
     }
     if (notifier == notifierBase()) return;
+    Ptr<Owner> const owner(owner_);
     Ptr<Reactor> const self(this);
     NotifieeConst::notifierIs(notifier);
     // The old notifier may have taken the argument with it.
@@ -145,8 +146,11 @@ class Reactor : public NotifieeConst {
     this->isRegisteredNotifieeIs(true);
   }
 
+  /// A handler may let go of the owner or of the reactor: both are held until it returns.
   void onAttribute(AttributeId id, void const* key) override {
     if (!mayDispatch()) return;
+    Ptr<Owner> const owner(owner_);
+    Ptr<Reactor> const self(this);
     Self::Rows::dispatch(static_cast<Self&>(*this), id, key);
   }
   bool mayDispatch() const { return !kivMarkedForDeletion() && owner_ != nullptr; }
@@ -167,6 +171,15 @@ class Reactor : public NotifieeConst {
 
  private:
   Owner* owner_;
+};
+
+/// A reactor whose handlers are all its owner's. It may be named within the owner's class, behind
+/// the declarations of the handlers.
+template <class Notifier, class Owner, class... Row>
+class OwnerReactor final : public Reactor<OwnerReactor<Notifier, Owner, Row...>, Notifier, Owner> {
+ public:
+  using Rows = Kiv::Rows<Row...>;
+  using Reactor<OwnerReactor, Notifier, Owner>::Reactor;
 };
 
 }  // namespace Kiv

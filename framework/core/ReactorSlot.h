@@ -7,8 +7,9 @@
 namespace Kiv {
 
 /// The place of one single-object reactor in a state machine: empty, or holding the reactor R that
-/// watches a Notifier for an Owner. R may be incomplete where the slot is declared.
-template <class R, class Notifier, class Owner>
+/// watches a Notifier for an Owner. R may be incomplete where the slot is declared if it names
+/// both.
+template <class R, class Notifier = typename R::Notifier, class Owner = typename R::Owner>
 class ReactorSlot {
  public:
   /// Creates the reactor on `notifier` and switches it on, or rebinds the existing one through its
