@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "lab/packets/CaptureWriter.h"
 #include "lab/packets/ForwardCapture.h"
 #include "lab/packets/Forwarder.h"

@@ -9,7 +9,8 @@ set(BFN_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/BfnMacRewrite)
 set(BFN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/BfnMacRewrite)
 
 # bfn_install(LIBRARIES targets... HEADER_FOLDERS folders...): call once. Each library is exported
-# as BfnMacRewrite::<target>; list a library before those that it needs.
+# as BfnMacRewrite::<target>; list a library before those that it needs. A folder that ends in a
+# slash gives what is in it, not itself.
 function(bfn_install)
   cmake_parse_arguments(ARG "" "" "LIBRARIES;HEADER_FOLDERS" ${ARGN})
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "framework/core/Clock.h"
 #include "framework/corvo/Database.h"
 #include "framework/corvo/Session.h"

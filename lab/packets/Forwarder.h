@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "framework/core/Types.h"
 #include "lab/packets/Frame.h"
 #include "lab/packets/Verdict.h"

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <span>
 
-#include "framework/chip/RewriteLayout.h"
+#include "chip/RewriteLayout.h"
 #include "framework/core/Types.h"
 
 namespace LabPackets {

@@ -11,7 +11,7 @@ run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix})
 
 # A library is installed under its whole version, its soname points there, and the name that a
 # program is linked with points at the soname.
-foreach(library IN ITEMS BfnMacRewrite Kiv)
+foreach(library IN ITEMS BfnMacRewrite KivChip Kiv)
   foreach(link IN ITEMS ".so:.so.${soversion}" ".so.${soversion}:.so.${version}")
     string(REPLACE ":" ";" pair ${link})
     list(GET pair 0 from)
@@ -29,6 +29,7 @@ if(way STREQUAL "CMakePackage")
       -D CMAKE_PREFIX_PATH=${prefix})
   run(${CMAKE_COMMAND} --build ${scratch}/build)
   run(${scratch}/build/host)
+  run(${scratch}/build/earlier)
 elseif(way STREQUAL "PkgConfig")
   execute_process(
     COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/${libdir}/pkgconfig

@@ -6,7 +6,7 @@
 #include "agent/BfnMacRewriteAgentSm.h"
 #include "agent/BfnMacRewriteL3Shared.h"
 #include "agent/BfnMacRewriteMount.h"
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "framework/l3/L3RoutingStatus.h"
 #include "framework/l3/L3Status.h"
 #include "framework/l3/RouteStatus.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/chip/RewriteLayout.h"
+#include "chip/RewriteLayout.h"
 #include "framework/core/Types.h"
 
 namespace BfnTest {

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "framework/platform/OverlaySrcMacRewriteTable.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "agent/BfnMacRewriteAgentSm.h"
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "framework/corvo/Database.h"
 #include "framework/corvo/EmbeddedSession.h"
 #include "framework/platform/TableInitialization.h"

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 #include "lab/packets/Headers.h"
 #include "lab/packets/Wire.h"
 

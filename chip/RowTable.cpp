@@ -1,4 +1,4 @@
-#include "framework/chip/RowTable.h"
+#include "chip/RowTable.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 
 #include <algorithm>
 #include <cstring>

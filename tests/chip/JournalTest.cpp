@@ -1,4 +1,4 @@
-#include "framework/chip/Journal.h"
+#include "chip/Journal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,7 +3,7 @@
 #include <array>
 #include <compare>
 
-#include "framework/chip/RowTable.h"
+#include "chip/RowTable.h"
 #include "framework/core/Types.h"
 
 namespace BfnChip {

@@ -1,4 +1,4 @@
-#include "framework/chip/ChipModel.h"
+#include "chip/ChipModel.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <vector>
 
-#include "framework/chip/RowTable.h"
+#include "chip/RowTable.h"
 #include "framework/core/Types.h"
 #include "framework/driver/BfnPipeId.h"
 

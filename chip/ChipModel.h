@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "framework/chip/FaultPlan.h"
-#include "framework/chip/Journal.h"
-#include "framework/chip/RewriteLayout.h"
-#include "framework/chip/RowTable.h"
+#include "chip/FaultPlan.h"
+#include "chip/Journal.h"
+#include "chip/RewriteLayout.h"
+#include "chip/RowTable.h"
 #include "framework/core/Types.h"
 #include "framework/driver/TableDriver.h"
 

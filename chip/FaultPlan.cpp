@@ -1,4 +1,4 @@
-#include "framework/chip/FaultPlan.h"
+#include "chip/FaultPlan.h"
 
 #include <stdexcept>
 #include <utility>

@@ -1,0 +1,10 @@
+# add_shared_library(NAME SOURCES...): a shared library of this project, with its version and soname.
+function(add_shared_library name)
+  add_library(${name} SHARED ${ARGN})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION}
+                                           SOVERSION ${PROJECT_VERSION_MAJOR})
+  # Under clang++ the sanitizers' runtime is in the program; a library leaves it undefined.
+  if(NOT BFN_SANITIZE)
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()
