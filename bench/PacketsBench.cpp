@@ -9,14 +9,14 @@
 #include <vector>
 
 #include "chip/ChipModel.h"
-#include "lab/packets/CaptureWriter.h"
-#include "lab/packets/ForwardCapture.h"
-#include "lab/packets/Forwarder.h"
+#include "host/packets/CaptureWriter.h"
+#include "host/packets/ForwardCapture.h"
+#include "host/packets/Forwarder.h"
 #include "tests/support/RewriteRow.h"
 
 namespace {
 
-using namespace LabPackets;
+using namespace Host::Packets;
 using Kiv::U16;
 using Kiv::U32;
 using Kiv::U8;

@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <sstream>
+
+#include "framework/command/CommandDispatcher.h"
+#include "framework/core/Strep.h"
+#include "framework/log/LogService.h"
+#include "framework/trace/Decode.h"
+#include "host/commands/Commands.h"
+#include "host/dumps/Dumps.h"
+#include "host/language/InputError.h"
+#include "host/language/Lexer.h"
+#include "host/switch/Switch.h"
+
+namespace Host {
+
+namespace {
+
+constexpr char kEntry[] = "overlaySrcMacRewriteEntry";
+
+Object const& config(Switch const& host) {
+  if (!host.cliConfig()) {
+    throw InputError("there is no cli-config; host replace cli-config makes one");
+  }
+  return host.cliConfig();
+}
+
+Answer rewriteIs(Switch& host, Arguments const& given) {
+  set(config(host), kEntry,
+      {Kiv::StrepWriter("BfnMacRewrite::Input::VrfIpAndMac")
+           .field("vrfName", L3::VrfName(given.text("vrf")))
+           .field("ip", given.ip("src-ip"))
+           .field("mac", given.mac("src-mac"))
+           .close()});
+  return {};
+}
+
+Answer rewriteDel(Switch& host, Arguments const& given) {
+  Object const& from = config(host);
+  Kiv::GenericValue const key = Kiv::StrepWriter("BfnMacRewrite::Input::VrfNameAndIp")
+                                    .field("vrfName", L3::VrfName(given.text("vrf")))
+                                    .field("ip", given.ip("src-ip"))
+                                    .close();
+  if (given.has("src-mac")) {
+    Kiv::GenericValue const line = get(from, kEntry, {key});
+    if (line.isNothing()) return {};
+    if (configLineOf(line.strep()).mac != given.mac("src-mac")) {
+      throw InputError("expected the MAC address that is configured, " +
+                       Kiv::valueToStrep(configLineOf(line.strep()).mac).stdString());
+    }
+  }
+  del(from, kEntry, key);
+  return {};
+}
+
+Answer showRewrite(Switch& host, Arguments const& given) {
+  if (!host.hasAgent()) throw InputError("there is no agent; host agent create makes one");
+  bool const json = given.has("json");
+  std::string output;
+  auto const request = Kiv::makeActive<Agent::AgentCommandRequest>(
+      0u, static_cast<Kiv::U32>(json ? prettyout::Format::kJson : prettyout::Format::kText),
+      [&output](std::string_view bytes) {
+        output += bytes;
+        return bytes.size();
+      });
+  bool const vrf = given.has("vrf");
+  bool const ip = given.has("src-ip");
+  // The first src-mac is the keyword of the command itself; a filter's value is no keyword.
+  bool const mac = given.has("src-mac") && given.text("src-mac") != "src-mac";
+  Kiv::GenericValue const arguments[] = {
+      get(host.agent(), "overlaySrcMacRewriteManager"),
+      Kiv::GenericValue::of(vrf),
+      Kiv::GenericValue(Kiv::valueToStrep(L3::VrfName(vrf ? given.text("vrf") : ""))),
+      Kiv::GenericValue::of(ip),
+      Kiv::GenericValue(Kiv::valueToStrep(ip ? given.ip("src-ip") : Ovra::IpAddr())),
+      Kiv::GenericValue::of(mac),
+      Kiv::GenericValue(Kiv::valueToStrep(mac ? given.mac("src-mac") : Ovra::EthAddr())),
+      Kiv::GenericValue::of(given.has("cli-testing")),
+  };
+  Agent::CommandDispatcher dispatcher(host.clock, 1.0);
+  dispatcher.commandIs("BfnMacRewrite::ShowMacRewriteCommandRequestSm", request, arguments);
+  while (dispatcher.commands() > 0) dispatcher.runSlices();
+  if (json) return Answer(nlohmann::json::parse(output));
+  if (output.ends_with('\n')) output.pop_back();
+  return {output, output};
+}
+
+Answer showRunningConfig(Switch& host) {
+  std::string text;
+  nlohmann::json lines = nlohmann::json::array();
+  for (ConfigLine const& line : configLines(host)) {
+    std::ostringstream out;
+    out << "vxlan forwarding match vrf " << quotedWord(line.vrfName.view()) << " src-ip " << line.ip
+        << " action rewrite src-mac " << line.mac;
+    text += (text.empty() ? "" : "\n") + out.str();
+    lines.push_back(out.str());
+  }
+  return {lines, text};
+}
+
+Answer showCapability(Switch& host) {
+  nlohmann::json const capability = dumpCapability(host);
+  bool const supported =
+      capability.is_object() && capability["overlaySrcMacRewriteSupported"].get<bool>();
+  return {capability, std::string("overlay source MAC rewrite: ") +
+                          (supported ? "supported" : "not supported")};
+}
+
+Answer showTable(Switch& host) {
+  nlohmann::json const stats = dumpStats(host);
+  if (stats.is_null()) return {stats, "overlaySrcMacRewrite: not initialised"};
+  return {stats, "overlaySrcMacRewrite: " + stats["entriesInUse"].dump() + " of " +
+                     stats["capacity"].dump() + " entries in use"};
+}
+
+Answer showLog() {
+  std::string text;
+  for (Kiv::LogMessage const& message : Kiv::LogService::recent()) {
+    text += (text.empty() ? "" : "\n") + Kiv::toString(message);
+  }
+  return {dumpLog(), text};
+}
+
+Answer showTrace(Arguments const& given) {
+  std::string text;
+  nlohmann::json lines = nlohmann::json::array();
+  auto const last = given.number("last", Ringlog::kAllRecords);
+  for (Ringlog::Record const& record : Ringlog::decode(Ringlog::defaultRinglogHandle, last)) {
+    std::ostringstream out;
+    out << record;
+    text += (text.empty() ? "" : "\n") + out.str();
+    lines.push_back(record.text);
+  }
+  return {lines, text};
+}
+
+}  // namespace
+
+CommandGroup operatorCommands(Switch& host) {
+  CommandGroup group{"operator", {}};
+  auto& add = group.commands;
+  add.emplace_back("vxlan forwarding match vrf <VRF> src-ip <IP> action rewrite src-mac <MAC>",
+                   "packets of the VRF from that address leave with that source MAC",
+                   "vxlan forwarding match vrf red src-ip 10.0.0.1 action rewrite src-mac "
+                   "02:11:22:33:44:55",
+                   [&host](Arguments const& given) { return rewriteIs(host, given); });
+  add.emplace_back("no vxlan forwarding match vrf <VRF> src-ip <IP> [action rewrite src-mac <MAC>]",
+                   "take that line out; a MAC that is given must be the configured one",
+                   "no vxlan forwarding match vrf red src-ip 10.0.0.1",
+                   [&host](Arguments const& given) { return rewriteDel(host, given); });
+  add.emplace_back(
+      "show vxlan forwarding src-mac rewrite [vrf <VRF>] [src-ip <IP>] [src-mac <MAC>] "
+      "[cli-testing] [| json]",
+      "the programmed rewrites, sorted and filtered; cli-testing yields after every step",
+      "show vxlan forwarding src-mac rewrite vrf red | json",
+      [&host](Arguments const& given) { return showRewrite(host, given); });
+  add.emplace_back("show running-config", "the operator's configuration, sorted",
+                   "show running-config",
+                   [&host](Arguments const&) { return showRunningConfig(host); });
+  add.emplace_back("show capability", "what the plug-in says of the chip", "show capability",
+                   [&host](Arguments const&) { return showCapability(host); });
+  add.emplace_back("show hardware table overlaySrcMacRewrite", "the use of the chip's table",
+                   "show hardware table overlaySrcMacRewrite",
+                   [&host](Arguments const&) { return showTable(host); });
+  add.emplace_back("show log", "the log messages so far", "show log",
+                   [](Arguments const&) { return showLog(); });
+  add.emplace_back("show trace [last <N>]", "the trace ring, decoded", "show trace last 5",
+                   showTrace);
+  return group;
+}
+
+}  // namespace Host

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/language/Pattern.h"
+
+namespace Host {
+
+/// In one line, keys sorted. Bytes that are no UTF-8 are shown as a replacement character.
+inline std::string jsonText(nlohmann::json const& json) {
+  return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+/// What a command says.
+struct Answer {
+  Answer() {}
+  /// The text form is that of the JSON, in one line.
+  explicit Answer(nlohmann::json answer) : json(std::move(answer)), text(jsonText(json)) {}
+  Answer(nlohmann::json answer, std::string words)
+      : json(std::move(answer)), text(std::move(words)) {}
+
+  /// Null: there is nothing to say.
+  nlohmann::json json;
+  /// What people read; lines without the last line end.
+  std::string text;
+};
+
+/// One command: its form, what it is for, and what it does. The handler checks what it is given
+/// before it changes anything, and throws InputError for what cannot be done.
+struct Command {
+  using Handler = std::function<Answer(Arguments const&)>;
+
+  Command(std::string_view form, std::string_view what, std::string_view sample, Handler run)
+      : pattern(form), help(what), example(sample), handler(std::move(run)) {}
+
+  Pattern pattern;
+  std::string help;
+  std::string example;
+  Handler handler;
+};
+
+/// The commands that go together, under a title.
+struct CommandGroup {
+  std::string title;
+  std::vector<Command> commands;
+};
+
+/// The one table from which lines are read, help is printed and words are completed.
+class CommandTable {
+ public:
+  struct Found {
+    Command const* command;
+    Arguments arguments;
+  };
+
+  void add(CommandGroup group);
+
+  std::vector<CommandGroup> const& groups() const { return groups_; }
+
+  /// The command of a line that has at least one word; `words` must outlive what is found. Throws
+  /// InputError, which says what was expected at the first word that fits no command.
+  Found find(std::span<std::string const> words) const;
+
+  /// What may follow the words, sorted: keywords as they are, values as "<VRF>".
+  std::vector<std::string> completions(std::span<std::string const> words) const;
+
+  /// The grammar with what each command does; of those commands only that begin with `words`.
+  std::string help(std::span<std::string const> words) const;
+
+ private:
+  std::vector<CommandGroup> groups_;
+  std::map<std::string, std::vector<Command const*>, std::less<>> byFirstWord_;
+};
+
+}  // namespace Host

@@ -1,0 +1,99 @@
+#include "host/language/Lexer.h"
+
+#include "framework/core/Strep.h"
+#include "host/language/InputError.h"
+
+namespace Host {
+
+namespace {
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r';
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+// The character that an escape stands for; `rest` begins behind the backslash.
+char escaped(std::string_view& rest) {
+  char const kind = rest.empty() ? '\0' : rest[0];
+  if (kind == '"' || kind == '\\') {
+    rest.remove_prefix(1);
+    return kind;
+  }
+  if (kind == 'x' && rest.size() >= 3) {
+    int const high = Kiv::hexDigitValue(rest[1]);
+    int const low = Kiv::hexDigitValue(rest[2]);
+    if (high >= 0 && low >= 0) {
+      rest.remove_prefix(3);
+      return static_cast<char>(high << 4 | low);
+    }
+  }
+  throw InputError("wrong escape in a quoted word: expected \\\", \\\\ or \\xHH");
+}
+
+std::string quoted(std::string_view& rest) {
+  std::string word;
+  rest.remove_prefix(1);
+  while (!rest.empty()) {
+    char const c = rest[0];
+    rest.remove_prefix(1);
+    if (c == '"') {
+      if (!rest.empty() && !isBlank(rest[0])) {
+        throw InputError("expected a blank behind the closing quote");
+      }
+      return word;
+    }
+    word += c == '\\' ? escaped(rest) : c;
+  }
+  throw InputError("expected a closing quote before the end of the line");
+}
+
+}  // namespace
+
+std::vector<std::string> splitWords(std::string_view line) {
+  std::vector<std::string> words;
+  std::string_view rest = line;
+  for (;;) {
+    while (!rest.empty() && isBlank(rest[0])) rest.remove_prefix(1);
+    if (rest.empty() || rest[0] == '#') return words;
+    if (rest[0] == '"') {
+      words.push_back(quoted(rest));
+      continue;
+    }
+    std::size_t const end = rest.find_first_of(" \t\r");
+    words.emplace_back(rest.substr(0, end));
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end);
+    if (words.back() == "==") {
+      if (std::string_view const raw = trimmed(rest); !raw.empty()) words.emplace_back(raw);
+      return words;
+    }
+  }
+}
+
+std::string quotedWord(std::string_view word) {
+  bool plain = !word.empty() && word[0] != '"' && word[0] != '#';
+  for (char const c : word) plain = plain && c > ' ' && c != '\x7f';
+  if (plain) return std::string(word);
+  std::string text = "\"";
+  for (char const c : word) {
+    auto const byte = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      text += '\\';
+      text += c;
+    } else if (byte < ' ' || byte == 0x7f) {
+      constexpr char kDigits[] = "0123456789abcdef";
+      text += "\\x";
+      text += kDigits[byte >> 4];
+      text += kDigits[byte & 15];
+    } else {
+      text += c;
+    }
+  }
+  return text + '"';
+}
+
+}  // namespace Host

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Host {
+
+/// The words of one line.
+///
+/// Words stand between blanks. A `#` at the start of a word begins a comment. A word that begins
+/// with a double quote ends with the next one and may hold blanks, and \" \\ and \xHH. After a word
+/// `==` the rest of the line is one word as it stands, without the blanks at its ends.
+///
+/// Throws InputError for an open quote and a wrong escape.
+std::vector<std::string> splitWords(std::string_view line);
+
+/// The word as splitWords() reads it back, in quotes when it needs them.
+std::string quotedWord(std::string_view word);
+
+}  // namespace Host

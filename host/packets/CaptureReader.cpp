@@ -1,0 +1,100 @@
+#include "host/packets/CaptureReader.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <pcap/pcap.h>
+
+namespace Host::Packets {
+
+namespace {
+
+using Kiv::U32;
+using Kiv::U8;
+
+constexpr U32 kNanosecondsPerSecond = 1'000'000'000;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+[[noreturn]] void fail(std::string const& name, std::string const& what) {
+  throw CaptureError(name + ": " + what);
+}
+
+std::string recordName(Kiv::U64 number) {
+  return "record " + std::to_string(number);
+}
+
+// The first four bytes of a pcap file say in which unit its time stamps are; libpcap converts them
+// without telling.
+TimeUnit timeUnitOf(std::array<U8, 4> const& magic) {
+  constexpr std::array<U8, 4> kMicroseconds{0xa1, 0xb2, 0xc3, 0xd4};
+  bool const same = magic == kMicroseconds;
+  bool const turned = std::equal(magic.rbegin(), magic.rend(), kMicroseconds.begin());
+  return same || turned ? TimeUnit::Microseconds : TimeUnit::Nanoseconds;
+}
+
+}  // namespace
+
+void CaptureReader::Close::operator()(pcap* file) const {
+  pcap_close(file);
+}
+
+CaptureReader::CaptureReader(std::filesystem::path const& path) : name_(path.string()) {
+  if (std::filesystem::is_directory(path)) fail(name_, "expected a capture file, is a directory");
+  File file(std::fopen(path.c_str(), "rb"));
+  if (!file) {
+    fail(name_, std::string("expected a capture file that can be read: ") + std::strerror(errno));
+  }
+  std::array<U8, 4> magic{};
+  if (std::fread(magic.data(), 1, magic.size(), file.get()) != magic.size()) {
+    fail(name_, "expected a capture file, ends before its header");
+  }
+  if (std::fseek(file.get(), 0, SEEK_SET) != 0) {
+    fail(name_, "expected a capture file that can be read from its start again, as a pipe cannot");
+  }
+  timeUnit_ = timeUnitOf(magic);
+
+  char error[PCAP_ERRBUF_SIZE] = "";
+  file_.reset(
+      pcap_fopen_offline_with_tstamp_precision(file.get(), PCAP_TSTAMP_PRECISION_NANO, error));
+  if (!file_) fail(name_, std::string("expected a capture file (pcap or pcapng): ") + error);
+  (void)file.release();  // libpcap closes it from here on
+
+  int const linkType = pcap_datalink(file_.get());
+  if (linkType != DLT_EN10MB) {
+    char const* linkName = pcap_datalink_val_to_name(linkType);
+    fail(name_, "expected Ethernet frames (link type EN10MB), has link type " +
+                    (linkName != nullptr ? std::string(linkName) : std::to_string(linkType)));
+  }
+}
+
+CaptureReader::~CaptureReader() = default;
+
+std::optional<CapturedFrame> CaptureReader::next() {
+  pcap_pkthdr* header = nullptr;
+  unsigned char const* bytes = nullptr;
+  int const result = pcap_next_ex(file_.get(), &header, &bytes);
+  if (result == PCAP_ERROR_BREAK) return std::nullopt;
+  if (result != 1) {
+    fail(name_, "expected a whole " + recordName(frames_ + 1) + ": " + pcap_geterr(file_.get()));
+  }
+  // Nanoseconds, as asked for when the file was opened, in spite of the member's name.
+  auto const nanoseconds = header->ts.tv_usec;
+  if (nanoseconds < 0 || nanoseconds >= kNanosecondsPerSecond) {
+    fail(name_, "expected a time stamp with less than a second after its seconds in " +
+                    recordName(frames_ + 1));
+  }
+  // libpcap reads the 32 bits of a pcap file as signed.
+  auto const seconds = header->ts.tv_sec < 0 ? Kiv::U64{static_cast<U32>(header->ts.tv_sec)}
+                                             : static_cast<Kiv::U64>(header->ts.tv_sec);
+  ++frames_;
+  return CapturedFrame{
+      {seconds, static_cast<U32>(nanoseconds)}, Bytes(bytes, header->caplen), header->len};
+}
+
+}  // namespace Host::Packets

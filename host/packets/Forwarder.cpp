@@ -1,0 +1,140 @@
+#include "host/packets/Forwarder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+
+#include "framework/core/Exceptions.h"
+
+namespace Host::Packets {
+
+namespace {
+
+using Kiv::U16;
+using Kiv::U64;
+
+constexpr U16 kReservedVlan = 4095;
+constexpr std::size_t kLargestPayload = 1500;
+
+ForwarderConfig const& checked(ForwarderConfig const& config) {
+  if (config.accessVlan < 1 || config.accessVlan >= kReservedVlan) {
+    Kiv::throwRangeException("ForwarderConfig::accessVlan < 1 or > 4094 not allowed");
+  }
+  if (config.maxFrame < EthernetHeader::kSize || config.maxFrame > VxlanTunnel::kMaxInner) {
+    Kiv::throwRangeException("ForwarderConfig::maxFrame < 14 or > 65499 not allowed");
+  }
+  return config;
+}
+
+Verdict verdictOf(Ipv4Fault fault) {
+  switch (fault) {
+    case Ipv4Fault::None:
+      return Verdict::NoRow;
+    case Ipv4Fault::CutShort:
+      return Verdict::Ipv4CutShort;
+    case Ipv4Fault::Checksum:
+      return Verdict::BadIpv4Checksum;
+    case Ipv4Fault::Header:
+      break;
+  }
+  return Verdict::BadIpv4Header;
+}
+
+// NoRow for an IPv4 packet that may be looked up.
+Verdict verdictByProtocol(Frame const& frame, Bytes bytes) {
+  if (frame.doubleTagged) return Verdict::DoubleTagged;
+  switch (frame.etherType) {
+    case EtherType::kIpv4:
+      if (!frame.ipv4) return Verdict::BadIpv4Header;
+      return verdictOf(ipv4Fault(*frame.ipv4, bytes.subspan(frame.payloadAt)));
+    case EtherType::kArp:
+      return Verdict::Arp;
+    case EtherType::kIpv6:
+      return Verdict::Ipv6;
+    default:
+      return Verdict::OtherProtocol;
+  }
+}
+
+}  // namespace
+
+U64 ForwardTotals::forwarded() const {
+  return std::accumulate(byVerdict.begin(), byVerdict.begin() + static_cast<int>(Verdict::TooShort),
+                         U64{0});
+}
+
+Forwarder::Forwarder(BfnChip::ChipModel& chip, ForwarderConfig const& config)
+    : chip_(chip),
+      config_(checked(config)),
+      tunnel_(config.tunnel),
+      packet_(VxlanTunnel::kOverhead + config.maxFrame) {}
+
+ForwardedFrame Forwarder::forward(Bytes bytes, std::size_t wireLength) {
+  std::optional<Frame> const frame = readFrame(bytes);
+  ForwardedFrame result = judge(frame, bytes, wireLength);
+  result.number = ++totals_.frames;
+  totals_.bytesIn += bytes.size();
+  if (isForwarded(result.verdict)) send(*frame, bytes, result);
+  ++totals_.byVerdict[static_cast<std::size_t>(result.verdict)];
+  return result;
+}
+
+ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes,
+                                std::size_t wireLength) {
+  ForwardedFrame result;
+  if (bytes.size() >= EthernetHeader::kSize) {
+    result.macBefore = loadBytes<6>(bytes, EthernetHeader::kSourceAt);
+  }
+  if (frame) {
+    U16 const tagged = frame->tag ? frame->tag->vlan : U16{0};
+    if (tagged != kReservedVlan) result.vlan = tagged == 0 ? config_.accessVlan : tagged;
+    if (frame->ipv4) result.source = frame->ipv4->source;
+  }
+
+  if (bytes.size() < wireLength) {
+    result.verdict = Verdict::Truncated;
+  } else if (!frame) {
+    result.verdict = Verdict::TooShort;
+  } else if (bytes.size() > config_.maxFrame) {
+    result.verdict = Verdict::TooLong;
+  } else if (!result.vlan) {
+    result.verdict = Verdict::ReservedVlan;
+  } else {
+    result.verdict = verdictByProtocol(*frame, bytes);
+  }
+  return result;
+}
+
+void Forwarder::send(Frame const& frame, Bytes bytes, ForwardedFrame& result) {
+  MutableBytes const packet = MutableBytes(packet_).first(VxlanTunnel::kOverhead + bytes.size());
+  MutableBytes const inner = packet.subspan(VxlanTunnel::kOverhead);
+  std::memcpy(inner.data(), bytes.data(), bytes.size());
+
+  result.macAfter = result.macBefore;
+  if (result.verdict == Verdict::NoRow) {
+    if (std::optional<MacBytes> const mac = chip_.lookup(*result.vlan, *result.source)) {
+      storeBytes(inner, EthernetHeader::kSourceAt, *mac);
+      result.macAfter = mac;
+      result.verdict = Verdict::Rewritten;
+    }
+  }
+  // Of the frame as it came: a flow keeps its path when a row for it comes or goes.
+  tunnel_.encapsulate(*result.vlan, flowHash(frame, bytes), packet);
+  result.packet = packet;
+  totals_.bytesOut += packet.size();
+  countKinds(frame, bytes);
+}
+
+void Forwarder::countKinds(Frame const& frame, Bytes bytes) {
+  if (frame.tag) {
+    ++totals_.tagged;
+    if (frame.tag->vlan == 0) ++totals_.priorityTagged;
+  }
+  if (frame.ipv4) {
+    if (frame.ipv4->isFragment()) ++totals_.fragments;
+    if (frame.ipv4->hasOptions()) ++totals_.withOptions;
+  }
+  if (bytes.size() - frame.payloadAt > kLargestPayload) ++totals_.jumbo;
+}
+
+}  // namespace Host::Packets

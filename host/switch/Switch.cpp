@@ -1,0 +1,115 @@
+#include "host/switch/Switch.h"
+
+#include <utility>
+
+#include "framework/core/Fatal.h"
+#include "framework/corvo/EmbeddedSession.h"
+#include "framework/platform/TableInitialization.h"
+
+namespace Host {
+
+std::string_view routingStatusAttribute(std::string_view which) {
+  if (which == "port") return "l3PortAndLagRoutingStatus";
+  if (which == "vlan") return "vlanIntfRoutingStatus";
+  KIV_CHECK(which == "subinterface", which);
+  return "l3SubIntfRoutingStatus";
+}
+
+Switch::Switch(Plugin plugin)
+    : clock(Kiv::makeActive<Kiv::ManualClock>()),
+      systemStatus(Kiv::makeActive<BfnSystem::SystemStatus>()),
+      profileData(Kiv::makeActive<BfnAgentLib::BfnProfileData>()),
+      routeStatus(Kiv::makeActive<Routing::Hardware::RouteStatus>()),
+      plugin_(std::move(plugin)),
+      database_(Kiv::makeActive<Corvo::Database>()),
+      session_(Corvo::embeddedSessionFactory(database_)),
+      cliConfig_(database_->entityIs("vxlan/hardware/srcMacRewrite/config",
+                                     "BfnMacRewrite::Input::Config")),
+      mount_(makeByName("BfnMacRewrite::BfnMacRewriteMount")),
+      l3Shared_(makeByName("BfnMacRewrite::BfnMacRewriteL3Shared")) {
+  mountAgain();
+  set(l3Shared_, "l3Status", {Kiv::makeActive<Pex::L3Status>()});
+  for (char const* const which : {"port", "vlan", "subinterface"}) {
+    set(l3Shared_, routingStatusAttribute(which), {Kiv::makeActive<BfnL3::L3RoutingStatus>()});
+  }
+}
+
+Switch::~Switch() {
+  agentDel();
+}
+
+void Switch::mountAgain() {
+  auto const request = session_->mountRequest();
+  Kiv::GenericValue const cell("0");
+  call(mount_, "doMount", {Kiv::Ptr<Corvo::MountGroup>(request), cell});
+  request->close();
+  KIV_CHECK(request->mounted());
+  call(mount_, "getEntity", {Kiv::Ptr<Corvo::EntityManager>(session_), cell});
+}
+
+void Switch::cliConfigIs(Object const& config) {
+  cliConfig_ = config;
+  set(mount_, "bfnMacRewriteCliConfig", {Kiv::GenericValue(config)});
+}
+
+void Switch::agentIs() {
+  using BfnMacRewrite::BfnMacRewriteL3Shared;
+  using BfnMacRewrite::BfnMacRewriteMount;
+  agentDel();
+  Kiv::Ptr<BfnMacRewriteMount> const mount(static_cast<BfnMacRewriteMount*>(mount_.get()));
+  Kiv::Ptr<BfnMacRewriteL3Shared> const shared(
+      static_cast<BfnMacRewriteL3Shared*>(l3Shared_.get()));
+  agent_ = plugin_.agentSmFactory()(systemStatus, profileData, mount, shared, routeStatus);
+}
+
+Object Switch::bfnL3Output() const {
+  return getObject(l3Shared_, "bfnL3Output");
+}
+
+void Switch::profileIs(std::string const& name) {
+  Object const output = bfnL3Output();
+  Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> const entry(profileData->profileDataEntry(name));
+  set(output, "profileName", {Kiv::String(name)});
+  set(output, "profileEntry", {entry});
+}
+
+namespace {
+
+BfnAgentLib::TableInitialization initialization(BfnChip::ChipModel& chip, Object const& output) {
+  BfnAgentLib::TableInitialization with;
+  with.dlHandle = chip.opaque();
+  with.profile = BfnDriver::BfnDevProfile(getText(output, "profileName"));
+  return with;
+}
+
+}  // namespace
+
+unsigned Switch::initializeTables() {
+  Object const output = bfnL3Output();
+  auto const entry =
+      Kiv::ptrCast<BfnAgentLib::BfnProfileDataEntry>(getObject(output, "profileEntry"));
+  return BfnAgentLib::initializeTables(entry, initialization(chip, output));
+}
+
+void Switch::initializeTable(std::string const& name) {
+  BfnAgentLib::initializeTable(*tableManager(), Kiv::Name(name),
+                               initialization(chip, bfnL3Output()));
+}
+
+Object Switch::part(std::string_view attribute) const {
+  return agent_ ? getObject(agent_, attribute) : nullptr;
+}
+
+Kiv::Ptr<BfnAgentLib::BfnTableMgr> Switch::tableManager() const {
+  return Kiv::ptrCast<BfnAgentLib::BfnTableMgr>(part("overlaySrcMacRewriteManager"));
+}
+
+Kiv::Ptr<Pex::L3Status> Switch::l3Status() const {
+  return Kiv::ptrCast<Pex::L3Status>(getObject(l3Shared_, "l3Status"));
+}
+
+Kiv::Ptr<BfnL3::L3RoutingStatus> Switch::routingStatus(std::string_view which) const {
+  return Kiv::ptrCast<BfnL3::L3RoutingStatus>(getObject(l3Shared_, routingStatusAttribute(which)));
+}
+
+}  // namespace Host

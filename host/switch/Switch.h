@@ -1,0 +1,105 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "chip/ChipModel.h"
+#include "framework/core/Clock.h"
+#include "framework/corvo/Database.h"
+#include "framework/corvo/Session.h"
+#include "framework/l3/L3RoutingStatus.h"
+#include "framework/l3/L3Status.h"
+#include "framework/l3/RouteStatus.h"
+#include "framework/platform/BfnProfileData.h"
+#include "framework/platform/BfnTableMgr.h"
+#include "framework/platform/SystemStatus.h"
+#include "framework/values/IntfId.h"
+#include "framework/values/IpAddr.h"
+#include "framework/values/VrfId.h"
+#include "host/switch/Generic.h"
+#include "host/switch/Plugin.h"
+
+namespace Host {
+
+/// Everything that a switch has around the plug-in: the chip, the platform's records, the host
+/// agent's records, the state database; and the agent once it has been made.
+///
+/// The records are there from the start, mounted and empty, so that a host may fill them before it
+/// makes the agent. They outlive it. Members that are null stand for an input that is not there.
+class Switch {
+ public:
+  explicit Switch(Plugin plugin);
+  Switch(Switch const&) = delete;
+  Switch& operator=(Switch const&) = delete;
+  ~Switch();
+
+  Plugin const& plugin() const { return plugin_; }
+
+  // Bring-up.
+
+  bool hasAgent() const { return agent_ != nullptr; }
+  /// Null when there is none.
+  Object const& agent() const { return agent_; }
+  /// Makes the agent through the plug-in's factory, in place of an earlier one.
+  void agentIs();
+  void agentDel() { agent_.reset(); }
+  /// What the host tells the plug-in: active profile, bring-up flags.
+  Object bfnL3Output() const;
+  /// Makes the profile the active one; its entry is null for an unknown name.
+  void profileIs(std::string const& name);
+  /// Has the platform initialise what waits for it. Gives the number of tables.
+  unsigned initializeTables();
+  /// Has the platform initialise one table, declared or not. Needs the manager.
+  void initializeTable(std::string const& name);
+  /// Whether tables are initialised only when that is asked for.
+  bool manualTables() const { return manualTables_; }
+  void manualTablesIs(bool manual) { manualTables_ = manual; }
+
+  // The agent's parts; null before their stage.
+
+  Object part(std::string_view attribute) const;
+  /// The table manager as the platform sees it; null before stage 1.
+  Kiv::Ptr<BfnAgentLib::BfnTableMgr> tableManager() const;
+
+  // Records that the plug-in defines, known by name only.
+
+  Object const& mount() const { return mount_; }
+  Object const& l3Shared() const { return l3Shared_; }
+  /// The operator's configuration, where it is written: the state database's own object, of which
+  /// the plug-in has mounted a replica for reading. Null when taken away.
+  Object const& cliConfig() const { return cliConfig_; }
+  /// Gives the plug-in another configuration, or none, in place of what it has mounted.
+  void cliConfigIs(Object const& config);
+  Object capability() const { return getObject(mount_, "bfnMacRewriteCapability"); }
+  Object agentConfig() const { return getObject(mount_, "bfnMacRewriteAgentConfig"); }
+  Object agentStatus() const { return getObject(mount_, "bfnMacRewriteAgentStatus"); }
+  /// Mounts again, for what is not there.
+  void mountAgain();
+
+  BfnChip::ChipModel chip;
+  /// The lab's time: it goes on by command only.
+  Kiv::Ptr<Kiv::ManualClock> clock;
+  Kiv::Ptr<BfnSystem::SystemStatus> systemStatus;
+  Kiv::Ptr<BfnAgentLib::BfnProfileData> profileData;
+  Kiv::Ptr<Routing::Hardware::RouteStatus> routeStatus;
+
+  /// The inputs in the shared object. Null when taken away.
+  Kiv::Ptr<Pex::L3Status> l3Status() const;
+  /// `which`: "port", "vlan" or "subinterface".
+  Kiv::Ptr<BfnL3::L3RoutingStatus> routingStatus(std::string_view which) const;
+
+ private:
+  Plugin plugin_;
+  Kiv::Ptr<Corvo::Database> database_;
+  Kiv::Ptr<Corvo::Session> session_;
+  Object cliConfig_;
+  Object mount_;
+  Object l3Shared_;
+  Object agent_;
+  bool manualTables_ = false;
+};
+
+/// The attribute of the shared object that holds one kind of routing status.
+std::string_view routingStatusAttribute(std::string_view which);
+
+}  // namespace Host

@@ -1,0 +1,96 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <unistd.h>
+
+#include "framework/core/Hash.h"
+#include "framework/trace/TraceHandle.h"
+#include "host/prompt/Prompt.h"
+#include "host/shell/Shell.h"
+
+namespace {
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  macrewrite-lab examples/leaf1/leaf1.lab      bring-up, configuration, packets\n"
+    "  macrewrite-lab --echo case.lab               each line before its answer\n"
+    "  echo 'dump inputs' | macrewrite-lab          commands from standard input\n"
+    "  macrewrite-lab --json --trace 9 case.lab     answers for a program, traces on stderr\n"
+    "  macrewrite-lab                               a prompt; help lists the commands\n"
+    "\n"
+    "Exit status: 0 all is well, 1 an expectation failed, 2 bad input.";
+
+std::filesystem::path besideProgram(char const* file) {
+  std::error_code error;
+  auto const program = std::filesystem::read_symlink("/proc/self/exe", error);
+  return program.parent_path() / file;
+}
+
+struct Options {
+  std::string plugin = besideProgram("libBfnMacRewrite.so").string();
+  std::optional<Kiv::U32> hashSeed;
+  std::optional<unsigned> traceLevel;
+  Host::ShellOptions shell;
+  std::vector<std::string> files;
+};
+
+int run(Options const& options) {
+  if (options.hashSeed) Kiv::HashHelper::hashSeed32Is(*options.hashSeed);
+  if (options.traceLevel) {
+    Kiv::TraceHandle::defaultLevelsIs((Kiv::U32{2} << *options.traceLevel) - 1);
+  }
+  Host::Switch host{Host::Plugin(options.plugin)};
+  Host::Shell shell(host, std::cout, options.shell);
+  bool const none = options.files.empty();
+  if (none && ::isatty(STDIN_FILENO) == 1) {
+    Host::runPrompt(shell, std::cerr);
+    return Host::Shell::kDone;
+  }
+  if (none) return shell.runStream(std::cin, "stdin", std::cerr);
+  for (std::string const& file : options.files) {
+    if (auto const status = shell.runFile(file, std::cerr); status != Host::Shell::kDone) {
+      return status;
+    }
+    if (shell.exited()) break;
+  }
+  return Host::Shell::kDone;
+}
+
+int parseAndRun(int argc, char** argv) {
+  Options options;
+  CLI::App app{"A switch around the MAC rewrite plug-in: operator, host agent, chip and packets."};
+  app.footer(kExamples);
+  app.add_option("FILE", options.files, "files of commands; none: standard input or a prompt")
+      ->type_name("");
+  app.add_option("--plugin", options.plugin,
+                 "the plug-in to open (default: the one beside this program)")
+      ->type_name("PATH");
+  app.add_option("--hash-seed", options.hashSeed, "walk hashed collections in a repeatable order")
+      ->type_name("N");
+  app.add_flag("--json", options.shell.json, "every answer is a JSON line");
+  app.add_option("--trace", options.traceLevel, "traces up to that level as text on standard error")
+      ->check(CLI::Range(0u, 30u))
+      ->type_name("LEVEL");
+  app.add_flag("--echo", options.shell.echo, "print each line before its answer");
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& error) {
+    return app.exit(error) == 0 ? 0 : Host::Shell::kBadInput;
+  }
+  return run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    std::ios::sync_with_stdio(false);
+    return parseAndRun(argc, argv);
+  } catch (std::exception const& error) {
+    std::cout.flush();
+    std::cerr << "macrewrite-lab: error: " << error.what() << std::endl;
+    return Host::Shell::kBadInput;
+  }
+}
