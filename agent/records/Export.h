@@ -1,4 +1,5 @@
 #pragma once
 
-/// What the library exports; everything else in it is hidden.
+/// What a library of the plug-in exports, this one or the plug-in itself; everything else in them
+/// is hidden.
 #define BFN_MAC_REWRITE_EXPORT __attribute__((visibility("default")))

@@ -1,10 +1,11 @@
-# Compares what the library shows the world with the list beside this file. Variables: library, list,
-# soname, nm, readelf.
+# Compares what the library shows the world with its list in exported/. Variables: library, list,
+# below (the lists of the libraries that it needs), soname, nm, readelf.
 #
 # Left out of the comparison: weak and unique symbols in namespace std. Those are the language
 # runtime's templates, which every object that uses them carries (vague linkage), whatever the
-# visibility of the code that instantiates them. Everything else is ours and has to be in the list:
-# the factories, and the classes and records that the host holds.
+# visibility of the code that instantiates them. So are weak copies of what a library below has in its
+# list: type information of a class that has no key function. Everything else is ours and has to be in the list:
+# what a host calls, and the classes that it holds.
 cmake_minimum_required(VERSION 3.25)
 
 execute_process(COMMAND ${nm} -DC --defined-only ${library}
@@ -13,6 +14,11 @@ execute_process(COMMAND ${nm} -DC --defined-only ${library}
 string(REGEX REPLACE "[[]" "(" output "${output}")
 string(REGEX REPLACE "[]]" ")" output "${output}")
 string(REGEX REPLACE "\n" ";" output "${output}")
+set(elsewhere "")
+foreach(file IN LISTS below)
+  file(STRINGS ${file} names REGEX "^[^#]")
+  list(APPEND elsewhere ${names})
+endforeach()
 set(exported "")
 foreach(line IN LISTS output)
   if(NOT line MATCHES "^[0-9a-f]+ ([A-Za-z]) (.+)$")
@@ -20,7 +26,7 @@ foreach(line IN LISTS output)
   endif()
   set(kind "${CMAKE_MATCH_1}")
   set(name "${CMAKE_MATCH_2}")
-  if(kind MATCHES "^[VWuvw]$" AND name MATCHES "^([a-z ]+ )?std::")
+  if(kind MATCHES "^[VWuvw]$" AND (name MATCHES "^([a-z ]+ )?std::" OR name IN_LIST elsewhere))
     continue()
   endif()
   list(APPEND exported "${name}")

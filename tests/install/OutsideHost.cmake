@@ -11,7 +11,7 @@ run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix})
 
 # A library is installed under its whole version, its soname points there, and the name that a
 # program is linked with points at the soname.
-foreach(library IN ITEMS BfnMacRewrite KivChip Kiv)
+foreach(library IN ITEMS BfnMacRewrite BfnMacRewriteRecords KivChip Kiv)
   foreach(link IN ITEMS ".so:.so.${soversion}" ".so.${soversion}:.so.${version}")
     string(REPLACE ":" ";" pair ${link})
     list(GET pair 0 from)
