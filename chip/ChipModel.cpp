@@ -168,6 +168,11 @@ std::vector<Row> ChipModel::rows(std::string_view name) const {
   return rows;
 }
 
+std::size_t ChipModel::capacityOf(std::string_view name) const {
+  Table const* const table = tableNamed(name);
+  return table == nullptr ? 0 : table->capacity;
+}
+
 void ChipModel::hitsClear() {
   for (Table& table : tables_) table.rows.hitsClear();
 }

@@ -70,6 +70,12 @@ class ChipModel final : public BfnDriver::TableDriver {
   std::vector<Row> rows(std::string_view name = kRewriteTable) const;
   /// Sets the hit count of every row to zero.
   void hitsClear();
+  /// The hit counts of the rewrite table, to be put back after packets that are not to count. They
+  /// fit until the next write or erase.
+  std::vector<Kiv::U64> hits() const { return tables_.front().rows.hits(); }
+  void hitsIs(std::vector<Kiv::U64> const& hits) { tables_.front().rows.hitsIs(hits); }
+  /// Rows that the table takes. Zero for an unknown name.
+  std::size_t capacityOf(std::string_view name = kRewriteTable) const;
 
   /// Units in the pool and how many of them rows hold.
   std::size_t resources() const { return resources_; }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "framework/core/Fatal.h"
+
 namespace BfnChip {
 
 namespace {
@@ -92,6 +94,18 @@ void RowTable::hitsClear() {
   for (Slot& slot : slots_) {
     if (slot.hits != kFree) slot.hits = 0;
   }
+}
+
+std::vector<Kiv::U64> RowTable::hits() const {
+  std::vector<Kiv::U64> hits;
+  hits.reserve(slots_.size());
+  for (Slot const& slot : slots_) hits.push_back(slot.hits);
+  return hits;
+}
+
+void RowTable::hitsIs(std::vector<Kiv::U64> const& hits) {
+  KIV_CHECK(hits.size() == slots_.size(), hits.size());
+  for (std::size_t i = 0; i < slots_.size(); ++i) slots_[i].hits = hits[i];
 }
 
 }  // namespace BfnChip

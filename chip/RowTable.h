@@ -87,6 +87,9 @@ class RowTable {
   /// Copies of all rows in ascending order of their key bytes.
   std::vector<Row> sorted() const;
   void hitsClear();
+  /// The hit counts of all slots, for hitsIs(); they fit the table until its next insert or erase.
+  std::vector<Kiv::U64> hits() const;
+  void hitsIs(std::vector<Kiv::U64> const& hits);
 
  private:
   static constexpr Kiv::U64 kFree = ~Kiv::U64{0};

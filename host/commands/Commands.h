@@ -15,7 +15,13 @@ CommandGroup operatorCommands(Switch& host);
 CommandGroup hostCommands(Switch& host);
 CommandGroup chipCommands(Switch& host);
 CommandGroup lookCommands(Switch& host);
-/// Where a file that a command reads is.
+/// Makes the folder, and those that it lies in. Throws InputError.
+void makeFolder(std::filesystem::path const& folder);
+/// The same for the folder of a file that is about to be written.
+inline void makeFolderOf(std::filesystem::path const& file) {
+  if (file.has_parent_path()) makeFolder(file.parent_path());
+}
+/// Finds a file that a command reads.
 using ResolvePath = std::function<std::filesystem::path(std::string const&)>;
 CommandGroup packetCommands(Switch& host, ResolvePath const& resolve);
 /// The making of large examples.

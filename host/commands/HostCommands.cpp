@@ -210,14 +210,19 @@ Answer start(Switch& host, Arguments const& given) {
     return said("stage 2: not run, the flag is " + value + " already");
   }
   if (!host.hasAgent()) return said("stage 2: not run, there is no agent");
-  std::size_t others = 0;
+  std::size_t made = 0;
+  std::size_t replaced = 0;
   for (std::size_t i = 0; i < before.size(); ++i) {
-    if (partId(host, kMachines[i]) != before[i]) ++others;
+    if (partId(host, kMachines[i]) == before[i]) continue;
+    ++(before[i] == nullptr ? made : replaced);
   }
   if (host.part("bfnMacRewriteSm") == nullptr) return said("stage 2: not supported by the chip");
-  if (before[0] == nullptr) return said("stage 2: state machines started");
-  if (others == 0) return said("stage 2: state machines kept");
-  return said("stage 2: " + counted(others, "state machine") + " replaced");
+  if (made == before.size()) return said("stage 2: state machines started");
+  if (made + replaced == 0) return said("stage 2: state machines kept");
+  if (made == 0) return said("stage 2: " + counted(replaced, "state machine") + " replaced");
+  std::string text = "stage 2: " + counted(made, "state machine") + " made";
+  if (replaced > 0) text += ", " + std::to_string(replaced) + " replaced";
+  return said(text);
 }
 
 // --- Inputs as wholes

@@ -54,6 +54,9 @@ Answer rewriteDel(Switch& host, Arguments const& given) {
 
 Answer showRewrite(Switch& host, Arguments const& given) {
   if (!host.hasAgent()) throw InputError("there is no agent; host agent create makes one");
+  if (!host.tableManager()) {
+    throw InputError("there is no table manager; a change of host init-tables makes one");
+  }
   bool const json = given.has("json");
   std::string output;
   auto const request = Kiv::makeActive<Agent::AgentCommandRequest>(
@@ -79,9 +82,9 @@ Answer showRewrite(Switch& host, Arguments const& given) {
   Agent::CommandDispatcher dispatcher(host.clock, 1.0);
   dispatcher.commandIs("BfnMacRewrite::ShowMacRewriteCommandRequestSm", request, arguments);
   while (dispatcher.commands() > 0) dispatcher.runSlices();
-  if (json) return Answer(nlohmann::json::parse(output));
+  nlohmann::json answer = json ? nlohmann::json::parse(output) : nlohmann::json();
   if (output.ends_with('\n')) output.pop_back();
-  return {output, output};
+  return json ? Answer(std::move(answer), output) : Answer(output, output);
 }
 
 Answer showRunningConfig(Switch& host) {
@@ -108,8 +111,13 @@ Answer showCapability(Switch& host) {
 Answer showTable(Switch& host) {
   nlohmann::json const stats = dumpStats(host);
   if (stats.is_null()) return {stats, "overlaySrcMacRewrite: not initialised"};
-  return {stats, "overlaySrcMacRewrite: " + stats["entriesInUse"].dump() + " of " +
-                     stats["capacity"].dump() + " entries in use"};
+  std::string text = "overlaySrcMacRewrite: " + stats["entriesInUse"].dump() + " of " +
+                     stats["capacity"].dump() + " entries in use";
+  // A profile's table size has 16 bits, and the chip may have been given another size.
+  if (std::size_t const rows = host.chip.capacityOf(); stats["capacity"] != rows) {
+    text += "\nthe chip takes " + std::to_string(rows) + " rows";
+  }
+  return {stats, text};
 }
 
 Answer showLog() {

@@ -88,25 +88,43 @@ void checkCapture(std::filesystem::path const& file) {
   }
 }
 
+// Hits count once the output is whole: after a failed write they are as they were.
+void forwardOrUncount(BfnChip::ChipModel& chip, std::filesystem::path const& in,
+                      std::filesystem::path const& out, Host::Packets::Forwarder& forwarder,
+                      Host::Packets::FrameObserver const& observer) {
+  std::vector<Kiv::U64> const hits = chip.hits();
+  try {
+    Host::Packets::forwardCapture(in, out, forwarder, observer);
+  } catch (...) {
+    chip.hitsIs(hits);
+    throw;
+  }
+}
+
 Answer packets(Switch& host, std::filesystem::path const& in, Arguments const& given) {
   Host::Packets::ForwarderConfig config;
   config.accessVlan = static_cast<Kiv::U16>(given.number("access-vlan", config.accessVlan));
+  config.judgeTruncated = given.has("truncated") && given.text("drop") == "by-headers";
+  std::filesystem::path const out = given.text("<OUT.pcap>");
   json frames = json::array();
   std::string text = "    #  VLAN  source IP        source MAC before  source MAC after   row\n";
   try {
     checkCapture(in);
+    makeFolderOf(out);
     Host::Packets::Forwarder forwarder(host.chip, config);
-    Host::Packets::forwardCapture(in, given.text("<OUT.pcap>"), forwarder,
-                                  [&](Host::Packets::ForwardedFrame const& frame) {
-                                    if (frame.number > kMaxListed) return;
-                                    frames.push_back(frameJson(frame));
-                                    text += frameLine(frame);
-                                  });
+    forwardOrUncount(host.chip, in, out, forwarder,
+                     [&](Host::Packets::ForwardedFrame const& frame) {
+                       if (frame.number > kMaxListed) return;
+                       frames.push_back(frameJson(frame));
+                       text += frameLine(frame);
+                     });
     auto const& totals = forwarder.totals();
+    json answer = {{"frames", frames}, {"totals", totalsJson(totals)}};
     if (totals.frames > kMaxListed) {
       text += "  ... and " + std::to_string(totals.frames - kMaxListed) + " more\n";
+      answer["framesNotListed"] = totals.frames - kMaxListed;
     }
-    return {{{"frames", frames}, {"totals", totalsJson(totals)}}, text + totalsText(totals)};
+    return {std::move(answer), text + totalsText(totals)};
   } catch (Host::Packets::CaptureError const& error) {
     throw InputError(error.what());
   }
@@ -117,9 +135,10 @@ Answer packets(Switch& host, std::filesystem::path const& in, Arguments const& g
 CommandGroup packetCommands(Switch& host, ResolvePath const& resolve) {
   CommandGroup group{"packets", {}};
   group.commands.emplace_back(
-      "packets <IN.pcap> <OUT.pcap> [access-vlan <N:1-4094>]",
+      "packets <IN.pcap> <OUT.pcap> [access-vlan <N:1-4094>] [truncated drop|by-headers]",
       "forward the frames of a capture through the chip and write what leaves; frames without a "
-      "tag are in the access VLAN, 1 unless given",
+      "tag are in the access VLAN, 1 unless given; frames that the capture cut are dropped, or "
+      "judged by the headers that it kept",
       "packets hosts.pcap out.pcap access-vlan 200", [&host, resolve](Arguments const& given) {
         return packets(host, resolve(given.text("packets")), given);
       });

@@ -61,9 +61,7 @@ void writeFile(std::filesystem::path const& file, Scale const& scale, Write cons
 Answer generate(Arguments const& given) {
   Scale const scale{given.number("vrfs"), given.number("rows")};
   std::filesystem::path const folder = given.text("scale");
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) throw InputError("cannot make " + folder.string() + ": " + error.message());
+  makeFolder(folder);
   writeFile(folder / "operator.cfg", scale, writeOperator);
   writeFile(folder / "interfaces.lab", scale, writeInterfaces);
   writeFile(folder / "addresses.lab", scale, writeAddresses);
@@ -71,6 +69,12 @@ Answer generate(Arguments const& given) {
 }
 
 }  // namespace
+
+void makeFolder(std::filesystem::path const& folder) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw InputError("cannot make " + folder.string() + ": " + error.message());
+}
 
 CommandGroup scaleCommands() {
   CommandGroup group{"scale", {}};

@@ -175,6 +175,9 @@ json dumpChip(Switch const& host) {
 
 json dumpJournal(Switch& host) {
   json entries = json::array();
+  if (auto const dropped = host.chip.journal().dropped(); dropped > 0) {
+    entries.push_back({{"dropped", dropped}});
+  }
   for (BfnChip::JournalEntry const& entry : host.chip.journal().take()) {
     json fields = keyFields(entry.key);
     bool const write = entry.operation == BfnChip::Operation::Write;

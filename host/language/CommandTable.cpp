@@ -17,7 +17,7 @@ std::string sentence(Mismatch const& mismatch, std::span<std::string const> word
     text += mismatch.expected[i];
   }
   if (mismatch.at == words.size()) return text + ", found the end of the line";
-  return text + ", found " + quotedWord(words[mismatch.at]);
+  return text + ", found " + excerpt(words[mismatch.at]);
 }
 
 bool beginsWith(std::string_view text, std::span<std::string const> words) {

@@ -75,7 +75,7 @@ std::vector<std::string> splitWords(std::string_view line) {
 }
 
 std::string quotedWord(std::string_view word) {
-  bool plain = !word.empty() && word[0] != '"' && word[0] != '#';
+  bool plain = !word.empty() && word[0] != '"' && word[0] != '#' && word != "==";
   for (char const c : word) plain = plain && c > ' ' && c != '\x7f';
   if (plain) return std::string(word);
   std::string text = "\"";
@@ -94,6 +94,20 @@ std::string quotedWord(std::string_view word) {
     }
   }
   return text + '"';
+}
+
+std::string excerpt(std::string_view word) {
+  constexpr std::size_t kMaxCharacters = 60;
+  auto const continues = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
+  std::size_t end = 0;
+  for (std::size_t shown = 0; shown < kMaxCharacters && end < word.size(); ++shown) {
+    std::size_t const start = end++;
+    // A character has at most three bytes after its first.
+    while (end < word.size() && end - start < 4 && continues(word[end])) ++end;
+  }
+  std::string text = quotedWord(word.substr(0, end));
+  if (end < word.size()) text += "...";
+  return text;
 }
 
 }  // namespace Host

@@ -18,4 +18,8 @@ std::vector<std::string> splitWords(std::string_view line);
 /// The word as splitWords() reads it back, in quotes when it needs them.
 std::string quotedWord(std::string_view word);
 
+/// The word as an error text shows it: quotedWord() of its first 60 characters, with "..." after
+/// them when there are more. A character is a UTF-8 sequence, or a byte that belongs to none.
+std::string excerpt(std::string_view word);
+
 }  // namespace Host

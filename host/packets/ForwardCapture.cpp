@@ -18,7 +18,7 @@ void forwardCapture(std::filesystem::path const& in, std::filesystem::path const
   while (auto const frame = reader.next()) {
     ForwardedFrame const result = forwarder.forward(frame->bytes, frame->wireLength);
     if (!result.packet.empty()) {
-      writer.write({frame->time, result.packet, result.packet.size()});
+      writer.write({frame->time, result.packet, result.packetWireLength});
     }
     if (observer) observer(result);
   }

@@ -34,6 +34,8 @@ Verdict verdictOf(Ipv4Fault fault) {
       return Verdict::Ipv4CutShort;
     case Ipv4Fault::Checksum:
       return Verdict::BadIpv4Checksum;
+    case Ipv4Fault::NotCaptured:
+      return Verdict::Truncated;
     case Ipv4Fault::Header:
       break;
   }
@@ -41,12 +43,16 @@ Verdict verdictOf(Ipv4Fault fault) {
 }
 
 // NoRow for an IPv4 packet that may be looked up.
-Verdict verdictByProtocol(Frame const& frame, Bytes bytes) {
+Verdict verdictByProtocol(Frame const& frame, Bytes bytes, std::size_t wireLength) {
   if (frame.doubleTagged) return Verdict::DoubleTagged;
   switch (frame.etherType) {
     case EtherType::kIpv4:
-      if (!frame.ipv4) return Verdict::BadIpv4Header;
-      return verdictOf(ipv4Fault(*frame.ipv4, bytes.subspan(frame.payloadAt)));
+      if (!frame.ipv4) {
+        return frame.payloadAt + Ipv4Header::kSize <= wireLength ? Verdict::Truncated
+                                                                 : Verdict::BadIpv4Header;
+      }
+      return verdictOf(
+          ipv4Fault(*frame.ipv4, bytes.subspan(frame.payloadAt), wireLength - frame.payloadAt));
     case EtherType::kArp:
       return Verdict::Arp;
     case EtherType::kIpv6:
@@ -70,11 +76,13 @@ Forwarder::Forwarder(BfnChip::ChipModel& chip, ForwarderConfig const& config)
       packet_(VxlanTunnel::kOverhead + config.maxFrame) {}
 
 ForwardedFrame Forwarder::forward(Bytes bytes, std::size_t wireLength) {
+  // A broken capture may say that it kept more than was sent.
+  wireLength = std::max(wireLength, bytes.size());
   std::optional<Frame> const frame = readFrame(bytes);
   ForwardedFrame result = judge(frame, bytes, wireLength);
   result.number = ++totals_.frames;
   totals_.bytesIn += bytes.size();
-  if (isForwarded(result.verdict)) send(*frame, bytes, result);
+  if (isForwarded(result.verdict)) send(*frame, bytes, wireLength, result);
   ++totals_.byVerdict[static_cast<std::size_t>(result.verdict)];
   return result;
 }
@@ -91,21 +99,23 @@ ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes,
     if (frame->ipv4) result.source = frame->ipv4->source;
   }
 
-  if (bytes.size() < wireLength) {
+  bool const truncated = bytes.size() < wireLength;
+  if (truncated && (!config_.judgeTruncated || !frame)) {
     result.verdict = Verdict::Truncated;
   } else if (!frame) {
     result.verdict = Verdict::TooShort;
-  } else if (bytes.size() > config_.maxFrame) {
+  } else if (wireLength > config_.maxFrame) {
     result.verdict = Verdict::TooLong;
   } else if (!result.vlan) {
     result.verdict = Verdict::ReservedVlan;
   } else {
-    result.verdict = verdictByProtocol(*frame, bytes);
+    result.verdict = verdictByProtocol(*frame, bytes, wireLength);
   }
   return result;
 }
 
-void Forwarder::send(Frame const& frame, Bytes bytes, ForwardedFrame& result) {
+void Forwarder::send(Frame const& frame, Bytes bytes, std::size_t wireLength,
+                     ForwardedFrame& result) {
   MutableBytes const packet = MutableBytes(packet_).first(VxlanTunnel::kOverhead + bytes.size());
   MutableBytes const inner = packet.subspan(VxlanTunnel::kOverhead);
   std::memcpy(inner.data(), bytes.data(), bytes.size());
@@ -119,13 +129,14 @@ void Forwarder::send(Frame const& frame, Bytes bytes, ForwardedFrame& result) {
     }
   }
   // Of the frame as it came: a flow keeps its path when a row for it comes or goes.
-  tunnel_.encapsulate(*result.vlan, flowHash(frame, bytes), packet);
+  tunnel_.encapsulate(*result.vlan, flowHash(frame, bytes), packet, wireLength);
   result.packet = packet;
+  result.packetWireLength = VxlanTunnel::kOverhead + wireLength;
   totals_.bytesOut += packet.size();
-  countKinds(frame, bytes);
+  countKinds(frame, wireLength);
 }
 
-void Forwarder::countKinds(Frame const& frame, Bytes bytes) {
+void Forwarder::countKinds(Frame const& frame, std::size_t wireLength) {
   if (frame.tag) {
     ++totals_.tagged;
     if (frame.tag->vlan == 0) ++totals_.priorityTagged;
@@ -134,7 +145,7 @@ void Forwarder::countKinds(Frame const& frame, Bytes bytes) {
     if (frame.ipv4->isFragment()) ++totals_.fragments;
     if (frame.ipv4->hasOptions()) ++totals_.withOptions;
   }
-  if (bytes.size() - frame.payloadAt > kLargestPayload) ++totals_.jumbo;
+  if (wireLength - frame.payloadAt > kLargestPayload) ++totals_.jumbo;
 }
 
 }  // namespace Host::Packets

@@ -21,6 +21,9 @@ struct ForwarderConfig {
   Kiv::U16 accessVlan = 1;
   /// The longest frame that is forwarded, in bytes, Ethernet header and tags included.
   std::size_t maxFrame = kJumboFrame;
+  /// Forwards a frame of which the capture kept a part by the headers that it kept, instead of
+  /// dropping it. Lengths are those on the wire; a frame whose headers are cut is still dropped.
+  bool judgeTruncated = false;
   TunnelConfig tunnel;
 };
 
@@ -38,12 +41,14 @@ struct ForwardedFrame {
   std::optional<MacBytes> macAfter;
   /// What leaves; empty when the frame is dropped. Valid until the next frame.
   Bytes packet;
+  /// The length of what leaves on the wire; more than `packet` has when the capture cut the frame.
+  std::size_t packetWireLength = 0;
 };
 
 struct ForwardTotals {
   Kiv::U64 frames = 0;
   Kiv::U64 bytesIn = 0;   ///< captured
-  Kiv::U64 bytesOut = 0;  ///< with the outer headers
+  Kiv::U64 bytesOut = 0;  ///< of what was captured, with the outer headers
   std::array<Kiv::U64, kVerdicts> byVerdict{};
   // Counted beside the verdict, of forwarded frames.
   Kiv::U64 tagged = 0;          ///< one tag or more, priority tags included
@@ -66,7 +71,8 @@ struct ForwardTotals {
 /// The rules, of which the first that applies decides:
 ///
 ///   the frame                                                   is
-///   was longer than what the capture kept of it                 dropped: Truncated
+///   was longer than what the capture kept of it                 dropped: Truncated (see
+///                                                               ForwarderConfig::judgeTruncated)
 ///   ends inside its Ethernet header or its tag                  dropped: TooShort
 ///   is longer than maxFrame                                     dropped: TooLong
 ///   has VLAN 4095                                               dropped: ReservedVlan
@@ -100,8 +106,8 @@ class Forwarder {
 
  private:
   ForwardedFrame judge(std::optional<Frame> const& frame, Bytes bytes, std::size_t wireLength);
-  void send(Frame const& frame, Bytes bytes, ForwardedFrame& result);
-  void countKinds(Frame const& frame, Bytes bytes);
+  void send(Frame const& frame, Bytes bytes, std::size_t wireLength, ForwardedFrame& result);
+  void countKinds(Frame const& frame, std::size_t wireLength);
 
   BfnChip::ChipModel& chip_;
   ForwarderConfig const config_;

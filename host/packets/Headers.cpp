@@ -62,13 +62,14 @@ void Ipv4Header::write(MutableBytes bytes) const {
   storeBytes(bytes, 16, destination);
 }
 
-Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes) {
+Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, std::size_t wireLength) {
   std::size_t const length = header.headerLength();
-  if (header.version != 4 || length < Ipv4Header::kSize || length > bytes.size() ||
+  if (header.version != 4 || length < Ipv4Header::kSize || length > wireLength ||
       header.totalLength < length) {
     return Ipv4Fault::Header;
   }
-  if (header.totalLength > bytes.size()) return Ipv4Fault::CutShort;
+  if (header.totalLength > wireLength) return Ipv4Fault::CutShort;
+  if (length > bytes.size()) return Ipv4Fault::NotCaptured;
   if (InternetChecksum().add(bytes.first(length)).value() != 0) return Ipv4Fault::Checksum;
   return Ipv4Fault::None;
 }

@@ -93,14 +93,19 @@ struct Ipv4Header {
 /// What is wrong with an IPv4 packet.
 enum class Ipv4Fault : Kiv::U8 {
   None,
-  Header,    ///< cut, not version 4, or lengths that contradict each other
-  CutShort,  ///< it says that it is longer than the frame that carries it
-  Checksum,  ///< of the header
+  Header,       ///< cut, not version 4, or lengths that contradict each other
+  CutShort,     ///< it says that it is longer than the frame that carries it
+  Checksum,     ///< of the header
+  NotCaptured,  ///< its options were sent, and are not in the bytes
 };
 
-/// Judges the IPv4 packet at the start of `bytes`, whose header was read from there. Bytes after
-/// its total length are padding of the frame.
-Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes);
+/// Judges the IPv4 packet at the start of `bytes`, whose header was read from there, and which was
+/// followed by the frame's end after `wireLength` bytes: more than there are when a capture cut it.
+/// Bytes after its total length are padding of the frame.
+Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, std::size_t wireLength);
+inline Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes) {
+  return ipv4Fault(header, bytes, bytes.size());
+}
 
 /// Stores the right checksum in the IPv4 header (with its options) that starts at `bytes`.
 void ipv4ChecksumIs(MutableBytes bytes);

@@ -34,20 +34,23 @@ VxlanTunnel::VxlanTunnel(TunnelConfig const& config) : config_(config) {
   UdpHeader{0, VxlanHeader::kPort, 0, 0}.write(headers.subspan(kUdpAt));
 }
 
-void VxlanTunnel::encapsulate(U16 vlan, U32 flowHash, MutableBytes packet) const {
-  KIV_CHECK(packet.size() > kOverhead && packet.size() - kOverhead <= kMaxInner, packet.size());
+void VxlanTunnel::encapsulate(U16 vlan, U32 flowHash, MutableBytes packet,
+                              std::size_t innerLength) const {
+  KIV_CHECK(packet.size() > kOverhead && packet.size() - kOverhead <= innerLength &&
+                innerLength <= kMaxInner,
+            packet.size(), " ", innerLength);
   std::ranges::copy(headers_, packet.begin());
 
   MutableBytes const ipv4 = packet.subspan(kIpv4At);
-  store16(ipv4, 2, static_cast<U16>(ipv4.size()));
+  store16(ipv4, 2, static_cast<U16>(kOverhead - kIpv4At + innerLength));
   ipv4ChecksumIs(ipv4);
 
   VxlanHeader{VxlanHeader::kHasVni, vni(vlan)}.write(packet.subspan(kVxlanAt));
   MutableBytes const udp = packet.subspan(kUdpAt);
   static_assert(kFirstSourcePort == 0xc000);
   store16(udp, 0, static_cast<U16>(kFirstSourcePort | (flowHash & 0x3fff)));
-  store16(udp, 4, static_cast<U16>(udp.size()));
-  if (config_.udpChecksum) {
+  store16(udp, 4, static_cast<U16>(kOverhead - kUdpAt + innerLength));
+  if (config_.udpChecksum && packet.size() == kOverhead + innerLength) {
     store16(udp, UdpHeader::kChecksumAt, udpChecksum(config_.source, config_.destination, udp));
   }
 }

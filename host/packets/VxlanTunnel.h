@@ -44,8 +44,14 @@ class VxlanTunnel {
   Kiv::U32 vni(Kiv::U16 vlan) const { return config_.vniBase + vlan; }
 
   /// Writes the outer headers into the first kOverhead bytes of `packet`; what follows them is the
-  /// inner frame, of 1 to kMaxInner bytes, which stays as it is.
-  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet) const;
+  /// inner frame, of 1 to kMaxInner bytes, which stays as it is. `innerLength` is the length of the
+  /// inner frame on the wire: more than is there when a capture cut it, and then the packet has no
+  /// UDP checksum.
+  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet,
+                   std::size_t innerLength) const;
+  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet) const {
+    encapsulate(vlan, flowHash, packet, packet.size() - kOverhead);
+  }
 
  private:
   TunnelConfig config_;

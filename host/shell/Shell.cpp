@@ -115,14 +115,18 @@ void Shell::addLanguage() {
 }
 
 std::filesystem::path Shell::inputPath(std::string const& name) const {
-  return place_.folder / name;
+  std::filesystem::path const beside = place_.folder / name;
+  std::error_code error;
+  return std::filesystem::exists(beside, error) || !std::filesystem::exists(name, error)
+             ? beside
+             : std::filesystem::path(name);
 }
 
 template <class F>
 Shell::Status Shell::guarded(std::ostream& err, F const& run) {
   try {
     run();
-    out_.flush();
+    flush();
     return kDone;
   } catch (Failure const& failure) {
     if (options_.json) out_ << jsonText({{"error", failure.what()}}) << '\n';
@@ -183,6 +187,10 @@ std::size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 siz
   return commands;
 }
 
+void Shell::flush() {
+  if (!out_.flush()) throw Failure(kBadInput, "error: the output cannot be written");
+}
+
 bool Shell::carryOut(std::string_view line) {
   auto const where = [this] { return place_.name + ':' + std::to_string(place_.line) + ": "; };
   try {
@@ -199,7 +207,7 @@ bool Shell::carryOut(std::string_view line) {
 
 Answer Shell::answerTo(std::span<std::string const> words) {
   auto const [command, arguments] = table_.find(words);
-  out_.flush();
+  flush();
   try {
     return command->handler(arguments);
   } catch (InputError const&) {
@@ -218,7 +226,7 @@ Answer Shell::load(Arguments const& given) {
   try {
     commands = readFile(inputPath(name));
   } catch (InputError const& error) {
-    throw InputError(name + ": " + error.what());
+    throw InputError(excerpt(name) + ": " + error.what());
   }
   return {commands, name + ": " + std::to_string(commands) + (commands == 1 ? " line" : " lines") +
                         " accepted"};

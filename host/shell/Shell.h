@@ -46,7 +46,8 @@ class Shell {
   CommandTable const& table() const { return table_; }
   Switch& host() { return host_; }
 
-  /// A file that a command names: relative to the folder of the file that the command stands in.
+  /// A file that a command reads: in the folder of the file that holds the command, else in the
+  /// working directory. The first of both when it is in neither.
   std::filesystem::path inputPath(std::string const& name) const;
   std::ostream& out() { return out_; }
   ShellOptions const& options() const { return options_; }
@@ -77,6 +78,8 @@ class Shell {
   Answer expect(Arguments const& given);
   Answer measure(Arguments const& given);
   void print(Answer const& answer, std::string_view line);
+  /// Throws Failure when what was printed cannot be written.
+  void flush();
 
   Switch& host_;
   std::ostream& out_;

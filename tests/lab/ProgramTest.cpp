@@ -207,4 +207,13 @@ TEST_F(ProgramTest, AFatalCheckEndsTheProcessAfterWhatWasPrinted) {
                               "Unknown table name: other"));
 }
 
+TEST_F(ProgramTest, OutputThatCannotBeWrittenIsStatusTwo) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+  fileIs("a.lab", "print one\nprint two\nhost agent create\n");
+  std::string const command =
+      "cd '" + folder.string() + "' && exec '" LAB_PROGRAM "' a.lab > /dev/full 2> err";
+  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
+  EXPECT_THAT(contents(folder / "err"), HasSubstr("cannot be written"));
+}
+
 }  // namespace

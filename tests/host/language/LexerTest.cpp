@@ -42,9 +42,19 @@ TEST(Lexer, RefusesAnOpenQuoteAndAWrongEscape) {
 
 TEST(Lexer, AQuotedWordIsReadBackAsItWas) {
   for (std::string const word :
-       {"plain", "", "a b", "\"", "#x", "a\\b", "\x01\x7f", "caf\xc3\xa9"}) {
+       {"plain", "==", "", "a b", "\"", "#x", "a\\b", "\x01\x7f", "caf\xc3\xa9"}) {
     EXPECT_THAT(Host::splitWords(Host::quotedWord(word)), ElementsAre(word));
   }
+}
+
+TEST(Lexer, AnExcerptHasSixtyCharactersAndSaysThatThereIsMore) {
+  EXPECT_EQ(Host::excerpt(std::string(60, 'x')), std::string(60, 'x'));
+  EXPECT_EQ(Host::excerpt(std::string(61, 'x')), std::string(60, 'x') + "...");
+  std::string umlauts;
+  for (int i = 0; i < 61; ++i) umlauts += "\xc3\xbc";
+  EXPECT_EQ(Host::excerpt(umlauts), Host::quotedWord(umlauts.substr(0, 120)) + "...");
+  EXPECT_EQ(Host::excerpt(std::string(300, '\x80')).size(), 60u * 4 + 5);
+  EXPECT_EQ(Host::excerpt("a b"), "\"a b\"");
 }
 
 }  // namespace

@@ -296,4 +296,54 @@ TEST(Verdict, HasAWordForEachOfThem) {
   EXPECT_EQ(text(Verdict(kVerdicts)), "unknown");
 }
 
+class CutFramesTest : public ForwarderTest {
+ protected:
+  CutFramesTest() { config.judgeTruncated = true; }
+
+  // The frame as a capture keeps it that stores `kept` bytes of it.
+  ForwardedFrame cut(Buffer const& frame, std::size_t kept) {
+    return forwarder().forward(Bytes(frame).first(kept), frame.size());
+  }
+};
+
+TEST_F(CutFramesTest, AreForwardedByTheHeadersThatTheCaptureKept) {
+  Buffer const frame = tagged(100, udpFrame(1400));
+  ForwardedFrame const result = cut(frame, 96);
+  EXPECT_EQ(result.verdict, Verdict::Rewritten);
+  EXPECT_EQ(result.macAfter, kRowMac);
+  EXPECT_EQ(result.packet.size(), VxlanTunnel::kOverhead + 96);
+  EXPECT_EQ(result.packetWireLength, VxlanTunnel::kOverhead + frame.size());
+  auto const outer = Ipv4Header::read(result.packet.subspan(EthernetHeader::kSize));
+  EXPECT_EQ(outer->totalLength, result.packetWireLength - EthernetHeader::kSize);
+  auto const udp =
+      UdpHeader::read(result.packet.subspan(EthernetHeader::kSize + Ipv4Header::kSize));
+  EXPECT_EQ(udp->length, outer->totalLength - Ipv4Header::kSize);
+  EXPECT_EQ(udp->checksum, 0) << "the bytes that it is made of are not all there";
+}
+
+TEST_F(CutFramesTest, AreDroppedWhenTheirHeadersAreCut) {
+  Buffer const frame = tagged(100, udpFrame());
+  for (std::size_t const kept : {0u, 13u, 14u, 17u, 18u, 37u}) {
+    EXPECT_EQ(cut(frame, kept).verdict, Verdict::Truncated) << kept;
+  }
+  EXPECT_EQ(cut(frame, 38).verdict, Verdict::Rewritten);
+  Buffer const withOptions =
+      ethernet(EtherType::kIpv4, Samples::ipv4(counting(40), {}, Buffer(8, 1)));
+  EXPECT_EQ(cut(withOptions, 14 + 27).verdict, Verdict::Truncated);
+  EXPECT_EQ(cut(withOptions, 14 + 28).verdict, Verdict::Rewritten);
+}
+
+TEST_F(CutFramesTest, AreJudgedByTheirLengthOnTheWire) {
+  config.maxFrame = 1000;
+  EXPECT_EQ(cut(tagged(100, udpFrame(1400)), 96).verdict, Verdict::TooLong);
+  Buffer shortened = tagged(100, udpFrame(100));
+  shortened.resize(shortened.size() - 1);
+  EXPECT_EQ(cut(shortened, 96).verdict, Verdict::Ipv4CutShort);
+}
+
+TEST_F(ForwarderTest, CutFramesAreDroppedUnlessTheyAreToBeJudged) {
+  Buffer const frame = tagged(100, udpFrame(1400));
+  EXPECT_EQ(forwarder().forward(Bytes(frame).first(96), frame.size()).verdict, Verdict::Truncated);
+}
+
 }  // namespace

@@ -53,8 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
             "host vrf aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"
             "aaaaaaaaaaaaaaaaaaaaaaaaa id 1",
             "expected a VRF name of at most 100 bytes, found "
-            "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"
-            "aaaaaaaaaaaaaaaaaaaaaaaaa"},
+            "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa..."},
         BadLine{"host vrf red id 4294967296",
                 "expected a number from 0 to 4294967295, found 4294967296"},
         BadLine{"host vrf red id 7 8", "expected the end of the line, found 8"},
