@@ -59,6 +59,13 @@ void NotifieeList::clear() {
   if (rep_->innermost == nullptr) compact();
 }
 
+void NotifieeList::notificationOff() {
+  if (rep_ == nullptr) return;
+  for (NotifieeConst* const entry : std::span(rep_->entries(), rep_->used)) {
+    if (entry != nullptr) entry->onNotificationOff();
+  }
+}
+
 void NotifieeList::compact() {
   NotifieeConst** const entries = rep_->entries();
   NotifieeConst** const end = std::remove(entries, entries + rep_->used, nullptr);

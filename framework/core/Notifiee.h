@@ -36,6 +36,9 @@ class NotifieeConst : public PtrInterface {
   virtual Activity& kivFwkActivity() const;
   /// Enters or leaves the notifier's list. Idempotent; nothing when there is no notifier.
   virtual void isRegisteredNotifieeIs(bool registered);
+  /// The notifier's notification is about to be switched off. Throwing keeps it on. Must not change
+  /// the notifier's list.
+  virtual void onNotificationOff() {}
 
   bool isRegisteredNotifiee() const { return registered_; }
   Ptr<PtrInterface const> const& notifierBase() const { return notifier_; }

@@ -46,6 +46,8 @@ class NotifieeList {
   /// notifiee's onNotificationException() and leaves this function; notifiees after it are not
   /// called; the list stays usable.
   void visit(AttributeId id, void const* key = nullptr);
+  /// Calls onNotificationOff() on every notifiee; the first exception leaves this function.
+  void notificationOff();
 
  private:
   struct Visit;

@@ -67,9 +67,13 @@ class PtrInterface : public VFPtrInterface {
   NotifieeList& notifieeList() const { return notifieeList_; }
 
   /// Whether this object tells its notifiees of changes. Off after construction; nothing that
-  /// changed while it was off is told later.
+  /// changed while it was off is told later. A notifiee may refuse that it is switched off, by an
+  /// exception.
   bool hasNotificationActive() const { return (refWord_ & kNotificationActiveBit) != 0; }
-  virtual void hasNotificationActiveIs(bool active) { bitIs(kNotificationActiveBit, active); }
+  virtual void hasNotificationActiveIs(bool active) {
+    if (!active && hasNotificationActive()) notifieeList_.notificationOff();
+    bitIs(kNotificationActiveBit, active);
+  }
 
   /// The last reference has gone. Deletes the object.
   virtual void handleZeroRef();

@@ -1,9 +1,12 @@
 #include "framework/corvo/Database.h"
 
+#include <exception>
 #include <string>
 
 #include "framework/core/Exceptions.h"
+#include "framework/core/Fatal.h"
 #include "framework/corvo/Exceptions.h"
+#include "framework/corvo/Replica.h"
 #include "framework/generic/Type.h"
 
 namespace Corvo {
@@ -14,39 +17,27 @@ namespace {
   throw MountException("cannot mount \"" + path.stdString() + "\": " + why);
 }
 
-Kiv::Ptr<Kiv::Entity> make(Kiv::String const& path, Kiv::String const& typeName) {
-  Kiv::Type const* const type = Kiv::Type::find(typeName);
-  if (type == nullptr) refuse(path, "unknown type " + typeName.stdString());
+}  // namespace
+
+Database::Database() = default;
+Database::~Database() = default;
+
+void Database::check(Kiv::String const& path, Kiv::String const& typeName) {
+  if (path.empty()) refuse(path, "the path is empty");
+  if (Kiv::Type::find(typeName) == nullptr) refuse(path, "unknown type " + typeName.stdString());
+}
+
+Kiv::Ptr<Kiv::Entity> Database::make(Kiv::String const& path, Kiv::String const& typeName) {
+  check(path, typeName);
   Kiv::Ptr<Kiv::PtrInterface> object;
   try {
-    object = type->construct({});
+    object = Kiv::Type::find(typeName)->construct({});
   } catch (Kiv::RangeException const& exception) {
     refuse(path, exception.what());
   }
   auto entity = Kiv::ptrCast<Kiv::Entity>(object);
   if (!entity) refuse(path, typeName.stdString() + " is not the type of an entity");
   return entity;
-}
-
-}  // namespace
-
-Database::Database() = default;
-Database::~Database() = default;
-
-Database::Place& Database::place(Kiv::String const& path, Kiv::String const& typeName) {
-  auto const found = places_.find(path);
-  if (found != places_.end()) {
-    Place& there = found->second;
-    if (there.typeName == typeName) return there;
-    refuse(path, "it is of type " + there.typeName.stdString() + ", not " + typeName.stdString());
-  }
-  if (path.empty()) refuse(path, "the path is empty");
-  if (Kiv::Type::find(typeName) == nullptr) refuse(path, "unknown type " + typeName.stdString());
-  return places_.emplace(path, Place{typeName, nullptr}).first->second;
-}
-
-void Database::typeIs(Kiv::String const& path, Kiv::String const& typeName) {
-  place(path, typeName);
 }
 
 Kiv::String Database::typeName(Kiv::String const& path) const {
@@ -59,16 +50,42 @@ Kiv::Ptr<Kiv::Entity> Database::entity(Kiv::String const& path) const {
   return found == places_.end() ? nullptr : found->second.entity;
 }
 
+Kiv::Ptr<Publisher> Database::publisher(Kiv::String const& path) const {
+  auto const found = places_.find(path);
+  return found == places_.end() ? nullptr : found->second.publisher;
+}
+
 Kiv::Ptr<Kiv::Entity> Database::entityIs(Kiv::String const& path, Kiv::String const& typeName) {
-  if (Kiv::Ptr<Kiv::Entity> there = entity(path)) {
-    typeIs(path, typeName);
-    return there;
+  auto const found = places_.find(path);
+  if (found == places_.end()) {
+    Kiv::Ptr<Kiv::Entity> const made = make(path, typeName);
+    entityIs(path, made);
+    return made;
   }
-  Kiv::Ptr<Kiv::Entity> made = make(path, typeName);
-  place(path, typeName).entity = made;
+  Place const& there = found->second;
+  if (there.typeName != typeName) {
+    refuse(path, "it is of type " + there.typeName.stdString() + ", not " + typeName.stdString());
+  }
+  return there.entity;
+}
+
+void Database::entityIs(Kiv::String const& path, Kiv::Ptr<Kiv::Entity> const& entity) {
+  KIV_CHECK(!places_.contains(path), path);
+  Kiv::Ptr<Database> const self(this);
   Kiv::String const key = path;
-  notify(kEntity.id, &key);
-  return made;
+  places_.emplace(
+      key, Place{Kiv::String(entity->fwkType().name()), entity, Kiv::make<Publisher>(entity)});
+  std::exception_ptr const thrown =
+      clients_.each([&key](DatabaseClient& client) { client.handleEntity(key); });
+  if (!thrown) {
+    notify(kEntity.id, &key);
+    return;
+  }
+  try {
+    notify(kEntity.id, &key);
+  } catch (...) {  // not the first
+  }
+  std::rethrow_exception(thrown);
 }
 
 Kiv::Type const& Database::_kivType() {

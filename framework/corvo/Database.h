@@ -7,31 +7,54 @@
 #include "framework/core/PtrInterface.h"
 #include "framework/core/String.h"
 #include "framework/core/Types.h"
+#include "framework/corvo/FanOut.h"
+#include "framework/corvo/Session.h"
 
 namespace Corvo {
+
+class Publisher;
+
+/// A session as its Database knows it.
+class DatabaseClient : public Session {
+ public:
+  /// An entity has been made at `path`.
+  virtual void handleEntity(Kiv::String const& path) = 0;
+};
 
 /// The state database inside one process: entities by path, held for as long as the database lives.
 /// embeddedSessionFactory() is an agent's way to it.
 class Database final : public Kiv::PtrInterface {
  public:
-  /// Told with the path when an entity is made.
+  /// Notifies with the path when an entity is made, after all clients have been called.
   static constexpr Kiv::Attr<Kiv::String> kEntity{130};
 
   Database();
   ~Database() override;
 
-  /// Settles the type of what is, or will be, at `path`. The first to name a type settles it, also
-  /// when the entity is not there yet. Throws MountException for the empty path, for a type that is
-  /// not known and for another type than the settled one.
-  void typeIs(Kiv::String const& path, Kiv::String const& typeName);
-  /// The name of the path's type; empty when nobody has named one.
+  /// The name of the type of the entity at `path`; empty when there is none.
   Kiv::String typeName(Kiv::String const& path) const;
-
   /// The entity at `path`, or null.
   Kiv::Ptr<Kiv::Entity> entity(Kiv::String const& path) const;
   /// The entity; made by its type's name, its notification on, and announced when it is not there.
-  /// Throws MountException as typeIs does, and when the type cannot be made or is not an entity's.
+  /// Throws MountException for the empty path, for a type that is not known, cannot be made or is
+  /// not an entity's, and for another type than the entity has.
+  ///
+  /// An announcement reaches every client, whatever another one throws; afterwards the first
+  /// exception leaves this function. The entity is there all the same.
   Kiv::Ptr<Kiv::Entity> entityIs(Kiv::String const& path, Kiv::String const& typeName);
+
+  /// What entityIs() would make, without putting it anywhere. Throws as entityIs() does.
+  static Kiv::Ptr<Kiv::Entity> make(Kiv::String const& path, Kiv::String const& typeName);
+  /// Puts an entity at a path where there is none, and announces it as the other form does.
+  void entityIs(Kiv::String const& path, Kiv::Ptr<Kiv::Entity> const& entity);
+  /// Throws MountException for the empty path and for a type that is not known.
+  static void check(Kiv::String const& path, Kiv::String const& typeName);
+
+  /// The publisher of the entity at `path`, or null.
+  Kiv::Ptr<Publisher> publisher(Kiv::String const& path) const;
+  /// A client must be taken out before it dies.
+  void clientIs(DatabaseClient& client) { clients_.add(&client); }
+  void clientDel(DatabaseClient& client) { clients_.remove(&client); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -41,11 +64,11 @@ class Database final : public Kiv::PtrInterface {
   struct Place {
     Kiv::String typeName;
     Kiv::Ptr<Kiv::Entity> entity;
+    Kiv::Ptr<Publisher> publisher;
   };
 
-  Place& place(Kiv::String const& path, Kiv::String const& typeName);
-
   std::map<Kiv::String, Place> places_;
+  FanOut<DatabaseClient> clients_;
 };
 
 }  // namespace Corvo

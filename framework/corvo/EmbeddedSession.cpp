@@ -1,15 +1,10 @@
 #include "framework/corvo/EmbeddedSession.h"
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "framework/core/Attribute.h"
-#include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
-#include "framework/core/StateMachine.h"
 #include "framework/corvo/Exceptions.h"
 #include "framework/corvo/Replica.h"
 #include "framework/generic/Describe.h"
@@ -18,11 +13,8 @@ namespace Corvo {
 
 namespace {
 
-class EmbeddedSession final : public Kiv::StateMachine<EmbeddedSession, Session> {
+class EmbeddedSession final : public DatabaseClient {
  public:
-  class KivDatabase;
-  class Request;
-
   explicit EmbeddedSession(Kiv::Ptr<Database> const& database);
   ~EmbeddedSession() override;
 
@@ -30,125 +22,67 @@ class EmbeddedSession final : public Kiv::StateMachine<EmbeddedSession, Session>
   Kiv::Ptr<Kiv::Entity> getEntity(Kiv::String const& path) const override;
   void unmount(Kiv::String const& path) override;
 
-  void handleEntity(Kiv::String const& path);
+  void mount(Mount const& mount);
+  void handleEntity(Kiv::String const& path) override;
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
-  template <class F>
-  void kivEachReactor(F f) {
-    f(database_);
-  }
-
  private:
   struct MountPoint {
+    Kiv::String typeName;
     AllMountFlags flags{0};
     std::unique_ptr<Replica> replica;
     Kiv::Ptr<Kiv::Entity> entity;
   };
 
-  void mount(Mount const& mount);
-  void complete(Kiv::String const& path);
-
-  Kiv::ReactorSlot<KivDatabase, Database, EmbeddedSession> database_;
+  Kiv::Ptr<Database> const database_;
   std::map<Kiv::String, MountPoint> points_;
 };
 
-class EmbeddedSession::KivDatabase final
-    : public Kiv::Reactor<KivDatabase, Database, EmbeddedSession> {
+class EmbeddedRequest final : public MountRequest {
  public:
-  using Reactor::Reactor;
-  using Rows = Kiv::Rows<Kiv::On<Database::kEntity, &EmbeddedSession::handleEntity>>;
-};
-
-class EmbeddedSession::Request final : public Kiv::StateMachine<Request, MountRequest> {
- public:
-  class KivSession;
-
-  explicit Request(Kiv::Ptr<EmbeddedSession> const& session);
-  ~Request() override;
+  explicit EmbeddedRequest(Kiv::Ptr<EmbeddedSession> const& session) : session_(session) {}
 
   void doMount(Mount const& mount) override;
-  void close() override;
+  void close() override { mounted_.is(true); }
   bool mounted() const override { return mounted_(); }
-
-  void handleEntity(Kiv::String const& path);
 
   Kiv::Type const& fwkType() const override;
 
-  template <class F>
-  void kivEachReactor(F f) {
-    f(session_);
-  }
-
  private:
-  void update();
-
-  Kiv::ReactorSlot<KivSession, EmbeddedSession, Request> session_;
-  std::vector<Kiv::String> paths_;
-  bool closed_ = false;
+  Kiv::Ptr<EmbeddedSession> const session_;
+  // Every mount is complete when doMount returns, so the group is mounted once it is closed.
   Kiv::Attribute<kMounted, bool> mounted_{*this};
 };
 
-class EmbeddedSession::Request::KivSession final
-    : public Kiv::Reactor<KivSession, EmbeddedSession, Request> {
- public:
-  using Reactor::Reactor;
-  using Rows = Kiv::Rows<Kiv::On<Session::kEntity, &Request::handleEntity>>;
-};
-
-EmbeddedSession::Request::Request(Kiv::Ptr<EmbeddedSession> const& session) {
-  session_.is(session, this);
-}
-
-EmbeddedSession::Request::~Request() {
-  kivTeardown();
-}
-
-void EmbeddedSession::Request::doMount(Mount const& mount) {
-  if (closed_) {
+void EmbeddedRequest::doMount(Mount const& mount) {
+  if (mounted()) {
     throw MountException("cannot mount \"" + mount.path().stdString() +
                          "\": the request is closed");
   }
-  // Whoever is told of an entity that is made may let go of this request.
-  Kiv::Ptr<Request> const self(this);
-  session_.notifier()->mount(mount);
-  paths_.push_back(mount.path());
+  // A handler may release this request.
+  Kiv::Ptr<EmbeddedSession> const session = session_;
+  session->mount(mount);
 }
 
-void EmbeddedSession::Request::close() {
-  closed_ = true;
-  update();
-}
-
-void EmbeddedSession::Request::handleEntity(Kiv::String const& /*path*/) {
-  update();
-}
-
-void EmbeddedSession::Request::update() {
-  EmbeddedSession const& session = *session_.notifierRaw();
-  mounted_.is(closed_ && std::ranges::all_of(paths_, [&session](Kiv::String const& path) {
-                return session.getEntity(path) != nullptr;
-              }));
-}
-
-Kiv::Type const& EmbeddedSession::Request::fwkType() const {
+Kiv::Type const& EmbeddedRequest::fwkType() const {
   static Kiv::Type const type(
       "Corvo::EmbeddedMountRequest", &Kiv::PtrInterface::_kivType(),
       {Kiv::describeConstant<&MountRequest::mounted>("mounted", kMounted.id)});
   return type;
 }
 
-EmbeddedSession::EmbeddedSession(Kiv::Ptr<Database> const& database) {
-  database_.is(database, this);
+EmbeddedSession::EmbeddedSession(Kiv::Ptr<Database> const& database) : database_(database) {
+  database_->clientIs(*this);
 }
 
 EmbeddedSession::~EmbeddedSession() {
-  kivTeardown();
+  database_->clientDel(*this);
 }
 
 Kiv::Ptr<MountRequest> EmbeddedSession::mountRequest() {
-  return Kiv::makeActive<Request>(Kiv::Ptr<EmbeddedSession>(this));
+  return Kiv::makeActive<EmbeddedRequest>(Kiv::Ptr<EmbeddedSession>(this));
 }
 
 Kiv::Ptr<Kiv::Entity> EmbeddedSession::getEntity(Kiv::String const& path) const {
@@ -166,10 +100,6 @@ void EmbeddedSession::unmount(Kiv::String const& path) {
   if (gone.entity) notify(kEntity.id, &key);
 }
 
-void EmbeddedSession::handleEntity(Kiv::String const& path) {
-  complete(path);
-}
-
 void EmbeddedSession::mount(Mount const& mount) {
   Kiv::String const path = mount.path();
   if (mount.flags() == AllMountFlags(0)) {
@@ -178,27 +108,35 @@ void EmbeddedSession::mount(Mount const& mount) {
   if (mount.filter().filtered()) {
     throw MountException("cannot mount \"" + path.stdString() + "\": a filter is not supported");
   }
-  Database& database = *database_.notifierRaw();
-  if (mount.flags().has(AllMountFlags::kWrite)) {
-    database.entityIs(path, mount.typeName());
-  } else {
-    database.typeIs(path, mount.typeName());
+  Database::check(path, mount.typeName());
+  Kiv::Ptr<Kiv::Entity> made;
+  if (mount.flags().has(AllMountFlags::kWrite) && !database_->entity(path)) {
+    made = Database::make(path, mount.typeName());
   }
   MountPoint& point = points_[path];
+  if (point.typeName != mount.typeName()) {
+    if (point.entity) return;  // what is mounted stays
+    point.typeName = mount.typeName();
+    point.flags = AllMountFlags(0);
+  }
   point.flags.add(mount.flags().value());
-  complete(path);
+  if (made) {
+    database_->entityIs(path, made);
+  } else {
+    handleEntity(path);
+  }
 }
 
-void EmbeddedSession::complete(Kiv::String const& path) {
+void EmbeddedSession::handleEntity(Kiv::String const& path) {
   auto const found = points_.find(path);
   if (found == points_.end()) return;
   MountPoint& point = found->second;
-  Kiv::Ptr<Kiv::Entity> entity = database_.notifierRaw()->entity(path);
-  if (entity && !point.flags.has(AllMountFlags::kWrite)) {
+  Kiv::Ptr<Kiv::Entity> entity = database_->entity(path);
+  if (!entity || database_->typeName(path) != point.typeName) return;
+  if (!point.flags.has(AllMountFlags::kWrite)) {
     if (point.replica) return;
-    Kiv::Ptr<Kiv::Entity> const original = std::move(entity);
-    entity = Kiv::ptrCast<Kiv::Entity>(original->fwkType().construct({}));
-    point.replica = std::make_unique<Replica>(original, entity, path);
+    entity = Kiv::ptrCast<Kiv::Entity>(entity->fwkType().construct({}));
+    point.replica = std::make_unique<Replica>(database_->publisher(path), entity, path);
   }
   if (entity == point.entity) return;
   point.entity = std::move(entity);

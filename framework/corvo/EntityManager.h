@@ -11,7 +11,8 @@ namespace Corvo {
 /// as MountGroup is.
 class EntityManager : public Kiv::PtrInterface {
  public:
-  /// The entity mounted at `path`; null when nothing is mounted there.
+  /// The entity mounted at `path`; null when nothing is mounted there, or the entity does not exist
+  /// or is of another type than the mount's.
   virtual Kiv::Ptr<Kiv::Entity> getEntity(Kiv::String const& path) const = 0;
 };
 

@@ -4,14 +4,15 @@
 
 namespace Corvo {
 
-/// A mount that the database cannot make: an unknown type, a path that holds another type, a type
-/// that it cannot make or replicate. Says which path and why.
+/// A mount that the database can never make, for example one of an unknown type. Says which path
+/// and why.
 class MountException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A write to an entity that is mounted for reading. The entity is as it was and nobody was told.
+/// A write to an entity that is mounted for reading. The entity is as it was, and no
+/// notifiee was called.
 class ReadOnlyException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

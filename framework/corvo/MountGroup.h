@@ -5,8 +5,7 @@
 
 namespace Corvo {
 
-/// The mounts that one agent asks for together. An interface: behind it stands the state database,
-/// in this process or elsewhere.
+/// The mounts that one agent asks for together. An interface, implemented by the state database.
 class MountGroup : public Kiv::PtrInterface {
  public:
   /// Adds a mount to the group. Throws MountException when it can never be made; the group is then

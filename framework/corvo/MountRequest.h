@@ -5,19 +5,19 @@
 
 namespace Corvo {
 
-/// A MountGroup as the host has it, who lets its agents add their mounts and then waits. An
+/// The host's side of a MountGroup: closes it and learns when all mounts are complete. An
 /// interface, as Session is.
 ///
-/// The host closes the group when all mounts are in, and goes on when the group says that it is
-/// mounted: at once, or later, when the last entity that it waits for is there. Whoever would know
-/// of the moment watches kMounted.
+/// A mount is complete when the database has answered, also with nothing: the entity of a path that
+/// no agent has written yet is null, and Session::kEntity notifies when it comes. The group is
+/// mounted at once or later; kMounted notifies then.
 class MountRequest : public MountGroup {
  public:
   static constexpr Kiv::Attr<> kMounted{130};
 
   /// No more mounts will come: a later doMount throws MountException. Closing again does nothing.
   virtual void close() = 0;
-  /// Whether the group is closed and every entity in it is there.
+  /// Whether the group is closed and every mount in it is complete.
   virtual bool mounted() const = 0;
 };
 

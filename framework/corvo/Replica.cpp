@@ -3,8 +3,9 @@
 #include <string>
 #include <utility>
 
-#include "framework/core/Reactor.h"
+#include "framework/core/Notifiee.h"
 #include "framework/corvo/Exceptions.h"
+#include "framework/corvo/FanOut.h"
 #include "framework/generic/Type.h"
 
 namespace Corvo {
@@ -21,57 +22,111 @@ void forEachAttribute(Kiv::Type const& type, F const& f) {
   for (AttributeDescription const& attribute : type.attributes()) f(attribute);
 }
 
+// The attribute that a notification names; null for one that is not replicated: unknown, or a
+// collection without its key.
+AttributeDescription const* changed(PtrInterface const& object, Kiv::AttributeId id,
+                                    void const* key) {
+  AttributeDescription const* const attribute = object.fwkType().attribute(id);
+  if (attribute == nullptr || (attribute->iterate != nullptr && key == nullptr)) return nullptr;
+  return attribute;
+}
+
 }  // namespace
 
-// One object and its copy. The two notifiees go by what both objects hold now, never by what a
+// One object that is published: the only notifiee of it on behalf of its replicas.
+class Publisher::Source final : public Kiv::NotifieeConst {
+ public:
+  explicit Source(Ptr<PtrInterface const> const& object) { NotifieeConst::notifierIs(object); }
+
+  FanOut<Replica::Node>& replicas() { return replicas_; }
+
+  void onAttribute(Kiv::AttributeId id, void const* key) override;
+
+ private:
+  FanOut<Replica::Node> replicas_;
+};
+
+// One object and its copy. Follower and guard go by what both objects hold now, never by what a
 // notification may have meant when it was sent: so handlers may change the original again while a
-// change is being told, and every order of the nested calls ends equal.
+// change is being notified, and every order of the nested calls ends equal.
 class Replica::Node final : public PtrInterface {
  public:
-  Node(Ptr<PtrInterface const> const& original, Ptr<PtrInterface> const& copy,
-       Kiv::String const& name)
-      : original_(original), copy_(copy), name_(name) {
+  Node(Ptr<Publisher> const& publisher, Ptr<PtrInterface const> const& original,
+       Ptr<PtrInterface> const& copy, Kiv::String const& name)
+      : publisher_(publisher), original_(original), copy_(copy), name_(name) {
     if (&original->fwkType() != &copy->fwkType()) {
       throw MountException("a copy of another type for \"" + name.stdString() + "\"");
     }
     forEachAttribute(original->fwkType(),
                      [this](AttributeDescription const& attribute) { fill(attribute); });
-    // The guard is the first to hear of a change of the copy: nobody watches the copy yet.
+    copy_->hasNotificationActiveIs(true);
+    // The guard is the copy's first notifiee: nobody watches the copy yet.
     guard_ = Kiv::makeActive<Guard>(copy, this);
-    follower_ = Kiv::makeActive<Follower>(original, this);
+    source_ = publisher_->source(original_);
+    source_->replicas().add(this);
   }
+  ~Node() override { end(); }
 
   /// Ends the replication, that of the members first.
   void end() {
     for (auto& [copy, member] : members_) member->end();
     members_.clear();
-    follower_->ownerIs(nullptr);
-    guard_->ownerIs(nullptr);
-    follower_.reset();
+    if (guard_) guard_->ownerIs(nullptr);
     guard_.reset();
+    if (!source_) return;
+    source_->replicas().remove(this);
+    if (source_->replicas().empty()) publisher_->sourceDel(*source_);
+    source_.reset();
+  }
+
+  void follow(AttributeDescription const& attribute, void const* key) {
+    if (attribute.replication.member != nullptr) {
+      followMember(attribute, key);
+    } else if (attribute.replication.copy != nullptr) {
+      attribute.replication.copy(*original_, *copy_, key);
+    }
   }
 
   Ptr<PtrInterface> const& copy() const { return copy_; }
 
  private:
-  // A notifiee for all attributes of its notifier.
-  template <auto Handler>
-  class Watcher final : public Kiv::NotifieeConst {
+  class Guard final : public Kiv::NotifieeConst {
    public:
-    Watcher(Ptr<PtrInterface const> const& notifier, Node* owner) : owner_(owner) {
-      NotifieeConst::notifierIs(notifier);
+    Guard(Ptr<PtrInterface const> const& copy, Node* owner) : owner_(owner) {
+      NotifieeConst::notifierIs(copy);
     }
     void ownerIs(Node* owner) { owner_ = owner; }
     void onAttribute(Kiv::AttributeId id, void const* key) override {
       if (owner_ == nullptr) return;
-      AttributeDescription const* const attribute = owner_->original_->fwkType().attribute(id);
-      if (attribute == nullptr || (attribute->iterate != nullptr && key == nullptr)) return;
-      Ptr<Node> const node(owner_);
-      (node.get()->*Handler)(*attribute, key);
+      if (AttributeDescription const* const attribute = changed(*owner_->original_, id, key)) {
+        Ptr<Node> const node(owner_);
+        node->guard(*attribute, key);
+      }
+    }
+    void onNotificationOff() override {
+      if (owner_ != nullptr && !owner_->restoring_) owner_->refuse("its notification stays on");
     }
 
    private:
     Node* owner_;
+  };
+
+  // Keeps the copy's notification off: nobody hears of the change, nor of its being taken back.
+  class Silence {
+   public:
+    explicit Silence(Node& node) : node_(node) {
+      node_.restoring_ = true;
+      node_.copy_->hasNotificationActiveIs(false);
+    }
+    Silence(Silence const&) = delete;
+    Silence& operator=(Silence const&) = delete;
+    ~Silence() {
+      node_.copy_->hasNotificationActiveIs(true);
+      node_.restoring_ = false;
+    }
+
+   private:
+    Node& node_;
   };
 
   void fill(AttributeDescription const& attribute) {
@@ -87,14 +142,6 @@ class Replica::Node final : public PtrInterface {
     });
   }
 
-  void follow(AttributeDescription const& attribute, void const* key) {
-    if (attribute.replication.member != nullptr) {
-      followMember(attribute, key);
-    } else if (attribute.replication.copy != nullptr) {
-      attribute.replication.copy(*original_, *copy_, key);
-    }
-  }
-
   void followMember(AttributeDescription const& attribute, void const* key) {
     auto const& replication = attribute.replication;
     Ptr<PtrInterface> const wanted = replication.member(*original_, key);
@@ -104,7 +151,7 @@ class Replica::Node final : public PtrInterface {
     if (wanted) {
       // Filled before it goes in, so that it comes complete, as one change.
       made = replication.makeMember(key);
-      members_.emplace(made.get(), Kiv::make<Node>(wanted, made, name_));
+      members_.emplace(made.get(), Kiv::make<Node>(publisher_, wanted, made, name_));
     }
     if (there) drop(there.get());
     if (made) {
@@ -129,13 +176,17 @@ class Replica::Node final : public PtrInterface {
   }
 
   void guard(AttributeDescription const& attribute, void const* key) {
-    // Nobody hears of the change, nor of its being taken back: the exception ends the telling.
-    copy_->hasNotificationActiveIs(false);
-    bool const refused = restore(attribute, key);
-    copy_->hasNotificationActiveIs(true);
-    if (!refused) return;
-    throw ReadOnlyException("\"" + name_.stdString() + "\" is mounted for reading; " +
-                            std::string(attribute.name) + " stays as it was");
+    bool refused = false;
+    {
+      Silence const silence(*this);
+      refused = restore(attribute, key);
+    }
+    // The exception ends the notification: no later notifiee is called.
+    if (refused) refuse(std::string(attribute.name) + " stays as it was");
+  }
+
+  [[noreturn]] void refuse(std::string const& what) const {
+    throw ReadOnlyException("\"" + name_.stdString() + "\" is mounted for reading; " + what);
   }
 
   bool restore(AttributeDescription const& attribute, void const* key) {
@@ -155,20 +206,51 @@ class Replica::Node final : public PtrInterface {
     return true;
   }
 
-  using Follower = Watcher<&Node::follow>;
-  using Guard = Watcher<&Node::guard>;
-
+  Ptr<Publisher> const publisher_;
   Ptr<PtrInterface const> const original_;
   Ptr<PtrInterface> const copy_;
   Kiv::String const name_;
   std::unordered_map<PtrInterface const*, Ptr<Node>> members_;  // by copy
-  Ptr<Follower> follower_;
   Ptr<Guard> guard_;
+  Ptr<Publisher::Source> source_;
+  bool restoring_ = false;
 };
+
+void Publisher::Source::onAttribute(Kiv::AttributeId id, void const* key) {
+  if (replicas_.empty()) return;
+  AttributeDescription const* const attribute = changed(*notifierBase(), id, key);
+  if (attribute == nullptr) return;
+  Ptr<Source> const self(this);
+  std::exception_ptr const thrown =
+      replicas_.each([&](Replica::Node& node) { node.follow(*attribute, key); });
+  if (thrown) std::rethrow_exception(thrown);
+}
+
+Publisher::Publisher(Ptr<PtrInterface const> const& original) : original_(original) {
+  source(original);
+}
+Publisher::~Publisher() = default;
+
+Ptr<Publisher::Source> Publisher::source(Ptr<PtrInterface const> const& object) {
+  auto const found = sources_.find(object.get());
+  if (found != sources_.end()) return found->second;
+  auto const made = Kiv::makeActive<Source>(object);
+  sources_.emplace(object.get(), made);
+  return made;
+}
+
+void Publisher::sourceDel(Source const& source) {
+  // The object's own source stays, so that it keeps its place before all other notifiees.
+  if (source.notifierBase() != original_) sources_.erase(source.notifierBase().get());
+}
+
+Replica::Replica(Ptr<Publisher> const& publisher, Ptr<PtrInterface> const& copy,
+                 Kiv::String const& name)
+    : node_(Kiv::make<Node>(publisher, publisher->original(), copy, name)) {}
 
 Replica::Replica(Ptr<PtrInterface const> const& original, Ptr<PtrInterface> const& copy,
                  Kiv::String const& name)
-    : node_(Kiv::make<Node>(original, copy, name)) {}
+    : Replica(Kiv::make<Publisher>(original), copy, name) {}
 
 Replica::~Replica() {
   node_->end();

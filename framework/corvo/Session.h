@@ -8,21 +8,22 @@
 
 namespace Corvo {
 
-/// One agent's way to the state database: its EntityManager as the host has it, who mounts and
-/// unmounts. An interface: the database may stand in this process (EmbeddedSession) or elsewhere.
+/// One agent's access to the state database, with the operations that its host has: mounting and
+/// unmounting. An interface: the database may be in this process (EmbeddedSession) or elsewhere.
 ///
 /// Several agents may mount one path. A write through one of them reaches all others before the
-/// mutator returns, each with its normal notifications. An entity that is mounted for reading only
-/// is to be held as a pointer to const; who writes to it all the same meets a ReadOnlyException.
+/// mutator returns, each with its normal notifications, whatever another one's handlers throw; the
+/// first exception goes on to the mutator's caller afterwards. An entity that is mounted for
+/// reading only is to be held as a pointer to const; a write to it throws ReadOnlyException.
 class Session : public EntityManager {
  public:
-  /// Told with the path when what getEntity() gives there comes, changes or goes.
+  /// Notifies with the path whenever getEntity(path) would return something else.
   static constexpr Kiv::Attr<Kiv::String> kEntity{130};
 
   /// A new request without mounts.
   virtual Kiv::Ptr<MountRequest> mountRequest() = 0;
   /// Gives up what is mounted at `path`; nothing mounted: nothing. An entity that was mounted for
-  /// reading stays with whoever holds it, follows the database no more and may be written. One that
+  /// reading stays with its holders, no longer follows the database and may be written. One that
   /// was mounted for writing is still the database's.
   virtual void unmount(Kiv::String const& path) = 0;
 };

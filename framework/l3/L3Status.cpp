@@ -21,8 +21,16 @@ void L3Status::vrfNameDel(VrfId vrfId) {
 
 void L3Status::vrfIs(L3::VrfName vrfName, VrfId vrfId) {
   Kiv::Ptr<L3Status> const keep(this);
+  VrfId const* const published = vrfNameToId(vrfName);
+  VrfId const before = published == nullptr ? vrfId : *published;
   vrfNameIs(vrfId, vrfName);
-  vrfNameToIdIs(vrfName, vrfId);
+  try {
+    vrfNameToIdIs(vrfName, vrfId);
+  } catch (...) {
+    idIsLeft(before, vrfName);
+    throw;
+  }
+  idIsLeft(before, vrfName);
 }
 
 void L3Status::vrfDel(L3::VrfName vrfName) {
@@ -30,8 +38,33 @@ void L3Status::vrfDel(L3::VrfName vrfName) {
   if (published == nullptr) return;
   VrfId const vrfId = *published;
   Kiv::Ptr<L3Status> const keep(this);
-  vrfNameToIdDel(vrfName);
-  if (this->vrfName(vrfId) == vrfName) vrfNameDel(vrfId);
+  try {
+    vrfNameToIdDel(vrfName);
+  } catch (...) {
+    idIsLeft(vrfId, vrfName);
+    throw;
+  }
+  idIsLeft(vrfId, vrfName);
+}
+
+void L3Status::idIsLeft(VrfId vrfId, L3::VrfName vrfName) {
+  VrfId const* const published = vrfNameToId(vrfName);
+  if (published != nullptr && *published == vrfId) return;
+  auto const* const named = vrfName_.find(vrfId);
+  if (named == nullptr || named->value != vrfName) return;
+  bool found = false;
+  L3::VrfName smallest;
+  auto walk = vrfNameToId_.cursor();
+  while (auto const* const live = walk.next()) {
+    if (live->value != vrfId || (found && !(live->key < smallest))) continue;
+    found = true;
+    smallest = live->key;
+  }
+  if (found) {
+    vrfNameIs(vrfId, smallest);
+  } else {
+    vrfNameDel(vrfId);
+  }
 }
 
 Kiv::Type const& L3Status::_kivType() {

@@ -33,16 +33,21 @@ class L3Status final : public Kiv::Entity {
   void vrfNameIs(VrfId vrfId, L3::VrfName vrfName);
   void vrfNameDel(VrfId vrfId);
 
-  /// A VRF in both directions, the id's name first, so that whoever is told of the name's id finds
-  /// the name. The last name given to an id is the one that the id has.
+  /// Sets a VRF in both directions, the id's name first, so that a handler of the name's id finds
+  /// the name. Of several VRFs with one id, the last one set names it. A VRF that had another id
+  /// leaves that one last, as vrfDel() does.
   void vrfIs(L3::VrfName vrfName, VrfId vrfId);
-  /// Takes a VRF out in both directions; an id that has another name by now keeps it.
+  /// Removes a VRF in both directions. An id that it names gets the name of another VRF that has
+  /// this id, the smallest one, or none. Cost: linear in the number of VRFs.
   void vrfDel(L3::VrfName vrfName);
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
  private:
+  // Takes from the id the name of a VRF that has left it. Nothing when the VRF has the id, again.
+  void idIsLeft(VrfId vrfId, L3::VrfName vrfName);
+
   Kiv::MapCollection<kVrfNameToId, L3::VrfName, VrfId, 0x27F0C3A9> vrfNameToId_{*this};
   Kiv::MapCollection<kVrfName, VrfId, L3::VrfName, 0x8E5B1D64> vrfName_{*this};
 };

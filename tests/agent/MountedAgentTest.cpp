@@ -1,12 +1,14 @@
 #include <concepts>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string>
 #include <utility>
 
 #include "framework/corvo/Database.h"
 #include "framework/corvo/EmbeddedSession.h"
 #include "framework/corvo/Exceptions.h"
 #include "tests/support/PluginTest.h"
+#include "tests/support/Watcher.h"
 
 // The agent on the embedded state database, beside an operator who writes its configuration and an
 // observer of its capability.
@@ -75,16 +77,54 @@ class MountedAgentTest : public BfnTest::PluginTest {
   }
 };
 
-TEST_F(MountedAgentTest, WaitsForTheOperatorAndMakesItsCapability) {
-  EXPECT_FALSE(request->mounted());
-  EXPECT_TRUE(agent->getEntity(kCapability));
+TEST_F(MountedAgentTest, IsMountedWithoutAConfigurationAndMakesItsCapability) {
+  EXPECT_TRUE(request->mounted());
   host.mount->getEntity(agent, 0);
   EXPECT_FALSE(host.mount->bfnMacRewriteCliConfig());
   EXPECT_TRUE(host.mount->bfnMacRewriteCapability());
-  mountOutside<Config>(kConfig, kConfigType, "w");
-  EXPECT_TRUE(request->mounted());
-  host.mount->getEntity(agent, 0);
-  EXPECT_TRUE(host.mount->bfnMacRewriteCliConfig());
+}
+
+TEST_F(MountedAgentTest, AConfigurationThatComesLateIsInTheChipOnceStage2HasRunAgain) {
+  bringUpOnDatabase();
+  EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 00:00:00:00:00:00"));
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(agent);
+  watcher->then = [&] {
+    host.mount->getEntity(agent, 0);
+    host.stage2();
+  };
+  auto const config = mountOutside<Config>(kConfig, kConfigType, "w");
+  ASSERT_TRUE(host.mount->bfnMacRewriteCliConfig());
+  config->overlaySrcMacRewriteEntryIs(
+      {L3::VrfName("red"), ip("10.0.0.1"), mac("02:00:00:00:00:01")});
+  EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 02:00:00:00:00:01"));
+}
+
+TEST(MountedAgent, AMistypedEntityIsNullAndTheOtherMountGoesOn) {
+  struct Case {
+    char const* path;
+    char const* type;
+  };
+  for (Case const& mistyped : {Case{kConfig, kCapabilityType}, Case{kCapability, kConfigType}}) {
+    SCOPED_TRACE(mistyped.path);
+    BfnTest::PluginHost host;
+    auto const database = Kiv::makeActive<Corvo::Database>();
+    database->entityIs(mistyped.path, mistyped.type);
+    auto const session = Corvo::embeddedSessionFactory(database);
+    auto const request = session->mountRequest();
+    host.mount->doMount(request, 0);
+    request->close();
+    EXPECT_TRUE(request->mounted());
+    host.mount->getEntity(session, 0);
+    EXPECT_FALSE(host.mount->bfnMacRewriteCliConfig());
+    EXPECT_EQ(host.mount->bfnMacRewriteCapability() != nullptr,
+              mistyped.path == std::string(kConfig));
+    host.cliConfig = nullptr;
+    host.capability = host.mount->bfnMacRewriteCapability();
+    host.bringUp();
+    host.port("Ethernet1", 100, 7);
+    host.address(7, "10.0.0.1", "Ethernet1");
+    EXPECT_EQ(host.rows().size(), 1u);
+  }
 }
 
 TEST_F(MountedAgentTest, WhatTheOperatorWritesReachesTheChip) {

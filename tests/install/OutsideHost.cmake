@@ -36,7 +36,7 @@ elseif(way STREQUAL "PkgConfig")
             ${pkg_config} --cflags --libs BfnMacRewrite
     OUTPUT_VARIABLE package_flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   separate_arguments(all_flags UNIX_COMMAND "${flags} ${package_flags}")
-  run(${compiler} ${host}/host.cpp ${all_flags} -Wl,-rpath,${prefix}/${libdir} -o ${scratch}/host)
+  run(${compiler} ${host}/../../../examples/host/host.cpp ${all_flags} -Wl,-rpath,${prefix}/${libdir} -o ${scratch}/host)
   run(${scratch}/host)
 else()
   message(FATAL_ERROR "way is '${way}'")

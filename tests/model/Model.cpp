@@ -1,6 +1,7 @@
 #include "tests/model/Model.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace ModelTest {
 
@@ -92,17 +93,15 @@ void Model::run(Event const& e) {
     case Kind::IdToNameDel:
       s_.l3[e.a].idToName[e.c] = kNone;
       break;
-    case Kind::Vrf:
+    case Kind::Vrf: {
+      int const before = s_.l3[e.a].nameToId[e.b];
       s_.l3[e.a].idToName[e.c] = object(e.b);
-      nameToIdIs(e.a, e.b, e.c);
-      break;
-    case Kind::VrfDel: {
-      int const id = s_.l3[e.a].nameToId[e.b];
-      if (id == kNone) break;
-      nameToIdDel(e.a, e.b);
-      if (s_.l3[e.a].idToName[id] == e.b) s_.l3[e.a].idToName[id] = kNone;
+      vrfLeaves(e.a, e.b, before, [&] { nameToIdIs(e.a, e.b, e.c); });
       break;
     }
+    case Kind::VrfDel:
+      vrfLeaves(e.a, e.b, s_.l3[e.a].nameToId[e.b], [&] { nameToIdDel(e.a, e.b); });
+      break;
     case Kind::Routing:
       routingIs(e.a, e.b, e.c, {++s_.serials, static_cast<std::uint16_t>(kVlanValue[e.d]), e.e});
       break;
@@ -272,6 +271,28 @@ void Model::nameToIdDel(int l3, int name) {
   if (s_.l3[l3].nameToId[name] == kNone) return;
   s_.l3[l3].nameToId[name] = kNone;
   if (s_.cliMachine.exists && s_.cliMachine.l3 == l3) deleteVrf(s_.cliMachine, name);
+}
+
+template <class Change>
+void Model::vrfLeaves(int l3, int name, int id, Change const& change) {
+  std::optional<Exception> thrown;
+  try {
+    change();
+  } catch (Exception const& exception) {
+    thrown = exception;
+  }
+  L3State& state = s_.l3[l3];
+  if (id != kNone && state.nameToId[name] != id && state.idToName[id] == name) {
+    std::int8_t next = kNone;
+    for (int other = 0; other < kNames; ++other) {
+      if (state.nameToId[other] != id) continue;
+      if (next == kNone || std::string_view(kNameText[other]) < kNameText[next]) {
+        next = static_cast<std::int8_t>(other);
+      }
+    }
+    state.idToName[id] = next;
+  }
+  if (thrown) throw *thrown;
 }
 
 void Model::routingIs(int object, int intf, int keyVlan, IntfStatus const& status) {

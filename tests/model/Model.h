@@ -206,6 +206,10 @@ class Model {
   // The host's setters: what they store and whom they tell.
   void nameToIdIs(int l3, int name, int id);
   void nameToIdDel(int l3, int name);
+  /// Makes a change that may take the id from the VRF; the id's name then is the smallest other
+  /// one.
+  template <class Change>
+  void vrfLeaves(int l3, int name, int id, Change const& change);
   void routingIs(int object, int intf, int keyVlan, IntfStatus const& status);
   void routingTell(int object, int intf, int keyVlan);
   void addressIs(int status, int vrf, int ip, AddressState const& address);

@@ -51,21 +51,9 @@ TEST(Database, AnotherTypeAtAPathIsRefusedByName) {
                                           "Routing::Hardware::RouteStatus")));
 }
 
-TEST(Database, TheFirstToNameATypeSettlesItBeforeTheEntityIsThere) {
-  auto const database = Kiv::makeActive<Database>();
-  database->typeIs("a", kL3StatusType);
-  EXPECT_EQ(database->typeName("a"), kL3StatusType);
-  EXPECT_FALSE(database->entity("a"));
-  EXPECT_THROW(database->entityIs("a", kRouteStatusType), MountException);
-  EXPECT_FALSE(database->entity("a"));
-  EXPECT_TRUE(database->entityIs("a", kL3StatusType));
-}
-
 TEST(Database, WhatItCannotMakeIsRefusedAndSettlesNothing) {
   auto const database = Kiv::makeActive<Database>();
   EXPECT_THAT([&] { database->entityIs("a", "X::Y"); },
-              ThrowsMessage<MountException>(StrEq("cannot mount \"a\": unknown type X::Y")));
-  EXPECT_THAT([&] { database->typeIs("a", "X::Y"); },
               ThrowsMessage<MountException>(StrEq("cannot mount \"a\": unknown type X::Y")));
   EXPECT_THAT(
       [&] { database->entityIs("a", corvotest::kUnmakeableType); },

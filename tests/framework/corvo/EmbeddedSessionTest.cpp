@@ -1,7 +1,9 @@
 #include "framework/corvo/EmbeddedSession.h"
 
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <string>
 
 #include "framework/core/AllocTrack.h"
@@ -48,9 +50,9 @@ class EmbeddedSessionTest : public ::testing::Test {
     return mount;
   }
   static Kiv::Ptr<MountRequest> mount(Kiv::Ptr<Corvo::Session> const& who, char const* mode,
-                                      char const* path = "vrfs") {
+                                      char const* path = "vrfs", char const* type = kL3StatusType) {
     auto const request = who->mountRequest();
-    request->doMount(mountOf(path, mode));
+    request->doMount(mountOf(path, mode, type));
     request->close();
     return request;
   }
@@ -85,30 +87,26 @@ TEST_F(EmbeddedSessionTest, ARequestWithoutMountsIsMountedOnceClosed) {
   EXPECT_TRUE(request->mounted());
 }
 
-TEST_F(EmbeddedSessionTest, AMountForReadingMakesNothingAndWaits) {
-  auto const request = mount(reader, "r");
+TEST_F(EmbeddedSessionTest, AMountForReadingIsCompleteAtOnceAlsoWithoutItsEntity) {
+  auto const request = reader->mountRequest();
   auto const watcher = watch(request, "request");
+  request->doMount(mountOf("vrfs", "r"));
   EXPECT_FALSE(request->mounted());
+  request->close();
+  EXPECT_TRUE(request->mounted());
+  EXPECT_THAT(log, ElementsAre("request mounted"));
   EXPECT_FALSE(reader->getEntity("vrfs"));
   EXPECT_FALSE(database->entity("vrfs"));
-  mount(writer, "w", "others");
-  EXPECT_FALSE(request->mounted());
-  mount(writer, "w");
-  EXPECT_TRUE(request->mounted());
-  EXPECT_TRUE(vrfs(reader));
-  EXPECT_THAT(log, ElementsAre("request mounted"));
 }
 
-TEST_F(EmbeddedSessionTest, ARequestWaitsForTheLastOfItsEntities) {
-  auto const request = reader->mountRequest();
-  request->doMount(mountOf("a", "r"));
-  request->doMount(mountOf("b", "w"));
-  request->doMount(mountOf("c", "r"));
-  request->close();
-  mount(writer, "w", "c");
-  EXPECT_FALSE(request->mounted());
-  mount(writer, "w", "a");
-  EXPECT_TRUE(request->mounted());
+TEST_F(EmbeddedSessionTest, AnEntityThatComesLaterIsAnnouncedToItsReaders) {
+  mount(reader, "r");
+  auto const watcher = watch(reader, "reader");
+  mount(writer, "w", "others");
+  EXPECT_THAT(log, IsEmpty());
+  mount(writer, "w");
+  EXPECT_TRUE(vrfs(reader));
+  EXPECT_EQ(log.size(), 1u);
 }
 
 TEST_F(EmbeddedSessionTest, AHandlerMayLetGoOfTheRequestAndItsSessionWhileItMounts) {
@@ -124,7 +122,7 @@ TEST_F(EmbeddedSessionTest, AHandlerMayLetGoOfTheRequestAndItsSessionWhileItMoun
   EXPECT_TRUE(database->entity("vrfs"));
 }
 
-TEST_F(EmbeddedSessionTest, AMountWaitsAlsoWhenItsRequestHasGone) {
+TEST_F(EmbeddedSessionTest, AMountOutlivesItsRequest) {
   mount(reader, "r");
   auto const watcher = watch(reader, "session");
   mount(writer, "w");
@@ -194,7 +192,7 @@ TEST_F(EmbeddedSessionTest, AReaderCannotWriteThroughTheGenericInterfaceEither) 
 }
 
 TEST_F(EmbeddedSessionTest, AnUnmountedReaderKeepsItsEntityForItself) {
-  auto const request = mount(reader, "r");
+  mount(reader, "r");
   mount(writer, "w");
   auto const kept = vrfs(reader);
   auto const watcher = watch(reader, "session");
@@ -202,14 +200,13 @@ TEST_F(EmbeddedSessionTest, AnUnmountedReaderKeepsItsEntityForItself) {
   reader->unmount("vrfs");
   EXPECT_EQ(log.size(), 1u);
   EXPECT_FALSE(reader->getEntity("vrfs"));
-  EXPECT_FALSE(request->mounted());
   vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
   EXPECT_EQ(kept->vrfName().size(), 0u);
   kept->vrfNameIs(VrfId(8), VrfName("blue"));
   EXPECT_EQ(vrfs(writer)->vrfName().size(), 1u);
 }
 
-TEST_F(EmbeddedSessionTest, AMountThatWaitsCanBeGivenUp) {
+TEST_F(EmbeddedSessionTest, AMountWithoutItsEntityCanBeGivenUp) {
   mount(reader, "r");
   auto const watcher = watch(reader, "session");
   reader->unmount("vrfs");
@@ -253,16 +250,46 @@ TEST_F(EmbeddedSessionTest, WritingAddedToReadingGivesTheDatabasesOwnObject) {
   EXPECT_EQ(replica->vrfName(VrfId(7)), VrfName("red"));
 }
 
-TEST_F(EmbeddedSessionTest, AnotherTypeIsRefusedAlsoWhereAReaderStillWaits) {
+TEST_F(EmbeddedSessionTest, AReadersTypeSettlesNothing) {
+  mount(reader, "r", "vrfs", kRouteStatusType);
+  mount(writer, "w");
+  EXPECT_TRUE(vrfs(writer));
+  EXPECT_FALSE(reader->getEntity("vrfs"));
+}
+
+TEST_F(EmbeddedSessionTest, OfAnotherTypeThanTheEntityAMountGivesNullAndTheRequestGoesOn) {
+  mount(writer, "w");
+  for (char const* const mode : {"r", "w"}) {
+    SCOPED_TRACE(mode);
+    auto const other = session();
+    auto const request = other->mountRequest();
+    request->doMount(mountOf("vrfs", mode, kRouteStatusType));
+    request->doMount(mountOf("others", "w"));
+    request->close();
+    EXPECT_TRUE(request->mounted());
+    EXPECT_FALSE(other->getEntity("vrfs"));
+    EXPECT_TRUE(other->getEntity("others"));
+  }
+  EXPECT_EQ(database->typeName("vrfs"), kL3StatusType);
+}
+
+TEST_F(EmbeddedSessionTest, AMountWithoutItsEntityTakesTheTypeOfTheNextOne) {
+  mount(writer, "w");
+  mount(reader, "w", "vrfs", kRouteStatusType);
+  EXPECT_FALSE(reader->getEntity("vrfs"));
   mount(reader, "r");
-  auto const request = writer->mountRequest();
-  EXPECT_THAT([&] { request->doMount(mountOf("vrfs", "w", kRouteStatusType)); },
-              ThrowsMessage<MountException>(HasSubstr("it is of type Pex::L3Status, not")));
-  EXPECT_FALSE(database->entity("vrfs"));
-  EXPECT_FALSE(writer->getEntity("vrfs"));
-  request->doMount(mountOf("vrfs", "w"));
-  request->close();
-  EXPECT_TRUE(request->mounted());
+  ASSERT_TRUE(vrfs(reader));
+  EXPECT_NE(vrfs(reader), vrfs(writer));
+}
+
+TEST_F(EmbeddedSessionTest, AMountOfAnotherTypeLeavesWhatIsMounted) {
+  mount(writer, "w");
+  mount(reader, "r");
+  auto const replica = vrfs(reader);
+  mount(reader, "w", "vrfs", kRouteStatusType);
+  EXPECT_EQ(vrfs(reader), replica);
+  mount(reader, "r");
+  EXPECT_EQ(vrfs(reader), replica);
 }
 
 TEST_F(EmbeddedSessionTest, WhatCanNeverBeMountedIsRefusedAtOnce) {
@@ -290,6 +317,107 @@ TEST_F(EmbeddedSessionTest, AReplicaEndsWithItsSession) {
   reader.reset();
   vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
   EXPECT_EQ(kept->vrfName().size(), 0u);
+}
+
+// A handler's exception.
+struct Thrown : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+std::function<void()> throwing(char const* what) {
+  return [what] { throw Thrown(what); };
+}
+
+TEST_F(EmbeddedSessionTest, EveryCopyGetsAChangeThoughTheHandlersOfOthersThrow) {
+  auto const third = session();
+  for (auto const& who : {reader, writer, third}) mount(who, who == writer ? "w" : "r");
+  auto const first = watch(vrfs(reader), "first");
+  auto const second = watch(vrfs(third), "second");
+  first->action = throwing("first");
+  second->action = throwing("second");
+  EXPECT_THAT([&] { vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red")); },
+              ThrowsMessage<Thrown>("first"));
+  EXPECT_THAT(log, ElementsAre("first vrfName", "second vrfName"));
+  for (auto const& who : {reader, writer, third}) {
+    EXPECT_EQ(vrfs(who)->vrfName(VrfId(7)), VrfName("red"));
+  }
+}
+
+TEST_F(EmbeddedSessionTest, ACopyGetsAChangeThoughAHandlerOfTheWriterThrows) {
+  mount(writer, "w");
+  auto const own = watch(vrfs(writer), "writer");
+  mount(reader, "r");
+  own->action = throwing("writer");
+  EXPECT_THROW(vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red")), Thrown);
+  EXPECT_EQ(vrfs(reader)->vrfName(VrfId(7)), VrfName("red"));
+}
+
+TEST_F(EmbeddedSessionTest, AMembersChangeReachesEveryCopyThoughAHandlerThrows) {
+  auto const third = session();
+  mount(writer, "w", "routes", kRouteStatusType);
+  mount(reader, "r", "routes", kRouteStatusType);
+  mount(third, "r", "routes", kRouteStatusType);
+  using Routing::Hardware::RouteStatus;
+  auto const routes = [](Kiv::Ptr<Corvo::Session> const& who) {
+    return Kiv::ptrCast<RouteStatus>(who->getEntity("routes"));
+  };
+  routes(writer)->vrfStatusIs(VrfName("red"));
+  Kiv::Ptr<Routing::Hardware::VrfStatus> const copy(routes(reader)->vrfStatus(VrfName("red")));
+  auto const watcher = watch(copy, "copy");
+  watcher->action = throwing("copy");
+  EXPECT_THROW(routes(writer)->vrfStatus(VrfName("red"))->fwdVlanIdIs(300), Thrown);
+  EXPECT_EQ(routes(reader)->vrfStatus(VrfName("red"))->fwdVlanId(), 300u);
+  EXPECT_EQ(routes(third)->vrfStatus(VrfName("red"))->fwdVlanId(), 300u);
+}
+
+TEST_F(EmbeddedSessionTest, AnAnnouncementIsCompleteThoughAHandlerThrows) {
+  auto const third = session();
+  auto const watcher = watch(reader, "reader");
+  watcher->action = throwing("reader");
+  auto const ofDatabase = watch(database, "database");
+  ofDatabase->action = throwing("database");
+  mount(reader, "r");
+  mount(third, "r");
+  auto const request = writer->mountRequest();
+  EXPECT_THAT([&] { request->doMount(mountOf("vrfs", "w")); }, ThrowsMessage<Thrown>("reader"));
+  EXPECT_TRUE(vrfs(writer));
+  EXPECT_TRUE(vrfs(reader));
+  EXPECT_TRUE(vrfs(third));
+  EXPECT_EQ(log, (Log{"reader 130", "database 130"}));
+  request->doMount(mountOf("vrfs", "w"));
+  request->close();
+  EXPECT_TRUE(request->mounted());
+  EXPECT_EQ(log.size(), 2u);
+}
+
+TEST_F(EmbeddedSessionTest, ASessionMayGoWhileAnEntityIsAnnounced) {
+  auto third = session();
+  mount(reader, "r");
+  mount(third, "r");
+  auto const watcher = watch(reader, "reader");
+  watcher->action = [&] { third.reset(); };
+  mount(writer, "w");
+  EXPECT_TRUE(vrfs(reader));
+  EXPECT_FALSE(third);
+}
+
+TEST_F(EmbeddedSessionTest, AReaderMayComeAndAnotherGoWhileAChangeIsPassedOn) {
+  auto third = session();
+  auto const late = session();
+  mount(writer, "w");
+  mount(reader, "r");
+  mount(third, "r");
+  auto const kept = vrfs(third);
+  auto const watcher = watch(vrfs(reader), "reader");
+  watcher->action = [&] {
+    third->unmount("vrfs");
+    mount(late, "r");
+  };
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
+  EXPECT_EQ(kept->vrfName().size(), 0u);
+  EXPECT_EQ(vrfs(late)->vrfName(VrfId(7)), VrfName("red"));
+  watcher->action = nullptr;
+  vrfs(writer)->vrfNameIs(VrfId(7), VrfName("blue"));
+  EXPECT_EQ(vrfs(late)->vrfName(VrfId(7)), VrfName("blue"));
 }
 
 }  // namespace

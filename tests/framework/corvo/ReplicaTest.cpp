@@ -229,6 +229,32 @@ TEST(Replica, WritesToMembersOfTheCopyAreTakenBackToo) {
   EXPECT_EQ(red->fwdVlanId(), 400u);
 }
 
+TEST(Replica, TheCopysNotificationCannotBeSwitchedOff) {
+  Pair<RouteStatus> routes;
+  routes.original->vrfStatusIs(vrf("red", 7, 300));
+  routes.start();
+  Kiv::Ptr<VrfStatus> const red(routes.copy->vrfStatus(VrfName("red")));
+  EXPECT_THAT([&] { routes.copy->hasNotificationActiveIs(false); },
+              ThrowsMessage<ReadOnlyException>(
+                  StrEq("\"a/b\" is mounted for reading; its notification stays on")));
+  EXPECT_THROW(red->hasNotificationActiveIs(false), ReadOnlyException);
+  EXPECT_TRUE(routes.copy->hasNotificationActive());
+  EXPECT_TRUE(red->hasNotificationActive());
+  EXPECT_THROW(red->fwdVlanIdIs(1), ReadOnlyException);
+  EXPECT_EQ(red->fwdVlanId(), 300u);
+  routes.replica.reset();
+  routes.copy->hasNotificationActiveIs(false);
+  EXPECT_FALSE(routes.copy->hasNotificationActive());
+}
+
+TEST(Replica, ACopyThatComesSilentIsGuardedAllTheSame) {
+  Pair<Pex::L3Status> vrfs;
+  vrfs.copy->hasNotificationActiveIs(false);
+  vrfs.start();
+  EXPECT_THROW(vrfs.copy->vrfNameIs(VrfId(7), VrfName("red")), ReadOnlyException);
+  EXPECT_EQ(vrfs.copy->vrfName().size(), 0u);
+}
+
 TEST(Replica, AHandlerOfTheCopyCannotWriteItEither) {
   Pair<Pex::L3Status> vrfs;
   vrfs.start();

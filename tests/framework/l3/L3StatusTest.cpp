@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdexcept>
 
 #include "framework/generic/Type.h"
 #include "tests/framework/l3/KeyLog.h"
+#include "tests/support/Watcher.h"
 
 namespace {
 
@@ -73,6 +75,69 @@ TEST_F(L3StatusTest, OfTwoNamesWithOneIdTheLastIsTheIdsName) {
   EXPECT_EQ(*status->vrfNameToId(kBlue), VrfId(7));
   status->vrfDel(kBlue);
   EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
+}
+
+TEST_F(L3StatusTest, AnIdWhoseVrfGoesIsNamedByTheSmallestOtherVrfThatHasIt) {
+  for (char const* const name : {"violet", "green", "amber", "red"}) {
+    status->vrfIs(VrfName(name), VrfId(7));
+  }
+  status->vrfNameToIdDel(VrfName("amber"));
+  log->changes.clear();
+  status->vrfDel(kRed);
+  EXPECT_EQ(status->vrfName(VrfId(7)), VrfName("green"));
+  EXPECT_THAT(log->changes, ElementsAre("red", "#259"));
+  status->vrfDel(VrfName("green"));
+  EXPECT_EQ(status->vrfName(VrfId(7)), VrfName("violet"));
+  status->vrfDel(VrfName("violet"));
+  EXPECT_FALSE(status->vrfName().has(VrfId(7)));
+}
+
+TEST_F(L3StatusTest, AVrfThatGetsAnotherIdTakesItsNameFromTheOldOne) {
+  status->vrfIs(kRed, VrfId(7));
+  log->changes.clear();
+  status->vrfIs(kRed, VrfId(8));
+  EXPECT_EQ(status->vrfName(VrfId(8)), kRed);
+  EXPECT_FALSE(status->vrfName().has(VrfId(7)));
+  EXPECT_THAT(log->changes, ElementsAre("#259", "red", "#259"));
+
+  status->vrfIs(kBlue, VrfId(8));
+  status->vrfIs(kBlue, VrfId(9));
+  EXPECT_EQ(status->vrfName(VrfId(8)), kRed);
+}
+
+TEST_F(L3StatusTest, AnIdThatAnotherVrfNamesKeepsItsName) {
+  status->vrfIs(kRed, VrfId(7));
+  status->vrfIs(kBlue, VrfId(7));
+  status->vrfIs(kRed, VrfId(8));
+  EXPECT_EQ(status->vrfName(VrfId(7)), kBlue);
+}
+
+TEST_F(L3StatusTest, AHandlerMayGiveAVrfItsIdBack) {
+  status->vrfIs(kRed, VrfId(7));
+  status->vrfIs(VrfName("amber"), VrfId(7));
+  status->vrfNameIs(VrfId(7), kRed);
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(status);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    status->vrfNameToIdIs(kRed, VrfId(7));
+  };
+  status->vrfDel(kRed);
+  EXPECT_EQ(status->vrfName(VrfId(7)), kRed);
+}
+
+TEST_F(L3StatusTest, AnIdsNameGoesAlsoWhenAHandlerThrows) {
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(status);
+  auto const armed = [&] {
+    watcher->then = [&] {
+      if (watcher->changes.back() == L3Status::kVrfNameToId.id) throw std::runtime_error("handler");
+    };
+  };
+  status->vrfIs(kRed, VrfId(7));
+  armed();
+  EXPECT_THROW(status->vrfIs(kRed, VrfId(8)), std::runtime_error);
+  EXPECT_FALSE(status->vrfName().has(VrfId(7)));
+  EXPECT_THROW(status->vrfDel(kRed), std::runtime_error);
+  EXPECT_FALSE(status->vrfName().has(VrfId(8)));
 }
 
 TEST_F(L3StatusTest, DeletingAnUnknownVrfDoesNothing) {

@@ -1,15 +1,19 @@
 #include <array>
 #include <cstdio>
+#include <functional>
 #include <stdexcept>
+#include <utility>
 
 #include "agent/BfnMacRewriteAgentSm.h"
 #include "chip/ChipModel.h"
+#include "framework/core/Notifiee.h"
 #include "framework/corvo/Database.h"
 #include "framework/corvo/EmbeddedSession.h"
 #include "framework/platform/TableInitialization.h"
 
-// A host agent outside the tree: installed headers, installed libraries and nothing else. Brings
-// the plug-in up, has one rewrite configured, and looks a packet up in the chip.
+// A host agent: installed headers, installed libraries and nothing else. Brings the plug-in up
+// while the operator has not written any configuration yet, runs stage 2 again when it comes, and
+// looks a packet up in the chip.
 namespace {
 
 constexpr char const* kProfile = "vxlan";
@@ -20,6 +24,24 @@ void need(bool holds, char const* what) {
   if (!holds) throw std::runtime_error(what);
 }
 
+// Calls `then` when the session's entity at `path` comes, changes or goes.
+class EntityWatcher final : public Kiv::NotifieeConst {
+ public:
+  EntityWatcher(Kiv::Ptr<Corvo::Session const> const& session, Kiv::String path,
+                std::function<void()> then)
+      : path_(std::move(path)), then_(std::move(then)) {
+    NotifieeConst::notifierIs(session);
+  }
+  void onAttribute(Kiv::AttributeId id, void const* key) override {
+    if (id != Corvo::Session::kEntity.id) return;
+    if (*static_cast<Kiv::String const*>(key) == path_) then_();
+  }
+
+ private:
+  Kiv::String const path_;
+  std::function<void()> const then_;
+};
+
 void run() {
   BfnChip::ChipModel chip(16);
   auto const systemStatus = Kiv::makeActive<BfnSystem::SystemStatus>();
@@ -29,10 +51,8 @@ void run() {
   systemStatus->profileInfoIs(kProfile)->chipCapabilitiesIs(capabilities);
   auto const profileData = Kiv::makeActive<BfnAgentLib::BfnProfileData>();
 
+  // A mount for reading is complete at once; the entity is null until the operator writes it.
   auto const database = Kiv::makeActive<Corvo::Database>();
-  auto const operators = Kiv::ptrCast<BfnMacRewrite::Input::Config>(
-      database->entityIs(kConfig, "BfnMacRewrite::Input::Config"));
-  need(operators != nullptr, "the plug-in has not announced its types");
   auto const session = Corvo::embeddedSessionFactory(database);
   auto const request = session->mountRequest();
   auto const mount = Kiv::makeActive<BfnMacRewrite::BfnMacRewriteMount>();
@@ -40,6 +60,7 @@ void run() {
   request->close();
   need(request->mounted(), "not mounted");
   mount->getEntity(session, 0);
+  need(!mount->bfnMacRewriteCliConfig(), "a configuration that nobody has written");
 
   auto const shared = Kiv::makeActive<BfnMacRewrite::BfnMacRewriteL3Shared>();
   auto const l3Status = Kiv::makeActive<Pex::L3Status>();
@@ -60,6 +81,12 @@ void run() {
   auto const capability = Kiv::ptrCast<BfnMacRewrite::Capability>(database->entity(kCapability));
   need(capability && capability->overlaySrcMacRewriteSupported(), "reported as unsupported");
 
+  // Stage 2 again: a change of the flag is what counts. Machines whose inputs are the same stay.
+  auto const watcher = Kiv::makeActive<EntityWatcher>(session, kConfig, [&] {
+    mount->getEntity(session, 0);
+    output->startMacRewriteSmIs(!output->startMacRewriteSm());
+  });
+
   Ovra::IntfId const intf("Ethernet1");
   auto const address = Kiv::strepToValue<Ovra::IpAddr>(Kiv::String("10.0.0.1"));
   l3Status->vrfIs(L3::VrfName("red"), Pex::VrfId(7));
@@ -70,6 +97,12 @@ void run() {
   mount->bfnMacRewriteAgentStatus()
       ->vrfStatusIs(Pex::VrfId(7))
       ->ipAndIntfIdIs({address, intf, false});
+  need(chip.lookup(100, {10, 0, 0, 1}) == BfnChip::MacBytes{}, "no row without a configured MAC");
+
+  auto const operators = Kiv::ptrCast<BfnMacRewrite::Input::Config>(
+      database->entityIs(kConfig, "BfnMacRewrite::Input::Config"));
+  need(operators != nullptr, "the plug-in has not announced its types");
+  need(mount->bfnMacRewriteCliConfig() != nullptr, "the configuration has not come");
   operators->overlaySrcMacRewriteEntryIs(
       {L3::VrfName("red"), address,
        Kiv::strepToValue<Ovra::EthAddr>(Kiv::String("02:11:22:33:44:55"))});
