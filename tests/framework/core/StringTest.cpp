@@ -9,7 +9,7 @@
 
 #include "framework/core/Hash.h"
 #include "framework/core/PtrInterface.h"
-#include "tests/framework/core/AllocationCount.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
@@ -22,9 +22,9 @@ static_assert(std::is_nothrow_move_constructible_v<String>);
 
 template <class Work>
 size_t blocksLeftBy(Work work) {
-  size_t const before = liveAllocations();
+  size_t const before = BfnTest::liveAllocations();
   auto const kept = work();
-  size_t const after = liveAllocations();
+  size_t const after = BfnTest::liveAllocations();
   (void)kept;
   return after - before;
 }
@@ -39,24 +39,24 @@ TEST(String, EmptyStringAllocatesNothing) {
 }
 
 TEST(String, CopiesShareOneBlockThatTheLastOneFrees) {
-  size_t const before = liveAllocations();
+  size_t const before = BfnTest::liveAllocations();
   {
     String a("a text of some length");
     String b = a;
     String c;
     c = b;
-    EXPECT_EQ(liveAllocations(), before + 1);
+    EXPECT_EQ(BfnTest::liveAllocations(), before + 1);
     EXPECT_EQ(a.charPtr(), c.charPtr());
     a = String();
     b = a;
-    EXPECT_EQ(liveAllocations(), before + 1);
+    EXPECT_EQ(BfnTest::liveAllocations(), before + 1);
     EXPECT_EQ(c, "a text of some length");
   }
-  EXPECT_EQ(liveAllocations(), before);
+  EXPECT_EQ(BfnTest::liveAllocations(), before);
 }
 
 TEST(String, ThreadsMayCopyOneStringWhileCountingIsAtomic) {
-  size_t const before = liveAllocations();
+  size_t const before = BfnTest::liveAllocations();
   Kiv::VFPtrInterface::threadSafePointers_ = true;
   {
     String const shared("shared text");
@@ -73,7 +73,7 @@ TEST(String, ThreadsMayCopyOneStringWhileCountingIsAtomic) {
     EXPECT_EQ(shared, "shared text");
   }
   Kiv::VFPtrInterface::threadSafePointers_ = false;
-  EXPECT_EQ(liveAllocations(), before);
+  EXPECT_EQ(BfnTest::liveAllocations(), before);
 }
 
 TEST(String, SurvivesAssignmentToItself) {

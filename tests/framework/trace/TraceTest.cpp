@@ -12,7 +12,7 @@
 #include "framework/values/IntfId.h"
 #include "framework/values/IpAddr.h"
 #include "framework/values/VlanId.h"
-#include "tests/framework/trace/AllocationCount.h"
+#include "tests/support/AllocationCount.h"
 #include "tests/support/TraceCapture.h"
 
 KIV_TRACE_FACILITY("TraceTest")
@@ -175,9 +175,9 @@ TEST_F(TextTrace, LosesALineWhoseSinkOrArgumentThrows) {
 
 TEST(BinaryTrace, AllocatesNothingOnceAStatementHasRun) {
   Traced::traceThree(1, "twelve bytes", 2);
-  size_t const before = allocationCount();
+  size_t const before = BfnTest::allocationCount();
   for (int i = 0; i < 1000; ++i) Traced::traceThree(7, "twelve bytes", 9);
-  EXPECT_EQ(allocationCount(), before);
+  EXPECT_EQ(BfnTest::allocationCount(), before);
 }
 
 TEST(BinaryTrace, WorksInTemplates) {

@@ -1,0 +1,72 @@
+#include "tests/support/AllocationCount.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<std::size_t> allocations = 0;
+std::atomic<std::size_t> live = 0;
+std::atomic<std::size_t> failing = 0;  // the value of `allocations` at which one fails; 0: none
+std::atomic<bool> failed = false;
+
+void* counted(void* (*allocate)(std::size_t, std::size_t), std::size_t size,
+              std::size_t alignment) {
+  std::size_t const number = ++allocations;
+  if (number == failing) {
+    failed = true;
+    throw std::bad_alloc();
+  }
+  void* const block = allocate(size, alignment);
+  if (block == nullptr) throw std::bad_alloc();
+  ++live;
+  return block;
+}
+
+void release(void* block) {
+  if (block != nullptr) --live;
+  std::free(block);
+}
+
+}  // namespace
+
+namespace BfnTest {
+
+std::size_t allocationCount() {
+  return allocations;
+}
+std::size_t liveAllocations() {
+  return live;
+}
+void failAllocation(std::size_t n) {
+  failed = false;
+  failing = n == 0 ? 0 : allocations + n;
+}
+bool allocationFailed() {
+  return failed;
+}
+
+}  // namespace BfnTest
+
+// In a file of their own, so that no caller sees through them.
+void* operator new(std::size_t size) {
+  return counted([](std::size_t bytes, std::size_t) { return std::malloc(bytes); }, size, 0);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return counted([](std::size_t bytes,
+                    std::size_t to) { return std::aligned_alloc(to, (bytes + to - 1) / to * to); },
+                 size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* block) noexcept {
+  release(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  release(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+  release(block);
+}
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+  release(block);
+}
