@@ -1,7 +1,12 @@
 #include "framework/core/Fatal.h"
 
-#include <sstream>
-#include <string>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <streambuf>
 #include <unistd.h>
 
 // The C library declares __assert_fail only where assertions are on; ours are always on.
@@ -12,45 +17,96 @@ namespace Kiv {
 
 namespace {
 
-// One fatal report at most is ever made, so the stream can be shared and is never torn down: the
-// process may be ending for lack of memory or in the middle of another destructor.
-std::ostringstream& reportStream() {
-  static auto* stream = new std::ostringstream;
-  return *stream;
-}
-
-void writeAll(std::string const& text) {
-  char const* at = text.data();
-  size_t left = text.size();
+void writeAll(char const* at, size_t left) noexcept {
   while (left > 0) {
     ssize_t const written = ::write(STDERR_FILENO, at, left);
+    if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return;
     at += written;
     left -= static_cast<size_t>(written);
   }
 }
 
+/// Collects the line in a buffer of its own and writes it out when that is full.
+class ReportBuffer final : public std::streambuf {
+ public:
+  ReportBuffer() { setp(room_.data(), room_.data() + room_.size()); }
+
+  void writeOut() noexcept {
+    writeAll(pbase(), static_cast<size_t>(pptr() - pbase()));
+    setp(room_.data(), room_.data() + room_.size());
+  }
+
+ private:
+  int_type overflow(int_type c) override {
+    writeOut();
+    if (!traits_type::eq_int_type(c, traits_type::eof())) sputc(traits_type::to_char_type(c));
+    return traits_type::not_eof(c);
+  }
+
+  std::array<char, FatalReport::kRoom> room_;
+};
+
+/// At most one report is ever made, but for one within the other, so it is shared. It is in static
+/// memory and never torn down: the process may be ending for lack of memory or in the middle of a
+/// static destructor.
+struct Report {
+  ReportBuffer buffer;
+  std::ostream stream{&buffer};
+};
+
+Report& report() noexcept {
+  alignas(Report) static std::byte room[sizeof(Report)];
+  static auto* const made = new (room) Report;
+  return *made;
+}
+
+unsigned openReports = 0;
+
+/// The C library puts the text of a failed assertion together on the heap, and without memory says
+/// nothing of it.
+bool hasMemoryForAssertion(size_t textSize) noexcept {
+  void* const probe = std::malloc(4 * textSize + 1024);
+  std::free(probe);
+  return probe != nullptr;
+}
+
 }  // namespace
 
 FatalReport::FatalReport(char const* condition, char const* file, unsigned line,
-                         char const* function)
-    : condition_(condition), file_(file), line_(line), function_(function) {
-  reportStream().str({});
-  reportStream() << "Failed(" << condition << ") ";
+                         char const* function) noexcept
+    : condition_(condition),
+      file_(file),
+      line_(line),
+      function_(function),
+      isNested_(openReports++ > 0) {
+  stream() << (isNested_ ? "\n" : "") << "Failed(" << condition << ") ";
 }
 
-std::ostream& FatalReport::stream() {
-  return reportStream();
+std::ostream& FatalReport::stream() noexcept {
+  return report().stream;
 }
 
-void FatalReport::die() {
-  writeAll(reportStream().str());
-  std::string const assertion = std::string("\"") + condition_ + "\" == nullptr";
-  __assert_fail(assertion.c_str(), file_, line_, function_);
+void FatalReport::addUnprintable() noexcept {
+  stream().clear();
+  stream() << "<cannot be shown>";
+}
+
+void FatalReport::die() noexcept {
+  report().buffer.writeOut();
+  static char assertion[kRoom];
+  std::snprintf(assertion, sizeof assertion, "\"%s\" == nullptr", condition_);
+  if (hasMemoryForAssertion(std::strlen(assertion) + std::strlen(file_) + std::strlen(function_))) {
+    __assert_fail(assertion, file_, line_, function_);
+  }
+  stream() << program_invocation_short_name << ": " << file_ << ':' << line_ << ": " << function_
+           << ": Assertion `" << assertion << "' failed.\n";
+  report().buffer.writeOut();
+  std::abort();
 }
 
 void assertFail(char const* condition, char const* file, unsigned line, char const* function,
-                char const* sentence) {
+                char const* sentence) noexcept {
   fatal(condition, file, line, function, sentence);
 }
 

@@ -6,49 +6,64 @@
 
 namespace Kiv {
 
-/// The text of one fatal line, flushed to standard error in a single write when the process ends.
+/// The text of one fatal line, written to standard error when the process ends: in a single write
+/// if it fits kRoom, else in several. Allocates nothing and throws nothing, whatever the pieces do.
 /// Use KIV_CHECK rather than this class.
 class FatalReport {
  public:
-  FatalReport(char const* condition, char const* file, unsigned line, char const* function);
+  static constexpr unsigned kRoom = 8192;
+
+  FatalReport(char const* condition, char const* file, unsigned line,
+              char const* function) noexcept;
   FatalReport(FatalReport const&) = delete;
   FatalReport& operator=(FatalReport const&) = delete;
   ~FatalReport() = default;
 
-  std::ostream& stream();
+  /// Adds a piece of the sentence. One that throws when it is written is marked as such. While a
+  /// check fails within a piece of another one's sentence, pieces are left out.
+  template <class Piece>
+  void add(Piece const& piece) noexcept {
+    if (isNested_) return;
+    try {
+      stream() << numberIfByte(piece);
+    } catch (...) {
+      addUnprintable();
+    }
+  }
   /// Writes the line, without a line end, and fails the C library's assertion.
-  [[noreturn]] void die();
+  [[noreturn]] void die() noexcept;
 
  private:
+  static std::ostream& stream() noexcept;
+  static void addUnprintable() noexcept;
+
   char const* condition_;
   char const* file_;
   unsigned line_;
   char const* function_;
+  bool isNested_;
 };
 
 template <class... Pieces>
 [[noreturn, gnu::cold, gnu::noinline]] void fatal(char const* condition, char const* file,
                                                   unsigned line, char const* function,
-                                                  Pieces const&... pieces) {
+                                                  Pieces const&... pieces) noexcept {
   FatalReport report(condition, file, line, function);
-  try {
-    (void)(report.stream() << ... << numberIfByte(pieces));
-  } catch (...) {
-    // A piece that cannot be written costs the rest of the sentence; the process ends all the same.
-  }
+  (report.add(pieces), ...);
   report.die();
 }
 
 /// Fails a check of the framework's own containers and pointers. Same form as KIV_CHECK.
 [[noreturn]] void assertFail(char const* condition, char const* file, unsigned line,
-                             char const* function, char const* sentence = "");
+                             char const* function, char const* sentence = "") noexcept;
 
 }  // namespace Kiv
 
 /// Ends the process when `condition` is false, in every build type. The condition is evaluated
 /// once. Writes `Failed(<condition>) ` and then the pieces, each by its stream operator and bytes
 /// as numbers, to standard error with no line end; then fails the C library's assertion
-/// `"<condition>" == nullptr` with file, line and the full function signature (SIGABRT).
+/// `"<condition>" == nullptr` with file, line and the full function signature (SIGABRT). Also
+/// without memory: the text is put together in a static buffer.
 ///
 ///   KIV_CHECK(initialized());
 ///   KIV_CHECK(record != nullptr, "Entry doesn't exist. ", "intfId: ", intfId);

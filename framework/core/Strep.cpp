@@ -7,8 +7,6 @@ namespace Kiv {
 
 namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
-
 bool isControl(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
 }
@@ -52,13 +50,6 @@ U64 digitsFromStrep(String::Iterator& it, String::Iterator const& end, U64 max) 
 }
 
 }  // namespace
-
-int hexDigitValue(char c) {
-  if (isDigit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 void throwUnexpected(String::Iterator it, String::Iterator end, std::string_view expected) {
   constexpr std::ptrdiff_t kShown = 24;
@@ -116,7 +107,12 @@ void streamPlain(std::ostream& stream, std::string_view text) {
   if (std::none_of(text.begin(), text.end(), isControl)) {
     stream << text;
   } else {
-    stream << escaped(text);
+    // In small pieces, which allocate nothing: a fatal check prints texts without memory.
+    for (char const c : text) {
+      std::string one;
+      appendEscaped(one, c);
+      stream << one;
+    }
   }
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "framework/core/Exceptions.h"
+#include "framework/core/HexDigits.h"
 #include "framework/core/String.h"
 #include "framework/core/Types.h"
 
@@ -32,9 +33,6 @@ concept HasStrep = requires(T const& value) {
 /// Throws the RangeException that names what was expected and shows what stands there instead.
 [[noreturn]] void throwUnexpected(String::Iterator it, String::Iterator end,
                                   std::string_view expected);
-
-/// The value of a hexadecimal digit of either case, -1 for any other character.
-int hexDigitValue(char c);
 
 /// Consumes exactly `literal`, or throws RangeException naming it.
 void needString(String::Iterator& it, String::Iterator const& end, std::string_view literal);

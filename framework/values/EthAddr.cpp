@@ -30,14 +30,13 @@ EthAddr::EthAddr(Kiv::String::Iterator& it, Kiv::String::Iterator const& end) {
 }
 
 void EthAddr::text(char* to) const {
-  constexpr char kHex[] = "0123456789abcdef";
   for (int i = 0; i < 3; ++i) {
     Kiv::U16 const word = words_[i];
-    to[0] = kHex[word >> 12];
-    to[1] = kHex[word >> 8 & 0xf];
+    to[0] = Kiv::kHexDigits[word >> 12];
+    to[1] = Kiv::kHexDigits[word >> 8 & 0xf];
     to[2] = ':';
-    to[3] = kHex[word >> 4 & 0xf];
-    to[4] = kHex[word & 0xf];
+    to[3] = Kiv::kHexDigits[word >> 4 & 0xf];
+    to[4] = Kiv::kHexDigits[word & 0xf];
     if (i < 2) to[5] = ':';
     to += 6;
   }
@@ -50,7 +49,9 @@ Kiv::String EthAddr::valueToStrep() const {
 }
 
 std::ostream& operator<<(std::ostream& stream, EthAddr const& mac) {
-  return stream << mac.valueToStrep();
+  char buffer[EthAddr::kTextSize];
+  mac.text(buffer);
+  return stream << std::string_view(buffer, sizeof buffer);
 }
 
 }  // namespace Ovra

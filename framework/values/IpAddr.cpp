@@ -56,7 +56,8 @@ Kiv::String IpAddr::valueToStrep() const {
 }
 
 std::ostream& operator<<(std::ostream& stream, IpAddr ip) {
-  return stream << ip.valueToStrep();
+  char buffer[IpAddr::kTextRoom];
+  return stream << std::string_view(buffer, ip.text(buffer));
 }
 
 }  // namespace Ovra
