@@ -20,10 +20,10 @@ namespace Ringlog {
 ///   static void render(std::ostream& stream, WordReader& words);
 ///
 /// put() allocates and traces nothing; render() writes what `stream << value` would. There is one
-/// for texts (whatever converts to std::string_view), for the arithmetic types and pointers, for
-/// enumerations and for trivially copyable values with a stream operator. A trivially copyable
-/// value is rendered from its bytes, maybe after the original is gone: one that points at memory
-/// that may go away wants a specialisation.
+/// for texts (whatever converts to std::string_view), for the arithmetic types, for enumerations
+/// and for trivially copyable values with a stream operator. A trivially copyable value is rendered
+/// from its bytes, maybe after the original is gone: one that points at memory that may go away
+/// wants a specialisation. A raw pointer that is no text is therefore refused.
 template <class T>
 struct ArgTraits;
 
@@ -32,16 +32,26 @@ constexpr U32 wordsFor(size_t bytes) {
 }
 
 template <class T>
-concept TextArg = std::convertible_to<T const&, std::string_view>;
+concept TextArg = std::convertible_to<T const&, std::string_view> && !std::is_null_pointer_v<T>;
 
 template <class T>
 concept Streamable = requires(std::ostream& stream, T const& value) {
   stream << value;
 };
 
+/// Pointers, pointers to members and nullptr.
 template <class T>
-concept ValueArg = !TextArg<T> && std::is_trivially_copyable_v<T> &&
+concept PointerArg = std::is_scalar_v<T> && !std::is_arithmetic_v<T> && !std::is_enum_v<T>;
+
+template <class T>
+concept ValueArg = !TextArg<T> && !PointerArg<T> && std::is_trivially_copyable_v<T> &&
                    (Streamable<T> || std::is_enum_v<T>)&&sizeof(T) <= kMaxArgBytes;
+
+/// What a trace takes as an argument.
+template <class T>
+concept TraceArg = requires {
+  ArgTraits<T>::kMaxWords;
+};
 
 /// Texts: the first word has the number of bytes that follow and the length of the whole.
 struct TextArgTraits {

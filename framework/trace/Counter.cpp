@@ -8,7 +8,7 @@ namespace Ringlog {
 namespace {
 
 TimeLine::Moment currentMoment() {
-  return {readCounter(), std::chrono::system_clock::now()};
+  return {readCounter(), std::chrono::steady_clock::now()};
 }
 
 std::optional<TimeLine::Moment>& firstMoment() {
@@ -18,7 +18,7 @@ std::optional<TimeLine::Moment>& firstMoment() {
 
 }  // namespace
 
-constinit U64 EventScope::stamp_ = EventScope::kNoScope;
+constinit EventScope::State EventScope::state_ = {EventScope::kNoScope, 0};
 
 void TimeLine::begin() {
   if (!firstMoment()) firstMoment() = currentMoment();
@@ -26,20 +26,21 @@ void TimeLine::begin() {
 
 TimeLine TimeLine::current() {
   begin();
-  return {*firstMoment(), currentMoment()};
+  return {*firstMoment(), currentMoment(), std::chrono::system_clock::now()};
 }
 
-TimeLine::TimeLine(Moment first, Moment last) : last_(last), nanosecondsPerTick_(0) {
+TimeLine::TimeLine(Moment first, Moment last, Wall wall)
+    : lastCounter_(last.counter), lastWall_(wall), nanosecondsPerTick_(0) {
   using Nanoseconds = std::chrono::duration<double, std::nano>;
   double const ticks = static_cast<double>(last.counter - first.counter);
-  if (ticks > 0) nanosecondsPerTick_ = Nanoseconds(last.wall - first.wall).count() / ticks;
+  if (ticks > 0) nanosecondsPerTick_ = Nanoseconds(last.steady - first.steady).count() / ticks;
 }
 
 TimeLine::Wall TimeLine::at(U64 counter) const {
   // The difference wraps into the sign: a record may be younger than the moment of decoding.
-  auto const ticks = static_cast<double>(static_cast<std::int64_t>(counter - last_.counter));
+  auto const ticks = static_cast<double>(static_cast<std::int64_t>(counter - lastCounter_));
   std::chrono::nanoseconds const distance(std::llround(ticks * nanosecondsPerTick_));
-  return last_.wall + std::chrono::duration_cast<Wall::duration>(distance);
+  return lastWall_ + std::chrono::duration_cast<Wall::duration>(distance);
 }
 
 }  // namespace Ringlog

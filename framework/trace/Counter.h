@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <limits>
 
 #include "framework/core/Types.h"
 
@@ -19,50 +21,61 @@ inline U64 readCounter() noexcept {
 #endif
 }
 
-/// While one is on the stack, the first trace reads the counter and every later one takes over
-/// that reading: all traces of one event carry the event's time. Reading the counter is most of
-/// what a trace costs. Scopes nest; the outermost counts. Opening and closing one costs a test and
-/// a store, and no reading if nothing is traced.
+/// While one is on the stack, the first trace reads the counter and the next ones take over that
+/// reading, kRecordsPerStamp records in all; then it is read again. So all traces of one event
+/// carry the event's time, and a long one (bring-up, a bulk change) still shows how long it took.
+/// Reading the counter is most of what a trace costs. Scopes nest; the outermost counts. Opening
+/// and closing one costs a test and a store, and no reading if nothing is traced.
 class EventScope {
  public:
-  EventScope() noexcept : outermost_(stamp_ == kNoScope) {
-    if (outermost_) stamp_ = kNotRead;
+  static constexpr int kRecordsPerStamp = 256;
+
+  EventScope() noexcept : outermost_(state_.left < 0) {
+    if (outermost_) state_.left = 0;
   }
-  /// For an event whose counter reading is known, above 1.
-  explicit EventScope(U64 counter) noexcept : outermost_(stamp_ == kNoScope) {
-    if (outermost_) stamp_ = counter;
+  /// For an event whose counter reading is known.
+  explicit EventScope(U64 counter) noexcept : EventScope() {
+    if (outermost_) state_ = {kRecordsPerStamp, counter};
   }
   ~EventScope() {
-    if (outermost_) stamp_ = kNoScope;
+    if (outermost_) state_.left = kNoScope;
   }
   EventScope(EventScope const&) = delete;
   EventScope& operator=(EventScope const&) = delete;
 
   /// The stamp of a record written now.
   static U64 now() noexcept {
-    U64 const stamp = stamp_;
-    if (stamp > kNotRead) return stamp;
+    if (--state_.left >= 0) [[likely]]
+      return state_.stamp;
     U64 const counter = readCounter();
-    if (stamp == kNotRead) stamp_ = counter;
+    if (state_.left == -1) state_ = {kRecordsPerStamp - 1, counter};
     return counter;
   }
 
  private:
-  static constexpr U64 kNoScope = 0;
-  static constexpr U64 kNotRead = 1;
+  // Outside of every scope `left` is negative, and counting it down from here never brings it near
+  // the other end.
+  static constexpr std::int64_t kNoScope = std::numeric_limits<std::int64_t>::min() / 2;
 
-  static U64 stamp_;
+  struct State {
+    std::int64_t left;  // records that may still carry the stamp
+    U64 stamp;
+  };
+  static State state_;
 
   bool outermost_;
 };
 
-/// Turns counter readings into wall time, by two moments at which both were read.
+/// Turns counter readings into wall time. What a tick is worth is measured by the steady clock; the
+/// wall clock is read once, when the records are decoded. So times of one decoding never run
+/// backwards, also when the wall clock was set in between: they are then all by the new setting.
 class TimeLine {
  public:
   using Wall = std::chrono::system_clock::time_point;
+  using Steady = std::chrono::steady_clock::time_point;
   struct Moment {
     U64 counter;
-    Wall wall;
+    Steady steady;
   };
 
   /// From the process's first trace to now.
@@ -70,11 +83,13 @@ class TimeLine {
   /// Notes the moment of the first trace; later calls do nothing.
   static void begin();
 
-  TimeLine(Moment first, Moment last);
+  /// `wall` is the wall time of the last moment.
+  TimeLine(Moment first, Moment last, Wall wall);
   Wall at(U64 counter) const;
 
  private:
-  Moment last_;
+  U64 lastCounter_;
+  Wall lastWall_;
   double nanosecondsPerTick_;
 };
 

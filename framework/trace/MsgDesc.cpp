@@ -6,12 +6,6 @@
 
 namespace Ringlog {
 
-MsgDesc::MsgDesc(TraceFile& traceFile, MsgId* msgId, char const* file, U32 line)
-    : traceFile_(traceFile), file_(file), line_(line) {
-  TimeLine::begin();
-  *msgId = traceFile.add(*this);
-}
-
 std::vector<MsgDesc const*> MsgDesc::find(std::string_view facility, std::string_view function) {
   std::vector<MsgDesc const*> found;
   for (U32 number = 0; number < TraceFile::count(); ++number) {
@@ -31,14 +25,14 @@ MsgDesc& MsgDesc::statementIs(Statement const& statement) {
   return *this;
 }
 
-MsgDesc& MsgDesc::operator<<(std::string_view text) {
-  if (!text.empty()) pieces_.push_back({text, nullptr});
+MsgDesc& MsgDesc::operator<<(Piece const& piece) {
+  if (piece.argument != nullptr || !piece.text.empty()) pieces_.push_back(piece);
   return *this;
 }
 
-MsgDesc& MsgDesc::operator<<(Render argument) {
-  pieces_.push_back({{}, argument});
-  return *this;
+void MsgDesc::enter() {
+  TimeLine::begin();
+  *msgId_ = traceFile_.add(*this);
 }
 
 std::string MsgDesc::format() const {

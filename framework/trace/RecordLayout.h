@@ -51,7 +51,9 @@ struct RecordLayout {
 
   /// The check of a record at that position with that time stamp, before its other words. The
   /// position is scattered first: a record left over from an earlier round is off by some rounds,
-  /// which a few wrong bits of its time must not make up for.
+  /// which a few wrong bits of its time must not make up for. A record that the text of an argument
+  /// contains is right only if the text was made for its position, and that is a secret of the
+  /// ring.
   static constexpr U64 start(U64 position, U64 time) { return mix(mix(0, position), time); }
 };
 

@@ -86,7 +86,8 @@ class Message {
 /// One thread writes. A reader may look at any moment, also in a signal handler or at a memory
 /// image of a process that died while it wrote: a record counts only when its check fits its bytes
 /// and its position, so one that is half-written, partly overwritten or left over from an earlier
-/// round is skipped, never misread. A message that is never ended leaves no record.
+/// round is skipped, never misread. A message that is never ended leaves no record. Positions start
+/// at a secret one (startIs), so that bytes of an argument are never taken for a record either.
 class RingBuf {
  public:
   static constexpr size_t kDefaultBytes = size_t{1} << 20;
@@ -126,13 +127,20 @@ class RingBuf {
     head_.store(message.position_ + words, std::memory_order_release);
   }
 
+  /// Forgets what was written so far and counts positions from `secret`, rounded to whole rounds of
+  /// the ring. What may be traced must not depend on it.
+  void startIs(U64 secret) noexcept {
+    begin_ = secret >> 1 & ~(size_ - 1);  // far from the end of the numbers
+    head_.store(begin_, std::memory_order_relaxed);
+  }
+
   /// Forgets what was written so far.
   void clear() noexcept { begin_ = head_.load(std::memory_order_relaxed); }
 
   /// Records written since the start, those overwritten and forgotten included; modulo 2^32.
   U32 written() const { return sequence_; }
 
-  // For the decoder. Positions count words since the ring was made and are never reused.
+  // For the decoder. Positions count words and are never reused.
   U64 begin() const { return begin_; }
   U64 head() const { return head_.load(std::memory_order_acquire); }
   std::span<U64 const> words() const { return {words_, size_}; }
@@ -145,7 +153,8 @@ class RingBuf {
   U32 sequence_ = 0;
 };
 
-/// The ring that every trace statement of the process writes to, of RingBuf::kDefaultBytes.
+/// The ring that every trace statement of the process writes to, of RingBuf::kDefaultBytes. Its
+/// start is drawn at random when the process's first TraceFile is made.
 extern RingBuf defaultRinglogHandle;
 
 }  // namespace Ringlog

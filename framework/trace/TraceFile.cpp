@@ -1,6 +1,10 @@
 #include "framework/trace/TraceFile.h"
 
+#include <memory>
+#include <unistd.h>
+
 #include "framework/core/Fatal.h"
+#include "framework/trace/RingBuf.h"
 
 namespace Ringlog {
 
@@ -12,13 +16,21 @@ std::vector<TraceFile*>& files() {
   return *files;
 }
 
+U64 randomStart() {
+  U64 start = 0;
+  if (::getentropy(&start, sizeof start) != 0) start = readCounter() << 20;
+  return start;
+}
+
 }  // namespace
 
 TraceFile& TraceFile::create(std::string_view facility) {
   auto const number = static_cast<U32>(files().size());
   KIV_CHECK(number < RecordLayout::kMaxFiles, "too many trace files, the last is ", facility);
-  files().push_back(new TraceFile(number, facility));
-  return *files().back();
+  if (number == 0) defaultRinglogHandle.startIs(randomStart());
+  auto made = std::unique_ptr<TraceFile>(new TraceFile(number, facility));
+  files().push_back(made.get());
+  return *made.release();
 }
 
 TraceFile const* TraceFile::find(U32 number) {

@@ -18,6 +18,7 @@ class MsgDesc;
 class TraceFile {
  public:
   /// A new file; several may be of one facility. At most RecordLayout::kMaxFiles in a process.
+  /// Throws std::bad_alloc, and then there is no new file.
   static TraceFile& create(std::string_view facility);
   /// The file of that number, or null.
   static TraceFile const* find(U32 number);
@@ -30,7 +31,8 @@ class TraceFile {
   U32 number() const { return number_; }
   std::string const& facility() const { return facility_; }
 
-  /// Takes a message in and gives it its number, from 1. At most RecordLayout::kMaxMsgs - 1.
+  /// Takes a message in and gives it its number, from 1. At most RecordLayout::kMaxMsgs - 1. Throws
+  /// std::bad_alloc, and then the message is not in.
   MsgId add(MsgDesc const& message);
   /// The message of that number, or null.
   MsgDesc const* message(MsgId id) const;

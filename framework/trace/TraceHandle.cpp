@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -36,15 +37,25 @@ Facility& facility(std::string_view name) {
 
 }  // namespace
 
-TraceHandle::TraceHandle(char const* name, bool on)
-    : traceFile_(Ringlog::TraceFile::create(name)), levels_(kAllLevels) {
-  Facility& own = facility(name);
-  if (!on) levels_ = own.levels.value_or(registry().defaultLevels);
-  own.handles.push_back(this);
+TraceHandle::TraceHandle(char const* name, bool on) noexcept : name_(name), on_(on) {
+  try {
+    signOn();
+  } catch (std::bad_alloc const&) {
+    return;  // the next trace statement tries again
+  }
 }
 
 TraceHandle::~TraceHandle() {
-  std::erase(facility(name()).handles, this);
+  if (traceFile_ != nullptr) std::erase(facility(name_).handles, this);
+}
+
+void TraceHandle::signOn() {
+  if (traceFile_ != nullptr) return;
+  Facility& own = facility(name_);
+  own.handles.reserve(own.handles.size() + 1);
+  traceFile_ = &Ringlog::TraceFile::create(name_);
+  own.handles.push_back(this);
+  levels_ = on_ ? kAllLevels : own.levels.value_or(registry().defaultLevels);
 }
 
 void TraceHandle::levelIs(unsigned level, bool on) {

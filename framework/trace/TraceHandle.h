@@ -13,6 +13,9 @@ namespace Kiv {
 /// statements are written as text; the binary trace is always on. KIV_TRACE_FACILITY makes one.
 ///
 /// Handles of one name switch together: a facility may have several files.
+///
+/// Without memory a handle is made all the same: it has no file, no level and is found by nobody
+/// until the file's next trace statement signs it on.
 class TraceHandle {
  public:
   /// Levels are 0 to kLevels - 1. A set of them is a mask with bit n for level n.
@@ -21,15 +24,20 @@ class TraceHandle {
 
   /// `on`: text at every level from the start. Otherwise what levelsAre() said of the name before,
   /// or else the default levels.
-  TraceHandle(char const* name, bool on);
+  TraceHandle(char const* name, bool on) noexcept;
   TraceHandle(TraceHandle const&) = delete;
   TraceHandle& operator=(TraceHandle const&) = delete;
   ~TraceHandle();
 
-  std::string const& name() const { return traceFile_.facility(); }
-  Ringlog::TraceFile& traceFile() const { return traceFile_; }
+  std::string_view name() const { return name_; }
+  /// Only of a handle that has signed on.
+  Ringlog::TraceFile& traceFile() const { return *traceFile_; }
+  /// Gives the handle its file and its levels unless it has them. Throws std::bad_alloc, and then
+  /// nothing has changed.
+  void signOn();
 
-  bool enabled(unsigned level) const { return (levels_ >> level & 1) != 0; }
+  /// False for a level that does not exist.
+  bool enabled(unsigned level) const { return level < kLevels && (levels_ >> level & 1) != 0; }
   U32 levels() const { return levels_; }
   void levelIs(unsigned level, bool on);
   void levelsAre(U32 mask);
@@ -45,8 +53,10 @@ class TraceHandle {
   static void forEach(std::function<void(TraceHandle&)> const& visit);
 
  private:
-  Ringlog::TraceFile& traceFile_;
-  U32 levels_;
+  char const* name_;
+  bool on_;
+  Ringlog::TraceFile* traceFile_ = nullptr;
+  U32 levels_ = 0;
 };
 
 }  // namespace Kiv

@@ -1,5 +1,6 @@
 #include "framework/trace/TraceHelper.h"
 
+#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -8,7 +9,7 @@ namespace Kiv {
 namespace {
 
 struct Output {
-  TraceHelper::Sink sink;
+  std::shared_ptr<TraceHelper::Sink const> sink;
   bool busy = false;
 };
 
@@ -39,17 +40,18 @@ void toStandardError(std::string text) {
 void TraceHelper::trace(char const* file, U32 line, char const* function) {
   if (output().busy) return;
   Busy const busy(output().busy);
-  TraceLine const traced{handle_.name().c_str(), level_, file, line, function, stream_.str()};
-  Sink const sink = output().sink;  // it may replace itself
-  if (sink) {
-    sink(traced);
+  TraceLine const traced{
+      handle_.traceFile().facility().c_str(), level_, file, line, function, stream_.str()};
+  std::shared_ptr<Sink const> const sink = output().sink;  // it may replace itself
+  if (sink != nullptr) {
+    (*sink)(traced);
   } else {
     toStandardError(traced.text);
   }
 }
 
 void TraceHelper::sinkIs(Sink sink) {
-  output().sink = std::move(sink);
+  output().sink = sink ? std::make_shared<Sink const>(std::move(sink)) : nullptr;
 }
 
 }  // namespace Kiv

@@ -2,19 +2,21 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <new>
+#include <limits>
 
 namespace {
 
-std::atomic<std::size_t> allocations = 0;
+std::atomic<std::size_t> calls = 0;
 std::atomic<std::size_t> live = 0;
-std::atomic<std::size_t> failing = 0;  // the value of `allocations` at which one fails; 0: none
+// The numbers of the first and the last call that fail; 0: none.
+std::atomic<std::size_t> firstFailing = 0;
+std::atomic<std::size_t> lastFailing = 0;
 std::atomic<bool> failed = false;
 
 void* counted(void* (*allocate)(std::size_t, std::size_t), std::size_t size,
               std::size_t alignment) {
-  std::size_t const number = ++allocations;
-  if (number == failing) {
+  std::size_t const number = ++calls;
+  if (firstFailing != 0 && number >= firstFailing && number <= lastFailing) {
     failed = true;
     throw std::bad_alloc();
   }
@@ -34,17 +36,23 @@ void release(void* block) {
 namespace BfnTest {
 
 std::size_t allocationCount() {
-  return allocations;
+  return calls;
 }
 std::size_t liveAllocations() {
   return live;
 }
 void failAllocation(std::size_t n) {
-  failed = false;
-  failing = n == 0 ? 0 : allocations + n;
+  if (n != 0) failed = false;
+  firstFailing = lastFailing = n == 0 ? 0 : calls + n;
 }
 bool allocationFailed() {
   return failed;
+}
+
+NoMemory::NoMemory(std::size_t spared) {
+  failed = false;
+  firstFailing = calls + spared + 1;
+  lastFailing = std::numeric_limits<std::size_t>::max();
 }
 
 }  // namespace BfnTest

@@ -103,6 +103,21 @@ TEST(ArgTraits, CarryNetworkValues) {
   EXPECT_EQ(roundTrip(mac), text.str());
 }
 
+template <class T>
+constexpr bool refused = !Ringlog::TraceArg<T>;
+
+// Compiled is passed: what a trace refuses, it refuses at compile time.
+TEST(ArgTraits, RefuseRawPointersThatAreNoTexts) {
+  struct Member {
+    int number;
+  };
+  static_assert(refused<int*> && refused<void const*> && refused<Kiv::U8*>);
+  static_assert(refused<Member*> && refused<int Member::*> && refused<void (*)()>);
+  static_assert(refused<std::nullptr_t> && refused<char volatile*> && refused<wchar_t const*>);
+  static_assert(Ringlog::TraceArg<char const*> && Ringlog::TraceArg<char*>);
+  static_assert(Ringlog::TraceArg<int> && Ringlog::TraceArg<Ovra::IntfId>);
+}
+
 TEST(ArgTraits, CanBeGivenForAType) {
   EXPECT_EQ(roundTrip(Traced::Squared{12}), "144");
 }

@@ -13,6 +13,9 @@ using std::chrono::seconds;
 TimeLine::Wall wall(int s) {
   return TimeLine::Wall(seconds(s));
 }
+TimeLine::Steady steady(int s) {
+  return TimeLine::Steady(seconds(s));
+}
 
 U64 nowIn() {
   U64 const stamp = EventScope::now();
@@ -53,6 +56,27 @@ TEST(EventScope, TakesAReadingThatIsKnown) {
   EXPECT_EQ(EventScope::now(), 123456U) << "the outermost counts";
 }
 
+TEST(EventScope, TakesAFreshReadingAfterEach256Records) {
+  EventScope const event;
+  for (int stretch = 0; stretch < 3; ++stretch) {
+    U64 const first = nowIn();
+    for (int i = 1; i < 256; ++i) ASSERT_EQ(EventScope::now(), first) << i;
+    ASSERT_NE(EventScope::now(), first);
+    for (int i = 1; i < 256; ++i) EventScope::now();
+  }
+}
+
+TEST(EventScope, CountsItsRecordsAnew) {
+  {
+    EventScope const event;
+    for (int i = 0; i < 200; ++i) EventScope::now();
+  }
+  for (int i = 0; i < 1000; ++i) EventScope::now();
+  EventScope const event;
+  U64 const first = nowIn();
+  for (int i = 1; i < 256; ++i) ASSERT_EQ(EventScope::now(), first) << i;
+}
+
 TEST(EventScope, EndsWhenAnExceptionUnwindsIt) {
   try {
     EventScope const event;
@@ -65,21 +89,29 @@ TEST(EventScope, EndsWhenAnExceptionUnwindsIt) {
 }
 
 TEST(TimeLine, InterpolatesBetweenItsMoments) {
-  TimeLine const line({1000, wall(10)}, {3000, wall(20)});
+  TimeLine const line({1000, steady(510)}, {3000, steady(520)}, wall(20));
   EXPECT_EQ(line.at(1000), wall(10));
   EXPECT_EQ(line.at(2000), wall(15));
   EXPECT_EQ(line.at(3000), wall(20));
 }
 
 TEST(TimeLine, GoesOnAfterItsLastMomentAndBeforeItsFirst) {
-  TimeLine const line({1000, wall(10)}, {3000, wall(20)});
+  TimeLine const line({1000, steady(510)}, {3000, steady(520)}, wall(20));
   EXPECT_EQ(line.at(3200), wall(21));
   EXPECT_EQ(line.at(800), wall(9));
 }
 
 TEST(TimeLine, IsOneMomentWhenTheCounterHasNotMoved) {
-  TimeLine const line({1000, wall(10)}, {1000, wall(10)});
+  TimeLine const line({1000, steady(510)}, {1000, steady(510)}, wall(10));
   EXPECT_EQ(line.at(5000), wall(10));
+}
+
+// Between its moments the wall clock was set back by an hour.
+TEST(TimeLine, RunsForwardAlsoWhenTheWallClockWasSetBack) {
+  TimeLine const line({1000, steady(510)}, {3000, steady(520)}, wall(20 - 3600));
+  EXPECT_EQ(line.at(1000), wall(10 - 3600));
+  EXPECT_LT(line.at(1000), line.at(2000));
+  EXPECT_LT(line.at(2000), line.at(3200));
 }
 
 TEST(TimeLine, FindsTheCurrentTime) {

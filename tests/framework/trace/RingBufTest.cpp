@@ -73,6 +73,7 @@ class Ring {
       it.desc = new MsgDesc(file(), &it.id, "ring.cpp", static_cast<U32>(texts));
       it.desc->statementIs({9, "ring.cpp", static_cast<U32>(texts), "write", "void write()"});
       for (size_t i = 0; i < texts; ++i) *it.desc << "<" << &ArgTraits<std::string>::render << ">";
+      it.desc->enter();
     }
     return made;
   }
@@ -133,6 +134,41 @@ TEST(RingBuf, LeavesNoRecordOfAMessageThatIsNotEnded) {
   ring.write({"b"});
   EXPECT_THAT(texts(ring.buf()), ElementsAre("void write(): <a>", "void write(): <b>"));
   EXPECT_EQ(ring.buf().written(), 2U);
+}
+
+/// How many records the ring finds in a text that contains one, made for just the place at which
+/// the text comes to stand in a ring that starts at 0, once what is before it has been overwritten.
+size_t forgedRecordsFound(U64 start) {
+  Ring ring;
+  ring.buf().startIs(start);
+  constexpr U32 kSequence = 123456789;
+  constexpr U64 kPosition = RecordLayout::kHeaderWords + 1 + 8;
+  constexpr U64 kTime = 1000;
+  U64 const identity = RecordLayout::pack(
+      {kSequence, RecordLayout::kHeaderWords, Ring::file().number(), Ring::statements()[0].id});
+  U64 const forged[] = {RecordLayout::mix(RecordLayout::start(kPosition, kTime), identity), kTime,
+                        identity};
+  std::string text(8 * sizeof(U64), 'x');
+  text.append(reinterpret_cast<char const*>(forged), sizeof forged);
+  U64 const first = ring.buf().head();
+  ring.write({text});
+  while (ring.buf().head() <= first + Ring::kWords) ring.write({"filler"});
+  EXPECT_LE(ring.buf().head(), first + Ring::kWords + kPosition);
+  auto const records = Ringlog::decode(ring.buf());
+  EXPECT_GT(records.size(), Ring::kWords / 8);
+  return static_cast<size_t>(std::count_if(
+      records.begin(), records.end(), [](auto const& it) { return it.sequence == kSequence; }));
+}
+
+TEST(RingBuf, TakesNoTextForARecordUnlessTheTextKnowsItsStart) {
+  EXPECT_EQ(forgedRecordsFound(0), 1U) << "the forgery is a good one";
+  EXPECT_EQ(forgedRecordsFound(0x5EC7'0F2B'93AD'4418), 0U);
+  EXPECT_EQ(forgedRecordsFound(~U64{0}), 0U);
+}
+
+TEST(RingBuf, OfTheProcessStartsAtASecretPosition) {
+  Ring::file();
+  EXPECT_GT(Ringlog::defaultRinglogHandle.head(), U64{1} << 24);
 }
 
 // A message inside another is against the rules; it costs records, never wrong ones.

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/AllocationCount.h"
+
 namespace {
 
 using Kiv::TraceHandle;
@@ -23,6 +25,32 @@ TEST(TraceHandle, HasEveryLevelOnWhenAskedTo) {
   TraceHandle const handle("Loud", true);
   EXPECT_TRUE(handle.enabled(0));
   EXPECT_TRUE(handle.enabled(31));
+}
+
+TEST(TraceHandle, HasNoLevelThatDoesNotExist) {
+  TraceHandle const loud("LoudOnly", true);
+  EXPECT_FALSE(loud.enabled(32));
+  EXPECT_FALSE(loud.enabled(33));
+  EXPECT_FALSE(loud.enabled(~0U));
+}
+
+TEST(TraceHandle, SignsOnLaterWhenItWasMadeWithoutMemory) {
+  size_t spared = 0;
+  for (bool failed = true; failed; ++spared) {
+    std::string const name = "AFacilityWithALongName" + std::to_string(spared);
+    TraceHandle::levelsAre(name, 1U << 9);
+    BfnTest::NoMemory noMemory(spared);
+    TraceHandle handle(name.c_str(), false);
+    failed = BfnTest::allocationFailed();
+    noMemory.end();
+    EXPECT_EQ(TraceHandle::find(name), failed ? nullptr : &handle);
+    EXPECT_EQ(handle.enabled(9), !failed);
+    handle.signOn();
+    EXPECT_EQ(TraceHandle::find(name), &handle);
+    EXPECT_TRUE(handle.enabled(9));
+    EXPECT_EQ(handle.traceFile().facility(), name);
+  }
+  EXPECT_GT(spared, 3U);
 }
 
 TEST(TraceHandle, SwitchesOneLevel) {
@@ -73,7 +101,7 @@ TEST(TraceHandle, IsFoundByNameWhileItLives) {
     TraceHandle const handle("Brief", false);
     EXPECT_EQ(TraceHandle::find("Brief"), &handle);
     std::vector<std::string> names;
-    TraceHandle::forEach([&](TraceHandle& it) { names.push_back(it.name()); });
+    TraceHandle::forEach([&](TraceHandle& it) { names.emplace_back(it.name()); });
     EXPECT_THAT(names, ::testing::Contains("Brief"));
   }
   EXPECT_EQ(TraceHandle::find("Brief"), nullptr);

@@ -1,11 +1,13 @@
 #include "framework/trace/Trace.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "framework/trace/TraceHelper.h"
@@ -42,6 +44,25 @@ std::ostream& operator<<(std::ostream&, Unprintable) {
 
 void traceUnprintable() {
   KIV_TRACE(9, Unprintable());
+}
+
+void traceState(bool up) {
+  KIV_TRACE(9, "state ", up ? "up" : "no");
+}
+
+void traceArrays(char const (&padded)[8], char const (&full)[2]) {
+  KIV_TRACE(9, "padded ", padded, " full ", full);
+}
+
+void traceOddLiterals(int n) {
+  KIV_TRACE(9,
+            "one \","
+            "two, ",
+            std::max(n, 2), ',', "\\", '"', 1'000, ", ", (std::pair<int, int>(n, 4).second));
+}
+
+void traceFirstWithoutMemory(int n) {
+  KIV_TRACE(9, "a: ", n, " b: ", n + 1, " c: ", n + 2);
 }
 
 void traceThree(Kiv::U32 a, std::string_view b, Kiv::U32 c) {
@@ -171,6 +192,50 @@ TEST_F(TextTrace, LosesALineWhoseSinkOrArgumentThrows) {
   SetUp();
   Traced::Machine().handleEntry();
   EXPECT_THAT(lines_, ElementsAre("void Traced::Machine::handleEntry(): "));
+}
+
+TEST_F(TextTrace, RecordsATextThatIsNoLiteralEachTime) {
+  TraceCapture const capture;
+  Traced::traceState(true);
+  Traced::traceState(false);
+  Traced::traceState(true);
+  EXPECT_THAT(lines_,
+              ElementsAre(EndsWith("state up"), EndsWith("state no"), EndsWith("state up")));
+  EXPECT_EQ(TraceCapture::texts(), lines_);
+  EXPECT_EQ(Ringlog::MsgDesc::find("TraceTest", "traceState").front()->format(), "state %s");
+}
+
+TEST_F(TextTrace, EndsAnArrayOfCharactersAtItsFirstNulOrItsEnd) {
+  Traced::traceArrays({'a', 'b', '\0', 'c'}, {'d', 'e'});
+  EXPECT_THAT(lines_, ElementsAre(EndsWith("padded ab full de")));
+}
+
+TEST_F(TextTrace, ReadsCommasAndQuotesInsideOfPieces) {
+  Traced::traceOddLiterals(3);
+  EXPECT_THAT(lines_, ElementsAre(EndsWith("one \",two, 344\\341000, 4")));
+  EXPECT_EQ(Ringlog::MsgDesc::find("TraceTest", "traceOddLiterals").front()->format(),
+            "one \",two, %s%s\\%s%s, %s");
+}
+
+// Whichever of its allocations fails: the run leaves no trace and throws nothing, and the next run
+// describes the whole statement.
+TEST_F(TextTrace, OfAStatementThatFirstRanWithoutMemoryIsWhole) {
+  using Ringlog::MsgDesc;
+  TraceCapture const capture;
+  bool failed = true;
+  size_t runs = 0;
+  for (size_t spared = 0; failed; ++spared, ++runs) {
+    ASSERT_LT(spared, 100U);
+    BfnTest::NoMemory noMemory(spared);
+    Traced::traceFirstWithoutMemory(7);
+    noMemory.end();
+    failed = MsgDesc::find("TraceTest", "traceFirstWithoutMemory").empty();
+  }
+  EXPECT_GT(runs, 3U) << "the description is made of several blocks";
+  lines_.clear();
+  Traced::traceFirstWithoutMemory(7);
+  EXPECT_THAT(lines_, ElementsAre(EndsWith("a: 7 b: 8 c: 9")));
+  EXPECT_EQ(MsgDesc::find("TraceTest", "traceFirstWithoutMemory").size(), 1U);
 }
 
 TEST(BinaryTrace, AllocatesNothingOnceAStatementHasRun) {
