@@ -1,6 +1,8 @@
 #pragma once
 
 #include <concepts>
+#include <new>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -42,18 +44,32 @@ LogString logString(Args const&... arguments) {
 /// Arguments are made into texts once, and not at all when the limit does not need them and holds
 /// the message back.
 ///
+/// Logging changes nothing for the code that logs: what a sink throws ends there, and a message
+/// that is lost for lack of memory counts as not sent. Only what the arguments' own stream
+/// operators throw passes through, and then the message counts as not sent, too.
+///
 ///   Kiv::emitLog(tableFull, vrfName, overlaySip);
 template <class... Args>
 bool emitLog(LogHandle& handle, Args const&... arguments) {
-  if (handle.rateLimitArgs()) {
-    LogString const texts = Impl::logString(arguments...);
-    if (!handle.okToLog(Impl::logArgsHash(texts, handle.idHash()))) return false;
-    handle.log(texts);
+  try {
+    std::optional<LogString> texts;
+    U64 hash = handle.idHash();
+    if (handle.rateLimitArgs()) {
+      texts = Impl::logString(arguments...);
+      hash = Impl::logArgsHash(*texts, hash);
+    }
+    if (!handle.okToLog(hash)) return false;
+    try {
+      if (!texts) texts = Impl::logString(arguments...);
+      handle.log(*texts);
+    } catch (...) {
+      handle.notSent(hash);
+      throw;
+    }
     return true;
+  } catch (std::bad_alloc const&) {
+    return false;
   }
-  if (!handle.okToLog(handle.idHash())) return false;
-  handle.log(Impl::logString(arguments...));
-  return true;
 }
 
 }  // namespace Kiv

@@ -52,8 +52,14 @@ bool LogHandle::okToLog(U64 hash) {
 }
 
 void LogHandle::log(LogString const& arguments) {
-  LogService::send({name_, severity_, fillFormat(format_, arguments), limiter_.takeHeldBack(),
-                    LogService::now()});
+  U64 const heldBack = limiter_.takeHeldBack();
+  try {
+    LogService::send(
+        {name_, severity_, fillFormat(format_, arguments), heldBack, LogService::now()});
+  } catch (...) {
+    limiter_.heldBackAdd(heldBack);
+    throw;
+  }
 }
 
 LogHandle* LogHandle::find(std::string_view name) {

@@ -14,9 +14,9 @@ namespace Kiv {
 /// file that logs it, and kept for the life of the process; emitLog() sends it.
 class LogHandle {
  public:
-  /// `format` has "%s" for each argument, see fillFormat(). At most `burst` messages go out in any
-  /// `interval` seconds, for each set of arguments if `rateLimitArgs`, else for the handle as a
-  /// whole; see LogLimiter.
+  /// `format` has a printf conversion for each argument, see fillFormat(). At most `burst` messages
+  /// go out in any `interval` seconds, for each set of arguments if `rateLimitArgs`, else for the
+  /// handle as a whole; see LogLimiter.
   LogHandle(char const* name, LogSeverity severity, char const* format, char const* explanation,
             char const* recommendedAction, double interval, double burst, bool rateLimitArgs);
   LogHandle(LogHandle const&) = delete;
@@ -38,8 +38,11 @@ class LogHandle {
   /// Whether a message of that hash may go out now. A yes counts against the limit, a no is
   /// counted and reported with the next message that goes out.
   bool okToLog(U64 hash);
-  /// Sends the message. The caller has asked okToLog().
+  /// Sends the message. The caller has asked okToLog(). When it throws (std::bad_alloc, or what the
+  /// service's clock throws), the message did not go out.
   void log(LogString const& arguments);
+  /// The message that okToLog(hash) allowed last did not go out: it does not count.
+  void notSent(U64 hash) { limiter_.takeBack(hash); }
   /// The limit starts anew.
   void limitReset() { limiter_.reset(); }
 

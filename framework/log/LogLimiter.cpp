@@ -36,6 +36,12 @@ U64 LogLimiter::takeHeldBack() {
   return std::exchange(toReport_, 0);
 }
 
+void LogLimiter::takeBack(U64 hash) {
+  auto const found = byHash_.find(hash);
+  if (found == byHash_.end() || found->second->sent.empty()) return;
+  found->second->sent.pop_back();
+}
+
 void LogLimiter::reset() {
   entries_.clear();
   byHash_.clear();
@@ -49,13 +55,15 @@ LogLimiter::Entry& LogLimiter::entry(U64 hash) {
     entries_.splice(entries_.begin(), entries_, found->second);
     return entries_.front();
   }
-  if (entries_.size() == kMaxHashes) {
+  std::list<Entry> made;
+  made.push_front({hash, {}, 0});
+  byHash_.emplace(hash, made.begin());
+  entries_.splice(entries_.begin(), made);
+  if (entries_.size() > kMaxHashes) {
     forgotten_ += entries_.back().heldBack;
     byHash_.erase(entries_.back().hash);
     entries_.pop_back();
   }
-  entries_.push_front({hash, {}, 0});
-  byHash_.emplace(hash, entries_.begin());
   return entries_.front();
 }
 

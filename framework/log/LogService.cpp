@@ -1,6 +1,8 @@
 #include "framework/log/LogService.h"
 
 #include <chrono>
+#include <memory>
+#include <new>
 #include <unistd.h>
 #include <utility>
 
@@ -10,9 +12,10 @@ namespace Kiv {
 
 namespace {
 
+// A call holds what it calls, which may replace itself meanwhile.
 struct State {
-  LogService::Clock clock;
-  LogService::Sink sink;
+  std::shared_ptr<LogService::Clock const> clock;
+  std::shared_ptr<LogService::Sink const> sink;
   std::deque<LogMessage> recent;
 };
 
@@ -49,24 +52,31 @@ std::string toString(LogMessage const& message) {
 }
 
 double LogService::now() {
-  return state().clock ? state().clock() : steadySeconds();
+  std::shared_ptr<Clock const> const clock = state().clock;
+  return clock != nullptr ? (*clock)() : steadySeconds();
 }
 void LogService::clockIs(Clock clock) {
-  state().clock = std::move(clock);
+  state().clock = clock ? std::make_shared<Clock const>(std::move(clock)) : nullptr;
 }
 void LogService::sinkIs(Sink sink) {
-  state().sink = std::move(sink);
+  state().sink = sink ? std::make_shared<Sink const>(std::move(sink)) : nullptr;
 }
 
 void LogService::send(LogMessage const& message) {
   auto& recent = state().recent;
-  if (recent.size() == kMaxRecent) recent.pop_front();
   recent.push_back(message);
-  Sink const sink = state().sink;  // it may replace itself
-  if (sink) {
-    sink(message);
-  } else {
+  if (recent.size() > kMaxRecent) recent.pop_front();
+  std::shared_ptr<Sink const> const sink = state().sink;
+  // Logging changes nothing for the code that logs.
+  try {
+    if (sink != nullptr) return (*sink)(message);
+  } catch (...) {
+    // Standard error takes what the sink refused.
+  }
+  try {
     toStandardError(message);
+  } catch (std::bad_alloc const&) {
+    return;  // recent() has it
   }
 }
 

@@ -41,7 +41,8 @@ class LogService {
   /// An empty function brings the default back: one line on standard error, in a single write.
   static void sinkIs(Sink sink);
 
-  /// Keeps the message and gives it to the sink.
+  /// Keeps the message and gives it to the sink; to standard error when the sink throws. Throws
+  /// nothing but std::bad_alloc, and then has done nothing.
   static void send(LogMessage const& message);
   /// The last messages, oldest first.
   static std::deque<LogMessage> const& recent();

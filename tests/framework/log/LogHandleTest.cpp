@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <ostream>
+#include <stdexcept>
 #include <vector>
 
 #include "framework/log/EmitLog.h"
 #include "framework/log/LogService.h"
 #include "framework/values/IpAddr.h"
 #include "framework/values/VrfName.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
@@ -30,6 +32,12 @@ struct Counted {
   friend std::ostream& operator<<(std::ostream& stream, Counted const& counted) {
     ++*counted.count;
     return stream << "counted";
+  }
+};
+
+struct Unprintable {
+  friend std::ostream& operator<<(std::ostream&, Unprintable) {
+    throw std::runtime_error("unprintable");
   }
 };
 
@@ -162,6 +170,54 @@ TEST_F(Log, SinkMayReplaceItself) {
   });
   emitLog(byArgs_, "red");
   EXPECT_THAT(lines_, ElementsAre("red"));
+}
+
+TEST_F(Log, ClockMayReplaceItself) {
+  std::string const text(100, 'c');  // on the heap, with the clock
+  std::string seen;
+  LogService::clockIs([this, text, &seen] {
+    LogService::clockIs([this] { return now_; });
+    seen = text;
+    return 5.0;
+  });
+  EXPECT_EQ(LogService::now(), 5.0);
+  EXPECT_EQ(seen, text);
+  EXPECT_EQ(LogService::now(), now_);
+}
+
+TEST_F(Log, WhatASinkThrowsEndsThereAndStandardErrorTakesTheMessage) {
+  LogService::sinkIs([](LogMessage const&) { throw std::runtime_error("no room"); });
+  ::testing::internal::CaptureStderr();
+  EXPECT_TRUE(emitLog(byArgs_, "red"));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "error: BY_ARGS: red\n");
+  EXPECT_EQ(LogService::recent().back().text, "red");
+}
+
+TEST_F(Log, CountsAMessageThatIsLostForLackOfMemoryAsNotSent) {
+  std::string const longName(60, 'v');
+  for (LogHandle* handle : {&byId_, &byArgs_}) {
+    ASSERT_TRUE(emitLog(*handle, longName, "before"));
+    ASSERT_FALSE(emitLog(*handle, longName, "before"));
+    now_ += 60;
+    size_t spared = 0;
+    bool sent = false;
+    for (; !sent; ++spared) {
+      ASSERT_LT(spared, 100U);
+      size_t const before = LogService::recent().size();
+      BfnTest::NoMemory noMemory(spared);
+      sent = emitLog(*handle, longName, "before");
+      noMemory.end();
+      EXPECT_EQ(LogService::recent().size(), sent ? before + 1 : before);
+    }
+    EXPECT_GT(spared, 3U);
+    EXPECT_EQ(LogService::recent().back().heldBack, 1U) << "reported once, by what was sent";
+    EXPECT_FALSE(emitLog(*handle, longName, "before"));
+  }
+}
+
+TEST_F(Log, CountsAMessageWhoseArgumentCannotBeWrittenAsNotSent) {
+  EXPECT_THROW(emitLog(byId_, Unprintable(), "x"), std::runtime_error);
+  EXPECT_TRUE(emitLog(byId_, "red", "x"));
 }
 
 TEST(LogSeverityNames, AreTheUsualEight) {

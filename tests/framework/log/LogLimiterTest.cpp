@@ -73,6 +73,8 @@ TEST_F(OnePerMinute, ReportsWhatItHeldBackOnce) {
   EXPECT_EQ(limiter.takeHeldBack(), 0U) << "held back under another hash";
   ASSERT_TRUE(limiter.ok(1, 60));
   EXPECT_EQ(limiter.takeHeldBack(), 3U);
+  limiter.heldBackAdd(2);
+  EXPECT_EQ(limiter.takeHeldBack(), 2U) << "given back";
   EXPECT_EQ(limiter.takeHeldBack(), 0U);
 }
 
