@@ -1,0 +1,43 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace KernelTest {
+
+/// Why tests of the kernel's table cannot run here; nothing when they can. Asks once.
+std::optional<std::string> const& whyNot();
+
+/// Puts this process into network and mount namespaces of its own, with an empty directory for its
+/// files. All of it goes with the process, however it ends; entering again leaves what was before.
+/// Throws std::runtime_error.
+std::filesystem::path enterSandbox();
+
+/// Runs a line of the shell in the namespaces of this process; its exit status.
+int shell(std::string const& line);
+/// What the line prints.
+std::string outputOf(std::string const& line);
+
+/// A process in a network namespace of its own, as another host; it dies with the object, or with
+/// this process. Shares this process's mounts.
+class Host {
+ public:
+  Host();
+  Host(Host const&) = delete;
+  Host& operator=(Host const&) = delete;
+  ~Host();
+
+  pid_t pid() const { return pid_; }
+  /// Runs a line of the shell on the host.
+  int shell(std::string const& line) const;
+  std::string outputOf(std::string const& line) const;
+
+ private:
+  std::string inside(std::string const& line) const;
+
+  pid_t pid_;
+};
+
+}  // namespace KernelTest
