@@ -108,7 +108,7 @@ bool sameShape(BpfMap::Shape const& a, bpf_map const* b) {
 // The maps and the program as they were compiled, in the order of MapName.
 struct KernelProgram::Skeleton {
   struct Destroy {
-    void operator()(mac_rewrite* skeleton) const { mac_rewrite__destroy(skeleton); }
+    void operator()(mac_rewrite* made) const { mac_rewrite__destroy(made); }
   };
 
   Skeleton() : skeleton(mac_rewrite__open()) {

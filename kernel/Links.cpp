@@ -9,16 +9,16 @@ namespace BfnKernel {
 namespace {
 
 std::string textOf(rtattr const& attribute) {
-  auto const* first = static_cast<char const*>(RTA_DATA(&attribute));
-  return {first, strnlen(first, RTA_PAYLOAD(&attribute))};
+  std::span<std::byte const> const bytes = payloadOf(attribute);
+  auto const* first = reinterpret_cast<char const*>(bytes.data());
+  return {first, strnlen(first, bytes.size())};
 }
 
 template <class T>
 T numberOf(rtattr const& attribute) {
   T number{};
-  if (RTA_PAYLOAD(&attribute) >= sizeof number) {
-    std::memcpy(&number, RTA_DATA(&attribute), sizeof number);
-  }
+  std::span<std::byte const> const bytes = payloadOf(attribute);
+  if (bytes.size() >= sizeof number) std::memcpy(&number, bytes.data(), sizeof number);
   return number;
 }
 
@@ -55,7 +55,7 @@ void readInfo(rtattr const& info, Link& link) {
 std::optional<Link> readLink(nlmsghdr const& head) {
   if (head.nlmsg_type != RTM_NEWLINK && head.nlmsg_type != RTM_DELLINK) return std::nullopt;
   if (head.nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg))) return std::nullopt;
-  auto const* info = static_cast<ifinfomsg const*>(NLMSG_DATA(&head));
+  auto const* info = static_cast<ifinfomsg const*>(bodyOf(head));
   // A bridge reports its ports in messages of the same types; they say nothing of the device.
   if (info->ifi_family != AF_UNSPEC) return std::nullopt;
   Link link;

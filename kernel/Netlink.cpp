@@ -1,5 +1,6 @@
 #include "kernel/Netlink.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -17,17 +18,35 @@ namespace {
 // More than the kernel puts into one datagram of a dump.
 constexpr std::size_t kDatagram = 64 * 1024;
 
-// What a message of the kernel says of a failure: 0 when it is none.
-int errorOf(nlmsghdr const& head) {
-  if (head.nlmsg_type != NLMSG_ERROR) return 0;
-  auto const* error = static_cast<nlmsgerr const*>(NLMSG_DATA(&head));
-  return -error->error;
+std::byte const* bytesOf(nlmsghdr const& head) {
+  return reinterpret_cast<std::byte const*>(&head);
 }
 
-void eachIn(rtattr const* first, std::size_t length,
-            std::function<void(rtattr const&)> const& read) {
-  auto left = static_cast<unsigned>(length);
-  for (rtattr const* at = first; RTA_OK(at, left); at = RTA_NEXT(at, left)) read(*at);
+// What a message of the kernel says of a failure: 0 when it is none.
+int errorOf(nlmsghdr const& head) {
+  if (head.nlmsg_type != NLMSG_ERROR || head.nlmsg_len < NLMSG_LENGTH(sizeof(nlmsgerr))) return 0;
+  return -static_cast<nlmsgerr const*>(bodyOf(head))->error;
+}
+
+// The kernel's macros for this are of C, and cast const away.
+void eachMessage(std::span<std::byte const> datagram, Netlink::Reader const& read) {
+  while (datagram.size() >= sizeof(nlmsghdr)) {
+    auto const& head = *reinterpret_cast<nlmsghdr const*>(datagram.data());
+    if (head.nlmsg_len < sizeof head || head.nlmsg_len > datagram.size()) return;
+    read(head);
+    datagram =
+        datagram.subspan(std::min<std::size_t>(NLMSG_ALIGN(head.nlmsg_len), datagram.size()));
+  }
+}
+
+void eachIn(std::span<std::byte const> attributes, std::function<void(rtattr const&)> const& read) {
+  while (attributes.size() >= sizeof(rtattr)) {
+    auto const& attribute = *reinterpret_cast<rtattr const*>(attributes.data());
+    if (attribute.rta_len < sizeof attribute || attribute.rta_len > attributes.size()) return;
+    read(attribute);
+    attributes =
+        attributes.subspan(std::min<std::size_t>(RTA_ALIGN(attribute.rta_len), attributes.size()));
+  }
 }
 
 }  // namespace
@@ -54,17 +73,16 @@ void Netlink::dump(Kiv::U16 type, std::span<std::byte const> body, Reader const&
   if (send(socket_.get(), request.data(), request.size(), 0) < 0) fail("rtnetlink");
 
   alignas(nlmsghdr) std::array<std::byte, kDatagram> buffer{};
-  while (true) {
+  for (bool done = false; !done;) {
     std::ptrdiff_t const bytes = receive(buffer, 0);
     if (bytes < 0) throw KernelError("rtnetlink: an answer was lost", ENOBUFS);
-    auto left = static_cast<unsigned>(bytes);
-    for (auto const* message = reinterpret_cast<nlmsghdr const*>(buffer.data());
-         NLMSG_OK(message, left); message = NLMSG_NEXT(message, left)) {
-      if (message->nlmsg_seq != sequence_) continue;
-      if (message->nlmsg_type == NLMSG_DONE) return;
-      if (int const error = errorOf(*message); error != 0) fail("rtnetlink", error);
-      read(*message);
-    }
+    eachMessage(std::span(buffer).first(static_cast<std::size_t>(bytes)),
+                [&](nlmsghdr const& message) {
+                  if (message.nlmsg_seq != sequence_) return;
+                  if (int const error = errorOf(message); error != 0) fail("rtnetlink", error);
+                  done = done || message.nlmsg_type == NLMSG_DONE;
+                  if (!done) read(message);
+                });
   }
 }
 
@@ -76,11 +94,7 @@ bool Netlink::events(Reader const& read) {
       complete = false;
       continue;
     }
-    auto left = static_cast<unsigned>(bytes);
-    for (auto const* message = reinterpret_cast<nlmsghdr const*>(buffer.data());
-         NLMSG_OK(message, left); message = NLMSG_NEXT(message, left)) {
-      read(*message);
-    }
+    eachMessage(std::span(buffer).first(static_cast<std::size_t>(bytes)), read);
   }
   return complete;
 }
@@ -99,13 +113,20 @@ void eachAttribute(nlmsghdr const& head, std::size_t bytes,
                    std::function<void(rtattr const&)> const& read) {
   std::size_t const fixed = NLMSG_SPACE(bytes);
   if (head.nlmsg_len < fixed) return;
-  auto const* first =
-      reinterpret_cast<rtattr const*>(reinterpret_cast<std::byte const*>(&head) + fixed);
-  eachIn(first, head.nlmsg_len - fixed, read);
+  eachIn(std::span(bytesOf(head), head.nlmsg_len).subspan(fixed), read);
 }
 
 void eachAttribute(rtattr const& outer, std::function<void(rtattr const&)> const& read) {
-  eachIn(static_cast<rtattr const*>(RTA_DATA(&outer)), RTA_PAYLOAD(&outer), read);
+  eachIn(payloadOf(outer), read);
+}
+
+void const* bodyOf(nlmsghdr const& head) {
+  return bytesOf(head) + NLMSG_HDRLEN;
+}
+
+std::span<std::byte const> payloadOf(rtattr const& attribute) {
+  return std::span(reinterpret_cast<std::byte const*>(&attribute), attribute.rta_len)
+      .subspan(RTA_LENGTH(0));
 }
 
 }  // namespace BfnKernel

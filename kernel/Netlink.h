@@ -38,6 +38,11 @@ class Netlink {
   Kiv::U32 sequence_ = 0;
 };
 
+/// What follows a message's head.
+void const* bodyOf(nlmsghdr const& head);
+/// What follows an attribute's head.
+std::span<std::byte const> payloadOf(rtattr const& attribute);
+
 /// The attributes that follow the fixed part of `bytes` bytes of a message, one after another.
 void eachAttribute(nlmsghdr const& head, std::size_t bytes,
                    std::function<void(rtattr const&)> const& read);
