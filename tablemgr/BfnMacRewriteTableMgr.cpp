@@ -121,8 +121,8 @@ PexTypes::TableAddStatus OverlaySrcMacRewriteManager::addEntry(
     return PexTypes::TableAddStatus::Success;
   }
 
-  // The driver is the host's and the binding's count is watched: any write may drop whatever holds
-  // this manager, or replace the binding. So it is in the other two operations, too.
+  // A write may run foreign code that destroys this manager or replaces its table; hold both. Same
+  // in deleteEntry().
   Kiv::Ptr<OverlaySrcMacRewriteManager> const self(this);
   Kiv::Ptr<Table> const table = overlaySrcMacRewriteTable_;
   auto const matchSpec = Kiv::makeActive<MatchSpec>();
@@ -132,22 +132,46 @@ PexTypes::TableAddStatus OverlaySrcMacRewriteManager::addEntry(
   matchSpec->validIs(kMatchValid);
   auto const actionSpec = BfOverlaySrcMacRewrite::RewriteOverlaySrcMacActionSpecIs();
   setMac(*actionSpec, overlayRewriteSrcMac);
+
+  // The record is complete before the driver is called, so that no row is ever without one; its
+  // notification follows the write.
+  auto const record = Kiv::makeActive<MatchSpecAndRefCount>(key);
+  record->overlaySrcMacRewriteMatchSpecIs(matchSpec);
+  record->refCountInc(1);
+  matchSpecAndRefCount_.store(record);
   try {
     table->entryIs({matchSpec, actionSpec});
   } catch (BfTable::BfTableFull const&) {
+    notWritten(*record);
     KIV_TRACE(9, "Table is full, hardware programming failed");
     Kiv::emitLog(tableFull, vrfName, overlaySip);
     return PexTypes::TableAddStatus::ResourcesExhausted;
   } catch (BfTable::BfNoSysResources const&) {
+    notWritten(*record);
     KIV_TRACE(9, "System resources exhausted, hardware programming failed");
     Kiv::emitLog(tableFull, vrfName, overlaySip);
     return PexTypes::TableAddStatus::ResourcesExhausted;
+  } catch (...) {
+    notWritten(*record);
+    throw;
   }
   KIV_TRACE(9, "Table programming successful");
-  auto const record = matchSpecAndRefCountIs(key);
-  record->overlaySrcMacRewriteMatchSpecIs(matchSpec);
-  record->refCountInc(1);
+  if (holds(*record)) matchSpecAndRefCount_.announce(key);
   return PexTypes::TableAddStatus::Success;
+}
+
+bool OverlaySrcMacRewriteManager::holds(MatchSpecAndRefCount const& record) const {
+  return matchSpecAndRefCount_.find(record.ipAndIntfId()) == &record;
+}
+
+// Foreign code within the write may have removed the record, or counted a reference of its own.
+void OverlaySrcMacRewriteManager::notWritten(MatchSpecAndRefCount& record) {
+  if (!holds(record)) return;
+  if (record.refCountDec(1) == 0) {
+    matchSpecAndRefCount_.withdraw(record.ipAndIntfId());
+  } else {
+    matchSpecAndRefCount_.announce(record.ipAndIntfId());
+  }
 }
 
 U32 OverlaySrcMacRewriteManager::addEntryByName(L3::VrfName vrfName, Bridging::VlanId l3Aintf,

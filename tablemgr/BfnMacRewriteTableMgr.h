@@ -19,17 +19,19 @@ namespace BfnMacRewrite {
 
 /// The only writer of the chip table `overlaySrcMacRewrite`.
 ///
-/// Rows are known by (source IP, interface); the chip matches on (5, forwarding VLAN, source IP,
-/// 1). Adding a key that is there already rewrites the row's MAC and counts one reference more; the
-/// row leaves the chip with its last reference. The first addition's VLAN stays: kept. Two keys
-/// that differ only in the interface, on one VLAN, share one entry of the chip.
+/// Keyed by (source IP, interface); the chip matches on (5, forwarding VLAN, source IP, 1). Adding
+/// a key that is present rewrites the row's MAC and counts one more reference; the row leaves the
+/// chip with its last reference. Two keys that differ only in the interface, on one VLAN, share one
+/// row of the chip. Deliberate: the VLAN of the first addition stays.
 ///
-/// A full chip is not an error: addEntry() says so, logs BFN_VXLAN_MAC_REWRITE_TABLE_FULL and
-/// remembers nothing, so a later update or deletion of that key is fatal, as it is for any key
-/// never added: kept.
+/// Lifetime: addEntry, updateEntry and deleteEntry need the table binding that initializeTable()
+/// makes; a call before that is fatal. Destruction removes no row from the chip.
 ///
-/// addEntry, updateEntry and deleteEntry need the table binding that initializeTable() makes; a
-/// call before that is fatal. Destruction removes no row from the chip.
+/// Re-entrancy: the driver and the watchers of the binding's count may add, update and delete rows
+/// within a write. The record of a row exists, complete, before the driver is called.
+///
+/// Errors: a full chip is a status and the message BFN_VXLAN_MAC_REWRITE_TABLE_FULL, and leaves no
+/// record. Deliberate: a later update or deletion of that key is fatal, as for any key never added.
 class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
  public:
   using Table = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable;
@@ -57,12 +59,14 @@ class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
   BfnLib::CliTableStats createCliTableStats(Kiv::Name hwTable) override;
 
   /// Makes the row exist. 0: it is programmed, new or shared. 2: the chip or the system has no
-  /// room; nothing has changed. Any other exception of the binding passes through, also without a
-  /// trace in the records. The VRF name is for the log message only.
+  /// room; nothing has changed. Any other exception of the binding passes through; nothing has
+  /// changed then, either. The VRF name is for the log message only.
   PexTypes::TableAddStatus addEntry(L3::VrfName vrfName, Bridging::VlanId l3Aintf,
                                     Ovra::IntfId intfId, Ovra::IpAddr overlaySip,
                                     Ovra::EthAddr const& overlayRewriteSrcMac);
-  /// Drops one reference, and the row with the last one. An unknown row is fatal.
+  /// Drops one reference, and the row with the last one. An unknown row is fatal; exceptions of the
+  /// binding pass through. Deliberate: a row that could not be removed keeps its record, with no
+  /// reference, so that the next addition counts the first one again.
   void deleteEntry(Ovra::IntfId intfId, Ovra::IpAddr overlaySip);
   /// Gives an existing row another MAC. An unknown row is fatal; exceptions of the binding pass
   /// through.
@@ -107,7 +111,11 @@ class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
   static Kiv::Type const& _kivType();
 
  private:
-  /// addEntry() for those who call it by name: the status as its number.
+  /// Whether this very record is the one of its key.
+  bool holds(MatchSpecAndRefCount const& record) const;
+  /// Takes back what addEntry() counted for a row that could not be written.
+  void notWritten(MatchSpecAndRefCount& record);
+  /// addEntry() for callers by name: gives the status as its number.
   U32 addEntryByName(L3::VrfName vrfName, Bridging::VlanId l3Aintf, Ovra::IntfId intfId,
                      Ovra::IpAddr overlaySip, Ovra::EthAddr const& overlayRewriteSrcMac);
 

@@ -6,10 +6,10 @@
 
 namespace BfnMacRewrite {
 
-/// What the table manager remembers of one row it has written: the match spec in the chip, and how
-/// many additions of the key are not yet balanced by deletions.
+/// The table manager's record of one row: the match spec in the chip, and how many additions of the
+/// key are not yet balanced by deletions.
 ///
-/// The count is 16 bits wide and wraps at both ends unchecked: kept.
+/// Deliberate: the count is 16 bits wide and wraps at both ends unchecked.
 class MatchSpecAndRefCount final : public Kiv::Entity {
  public:
   using MatchSpec = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteMatchSpec;

@@ -54,15 +54,27 @@ class MemberCollection
   /// Stores a member made elsewhere, replacing another one under its key; the very same object:
   /// nothing. A null member throws NullPointerException.
   void memberIs(Ptr<Member> const& member) {
-    if (!member) throwMutatorArgNullPointerException(owner_, A.id);
     Ptr<Member> const keep = member;
-    Key const key = Base::keyOf(*keep);
-    Ptr<Member> const replaced = map_.set(keep);
-    if (replaced == keep) return;
-    if (replaced) unparent(*replaced);
-    if constexpr (kEntities) keep->parentIs(Ptr<Entity>(&ownerEntity()), A.id);
-    this->notify(key);
+    if (store(keep)) this->notify(Base::keyOf(*keep));
   }
+
+  // For an owner that has something to do between a change and its notification.
+
+  /// memberIs() without the notification, which announce() makes up for. Whether anything changed.
+  bool store(Ptr<Member> const& member) {
+    if (!member) throwMutatorArgNullPointerException(owner_, A.id);
+    Ptr<Member> const replaced = map_.set(member);
+    if (replaced == member) return false;
+    if (replaced) unparent(*replaced);
+    if constexpr (kEntities) member->parentIs(Ptr<Entity>(&ownerEntity()), A.id);
+    return true;
+  }
+  void announce(Key const& key) const { this->notify(key); }
+  /// del() without the notification: takes back what store() stored. Allocates nothing.
+  void withdraw(Key const& key) {
+    if (Ptr<Member> const removed = map_.take(key)) unparent(*removed);
+  }
+
   /// Removes, then notifies, and gives the member back; absent: nothing, and null.
   Ptr<Member> del(Key const& key) {
     Ptr<Member> removed = map_.take(key);

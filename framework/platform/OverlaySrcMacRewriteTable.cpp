@@ -11,6 +11,7 @@ namespace BfOverlaySrcMacRewrite {
 namespace {
 
 using BfnDriver::EraseResult;
+using BfnDriver::Status;
 using BfnDriver::WriteResult;
 using Kiv::U32;
 using Kiv::U8;
@@ -53,6 +54,12 @@ BfnDriver::TableHandle opened(BfnDriver::TableDriver* driver,
   throw BfTable::BfTableException("the chip has no table " + std::string(address.table));
 }
 
+/// `what`, and what the driver says of the reason.
+BfTable::BfTableException failure(std::string what, BfnDriver::TableDriver const& driver) {
+  if (!driver.lastError().empty()) what += ": " + driver.lastError();
+  return BfTable::BfTableException(what);
+}
+
 Kiv::Ptr<BfnTableStatus::Status> statusOf(
     Kiv::Ptr<BfnTableStatusManager::StatusManager> const& manager, Kiv::String const& table) {
   return manager ? manager->statusIs(table) : Kiv::makeActive<BfnTableStatus::Status>(table);
@@ -86,7 +93,7 @@ void OverlaySrcMacRewriteTable::entryIs(OverlaySrcMacRewriteTableEntry const& en
     case WriteResult::NoSysResources:
       throw BfTable::BfNoSysResources("no system resources for the table overlaySrcMacRewrite");
     case WriteResult::Error:
-      throw BfTable::BfTableException("the table overlaySrcMacRewrite could not be written");
+      throw failure("the table overlaySrcMacRewrite could not be written", *driver_);
   }
   countIs();
 }
@@ -98,7 +105,7 @@ void OverlaySrcMacRewriteTable::entryDel(
                                              0);
   }
   if (driver_->erase(handle_, serialized(*matchSpec)) == EraseResult::Error) {
-    throw BfTable::BfTableException("a row of the table overlaySrcMacRewrite could not be removed");
+    throw failure("a row of the table overlaySrcMacRewrite could not be removed", *driver_);
   }
   countIs();
 }
@@ -117,8 +124,24 @@ OverlaySrcMacRewriteTableEntry OverlaySrcMacRewriteTable::entry(
 std::optional<OverlaySrcMacRewriteTable::Action> OverlaySrcMacRewriteTable::action(
     OverlaySrcMacRewriteMatchSpec const& matchSpec) const {
   Bytes bytes;
-  if (!driver_->read(handle_, serialized(matchSpec), bytes)) return std::nullopt;
-  return Action{numberAt(bytes, 0), numberAt(bytes, 4)};
+  switch (readRow(serialized(matchSpec), bytes)) {
+    case Status::Ok:
+      return Action{numberAt(bytes, 0), numberAt(bytes, 4)};
+    case Status::NotFound:
+      return std::nullopt;
+    default:
+      throw failure("the table overlaySrcMacRewrite could not be read", *driver_);
+  }
+}
+
+// Whatever the driver throws: to a reader, one failure is like the other.
+BfnDriver::Status OverlaySrcMacRewriteTable::readRow(BfnDriver::ByteView key,
+                                                     std::span<U8> action) const {
+  try {
+    return driver_->readRow(handle_, key, action);
+  } catch (...) {
+    throw BfTable::BfTableException("the table overlaySrcMacRewrite could not be read");
+  }
 }
 
 void OverlaySrcMacRewriteTable::prefetch(OverlaySrcMacRewriteMatchSpec const& matchSpec) const {

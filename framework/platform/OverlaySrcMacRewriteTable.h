@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "framework/core/Entity.h"
@@ -41,7 +42,10 @@ class OverlaySrcMacRewriteTableEntry {
 /// bytes of the chip's keys and actions, and back.
 ///
 /// It keeps no rows of its own: what it reads is what the chip holds, and rows stay in the chip
-/// when it dies. The driver behind the handle must outlive it.
+/// when it dies. The driver must outlive it.
+///
+/// Errors: a row that is absent is no error; a driver that fails is a BfTable::BfTableException,
+/// with the driver's reason where it gives one.
 class OverlaySrcMacRewriteTable final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<> kStatus{258};
@@ -61,14 +65,15 @@ class OverlaySrcMacRewriteTable final : public Kiv::Entity {
   /// through. The row is then as it was. A missing spec throws Kiv::NullPointerException.
   void entryIs(OverlaySrcMacRewriteTableEntry const& entry);
   /// Removes the row; one that is gone already is fine: rows of equal match specs are one row.
-  /// Throws BfTable::BfTableException when the driver fails.
+  /// Throws BfTable::BfTableException when the driver fails; what the driver throws passes through.
   void entryDel(Kiv::Ptr<OverlaySrcMacRewriteMatchSpec const> const& matchSpec);
   /// The row as the chip holds it, with a new action spec; no row (false) when there is none.
+  /// Throws BfTable::BfTableException when the driver cannot read, whatever it throws itself.
   OverlaySrcMacRewriteTableEntry entry(
       Kiv::Ptr<OverlaySrcMacRewriteMatchSpec const> const& matchSpec) const;
 
-  /// The two halves of a row's MAC as the chip holds them; nothing when there is no row. What
-  /// entry() reads, for who walks many rows: no object is made.
+  /// The two halves of a row's MAC as the chip holds them; nothing when there is no row. Like
+  /// entry(), but allocates nothing.
   struct Action {
     Kiv::U32 oui;
     Kiv::U32 station;
@@ -88,6 +93,7 @@ class OverlaySrcMacRewriteTable final : public Kiv::Entity {
   static Kiv::Type const& _kivType();
 
  private:
+  BfnDriver::Status readRow(BfnDriver::ByteView key, std::span<Kiv::U8> action) const;
   void countIs();
 
   BfnDriver::TableDriver* const driver_;

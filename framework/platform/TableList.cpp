@@ -9,6 +9,18 @@
 
 namespace BfnAgentLib {
 
+namespace {
+
+/// For callers that cannot throw: what a handler throws is left to its onNotificationException().
+void notifyQuietly(TableList const& list, Kiv::Name const& name) noexcept {
+  try {
+    list.notify(TableList::kHwTables.id, &name.string());
+  } catch (...) {  // NOLINT(bugprone-empty-catch): see above
+  }
+}
+
+}  // namespace
+
 // Managers hold the list, so none is left here.
 TableList::~TableList() = default;
 
@@ -28,17 +40,36 @@ void TableList::hwTablesIs(Kiv::Name name, TableScope scope, bool needsInitializ
     Kiv::throwMutatorArgNullPointerException("BfnAgentLib::TableList", kHwTables.id);
   }
   Kiv::String const key = name.string();
-  HwTable declared{std::move(name), scope,      needsInitialization,
-                   hasStats,        persistent, manager.get()};
-  auto const table = std::ranges::find(hwTables_, declared.name, &HwTable::name);
+  HwTable declared{name, scope, needsInitialization, hasStats, persistent, manager.get()};
+  auto const table = std::ranges::find(hwTables_, name, &HwTable::name);
   if (table != hwTables_.end() && *table == declared) return;
   manager->declaredIn(Kiv::Ptr<TableList>(this));
+  std::optional<HwTable> earlier;
+  Kiv::Ptr<BfnTableMgr> earlierManager;  // handlers may release it
   if (table == hwTables_.end()) {
     hwTables_.push_back(std::move(declared));
   } else {
-    *table = std::move(declared);
+    earlierManager = Kiv::Ptr<BfnTableMgr>(table->manager);
+    earlier = std::exchange(*table, std::move(declared));
   }
-  notify(kHwTables.id, &key);
+  try {
+    notify(kHwTables.id, &key);
+  } catch (...) {
+    takeBack(name, *manager, earlier);
+    throw;
+  }
+}
+
+void TableList::takeBack(Kiv::Name const& name, BfnTableMgr const& manager,
+                         std::optional<HwTable> const& earlier) noexcept {
+  auto const table = std::ranges::find(hwTables_, name, &HwTable::name);
+  if (table == hwTables_.end() || table->manager != &manager) return;  // a handler has changed it
+  if (earlier) {
+    *table = *earlier;
+  } else {
+    hwTables_.erase(table);
+  }
+  notifyQuietly(*this, name);
 }
 
 void TableList::hwTablesDel(Kiv::Name const& name) {
@@ -49,15 +80,14 @@ void TableList::hwTablesDel(Kiv::Name const& name) {
   notify(kHwTables.id, &key);
 }
 
-void TableList::managerDied(BfnTableMgr const& manager) {
-  // All its tables go before anybody is told: a handler never meets the dying manager.
-  std::vector<Kiv::String> gone;
-  std::erase_if(hwTables_, [&](HwTable const& table) {
-    if (table.manager != &manager) return false;
-    gone.push_back(table.name.string());
-    return true;
-  });
-  for (Kiv::String const& key : gone) notify(kHwTables.id, &key);
+void TableList::managerDied(BfnTableMgr const& manager) noexcept {
+  // All of its tables go before the first notification: a handler never meets the dying manager.
+  std::list<HwTable> gone;
+  for (auto table = hwTables_.begin(); table != hwTables_.end();) {
+    auto const at = table++;
+    if (at->manager == &manager) gone.splice(gone.end(), hwTables_, at);
+  }
+  for (HwTable const& table : gone) notifyQuietly(*this, table.name);
 }
 
 Kiv::Type const& TableList::_kivType() {

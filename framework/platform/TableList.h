@@ -1,6 +1,7 @@
 #pragma once
 
-#include <vector>
+#include <list>
+#include <optional>
 
 #include "framework/core/Entity.h"
 #include "framework/core/Name.h"
@@ -54,7 +55,8 @@ class TableList final : public Kiv::Entity {
 
   /// Declares a table, in place of an earlier declaration of that name, and notifies; an equal one:
   /// nothing. May be called from the manager's constructor. A null manager throws
-  /// NullPointerException.
+  /// NullPointerException. When a handler throws, the earlier declaration is in again, or none, and
+  /// this is notified, too, before the exception passes on.
   void hwTablesIs(Kiv::Name name, TableScope scope, bool needsInitialization, bool hasStats,
                   bool persistent, Kiv::Ptr<BfnTableMgr> const& manager);
   /// Takes a table out and notifies; absent: nothing.
@@ -66,9 +68,14 @@ class TableList final : public Kiv::Entity {
  private:
   friend class BfnTableMgr;
 
-  void managerDied(BfnTableMgr const& manager);
+  /// Takes all of a manager's tables out, then notifies for each. Called by destructors: allocates
+  /// nothing, and what a handler throws ends here.
+  void managerDied(BfnTableMgr const& manager) noexcept;
+  void takeBack(Kiv::Name const& name, BfnTableMgr const& manager,
+                std::optional<HwTable> const& earlier) noexcept;
 
-  std::vector<HwTable> hwTables_;
+  // A list: declarations of a manager that dies are moved out of it without allocating.
+  std::list<HwTable> hwTables_;
 };
 
 }  // namespace BfnAgentLib

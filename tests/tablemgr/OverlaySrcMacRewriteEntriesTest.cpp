@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <sstream>
 #include <stdexcept>
@@ -7,7 +8,10 @@
 #include "framework/log/LogHandle.h"
 #include "framework/log/LogService.h"
 #include "framework/platform/BfTableException.h"
+#include "tests/support/AllocationCount.h"
 #include "tests/support/PluginTest.h"
+#include "tests/support/RecordingDriver.h"
+#include "tests/support/Watcher.h"
 
 // Rows of the chip: written once, shared, counted.
 namespace {
@@ -116,6 +120,7 @@ TEST_F(EntriesTest, AKeyThatIsThereGetsTheNewMacAndKeepsItsVlan) {
   EXPECT_EQ(record("Ethernet1", "10.0.0.1"), before);
   EXPECT_EQ(before->overlaySrcMacRewriteMatchSpec(), spec);
   EXPECT_EQ(before->refCount(), 2);
+  for (auto const& trace : TraceCapture::records()) EXPECT_EQ(trace.statement->level(), 9u);
   EXPECT_THAT(traces(),
               ElementsAre("OverlaySrcMacRewriteManager::addEntry: vrfName: blue l3Aintf: 200 "
                           "intfId: Ethernet1, overlaySip: 10.0.0.1, overlayRewriteSrcMac: "
@@ -369,6 +374,172 @@ TEST_F(EntriesTest, RecordsAreFoundMadeAndRemovedByKey) {
   manager->matchSpecAndRefCountIs(key);
   manager->matchSpecAndRefCountDelAll();
   EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
+}
+
+// What the records look like from within a write, and what may be done to them there.
+class EntriesWithinWritesTest : public EntriesTest {
+ protected:
+  void SetUp() override {
+    EntriesTest::SetUp();
+    BfnAgentLib::TableInitialization with;
+    with.dlHandle = driver.opaque();
+    BfnAgentLib::initializeTable(*manager, "overlaySrcMacRewrite", with);
+    watcher = Kiv::makeActive<BfnTest::Watcher>(manager);
+    host.journal();
+    traces();
+  }
+  void TearDown() override {
+    watcher.reset();
+    EntriesTest::TearDown();
+  }
+  void del(char const* intf, char const* ipText) {
+    manager->deleteEntry(Ovra::IntfId(intf), ip(ipText));
+  }
+  size_t announced() const {
+    return static_cast<size_t>(std::ranges::count(
+        watcher->changes, OverlaySrcMacRewriteManager::kMatchSpecAndRefCount.id));
+  }
+  /// Runs `what` within the next call of the driver, after the chip's part of it.
+  void within(std::function<void()> what) {
+    driver.then = [this, what] {
+      auto const now = what;  // this goes with the line after
+      driver.then = nullptr;
+      now();
+    };
+  }
+
+  BfnTest::RecordingDriver driver{host.chip};
+  Kiv::Ptr<BfnTest::Watcher> watcher;
+};
+
+TEST_F(EntriesWithinWritesTest, TheRecordIsCompleteBeforeTheRowIsWrittenAndAnnouncedAfterwards) {
+  bool seen = false;
+  within([&] {
+    auto const made = record("Ethernet1", "10.0.0.1");
+    ASSERT_TRUE(made);
+    EXPECT_EQ(made->refCount(), 1);
+    ASSERT_TRUE(made->overlaySrcMacRewriteMatchSpec());
+    EXPECT_EQ(made->overlaySrcMacRewriteMatchSpec()->vlan(), 100);
+    EXPECT_TRUE(made->hasNotificationActive());
+    EXPECT_EQ(announced(), 0u);
+    seen = true;
+  });
+  add("Ethernet1", "10.0.0.1");
+  EXPECT_TRUE(seen);
+  EXPECT_EQ(announced(), 1u);
+}
+
+TEST_F(EntriesWithinWritesTest, ARowThatIsNotWrittenIsNeverAnnounced) {
+  for (auto const kind : {BfnChip::Fault::Kind::TableFull, BfnChip::Fault::Kind::NoSysResources}) {
+    failNext(kind);
+    EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::ResourcesExhausted);
+    EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
+  }
+  for (auto const kind : {BfnChip::Fault::Kind::Error, BfnChip::Fault::Kind::Exception}) {
+    failNext(kind);
+    EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::runtime_error);
+    EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
+  }
+  EXPECT_EQ(announced(), 0u);
+}
+
+TEST_F(EntriesWithinWritesTest, ARemovalWithinTheWriteTakesTheRowAlong) {
+  within([&] { del("Ethernet1", "10.0.0.1"); });
+  EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
+  EXPECT_THAT(host.rows(), IsEmpty());
+  EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
+  EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
+  EXPECT_EQ(host.rows().size(), 1u);
+  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
+}
+
+TEST_F(EntriesWithinWritesTest, ASecondAdditionWithinTheWriteCountsASecondReference) {
+  within([&] { add("Ethernet1", "10.0.0.1", kOtherMac); });
+  EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
+  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 2);
+  del("Ethernet1", "10.0.0.1");
+  EXPECT_EQ(host.rows().size(), 1u);
+  del("Ethernet1", "10.0.0.1");
+  EXPECT_THAT(host.rows(), IsEmpty());
+}
+
+TEST_F(EntriesWithinWritesTest, ARemovalAndAnAdditionWithinAFailedWriteKeepTheLaterRecord) {
+  within([&] {
+    del("Ethernet1", "10.0.0.1");
+    add("Ethernet1", "10.0.0.1", kOtherMac);
+    throw std::out_of_range("late");
+  });
+  EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::out_of_range);
+  ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
+  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
+  EXPECT_EQ(host.rows().size(), 1u);
+}
+
+TEST_F(EntriesWithinWritesTest, AnAdditionWithinAFailedWriteKeepsItsReferenceAndIsAnnounced) {
+  within([&] {
+    add("Ethernet1", "10.0.0.1", kOtherMac);
+    throw std::out_of_range("late");
+  });
+  EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::out_of_range);
+  ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
+  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
+  EXPECT_EQ(announced(), 1u);
+}
+
+TEST_F(EntriesWithinWritesTest, TheRowGoesBeforeItsRecord) {
+  add("Ethernet1", "10.0.0.1");
+  bool seen = false;
+  within([&] {
+    EXPECT_THAT(host.rows(), IsEmpty());
+    ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
+    EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 0);
+    seen = true;
+  });
+  del("Ethernet1", "10.0.0.1");
+  EXPECT_TRUE(seen);
+  EXPECT_FALSE(record("Ethernet1", "10.0.0.1"));
+}
+
+// The n-th allocation of an event fails, for every n: nothing has changed then, and asking again
+// works. At each size the records and the chip are about to grow, or are not.
+TEST_F(EntriesTest, AnAdditionWithoutMemoryChangesNothingAndCanBeRepeated) {
+  add("Ethernet9", "10.9.0.1");  // describes the traces on its way
+  manager->deleteEntry(Ovra::IntfId("Ethernet9"), ip("10.9.0.1"));
+  Ovra::EthAddr const someMac = mac(kMac);
+  for (unsigned size = 0; size <= 60; ++size) {
+    std::string const address = "10.0.0." + std::to_string(size + 1);
+    Ovra::IpAddr const sip = ip(address.c_str());
+    Ovra::IntfId const intf("Ethernet1");
+    L3::VrfName const vrfName("red");
+    auto const rows = host.rows();
+    host.journal();
+    ASSERT_GT(BfnTest::failEachAllocation(
+                  [&] { (void)manager->addEntry(vrfName, VlanId(100), intf, sip, someMac); },
+                  [&](std::size_t n) {
+                    EXPECT_EQ(manager->matchSpecAndRefCount().size(), size) << n;
+                    EXPECT_EQ(host.rows(), rows) << n;
+                    EXPECT_EQ(manager->overlaySrcMacRewriteTable()->entryCount(), size) << n;
+                    EXPECT_THAT(host.journal(), IsEmpty()) << n;
+                  }),
+              2u);
+    ASSERT_TRUE(record("Ethernet1", address.c_str())) << size;
+    EXPECT_EQ(record("Ethernet1", address.c_str())->refCount(), 1);
+    EXPECT_EQ(host.rows().size(), size + 1);
+  }
+}
+
+TEST_F(EntriesTest, ARemovalAllocatesNothing) {
+  for (unsigned n = 1; n <= 60; ++n) add("Ethernet1", ("10.0.0." + std::to_string(n)).c_str());
+  host.chip.journal().limitIs(0);  // which grows with every erase
+  manager->deleteEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.60"));
+  for (unsigned n = 1; n < 60; ++n) {
+    Ovra::IntfId const intf("Ethernet1");
+    Ovra::IpAddr const address = ip(("10.0.0." + std::to_string(n)).c_str());
+    std::size_t const before = BfnTest::allocationCount();
+    manager->deleteEntry(intf, address);
+    EXPECT_EQ(BfnTest::allocationCount(), before) << n;
+  }
+  EXPECT_THAT(host.rows(), IsEmpty());
 }
 
 TEST(MatchSpecAndRefCount, CountsModulo65536) {

@@ -69,6 +69,40 @@ TEST_F(TableSetupTest, DeclaringItselfNeitherDeletesTheManagerNorKeepsItAlive) {
   EXPECT_TRUE(host.profileEntry->tableList()->hwTables().empty());
 }
 
+TEST_F(TableSetupTest, TheTableIsDeclaredBeforeItIsPendingAndBothBeforeInitialized) {
+  auto const list = host.profileEntry->tableList();
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
+  unsigned calls = 0;
+  watcher->then = [&] {
+    if (++calls > 1) return;  // the second one is the manager's end
+    auto const declared = list->manager(kTable);
+    ASSERT_TRUE(declared);
+    EXPECT_EQ(declared->pendingTableCount(), 0);
+    EXPECT_FALSE(declared->initTableDone());
+    EXPECT_FALSE(declared->initialized());
+  };
+  auto const manager = make();
+  EXPECT_EQ(calls, 1u);
+  EXPECT_EQ(manager->pendingTableCount(), 1);
+  EXPECT_TRUE(manager->initialized());
+}
+
+TEST_F(TableSetupTest, TheTableListIsUpdatedBeforeTheManagerIsInitialized) {
+  auto const manager = make();
+  manager->initializedIs(false);
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(manager);
+  manager->handleInitialized();
+  using Mgr = BfnAgentLib::BfnTableMgr;
+  EXPECT_THAT(watcher->changes, ElementsAre(Mgr::kInitialized.id));
+  watcher->changes.clear();
+  initialize(*manager);
+  manager->initializedIs(false);
+  watcher->changes.clear();
+  manager->handleInitialized();
+  EXPECT_THAT(watcher->changes, ElementsAre(Mgr::kPendingTableCount.id, Mgr::kInitTableDone.id,
+                                            Mgr::kInitialized.id));
+}
+
 TEST_F(TableSetupTest, TracesOfAConstruction) {
   capabilitiesAre(true, 65535);
   make();
@@ -230,6 +264,19 @@ TEST_F(TableSetupTest, AnExceptionOfTheDeclarationComesOutOfTheFactory) {
   };
   EXPECT_THROW((void)make(), std::runtime_error);
   EXPECT_TRUE(host.profileEntry->tableList()->hwTables().empty());
+}
+
+TEST_F(TableSetupTest, ASecondManagerWhoseDeclarationFailsLeavesTheFirstOnes) {
+  auto const first = make();
+  auto const list = host.profileEntry->tableList();
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    throw std::runtime_error("not this table");
+  };
+  EXPECT_THROW((void)make(), std::runtime_error);
+  EXPECT_EQ(list->manager(kTable), first);
+  EXPECT_EQ(watcher->changes.size(), 2u) << "the second one, and the first one again";
 }
 
 TEST_F(TableSetupTest, StatisticsCountTheRowsInUse) {

@@ -9,6 +9,8 @@
 #include "framework/core/AllocTrack.h"
 #include "framework/core/Exceptions.h"
 #include "framework/platform/TableInitialization.h"
+#include "tests/support/AllocationCount.h"
+#include "tests/support/Watcher.h"
 
 namespace {
 
@@ -138,6 +140,93 @@ TEST_F(BfnTableMgrTest, ListOutlivesItsProfileEntryWhileAManagerIsDeclaredThere)
   EXPECT_EQ(list->manager("some").get(), mgr.get());
   mgr.reset();
   EXPECT_THAT(names(*list), IsEmpty());
+}
+
+TEST_F(BfnTableMgrTest, ADyingManagerAllocatesNothing) {
+  auto mgr = manager({"a", "b", "a name of many more characters than fit into an object"});
+  auto const other = manager({"c"});
+  std::size_t const before = BfnTest::allocationCount();
+  mgr.reset();
+  EXPECT_EQ(BfnTest::allocationCount(), before);
+  EXPECT_THAT(names(*list), ElementsAre("c"));
+}
+
+TEST_F(BfnTableMgrTest, AManagerThatIsMadeWithoutMemoryLeavesTheEarlierDeclarationOrItsOwn) {
+  auto const first = manager();
+  Ptr<SomeManager> second;
+  std::size_t const failures =
+      BfnTest::failEachAllocation([&] { second = Kiv::makeActive<SomeManager>(entry, system); },
+                                  [&](std::size_t n) {
+                                    EXPECT_EQ(list->manager("some"), first) << n;
+                                    EXPECT_THAT(names(*list), ElementsAre("some")) << n;
+                                  });
+  EXPECT_GT(failures, 2u);
+  EXPECT_EQ(list->manager("some"), second);
+  second.reset();
+  EXPECT_THAT(names(*list), IsEmpty());
+}
+
+TEST_F(BfnTableMgrTest, HandlersThatThrowAtAManagersDeathHearOfEachTableAndNoneIsLeft) {
+  auto mgr = manager({"a", "b"});
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
+  watcher->then = [&] {
+    EXPECT_THAT(names(*list), IsEmpty());
+    throw std::runtime_error("no");
+  };
+  mgr.reset();
+  EXPECT_EQ(watcher->changes.size(), 2u);
+}
+
+TEST_F(BfnTableMgrTest, ADeclarationWhoseHandlerThrowsIsTakenBackAndCanBeRepeated) {
+  auto const first = manager();
+  auto const second = manager({});
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
+  auto const declare = [&](char const* name) {
+    list->hwTablesIs(name, TableScope::Pipe, false, false, true, second);
+  };
+  watcher->then = [&] {
+    if (watcher->changes.size() % 2 == 1) throw std::runtime_error("no");
+  };
+  EXPECT_THROW(declare("some"), std::runtime_error);
+  EXPECT_EQ(list->manager("some"), first);
+  EXPECT_EQ(list->hwTable("some")->scope, TableScope::Device);
+  EXPECT_THROW(declare("other"), std::runtime_error);
+  EXPECT_THAT(names(*list), ElementsAre("some"));
+  EXPECT_EQ(watcher->changes.size(), 4u);
+  watcher->then = nullptr;
+  declare("some");
+  declare("other");
+  EXPECT_EQ(list->manager("some"), second);
+  EXPECT_THAT(names(*list), ElementsAre("some", "other"));
+}
+
+TEST_F(BfnTableMgrTest, AHandlerThatThrowsMayHaveReleasedTheEarlierManager) {
+  auto first = manager();
+  auto const second = manager({});
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    first.reset();
+    throw std::runtime_error("no");
+  };
+  EXPECT_THROW(list->hwTablesIs("some", TableScope::Device, true, true, false, second),
+               std::runtime_error);
+  EXPECT_THAT(names(*list), IsEmpty());
+}
+
+TEST_F(BfnTableMgrTest, AHandlerThatThrowsMayHaveDeclaredTheTableAnew) {
+  auto const first = manager();
+  auto const second = manager({});
+  auto const third = manager({});
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    list->hwTablesIs("some", TableScope::Device, true, true, false, third);
+    throw std::runtime_error("no");
+  };
+  EXPECT_THROW(list->hwTablesIs("some", TableScope::Device, true, true, false, second),
+               std::runtime_error);
+  EXPECT_EQ(list->manager("some"), third);
 }
 
 TEST_F(BfnTableMgrTest, NullManagerCannotDeclare) {
