@@ -10,17 +10,17 @@ void FaultPlan::failNext(Kiv::U64 count, Fault fault) {
 }
 
 void FaultPlan::failNth(Kiv::U64 n, Fault fault) {
-  if (n > 0) nth_.insert_or_assign(writes_ + n, std::move(fault));
+  if (n > 0) nth_.insert_or_assign(calls_ + n, std::move(fault));
 }
 
 void FaultPlan::clear() {
-  writes_ = 0;
+  calls_ = 0;
   nth_.clear();
   runs_.clear();
 }
 
 std::optional<Fault> FaultPlan::planned() {
-  if (auto node = nth_.extract(writes_)) return std::move(node.mapped());
+  if (auto node = nth_.extract(calls_)) return std::move(node.mapped());
   if (runs_.empty()) return std::nullopt;
   Fault fault = runs_.front().fault;
   if (--runs_.front().left == 0) runs_.pop_front();

@@ -9,7 +9,8 @@
 
 namespace BfnChip {
 
-/// One way in which a write is made to fail.
+/// One way in which a call is made to fail. Erases and reads know no TableFull and NoSysResources;
+/// to them, these are an Error.
 struct Fault {
   enum class Kind : Kiv::U8 { TableFull, NoSysResources, Error, Exception };
 
@@ -18,26 +19,26 @@ struct Fault {
   std::exception_ptr exception;
 };
 
-/// Which of the coming writes fail, and how. Erases and reads never fail.
+/// Which of the coming calls of one operation fail, and how.
 ///
-/// Writes are counted from the last call of `clear`, over all tables of the chip and whatever
-/// their outcome. A fault planned for a certain write goes before a run of faults, and does not
-/// shorten it.
+/// Calls are counted from the last call of `clear`, over all tables of the chip and whatever their
+/// outcome. A fault planned for a certain call goes before a run of faults, and does not shorten
+/// it.
 class FaultPlan {
  public:
-  /// The next `count` writes fail; several runs follow one another.
+  /// The next `count` calls fail; several runs follow one another.
   void failNext(Kiv::U64 count, Fault fault);
-  /// The n-th write from now fails, 1 being the next one. A later plan for the same write replaces
+  /// The n-th call from now fails, 1 being the next one. A later plan for the same call replaces
   /// the earlier one; n of 0 plans nothing.
   void failNth(Kiv::U64 n, Fault fault);
   void clear();
 
-  Kiv::U64 writes() const { return writes_; }
+  Kiv::U64 calls() const { return calls_; }
   bool empty() const { return nth_.empty() && runs_.empty(); }
 
-  /// Counts a write and says how it fails, if it does.
-  std::optional<Fault> onWrite() {
-    ++writes_;
+  /// Counts a call and says how it fails, if it does.
+  std::optional<Fault> onCall() {
+    ++calls_;
     if (empty()) [[likely]] {
       return std::nullopt;
     }
@@ -52,7 +53,7 @@ class FaultPlan {
 
   std::optional<Fault> planned();
 
-  Kiv::U64 writes_ = 0;
+  Kiv::U64 calls_ = 0;
   std::map<Kiv::U64, Fault> nth_;
   std::deque<Run> runs_;
 };

@@ -66,6 +66,11 @@ void Journal::append(JournalEntry const& entry) {
   if (++oldest_ == limit_) oldest_ = 0;
 }
 
+void Journal::grow() {
+  constexpr std::size_t kFirst = 64;
+  entries_.reserve(std::min(limit_, std::max(kFirst, 2 * entries_.capacity())));
+}
+
 void Journal::straighten() {
   std::rotate(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(oldest_),
               entries_.end());

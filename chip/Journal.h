@@ -17,7 +17,7 @@ enum class Outcome : Kiv::U8 {
   TableFull,
   NoSysResources,
   Error,
-  Exception,  ///< the write threw
+  Exception,  ///< the call threw
   NotFound,   ///< erase only
 };
 
@@ -57,7 +57,12 @@ class Journal {
 
   /// Lowering the limit below the size drops the oldest entries.
   void limitIs(std::size_t limit);
+  /// Never throws after makeRoom(); without it, std::bad_alloc with nothing changed.
   void append(JournalEntry const& entry);
+  /// Makes room for one more entry. Throws std::bad_alloc.
+  void makeRoom() {
+    if (entries_.size() == entries_.capacity() && entries_.size() < limit_) grow();
+  }
   /// The `i`-th oldest entry, i < size().
   JournalEntry const& at(std::size_t i) const;
   /// All entries, oldest first; the journal is empty afterwards and its storage released.
@@ -66,6 +71,7 @@ class Journal {
 
  private:
   void straighten();
+  void grow();
 
   std::vector<JournalEntry> entries_;
   /// Where the oldest entry stands; anything but 0 only while the journal is full.

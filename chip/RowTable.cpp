@@ -65,18 +65,27 @@ bool RowTable::erase(U64 key) {
 
 // In order, so each row comes to stand at its home or right behind the row before it.
 void RowTable::grow() {
-  homes_ = homes_ == 0 ? kFirstHomes : 2 * homes_;
+  std::size_t const homes = homes_ == 0 ? kFirstHomes : 2 * homes_;
   std::vector<Slot> larger;
-  larger.reserve(homes_ + kSpill);
-  larger.resize(homes_ + 1);
+  larger.reserve(homes + kSpill);
+  larger.resize(homes + 1);
   std::size_t next = 0;
   for (Slot const& slot : slots_) {
     if (slot.hits == kFree) continue;
-    next = std::max(next, home(slot.mixedKey));
+    next = std::max(next, home(slot.mixedKey, homes));
     if (next + 1 == larger.size()) larger.emplace_back();
     larger[next++] = slot;
   }
   slots_ = std::move(larger);
+  homes_ = homes;
+}
+
+RowTable::Slot const* RowTable::notBelow(U64 place) const {
+  if (size_ == 0) return nullptr;
+  for (std::size_t at = placeOf(place); at < slots_.size(); ++at) {
+    if (slots_[at].hits != kFree) return &slots_[at];
+  }
+  return nullptr;
 }
 
 std::vector<Row> RowTable::sorted() const {

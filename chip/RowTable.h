@@ -55,7 +55,10 @@ struct Row {
 ///
 /// Costs 32 to 64 bytes a row (36 at 65,536). Find, insert and erase are constant time apart from
 /// growth, which copies the array once from front to back. A pointer to a slot is good until the
-/// next insert or erase.
+/// next insert or erase. An insert that throws std::bad_alloc has changed nothing.
+///
+/// The order of the rows is that of their mixed keys, whatever the capacity: a walk that keeps the
+/// place of the next one goes on rightly after any change.
 class RowTable {
  public:
   struct Slot {
@@ -84,6 +87,12 @@ class RowTable {
   /// False when there is no such row.
   bool erase(Kiv::U64 key);
 
+  /// The first row whose mixed key is not below `place`, or null. Walks begin at 0 and go on with
+  /// the row's mixed key plus 1.
+  Slot const* notBelow(Kiv::U64 place) const;
+  /// The packed key of a row.
+  static Kiv::U64 keyOf(Slot const& slot) { return unmix(slot.mixedKey); }
+
   /// Copies of all rows in ascending order of their key bytes.
   std::vector<Row> sorted() const;
   void hitsClear();
@@ -105,9 +114,10 @@ class RowTable {
   }
   static Kiv::U64 unmix(Kiv::U64 mixed);
 
-  std::size_t home(Kiv::U64 mixed) const {
-    return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes_ >> 64);
+  static std::size_t home(Kiv::U64 mixed, std::size_t homes) {
+    return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes >> 64);
   }
+  std::size_t home(Kiv::U64 mixed) const { return home(mixed, homes_); }
   /// Where the row stands, or would. A free slot's mixed key ends the search.
   std::size_t placeOf(Kiv::U64 mixed) const {
     std::size_t at = home(mixed);

@@ -92,7 +92,7 @@ void checkCapture(std::filesystem::path const& file) {
 void forwardOrUncount(BfnChip::ChipModel& chip, std::filesystem::path const& in,
                       std::filesystem::path const& out, Host::Packets::Forwarder& forwarder,
                       Host::Packets::FrameObserver const& observer) {
-  std::vector<Kiv::U64> const hits = chip.hits();
+  BfnChip::ChipModel::HitCounts const hits = chip.hits();
   try {
     Host::Packets::forwardCapture(in, out, forwarder, observer);
   } catch (...) {

@@ -131,7 +131,7 @@ TEST_F(ChipModelTest, WrongWidthsAndHandlesAreErrorsThatLeaveNoTrace) {
   EXPECT_EQ(chip.entryCount(TableHandle{99}), 0u);
   EXPECT_EQ(chip.capacity(TableHandle{99}), 0u);
   EXPECT_EQ(chip.journal().size(), 0u);
-  EXPECT_EQ(chip.faults().writes(), 0u);
+  EXPECT_EQ(chip.faults().calls(), 0u);
 }
 
 TEST_F(ChipModelTest, RunOfFaultsFailsTheNextWritesAndChangesNoRow) {
