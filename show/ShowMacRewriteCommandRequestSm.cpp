@@ -1,17 +1,12 @@
 #include "show/ShowMacRewriteCommandRequestSm.h"
 
-#include <algorithm>
-#include <array>
-#include <bit>
-#include <vector>
-
 #include "framework/core/Fatal.h"
-#include "framework/core/Prefetch.h"
 #include "framework/generic/Describe.h"
 #include "framework/prettyout/Printer.h"
 #include "framework/trace/Trace.h"
+#include "show/RowCollection.h"
 
-// The table manager's facility: the command shows what that one keeps.
+// The command is the other half of the table manager's file, and shares its facility.
 KIV_TRACE_FACILITY("BfnMacRewriteTableMgr")
 
 namespace BfnMacRewrite {
@@ -47,12 +42,8 @@ ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSm(
     bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting)
     : AgentAsyncCommandRequestSm(std::move(name), request, maxRunTime, clock),
       overlaySrcMacRewriteMgr_(overlaySrcMacRewriteMgr),
-      vrfNameValid_(vrfNameValid),
-      vrfName_(vrfName),
-      overlaySipValid_(overlaySipValid),
-      overlaySip_(overlaySip),
-      overlayRewriteSrcMacValid_(overlayRewriteSrcMacValid),
-      overlayRewriteSrcMac_(overlayRewriteSrcMac),
+      filters_{vrfNameValid,        vrfName, overlaySipValid, overlaySip, overlayRewriteSrcMacValid,
+               overlayRewriteSrcMac},
       cliTesting_(cliTesting) {
   handleInitialized();
 }
@@ -80,8 +71,27 @@ void ShowMacRewriteCommandRequestSm::handleAsyncCommand(U32 socket, U32 format) 
     prettyoutPrinter()->renderer().start();
     printHeader();
   }
-  if (!matchSpecIterDone() && collect() == Phase::Yielded) return;
-  if (print() == Phase::Yielded) return;
+  if (!matchSpecIterDone()) {
+    Phase const collected = collect();
+    if (collected != Phase::Ended) {
+      KIV_TRACE(4, "TQ Expired");
+      if (collected == Phase::Bookmarked) {
+        KIV_TRACE(4, "Saved a bookmark. Come back later.");
+      } else {
+        KIV_TRACE(4, "Completed.");
+      }
+      return;
+    }
+  }
+  Phase const printed = print();
+  if (printed != Phase::Ended) {
+    KIV_TRACE(4, "TQ Expired");
+    if (printed == Phase::Bookmarked) {
+      KIV_TRACE(4, "Saved bookmarks. Come back later.");
+      return;
+    }
+    KIV_TRACE(4, "Completed.");
+  }
   prettyout::Renderer& renderer = prettyoutPrinter()->renderer();
   renderer.endDict();
   renderer.addFrills("\n");
@@ -90,193 +100,66 @@ void ShowMacRewriteCommandRequestSm::handleAsyncCommand(U32 socket, U32 format) 
   executionCompletedIs(true);
 }
 
-/// Which VRF an interface is in and where that one's rows go. Good for one slice: nothing changes
-/// within it, and many rows share an interface.
-class ShowMacRewriteCommandRequestSm::VrfMemory {
- public:
-  struct Vrf {
-    Ovra::IntfId intfId;
-    L3::VrfName name;
-    U32 slice = 0;                    // of which this is known; 0: of none
-    SortedIpToMac* sorted = nullptr;  // null until a row is kept
-  };
-
-  explicit VrfMemory(OverlaySrcMacRewriteManager const& manager) : manager_(manager) {}
-
-  /// Forgets everything.
-  void startSlice() {
-    if (++slice_ == 0) {
-      vrfs_.fill({});
-      slice_ = 1;
-    }
-  }
-  Vrf& of(Ovra::IntfId intfId) {
-    // The ids of interfaces are given out in turn; the multiplication spreads them.
-    Vrf& vrf = vrfs_[std::bit_cast<U32>(intfId) * 0x9E3779B1u >> (32 - kBits)];
-    if (vrf.slice != slice_ || vrf.intfId != intfId) [[unlikely]]
-      vrf = {intfId, manager_.intfIdToVrfName(intfId), slice_, nullptr};
-    return vrf;
-  }
-
- private:
-  static constexpr unsigned kBits = 11;
-  OverlaySrcMacRewriteManager const& manager_;
-  U32 slice_ = 0;
-  std::array<Vrf, size_t{1} << kBits> vrfs_;
-};
-
-/// Rows on their way into the snapshot. They come in the order of their hashes, in which every
-/// insertion into a sorted map would look for its place all over it; by address, most go right
-/// behind the one before.
-class ShowMacRewriteCommandRequestSm::Batch {
- public:
-  /// So few that sorting them in is a small part of a slice.
-  static constexpr size_t kSize = 4096;
-
-  bool full() const { return rows_.size() == kSize; }
-  void add(SortedIpToMac& sorted, Ovra::IpAddr ip, Ovra::EthAddr const& mac) {
-    order_.push_back(Kiv::U64{ip.value()} << 32 | rows_.size());
-    rows_.push_back({&sorted, mac});
-  }
-  /// The row that was added last wins its address.
-  void file() {
-    std::ranges::sort(order_);
-    for (Kiv::U64 const key : order_) {
-      Row const& row = rows_[static_cast<U32>(key)];
-      row.sorted->ipToMacIs(Ovra::IpAddr(static_cast<U32>(key >> 32)), row.mac);
-    }
-    order_.clear();
-    rows_.clear();
-  }
-
- private:
-  struct Row {
-    SortedIpToMac* sorted;
-    Ovra::EthAddr mac;
-  };
-  // Address and number of each row: unequal keys, so that the sort keeps the order of equal ones.
-  std::vector<Kiv::U64> order_;
-  std::vector<Row> rows_;
-};
-
-namespace {
-
-/// Fetches records, the match specs they point at and the chip's rows of those into the cache some
-/// steps ahead of the walk: they lie all over the memory, and waiting for each in turn would be
-/// most of a step.
-template <class Iterator>
-class FetchAhead {
- public:
-  FetchAhead(BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable const& table, Iterator const& from,
-             Iterator const& end)
-      : table_(table), records_(from), specs_(from), rows_(from), end_(end) {
-    for (int i = 0; i < kRecordsAhead; ++i) fetchRecord();
-    for (int i = 0; i < kSpecsAhead; ++i) fetchSpec();
-    for (int i = 0; i < kRowsAhead; ++i) fetchRow();
-  }
-  void step() {
-    fetchRecord();
-    fetchSpec();
-    fetchRow();
-  }
-
- private:
-  static constexpr int kRowsAhead = 6;
-  static constexpr int kSpecsAhead = 12;
-  static constexpr int kRecordsAhead = 18;
-
-  static void fetch(void const* object) {
-    Kiv::prefetch(object);
-    Kiv::prefetch(static_cast<char const*>(object) + 64);
-  }
-  void fetchRecord() {
-    if (records_ == end_) return;
-    fetch(records_->get());
-    ++records_;
-  }
-  void fetchSpec() {
-    if (specs_ == end_) return;
-    fetch((*specs_)->overlaySrcMacRewriteMatchSpec().get());
-    ++specs_;
-  }
-
-  void fetchRow() {
-    if (rows_ == end_) return;
-    table_.prefetch(*(*rows_)->overlaySrcMacRewriteMatchSpec());
-    ++rows_;
-  }
-
-  BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable const& table_;
-  Iterator records_;
-  Iterator specs_;
-  Iterator rows_;
-  Iterator const end_;
-};
-
-}  // namespace
-
 ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect() {
-  Batch batch;
-  Phase const phase = examineAll(batch);
-  batch.file();
+  // Without a table there are no rows, and nothing to read them from.
+  Kiv::Ptr<OverlaySrcMacRewriteManager::Table> const table =
+      overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable();
+  if (!table) return Phase::Ended;
+  if (vrfCache_ == nullptr) vrfCache_ = std::make_unique<VrfCache>(*overlaySrcMacRewriteMgr_);
+  vrfCache_->startSlice();
+  RowBatch batch;
+  Phase const phase = collect(*table, batch);
+  batch.insert();
   return phase;
 }
 
-ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::examineAll(Batch& batch) {
+ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect(
+    OverlaySrcMacRewriteManager::Table const& table, RowBatch& batch) {
   auto const& records = overlaySrcMacRewriteMgr_->matchSpecAndRefCount();
   auto walk = bookmarkMatch() == Agent::IpAndIntfId() ? records.begin()
                                                       : records.lowerBound(bookmarkMatch());
   auto const end = records.end();
-  if (vrfMemory_ == nullptr) vrfMemory_ = std::make_unique<VrfMemory>(*overlaySrcMacRewriteMgr_);
-  vrfMemory_->startSlice();
-  FetchAhead ahead(*overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable(), walk, end);
+  FetchAhead ahead(table, walk, end);
   while (walk != end) {
-    if (examine(**walk, batch)) {
+    if (examine(table, **walk, batch)) {
       matchSpecIterDoneIs(true);
       return Phase::Ended;
     }
     bool const yield = shouldYield() || cliTesting();
-    if (yield) KIV_TRACE(4, "TQ Expired");
     ++walk;
     ahead.step();
     if (!yield) continue;
     if (walk != end) {
       bookmarkMatchIs((*walk)->ipAndIntfId());
-      KIV_TRACE(4, "Saved a bookmark. Come back later.");
-    } else {
-      KIV_TRACE(4, "Completed.");
-      matchSpecIterDoneIs(true);
+      return Phase::Bookmarked;
     }
-    return Phase::Yielded;
+    matchSpecIterDoneIs(true);
+    return Phase::YieldedAtEnd;
   }
   return Phase::Ended;
 }
 
-bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record, Batch& batch) {
-  auto const installed = overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable()->action(
-      *record.overlaySrcMacRewriteMatchSpec());
-  // Two records can share one entry of the chip; the first that goes takes it along.
+bool ShowMacRewriteCommandRequestSm::examine(OverlaySrcMacRewriteManager::Table const& table,
+                                             MatchSpecAndRefCount const& record, RowBatch& batch) {
+  auto const installed = table.action(*record.overlaySrcMacRewriteMatchSpec());
+  // Two records can share one row of the chip; the first that goes takes it along.
   if (!installed) return false;
   Agent::IpAndIntfId const& key = record.ipAndIntfId();
   Ovra::EthAddr const mac = Ovra::ethAddrFromOuiStation(installed->oui, installed->station);
-  VrfMemory::Vrf& vrf = vrfMemory_->of(key.intfId);
+  VrfCache::Vrf& vrf = vrfCache_->of(key.intfId);
+  if (!filters_.keep(vrf.name, key.ipAddr, mac)) return false;
+  if (vrf.sorted == nullptr) vrf.sorted = sortedVrfIpToMacIs(vrf.name).get();
+  batch.add(*vrf.sorted, key.ipAddr, mac);
+  return filters_.vrfNameValid && filters_.overlaySipValid;
+}
 
-  bool kept = true;
-  if (vrfNameValid_ && overlaySipValid_) {
-    kept = vrf.name == vrfName_ && key.ipAddr == overlaySip_;
-  } else if (vrfNameValid_) {
-    kept = vrf.name == vrfName_;
-  } else if (overlaySipValid_) {
-    kept = key.ipAddr == overlaySip_;
-  } else if (overlayRewriteSrcMacValid_) {
-    kept = mac == overlayRewriteSrcMac_;
+// Deliberate: the MAC filter counts only when it stands alone.
+bool ShowMacRewriteCommandRequestSm::Filters::keep(L3::VrfName name, Ovra::IpAddr ip,
+                                                   Ovra::EthAddr const& mac) const {
+  if (vrfNameValid || overlaySipValid) {
+    return (!vrfNameValid || name == vrfName) && (!overlaySipValid || ip == overlaySip);
   }
-  if (kept) {
-    if (vrf.sorted == nullptr) vrf.sorted = sortedVrfIpToMacIs(vrf.name).get();
-    if (batch.full()) batch.file();
-    batch.add(*vrf.sorted, key.ipAddr, mac);
-  }
-  return kept && vrfNameValid_ && overlaySipValid_;
+  return !overlayRewriteSrcMacValid || mac == overlayRewriteSrcMac;
 }
 
 ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::print() {
@@ -296,15 +179,11 @@ ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::print() {
     renderer.endDict();
     renderer.endDict();
     bool const yield = shouldYield() || cliTesting();
-    if (yield) KIV_TRACE(4, "TQ Expired");
     ++vrf;
     if (!yield) continue;
-    if (vrf != sortedVrfIpToMac_.end()) {
-      bookmarkVrfIs(Kiv::String(vrf->first.view()));
-      KIV_TRACE(4, "Saved bookmarks. Come back later.");
-      return Phase::Yielded;
-    }
-    KIV_TRACE(4, "Completed.");
+    if (vrf == sortedVrfIpToMac_.end()) return Phase::YieldedAtEnd;
+    bookmarkVrfIs(Kiv::String(vrf->first.view()));
+    return Phase::Bookmarked;
   }
   return Phase::Ended;
 }
@@ -348,7 +227,7 @@ void ShowMacRewriteCommandRequestSm::sortedVrfIpToMacDelAll() {
 
 Kiv::Type const& ShowMacRewriteCommandRequestSm::_kivType() {
   using T = ShowMacRewriteCommandRequestSm;
-  // sortedVrfIpToMac, kFirst + 11, is the command's own business: nobody reads it by name.
+  // sortedVrfIpToMac, kFirst + 11, is not read by name.
   constexpr Kiv::AttributeId kFirst = kFirstDerivedAttribute;
   static Kiv::Type const type(
       "BfnMacRewrite::ShowMacRewriteCommandRequestSm", &AgentAsyncCommandRequestSm::_kivType(),

@@ -16,17 +16,23 @@
 
 namespace BfnMacRewrite {
 
-/// Lists the rewrites that are programmed in the chip, by VRF name and source IP.
+class RowBatch;
+class VrfCache;
+
+/// Lists the rewrites that are programmed in the chip, by VRF name and source IP. Without a table
+/// the listing is empty.
 ///
-/// Works in slices, two phases one after the other: it collects what the table manager's records
-/// and the chip's entries say into a sorted snapshot, then prints the snapshot. A slice ends where
-/// shouldYield() says so, after any record or any VRF; bookmarks tell the next one where to go on.
-/// What is added or removed behind the walk between slices is not seen; a VRF is printed whole
-/// within one slice.
+/// Works in slices, in two phases: it collects the table manager's records and the chip's rows into
+/// a sorted snapshot, then prints the snapshot. A slice ends after any record or any VRF at which
+/// shouldYield() says so; bookmarks say where the next one goes on. Changes between slices are seen
+/// as far as the walk has not passed them; a VRF is printed whole within one slice.
 ///
-/// Kept: matchSpecIterDone is set only by a slice that ends with the collection, so after a
+/// Errors: a row that cannot be read is the binding's BfTable::BfTableException, which ends the
+/// command.
+///
+/// Deliberate: matchSpecIterDone is set only by a slice that ends with the collection, so after a
 /// collection that ended within its slice each later slice collects again from the bookmark before
-/// it goes on printing. Collecting again overwrites by IP and adds no lines twice.
+/// it prints on. Collecting again overwrites by IP and adds no line twice.
 class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRequestSm {
  public:
   using SortedVrfIpToMac = Kiv::RbTreeMap<L3::VrfName, Kiv::Ptr<SortedIpToMac>>;
@@ -57,12 +63,12 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr() const {
     return overlaySrcMacRewriteMgr_;
   }
-  bool vrfNameValid() const { return vrfNameValid_; }
-  L3::VrfName vrfName() const { return vrfName_; }
-  bool overlaySipValid() const { return overlaySipValid_; }
-  Ovra::IpAddr overlaySip() const { return overlaySip_; }
-  bool overlayRewriteSrcMacValid() const { return overlayRewriteSrcMacValid_; }
-  Ovra::EthAddr overlayRewriteSrcMac() const { return overlayRewriteSrcMac_; }
+  bool vrfNameValid() const { return filters_.vrfNameValid; }
+  L3::VrfName vrfName() const { return filters_.vrfName; }
+  bool overlaySipValid() const { return filters_.overlaySipValid; }
+  Ovra::IpAddr overlaySip() const { return filters_.overlaySip; }
+  bool overlayRewriteSrcMacValid() const { return filters_.overlayRewriteSrcMacValid; }
+  Ovra::EthAddr overlayRewriteSrcMac() const { return filters_.overlayRewriteSrcMac; }
   bool cliTesting() const { return cliTesting_; }
 
   bool matchSpecIterDone() const { return matchSpecIterDone_; }
@@ -84,32 +90,39 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   static Kiv::Type const& _kivType();
 
  private:
-  enum class Phase { Ended, Yielded };
-  class VrfMemory;
-  class Batch;
+  /// A filter counts when its `...Valid` is true.
+  struct Filters {
+    bool keep(L3::VrfName name, Ovra::IpAddr ip, Ovra::EthAddr const& mac) const;
+
+    bool vrfNameValid;
+    L3::VrfName vrfName;
+    bool overlaySipValid;
+    Ovra::IpAddr overlaySip;
+    bool overlayRewriteSrcMacValid;
+    Ovra::EthAddr overlayRewriteSrcMac;
+  };
+  /// How a phase ended for this slice: it is through; the slice is over and a bookmark set; or both
+  /// the slice and the phase are over. handleAsyncCommand() traces it.
+  enum class Phase { Ended, Bookmarked, YieldedAtEnd };
 
   Phase collect();
   /// Walks the records from the bookmark to their end or the slice's.
-  Phase examineAll(Batch& batch);
+  Phase collect(OverlaySrcMacRewriteManager::Table const& table, RowBatch& batch);
+  /// Takes one record's row into the snapshot when the filters keep it. True when it is the one row
+  /// that a VRF and an IP filter together can find.
+  bool examine(OverlaySrcMacRewriteManager::Table const& table, MatchSpecAndRefCount const& record,
+               RowBatch& batch);
   Phase print();
-  /// Takes one record's row into the snapshot when the filters keep it. True when it was the one
-  /// row that a VRF and an IP filter together can find.
-  bool examine(MatchSpecAndRefCount const& record, Batch& batch);
 
   Kiv::Ptr<OverlaySrcMacRewriteManager> const overlaySrcMacRewriteMgr_;
-  bool const vrfNameValid_;
-  L3::VrfName const vrfName_;
-  bool const overlaySipValid_;
-  Ovra::IpAddr const overlaySip_;
-  bool const overlayRewriteSrcMacValid_;
-  Ovra::EthAddr const overlayRewriteSrcMac_;
+  Filters const filters_;
   bool const cliTesting_;
   bool matchSpecIterDone_ = false;
   Agent::IpAndIntfId bookmarkMatch_;
   Kiv::String bookmarkVrf_;
   SortedVrfIpToMac sortedVrfIpToMac_;
   bool initialized_ = false;
-  std::unique_ptr<VrfMemory> vrfMemory_;  // made by the first slice that collects
+  std::unique_ptr<VrfCache> vrfCache_;  // made by the first slice that collects
 };
 
 /// See ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSmIs. `maxRunTime`: seconds of

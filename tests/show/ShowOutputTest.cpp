@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/platform/BfTableException.h"
 #include "tests/show/ShowTest.h"
 
 // What is shown, and in which form.
@@ -259,16 +260,90 @@ TEST_F(ShowOutputTest, AFilterForTheZeroMacShowsRowsWithoutConfiguredMac) {
 }
 
 TEST_F(ShowOutputTest, AnEntryIsPrintedInBothForms) {
-  auto const sm = command();
-  printerIs(sm);
-  auto& renderer = sm->prettyoutPrinter()->renderer();
-  renderer.start();
-  renderer.startDict("addresses");
-  sm->printEntry(L3::VrfName("red"), ip("1.22.133.4"), mac("0a:0B:cd:EF:90:01"));
-  renderer.endDict();
-  renderer.end();
-  renderer.ioflush();
-  EXPECT_EQ(received, "red             1.22.133.4           0a:0b:cd:ef:90:01   \n");
+  std::string const expected[] = {
+      "red             1.22.133.4           0a:0b:cd:ef:90:01   \n",
+      R"({"addresses":{"1.22.133.4":{"vrfName":"red","sip":"1.22.133.4",)"
+      R"("smac":"0a:0b:cd:ef:90:01"}}})"
+      "\n"};
+  for (Kiv::U32 const format : {0u, kJson}) {
+    auto const sm = command({.format = format});
+    sm->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(static_cast<prettyout::Format>(format),
+                                                         std::size_t{65'536}, request()->sink()));
+    auto& renderer = sm->prettyoutPrinter()->renderer();
+    renderer.start();
+    renderer.startDict("addresses");
+    sm->printEntry(L3::VrfName("red"), ip("1.22.133.4"), mac("0a:0B:cd:EF:90:01"));
+    renderer.endDict();
+    renderer.end();
+    renderer.ioflush();
+    EXPECT_EQ(received, expected[format]);
+  }
+}
+
+// A row that the chip cannot read is not taken for one that is absent.
+TEST_F(ShowOutputTest, ARowThatCannotBeReadEndsTheCommandWithAnException) {
+  blueAndRed();
+  using Kind = BfnChip::Fault::Kind;
+  for (Kind const kind : {Kind::Error, Kind::Exception}) {
+    host.chip.readFaults().failNth(3, {kind, nullptr});
+    auto const sm = command();
+    try {
+      sm->runSlice();
+      ADD_FAILURE() << "no exception";
+    } catch (BfTable::BfTableException const& exception) {
+      EXPECT_STREQ(exception.what(), "the table overlaySrcMacRewrite could not be read");
+    }
+    EXPECT_TRUE(sm->aborted());
+    EXPECT_EQ(sm->runSlice(), ::Agent::SliceResult::Aborted);
+    EXPECT_EQ(shown(), blueAndRedText()) << "the agent goes on";
+  }
+}
+
+class ShowWithoutTableTest : public BfnTest::ShowTest {
+ protected:
+  void SetUp() override {}
+  void expectEmptyListing() {
+    for (bool const cliTesting : {false, true}) {
+      EXPECT_EQ(run(command({.cliTesting = cliTesting})), 1u);
+      EXPECT_EQ(received, std::string(kHeader) + "\n");
+      EXPECT_EQ(shown({.cliTesting = cliTesting, .format = kJson}), "{\"vrfs\":{}}\n");
+    }
+    EXPECT_EQ(shown({.vrf = "red", .sip = "10.0.0.1"}), std::string(kHeader) + "\n");
+  }
+};
+
+TEST_F(ShowWithoutTableTest, AChipWithoutTheTableShowsNothing) {
+  host.systemStatus->profileInfoIs(BfnTest::PluginHost::kProfile)->chipCapabilitiesIs({false, 0});
+  host.bringUp();
+  ASSERT_FALSE(manager().overlaySrcMacRewriteTable());
+  expectEmptyListing();
+}
+
+TEST_F(ShowWithoutTableTest, ATableThatWaitsForInitialisationShowsNothing) {
+  host.createAgent();
+  host.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
+  ASSERT_EQ(manager().pendingTableCount(), 1u);
+  expectEmptyListing();
+}
+
+TEST_F(ShowWithoutTableTest, AfterAProfileChangeNothingIsShownUntilTheNewTableIsInitialised) {
+  host.bringUp();
+  blueAndRed();
+  auto const output = host.l3Shared->bfnL3Output();
+  auto const other = host.profileData->profileDataEntryIs("other");
+  host.systemStatus->profileInfoIs("other")->chipCapabilitiesIs({true, 100});
+  output->profileNameIs("other");
+  output->profileEntryIs(other);
+  output->initMacRewriteTablesIs(!output->initMacRewriteTables());
+  ASSERT_FALSE(manager().overlaySrcMacRewriteTable());
+  expectEmptyListing();
+}
+
+TEST_F(ShowWithoutTableTest, ARecordWithoutATableIsNotRead) {
+  host.createAgent();
+  host.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
+  manager().matchSpecAndRefCountIs({ip("10.0.0.1"), Ovra::IntfId("Ethernet1"), false});
+  expectEmptyListing();
 }
 
 }  // namespace

@@ -137,15 +137,19 @@ TEST_F(ShowSlicesTest, TheTracesOfASlicedCommand) {
   std::vector<unsigned> levels;
   for (auto const& record : TraceCapture::records()) levels.push_back(record.statement->level());
   EXPECT_THAT(levels, ElementsAre(9, 9, 4, 4, 9, 4, 4, 9, 4, 4, 9, 4, 4));
-  std::vector<std::string> messages;
-  for (std::string const& text : TraceCapture::texts())
-    messages.push_back(text.substr(text.rfind("): ") + 3));
-  EXPECT_THAT(messages,
-              ElementsAre("SM Init.",  //
-                          "Socket 7 format 0", "TQ Expired", "Saved a bookmark. Come back later.",
-                          "Socket 7 format 0", "TQ Expired", "Completed.",  //
-                          "Socket 7 format 0", "TQ Expired", "Saved bookmarks. Come back later.",
-                          "Socket 7 format 0", "TQ Expired", "Completed."));
+  std::string const slice =
+      "virtual void BfnMacRewrite::ShowMacRewriteCommandRequestSm::"
+      "handleAsyncCommand(Kiv::U32, Kiv::U32): ";
+  EXPECT_THAT(
+      TraceCapture::texts(),
+      ElementsAre(
+          "void BfnMacRewrite::ShowMacRewriteCommandRequestSm::handleInitialized(): SM Init.",
+          slice + "Socket 7 format 0", slice + "TQ Expired",
+          slice + "Saved a bookmark. Come back later.",  //
+          slice + "Socket 7 format 0", slice + "TQ Expired", slice + "Completed.",
+          slice + "Socket 7 format 0", slice + "TQ Expired",
+          slice + "Saved bookmarks. Come back later.",  //
+          slice + "Socket 7 format 0", slice + "TQ Expired", slice + "Completed."));
 }
 
 TEST_F(ShowSlicesTest, WithoutYieldNothingIsTracedButTheSlice) {
@@ -343,6 +347,60 @@ TEST_F(ShowSlicesTest, ABookmarkTooLongForAVrfNameIsARangeError) {
   sm->bookmarkVrfIs(Kiv::String(std::string(100, 'v')));
   sm->handleAsyncCommand(7, 0);
   EXPECT_TRUE(sm->executionCompleted());
+}
+
+TEST_F(ShowSlicesTest, AVrfsNameIsReadAgainInEachSlice) {
+  rows(1, 2);
+  auto const order = walkOrder();
+  auto const sm = command({.cliTesting = true});
+  ASSERT_EQ(sm->runSlice(), SliceResult::Again);
+  host.l3Status->vrfNameIs(Pex::VrfId(1), L3::VrfName("renamed"));
+  run(sm);
+  std::string expected = kHeader;
+  for (size_t at : {1u, 0u}) {  // "renamed" comes before "v101"
+    std::string const address = textOf(order[at].ipAddr);
+    expected +=
+        line(at == 1 ? "renamed" : "v101", address, macOf(1, address == ipOf(1, 0) ? 0 : 1));
+  }
+  EXPECT_EQ(received, expected + "\n");
+}
+
+TEST_F(ShowSlicesTest, ABookmarkHoldsANameWithZeroBytesWhole) {
+  std::string const zero(1, '\0');
+  unsigned id = 0;
+  for (std::string const& name : {std::string("a"), "a" + zero, "a" + zero + "b", zero + "c"}) {
+    ++id;
+    host.l3Status->vrfIs(L3::VrfName(name), Pex::VrfId(id));
+    host.port(intfOf(id).c_str(), 100 + id, id);
+    host.address(id, ipOf(id, 0).c_str(), intfOf(id).c_str());
+  }
+  std::string const unsliced = shown();
+  EXPECT_EQ(addresses().size(), 4u);
+  std::string const json = shown({.format = 1});
+  EXPECT_EQ(shown({.cliTesting = true}), unsliced);
+  EXPECT_EQ(shown({.cliTesting = true, .format = 1}), json);
+}
+
+TEST_F(ShowSlicesTest, TheOutputIsFlushedBeforeTheCommandIsCompleted) {
+  rows(1, 1);
+  bool flushed = false;
+  Kiv::Ptr<Sm> sm;
+  auto const asked =
+      Kiv::make<::Agent::AgentCommandRequest const>(7u, 0u, [&](std::string_view text) {
+        received += text;
+        EXPECT_FALSE(sm->executionCompleted());
+        flushed = true;
+        return text.size();
+      });
+  sm = BfnMacRewrite::showMacRewriteCommandRequestSmFactory(
+      "show", asked, 1e9, clock, host.agent->overlaySrcMacRewriteManager(), false, L3::VrfName(),
+      false, Ovra::IpAddr(), false, Ovra::EthAddr(), false);
+  sm->prettyoutPrinterIs(
+      Kiv::make<prettyout::Printer>(prettyout::Format::kText, std::size_t{65'536}, asked->sink()));
+  sm->handleAsyncCommand(7, 0);
+  EXPECT_TRUE(flushed);
+  EXPECT_TRUE(sm->executionCompleted());
+  EXPECT_EQ(addresses().size(), 1u);
 }
 
 // Rows come, go, return and change their MACs between the slices.
