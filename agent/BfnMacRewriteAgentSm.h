@@ -52,11 +52,17 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   void handleStartMacRewriteSm();
 
   /// Holds the system status; there is nothing in it that this machine reacts to.
-  using KivSystemStatus = Kiv::OwnerReactor<BfnSystem::SystemStatus const, AgentSm>;
-  using KivBfnL3Output = Kiv::OwnerReactor<
-      BfnL3Output, AgentSm,
-      Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::handleInitMacRewriteTables>,
-      Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStartMacRewriteSm>>;
+  struct KivSystemStatus final
+      : Kiv::Reactor<KivSystemStatus, BfnSystem::SystemStatus const, AgentSm> {
+    using Reactor::Reactor;
+  };
+  struct KivBfnL3Output final
+      : Kiv::Reactor<
+            KivBfnL3Output, BfnL3Output, AgentSm,
+            Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::handleInitMacRewriteTables>,
+            Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStartMacRewriteSm>> {
+    using Reactor::Reactor;
+  };
 
   /// Null when no system status was given.
   Kiv::Ptr<BfnSystem::SystemStatus const> systemStatus() const { return systemStatus_.notifier(); }

@@ -57,14 +57,21 @@ class OverlaySrcMacRewriteCliConfigSm final
   void handleVrfId(L3::VrfName vrfName);
   /// One configuration line was added, changed or removed.
   void handleOverlaySrcMacRewriteEntry(Input::VrfNameAndIp const& key);
-  using KivOverlaySrcMacRewriteCliConfig =
-      Kiv::OwnerReactor<Input::Config const, OverlaySrcMacRewriteCliConfigSm,
-                        Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
-                                &OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry>>;
-  using KivL3Status = Kiv::OwnerReactor<
-      Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm,
-      Kiv::On<Pex::L3Status::kVrfNameToId,
-              Kiv::keyed<L3::VrfName>(&OverlaySrcMacRewriteCliConfigSm::handleVrfId)>>;
+
+  struct KivOverlaySrcMacRewriteCliConfig final
+      : Kiv::Reactor<KivOverlaySrcMacRewriteCliConfig, Input::Config const,
+                     OverlaySrcMacRewriteCliConfigSm,
+                     Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
+                             &OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry>> {
+    using Reactor::Reactor;
+  };
+  struct KivL3Status final
+      : Kiv::Reactor<
+            KivL3Status, Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm,
+            Kiv::On<Pex::L3Status::kVrfNameToId,
+                    Kiv::keyed<L3::VrfName>(&OverlaySrcMacRewriteCliConfigSm::handleVrfId)>> {
+    using Reactor::Reactor;
+  };
 
   void addVrf(L3::VrfName vrfName);
   /// Deletes the VRF's whole record. A name that is not live deletes record 0: kept.

@@ -67,15 +67,25 @@ class BfnMacRewriteIntfRoutingStatusSm final
   void handleVlanIntfRoutingStatus(Pex::PortVlanPair const& key);
   void handleL3SubIntfRoutingStatus(Pex::PortVlanPair const& key);
 
-  template <auto Handler>
-  using Source = Kiv::OwnerReactor<BfnL3::L3RoutingStatus const, BfnMacRewriteIntfRoutingStatusSm,
-                                   Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus, Handler>>;
-  using KivL3PortAndLagRoutingStatus =
-      Source<&BfnMacRewriteIntfRoutingStatusSm::handleL3PortAndLagRoutingStatus>;
-  using KivVlanIntfRoutingStatus =
-      Source<&BfnMacRewriteIntfRoutingStatusSm::handleVlanIntfRoutingStatus>;
-  using KivL3SubIntfRoutingStatus =
-      Source<&BfnMacRewriteIntfRoutingStatusSm::handleL3SubIntfRoutingStatus>;
+  template <class Self, auto Handler>
+  using SourceReactor =
+      Kiv::Reactor<Self, BfnL3::L3RoutingStatus const, BfnMacRewriteIntfRoutingStatusSm,
+                   Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus, Handler>>;
+  struct KivL3PortAndLagRoutingStatus final
+      : SourceReactor<KivL3PortAndLagRoutingStatus,
+                      &BfnMacRewriteIntfRoutingStatusSm::handleL3PortAndLagRoutingStatus> {
+    using Reactor::Reactor;
+  };
+  struct KivVlanIntfRoutingStatus final
+      : SourceReactor<KivVlanIntfRoutingStatus,
+                      &BfnMacRewriteIntfRoutingStatusSm::handleVlanIntfRoutingStatus> {
+    using Reactor::Reactor;
+  };
+  struct KivL3SubIntfRoutingStatus final
+      : SourceReactor<KivL3SubIntfRoutingStatus,
+                      &BfnMacRewriteIntfRoutingStatusSm::handleL3SubIntfRoutingStatus> {
+    using Reactor::Reactor;
+  };
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();

@@ -39,10 +39,6 @@ namespace BfnMacRewrite {
 /// route status, a reactor, or this machine leaves rows and indexes as they are.
 class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
  public:
-  class KivAgentVrfConfig;
-  class KivHwRouteVrfStatus;
-  class KivMacRewriteVrfStatus;
-
   /// Makes the machine of the constructor's arguments and switches it on.
   template <class... Inputs>
   static Kiv::Ptr<BfnMacRewriteSm> BfnMacRewriteSmIs(Inputs const&... inputs) {
@@ -98,20 +94,103 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   void handleAgentVrfConfig(Pex::VrfId vrfId);
   void handleHwRouteVrfStatus(L3::VrfName vrfName);
 
-  using KivMacRewriteStatus = Kiv::OwnerReactor<
-      Agent::Status const, BfnMacRewriteSm,
-      Kiv::On<Agent::Status::kVrfStatus, &BfnMacRewriteSm::handleMacRewriteVrfStatus>>;
-  using KivOverlaySrcMacRewriteAgentConfig = Kiv::OwnerReactor<
-      Agent::Config const, BfnMacRewriteSm,
-      Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &BfnMacRewriteSm::handleAgentVrfConfig>>;
-  using KivIntfIdToRoutingStatus = Kiv::OwnerReactor<
-      IntfIdToRoutingStatus const, BfnMacRewriteSm,
-      Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
-              Kiv::keyed<Ovra::IntfId>(&BfnMacRewriteSm::handleL3IntfRoutingStatus)>>;
-  using KivRoutingHwRouteStatus =
-      Kiv::OwnerReactor<Routing::Hardware::RouteStatus const, BfnMacRewriteSm,
-                        Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus,
-                                &BfnMacRewriteSm::handleHwRouteVrfStatus>>;
+  struct KivMacRewriteStatus final
+      : Kiv::Reactor<
+            KivMacRewriteStatus, Agent::Status const, BfnMacRewriteSm,
+            Kiv::On<Agent::Status::kVrfStatus, &BfnMacRewriteSm::handleMacRewriteVrfStatus>> {
+    using Reactor::Reactor;
+  };
+  struct KivOverlaySrcMacRewriteAgentConfig final
+      : Kiv::Reactor<
+            KivOverlaySrcMacRewriteAgentConfig, Agent::Config const, BfnMacRewriteSm,
+            Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &BfnMacRewriteSm::handleAgentVrfConfig>> {
+    using Reactor::Reactor;
+  };
+  struct KivIntfIdToRoutingStatus final
+      : Kiv::Reactor<
+            KivIntfIdToRoutingStatus, IntfIdToRoutingStatus const, BfnMacRewriteSm,
+            Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
+                    Kiv::keyed<Ovra::IntfId>(&BfnMacRewriteSm::handleL3IntfRoutingStatus)>> {
+    using Reactor::Reactor;
+  };
+  struct KivRoutingHwRouteStatus final
+      : Kiv::Reactor<KivRoutingHwRouteStatus, Routing::Hardware::RouteStatus const, BfnMacRewriteSm,
+                     Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus,
+                             &BfnMacRewriteSm::handleHwRouteVrfStatus>> {
+    using Reactor::Reactor;
+  };
+
+  /// A reactor on the element of one VRF. Self's constructor ends with handleInitialized(), which
+  /// handles everything that the element holds already.
+  template <class Self, class Notifier>
+  class VrfReactor : public Kiv::Reactor<Self, Notifier, BfnMacRewriteSm> {
+   public:
+    using VrfReactor::Reactor::Reactor;
+
+    bool initialized() const { return initialized_; }
+    void initializedIs(bool initialized) { initialized_ = initialized; }
+
+   private:
+    bool initialized_ = false;
+  };
+
+  /// Watches the configured rewrites of one VRF.
+  class KivAgentVrfConfig final
+      : public VrfReactor<KivAgentVrfConfig, Agent::OverlaySrcMacRewrite const> {
+   public:
+    KivAgentVrfConfig(Kiv::Ptr<Notifier> const& config, BfnMacRewriteSm* owner);
+
+    Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
+
+    void handleInitialized();
+    /// The configured MAC of one address changed. Removing one leaves its row as it is.
+    void handleIpAndMac(Ovra::IpAddr ipAddr);
+    void handleIpAndMac();
+
+    using Rows = Kiv::Rows<Kiv::On<Agent::OverlaySrcMacRewrite::kIpAndMac,
+                                   Kiv::keyed<Ovra::IpAddr>(&KivAgentVrfConfig::handleIpAndMac),
+                                   Kiv::whole(&KivAgentVrfConfig::handleIpAndMac)>>;
+  };
+
+  /// Watches where the addresses of one VRF live.
+  class KivMacRewriteVrfStatus final
+      : public VrfReactor<KivMacRewriteVrfStatus, Agent::VrfStatus const> {
+   public:
+    KivMacRewriteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner);
+
+    Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
+
+    void handleInitialized();
+    void handleIpAndIntfId(Ovra::IpAddr ipAddr);
+    void handleIpAndIntfId();
+    /// Indexes an address and adds its row when its interface has routing status. An address that
+    /// is indexed on another interface is fatal: a move must arrive as a removal and an addition.
+    void addIpAndIntfId(Ovra::IpAddr ipAddr);
+    /// Takes an address out of the indexes and deletes its row; not indexed: nothing.
+    void removeIpAndIntfId(Ovra::IpAddr ipAddr);
+    /// Rebuilds the rows of the VRF's self IPs; the others carry the VLAN of their interface.
+    void handleFwdVlanIdChange(U32 oldVlanId, U32 newVlanId);
+
+    using Rows =
+        Kiv::Rows<Kiv::On<Agent::VrfStatus::kIpAndIntfId,
+                          Kiv::keyed<Ovra::IpAddr>(&KivMacRewriteVrfStatus::handleIpAndIntfId),
+                          Kiv::whole(&KivMacRewriteVrfStatus::handleIpAndIntfId)>>;
+  };
+
+  /// Watches the forwarding VLAN of one VRF.
+  class KivHwRouteVrfStatus final
+      : public VrfReactor<KivHwRouteVrfStatus, Routing::Hardware::VrfStatus const> {
+   public:
+    KivHwRouteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner);
+
+    L3::VrfName vrfName() const { return notifierRaw()->vrfName(); }
+
+    void handleInitialized();
+    void handleFwdVlanId();
+
+    using Rows = Kiv::Rows<
+        Kiv::On<Routing::Hardware::VrfStatus::kFwdVlanId, &KivHwRouteVrfStatus::handleFwdVlanId>>;
+  };
 
   void addOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::IntfId intfId,
                                          Ovra::IpAddr ipAddr);
@@ -145,21 +224,27 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   void fwdVlanIdPerVrfDelAll() { fwdVlanIdPerVrf_.clear(); }
 
   KivAgentVrfConfig* agentVrfConfig(Pex::VrfId vrfId) const { return agentVrfConfig_.find(vrfId); }
-  void agentVrfConfigIs(Kiv::Ptr<Agent::OverlaySrcMacRewrite const> const& config);
-  void agentVrfConfigDel(Pex::VrfId vrfId);
-  void agentVrfConfigDelAll();
+  void agentVrfConfigIs(Kiv::Ptr<Agent::OverlaySrcMacRewrite const> const& config) {
+    agentVrfConfig_.is(config->vrfId(), config, this);
+  }
+  void agentVrfConfigDel(Pex::VrfId vrfId) { agentVrfConfig_.del(vrfId); }
+  void agentVrfConfigDelAll() { agentVrfConfig_.delAll(); }
   KivHwRouteVrfStatus* hwRouteVrfStatus(L3::VrfName vrfName) const {
     return hwRouteVrfStatus_.find(vrfName);
   }
-  void hwRouteVrfStatusIs(Kiv::Ptr<Routing::Hardware::VrfStatus const> const& status);
-  void hwRouteVrfStatusDel(L3::VrfName vrfName);
-  void hwRouteVrfStatusDelAll();
+  void hwRouteVrfStatusIs(Kiv::Ptr<Routing::Hardware::VrfStatus const> const& status) {
+    hwRouteVrfStatus_.is(status->vrfName(), status, this);
+  }
+  void hwRouteVrfStatusDel(L3::VrfName vrfName) { hwRouteVrfStatus_.del(vrfName); }
+  void hwRouteVrfStatusDelAll() { hwRouteVrfStatus_.delAll(); }
   KivMacRewriteVrfStatus* macRewriteVrfStatus(Pex::VrfId vrfId) const {
     return macRewriteVrfStatus_.find(vrfId);
   }
-  void macRewriteVrfStatusIs(Kiv::Ptr<Agent::VrfStatus const> const& status);
-  void macRewriteVrfStatusDel(Pex::VrfId vrfId);
-  void macRewriteVrfStatusDelAll();
+  void macRewriteVrfStatusIs(Kiv::Ptr<Agent::VrfStatus const> const& status) {
+    macRewriteVrfStatus_.is(status->vrfId(), status, this);
+  }
+  void macRewriteVrfStatusDel(Pex::VrfId vrfId) { macRewriteVrfStatus_.del(vrfId); }
+  void macRewriteVrfStatusDelAll() { macRewriteVrfStatus_.delAll(); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -180,9 +265,7 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   BfnL3::L3IntfRoutingStatus const* routingStatus(Ovra::IntfId intfId) const;
   /// Whether the agent's status calls the address one of the switch's own.
   bool selfIp(Pex::VrfId vrfId, Ovra::IpAddr ipAddr) const;
-  /// Asks for the memory that adding or removing a pair will touch. The tables are too large for
-  /// the caches, so that an event is little more than waiting for memory: better for all at once
-  /// than for one after the other.
+  /// Prefetches the index slots and the record of a pair, so that their cache misses overlap.
   void prefetch(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) const;
   /// The configured MAC, all-zero when there is none.
   Ovra::EthAddr configuredMac(Pex::VrfId vrfId, Ovra::IpAddr ipAddr) const;
@@ -217,6 +300,3 @@ BFN_MAC_REWRITE_EXPORT Kiv::Ptr<BfnMacRewriteSm> bfnMacRewriteSmFactory(
     Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus);
 
 }  // namespace BfnMacRewrite
-
-// Made where the machine's reactors are complete.
-extern template class Kiv::StateMachine<BfnMacRewrite::BfnMacRewriteSm>;

@@ -16,16 +16,16 @@ class VrfIpCollection final : public Kiv::Entity {
  public:
   using Pairs = Kiv::HashMap2018<Pex::VrfAndIpAddr, Itself{}, 0x71B0D34F>;
 
-  explicit VrfIpCollection(Ovra::IntfId intfId);
+  explicit VrfIpCollection(Ovra::IntfId intfId) : intfId_(intfId) {}
 
   Ovra::IntfId intfId() const { return intfId_; }
 
   Pairs const& vrfAndIpAddr() const { return vrfAndIpAddr_; }
   /// Present already: nothing.
-  void vrfAndIpAddrIs(Pex::VrfAndIpAddr const& pair);
+  void vrfAndIpAddrIs(Pex::VrfAndIpAddr const& pair) { vrfAndIpAddr_.set(pair); }
   /// Absent: nothing.
-  void vrfAndIpAddrDel(Pex::VrfAndIpAddr const& pair);
-  void vrfAndIpAddrDelAll();
+  void vrfAndIpAddrDel(Pex::VrfAndIpAddr const& pair) { vrfAndIpAddr_.take(pair); }
+  void vrfAndIpAddrDelAll() { vrfAndIpAddr_.clear(); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();

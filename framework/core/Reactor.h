@@ -93,26 +93,26 @@ struct Rows {
   }
 };
 
-/// A reactor on one Notifier, acting for one Owner (the state machine that made it). Self names its
+/// A reactor on one Notifier, acting for one Owner, the state machine that made it. Row are its
 /// dispatch rows:
 ///
-///   class AgentSm::KivBfnL3Output final
-///       : public Kiv::Reactor<AgentSm::KivBfnL3Output, BfnL3Output, AgentSm> {
-///    public:
+///   struct KivL3Output final
+///       : Kiv::Reactor<KivL3Output, BfnL3Output, AgentSm,
+///                      Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStart>> {
 ///     using Reactor::Reactor;
-///     using Rows = Kiv::Rows<
-///         Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::handleInitMacRewriteTables>,
-///         Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStartMacRewriteSm>>;
 ///   };
+///
+/// A reactor with handlers of its own names its rows inside its class instead, as `Rows`.
 ///
 /// Construction binds the notifier and calls no handler. An attribute that no row names is ignored.
 /// A reactor that is marked for deletion, or whose owner has gone, dispatches nothing. A handler
 /// may destroy the reactor: nothing of it is touched after a handler has run.
-template <class Self, class NotifierT, class OwnerT>
+template <class Self, class NotifierT, class OwnerT, class... Row>
 class Reactor : public NotifieeConst {
  public:
   using Notifier = NotifierT;
   using Owner = OwnerT;
+  using Rows = Kiv::Rows<Row...>;
 
   Reactor(Ptr<Notifier> const& notifier, Owner* owner) : owner_(owner) {
     NotifieeConst::notifierIs(notifier);
@@ -171,15 +171,6 @@ class Reactor : public NotifieeConst {
 
  private:
   Owner* owner_;
-};
-
-/// A reactor whose handlers are all its owner's. It may be named within the owner's class, behind
-/// the declarations of the handlers.
-template <class Notifier, class Owner, class... Row>
-class OwnerReactor final : public Reactor<OwnerReactor<Notifier, Owner, Row...>, Notifier, Owner> {
- public:
-  using Rows = Kiv::Rows<Row...>;
-  using Reactor<OwnerReactor, Notifier, Owner>::Reactor;
 };
 
 }  // namespace Kiv

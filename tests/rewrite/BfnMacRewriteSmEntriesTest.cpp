@@ -3,7 +3,6 @@
 
 #include "framework/core/Exceptions.h"
 #include "rewrite/BfnMacRewriteSm.h"
-#include "rewrite/BfnMacRewriteSmReactors.h"
 #include "tests/support/PluginTest.h"
 
 // Which rows exist, and with what in them.

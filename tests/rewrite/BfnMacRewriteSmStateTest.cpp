@@ -1,5 +1,4 @@
 #include "rewrite/BfnMacRewriteSm.h"
-#include "rewrite/BfnMacRewriteSmReactors.h"
 #include "rewrite/VrfIpCollection.h"
 #include "tests/support/PluginTest.h"
 

@@ -18,6 +18,7 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
 
 /// Files are in a folder of the test's own.
 class CommandsTest : public HostTest::ShellFixture {
@@ -79,6 +80,38 @@ TEST_F(CommandsTest, LiveObjectsAreCountedByType) {
   printed("host agent destroy");
   EXPECT_FALSE(live().contains("BfnMacRewrite::AgentSm"));
   EXPECT_FALSE(live().contains("BfnMacRewrite::MatchSpecAndRefCount"));
+}
+
+TEST_F(CommandsTest, ReactorsAreListedUnderTheNamesOfTheirMachines) {
+  bringUp();
+  printed("host address 10.0.0.1 vrf-id 7 interface Ethernet1");
+  printed(
+      "vxlan forwarding match vrf red src-ip 10.0.0.1 action rewrite src-mac 02:00:00:00:00:01");
+  printed("host route vrf red vrf-id 7 forwarding-vlan 900");
+  auto const live = nlohmann::json::parse(printed("dump objects"));
+  std::vector<std::string> reactors;
+  for (auto const& [name, count] : live.items()) {
+    if (name.starts_with("BfnMacRewrite::") && name.find("Sm::Kiv") != std::string::npos) {
+      reactors.push_back(name);
+    }
+  }
+  EXPECT_THAT(
+      reactors,
+      UnorderedElementsAre(
+          "BfnMacRewrite::AgentSm::KivBfnL3Output", "BfnMacRewrite::AgentSm::KivSystemStatus",
+          "BfnMacRewrite::BfnMacRewriteIntfRoutingStatusSm::KivL3PortAndLagRoutingStatus",
+          "BfnMacRewrite::BfnMacRewriteIntfRoutingStatusSm::KivL3SubIntfRoutingStatus",
+          "BfnMacRewrite::BfnMacRewriteIntfRoutingStatusSm::KivVlanIntfRoutingStatus",
+          "BfnMacRewrite::BfnMacRewriteSm::KivAgentVrfConfig",
+          "BfnMacRewrite::BfnMacRewriteSm::KivHwRouteVrfStatus",
+          "BfnMacRewrite::BfnMacRewriteSm::KivIntfIdToRoutingStatus",
+          "BfnMacRewrite::BfnMacRewriteSm::KivMacRewriteStatus",
+          "BfnMacRewrite::BfnMacRewriteSm::KivMacRewriteVrfStatus",
+          "BfnMacRewrite::BfnMacRewriteSm::KivOverlaySrcMacRewriteAgentConfig",
+          "BfnMacRewrite::BfnMacRewriteSm::KivRoutingHwRouteStatus",
+          "BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm::KivL3Status",
+          "BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm::"
+          "KivOverlaySrcMacRewriteCliConfig"));
 }
 
 TEST_F(CommandsTest, BriefShowsTheFirstAndLastLinesOnly) {
