@@ -4,7 +4,9 @@
 #include <array>
 #include <cstring>
 
+#include "framework/core/HexDigits.h"
 #include "framework/core/Types.h"
+#include "framework/values/Utf8.h"
 
 namespace prettyout {
 
@@ -12,7 +14,8 @@ namespace {
 
 using Kiv::U8;
 
-// The longest form of one byte is \u00XX; around a text stand a comma, two quotes and ":{".
+// The longest form of one byte is \u00XX, longer than kUtf8PerByte; around a text stand a comma,
+// two quotes and ":{".
 constexpr std::size_t kMaxPerByte = 6;
 constexpr std::size_t kFraming = 8;
 
@@ -22,28 +25,7 @@ constexpr std::array<bool, 256> kPlain = [] {
   return plain;
 }();
 
-constexpr bool isContinuation(U8 byte) {
-  return (byte & 0xC0) == 0x80;
-}
-
-// Length of the well-formed multi-byte sequence at `at`, or 0: overlong forms, surrogates, numbers
-// above 10FFFF and cut sequences are not well-formed.
-std::size_t utf8Length(U8 const* at, U8 const* end) {
-  U8 const lead = *at;
-  std::size_t const length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || static_cast<std::size_t>(end - at) < length) return 0;
-  U8 const second = at[1];
-  U8 const lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-  U8 const highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-  if (second < lowest || second > highest) return 0;
-  for (std::size_t i = 2; i < length; ++i) {
-    if (!isContinuation(at[i])) return 0;
-  }
-  return length;
-}
-
 char* writeEscape(char* to, U8 byte) {
-  constexpr char kHex[] = "0123456789abcdef";
   *to++ = '\\';
   switch (byte) {
     case '"':
@@ -63,8 +45,8 @@ char* writeEscape(char* to, U8 byte) {
       break;
   }
   std::copy_n("u00", 3, to);
-  to[3] = kHex[byte >> 4];
-  to[4] = kHex[byte & 0xF];
+  to[3] = Kiv::kHexDigits[byte >> 4];
+  to[4] = Kiv::kHexDigits[byte & 0xF];
   return to + 5;
 }
 
@@ -77,9 +59,13 @@ char* writeString(char* to, std::string_view text) {
       *to++ = static_cast<char>(*at++);
       continue;
     }
-    std::size_t const length = *at >= 0x80 ? utf8Length(at, end) : 0;
-    if (length == 0) {
+    if (*at < 0x80) {
       to = writeEscape(to, *at++);
+      continue;
+    }
+    std::size_t const length = Kiv::plainUtf8Length(at, end);
+    if (length == 0) {
+      to = Kiv::writeByteAsUtf8(to, *at++);
       continue;
     }
     std::memcpy(to, at, length);

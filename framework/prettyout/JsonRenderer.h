@@ -9,9 +9,9 @@ namespace prettyout {
 /// frills print nothing.
 ///
 /// The output is valid whatever bytes a name or a value holds: quotes, backslashes and control
-/// bytes are escaped, well-formed UTF-8 passes as it is, and each byte that is not part of
-/// well-formed UTF-8 becomes the escape \u00XX of its value (so it reads as the Latin-1 character
-/// of that number). Members are written as they come: keys that the caller repeats are repeated.
+/// bytes are escaped, and what is not UTF-8 is written one-to-one as Kiv::utf8FromBytes() does it,
+/// so that different names are different keys; Kiv::bytesFromUtf8() gives a name back. Members are
+/// written as they come: keys that the caller repeats are repeated.
 class JsonRenderer final : public Renderer {
  public:
   /// `buffer` has to outlive the renderer.
