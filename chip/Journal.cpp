@@ -5,14 +5,16 @@
 #include <utility>
 
 #include "framework/core/Fatal.h"
+#include "framework/core/HexDigits.h"
 
 namespace BfnChip {
 
 namespace {
 
 void printHex(std::ostream& out, std::span<Kiv::U8 const> bytes) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  for (unsigned const byte : bytes) out << kDigits[byte >> 4] << kDigits[byte & 15];
+  for (unsigned const byte : bytes) {
+    out << Kiv::kHexDigits[byte >> 4] << Kiv::kHexDigits[byte & 15];
+  }
 }
 
 }  // namespace

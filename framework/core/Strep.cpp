@@ -51,6 +51,8 @@ U64 digitsFromStrep(String::Iterator& it, String::Iterator const& end, U64 max) 
 
 }  // namespace
 
+constinit StrepAttempt::Names StrepAttempt::names_ = {[] { return U32{0}; }, [](U32) {}};
+
 void throwUnexpected(String::Iterator it, String::Iterator end, std::string_view expected) {
   constexpr std::ptrdiff_t kShown = 24;
   std::string message = "expected ";
@@ -159,6 +161,7 @@ void StrepReader::openField(char const* name) {
 
 void StrepReader::close() {
   needString(it_, end_, "})");
+  attempt_.succeed();
 }
 
 StrepWriter::StrepWriter(std::string_view type) {

@@ -50,6 +50,34 @@ std::string quotedFromStrep(String::Iterator& it, String::Iterator const& end);
 /// Writes `text` for a human reader: as it is, or escaped when it has control bytes.
 void streamPlain(std::ostream& stream, std::string_view text);
 
+/// An attempt to read a form. Unless it succeeds, texts that the parsers have added to the pool of
+/// names meanwhile are taken out again, so that refused forms cost no memory. Attempts nest; a
+/// parser keeps no name but in the value that it returns.
+class StrepAttempt {
+ public:
+  /// The pool of names: how many it has, and how to take out those that came after.
+  struct Names {
+    U32 (*population)();
+    void (*shrink)(U32 population);
+  };
+  static void namesAre(Names const& names) { names_ = names; }
+
+  StrepAttempt() : population_(names_.population()) {}
+  StrepAttempt(StrepAttempt const&) = delete;
+  StrepAttempt& operator=(StrepAttempt const&) = delete;
+  ~StrepAttempt() {
+    if (!succeeded_) names_.shrink(population_);
+  }
+
+  void succeed() { succeeded_ = true; }
+
+ private:
+  static Names names_;
+
+  U32 population_;
+  bool succeeded_ = false;
+};
+
 namespace Impl {
 bool boolFromStrep(String::Iterator& it, String::Iterator const& end);
 U64 unsignedFromStrep(String::Iterator& it, String::Iterator const& end, U64 max);
@@ -96,9 +124,11 @@ T strepToValue(String::Iterator& it, String::Iterator const& end) {
 /// The value of a whole string; anything after the value's form is a RangeException.
 template <class T>
 T strepToValue(String const& strep) {
+  StrepAttempt attempt;
   String::Iterator it = strep.begin();
   T value = strepToValue<T>(it, strep.end());
   strepToValueEnd(it, strep.end());
+  attempt.succeed();
   return value;
 }
 
@@ -132,6 +162,7 @@ class StrepReader {
  private:
   void openField(char const* name);
 
+  StrepAttempt attempt_;
   String::Iterator& it_;
   String::Iterator const& end_;
   bool first_ = true;

@@ -21,6 +21,8 @@ class InternPoolWriter {
 
   U32 intern(std::string_view text);
   U32 population() const { return population_; }
+  /// Takes out the texts that came last.
+  void shrink(U32 population);
 
  private:
   // A slot with index 0 is free: the empty text is never looked up here.
@@ -31,8 +33,11 @@ class InternPoolWriter {
 
   U32 add(std::string_view text, U32 hash);
   char const* keep(std::string_view text);
+  void release(std::string_view text);
   void grow();
   Slot& freeSlot(U32 hash);
+
+  static bool hasOwnBlock(size_t size) { return size + 1 > kBlockBytes / 4; }
 
   static constexpr size_t kFirstSlots = 128;
   static constexpr size_t kBlockBytes = 4096;
@@ -59,6 +64,7 @@ U32 InternPoolWriter::intern(std::string_view text) {
 
 U32 InternPoolWriter::add(std::string_view text, U32 hash) {
   KIV_CHECK(population_ < InternPool::kMaxPopulation, "too many texts");
+  StrepAttempt::namesAre({InternPool::population, InternPool::shrink});
   if (slots_ == nullptr || population_ * size_t{2} > slotMask_) grow();
   U32 const index = population_;
   InternPool::Entry*& chunk = InternPool::chunks_[InternPool::chunkOf(index)];
@@ -75,7 +81,7 @@ U32 InternPoolWriter::add(std::string_view text, U32 hash) {
 char const* InternPoolWriter::keep(std::string_view text) {
   size_t const needed = text.size() + 1;
   char* place = nullptr;
-  if (needed > kBlockBytes / 4) {
+  if (hasOwnBlock(text.size())) {
     place = new char[needed];
   } else {
     if (needed > blockLeft_) {
@@ -89,6 +95,29 @@ char const* InternPoolWriter::keep(std::string_view text) {
   std::memcpy(place, text.data(), text.size());
   place[text.size()] = '\0';
   return place;
+}
+
+// A text that is not at the end of the block in use is left where it is: it was the last one of an
+// earlier block.
+void InternPoolWriter::release(std::string_view text) {
+  if (hasOwnBlock(text.size())) {
+    delete[] text.data();
+  } else if (size_t const size = text.size() + 1; text.data() + size == block_) {
+    block_ -= size;
+    blockLeft_ += size;
+  }
+}
+
+// The text that came last is in the way of no other one in the table, so its slot can be freed.
+void InternPoolWriter::shrink(U32 population) {
+  while (population_ > population) {
+    U32 const index = --population_;
+    size_t at = InternPool::hash(index) & slotMask_;
+    while (slots_[at].index != index) at = (at + 1) & slotMask_;
+    slots_[at] = {};
+    release(InternPool::text(index));
+    InternPool::entry(index) = {"", 0, 0};
+  }
 }
 
 void InternPoolWriter::grow() {
@@ -119,6 +148,10 @@ U32 InternPool::intern(std::string_view text) {
 
 U32 InternPool::population() {
   return writer.population();
+}
+
+void InternPool::shrink(U32 population) {
+  writer.shrink(population);
 }
 
 }  // namespace Kiv

@@ -18,10 +18,11 @@ namespace Kiv {
 /// The process-wide table of texts behind the 4-byte text handles. It lives in this library, so
 /// that a handle means the same text in every shared library of the process.
 ///
-/// A text once seen stays for the life of the process. That is bounded by what the texts are, the
-/// interfaces and VRFs of one switch, and it is what lets a record of the trace ring, which holds
-/// only the handle, be decoded long after the last object with that name is gone. Entries never
-/// move. Used from the framework thread only, like every object of the framework.
+/// A text once seen stays for the life of the process, but for those of a form that is refused
+/// (StrepAttempt). That is bounded by what the texts are, the interfaces and VRFs of one switch,
+/// and it is what lets a record of the trace ring, which holds only the handle, be decoded long
+/// after the last object with that name is gone. Entries never move. Used from the framework thread
+/// only, like every object of the framework.
 class InternPool {
  public:
   /// Index of the empty text.
@@ -44,6 +45,8 @@ class InternPool {
 
  private:
   friend class InternPoolWriter;
+
+  static void shrink(U32 population);
 
   struct Entry {
     char const* bytes;
@@ -85,7 +88,7 @@ class Interned {
     if (text.size() > Self::maxLength) throwRangeException(Self::kTooLong);
     index_ = InternPool::intern(text);
   }
-  /// Parses a quoted text. The text stays in the pool even when what follows it does not parse.
+  /// Parses a quoted text.
   Interned(String::Iterator& it, String::Iterator const& end)
       : Interned(quotedFromStrep(it, end)) {}
 

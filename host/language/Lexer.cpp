@@ -1,6 +1,6 @@
 #include "host/language/Lexer.h"
 
-#include "framework/core/Strep.h"
+#include "framework/core/HexDigits.h"
 #include "host/language/InputError.h"
 
 namespace Host {
@@ -85,10 +85,9 @@ std::string quotedWord(std::string_view word) {
       text += '\\';
       text += c;
     } else if (byte < ' ' || byte == 0x7f) {
-      constexpr char kDigits[] = "0123456789abcdef";
       text += "\\x";
-      text += kDigits[byte >> 4];
-      text += kDigits[byte & 15];
+      text += Kiv::kHexDigits[byte >> 4];
+      text += Kiv::kHexDigits[byte & 15];
     } else {
       text += c;
     }

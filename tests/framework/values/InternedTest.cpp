@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "framework/values/IntfId.h"
+#include "framework/values/PortVlanPair.h"
 #include "framework/values/VrfName.h"
 #include "tests/framework/values/InternedPeer.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
@@ -126,6 +128,49 @@ std::string rangeErrorOf(Work work) {
     return exception.what();
   }
   return "no RangeException";
+}
+
+TEST(Interned, TextsOfARefusedFormDoNotStay) {
+  using Kiv::strepToValue;
+  auto const population = InternPool::population();
+  for (std::string const& name : {std::string("refused"), std::string(5000, 'r')}) {
+    std::string const pair = "Value('Pex::PortVlanPair', ** {'intfId': '" + name + "', 'vlanId': ";
+    EXPECT_THROW(strepToValue<Pex::PortVlanPair>(pair + "65536})"), RangeException);
+    EXPECT_THROW(strepToValue<Pex::PortVlanPair>(pair + "1}) "), RangeException);
+    EXPECT_THROW(strepToValue<Pex::PortVlanPair>(pair + "1]"), RangeException);
+    EXPECT_THROW(strepToValue<IntfId>("'" + name + "'x"), RangeException);
+    Kiv::String const cut = pair;
+    Kiv::String::Iterator it = cut.begin();
+    EXPECT_THROW(Pex::PortVlanPair(it, cut.end()), RangeException);
+  }
+  EXPECT_EQ(InternPool::population(), population);
+}
+
+TEST(Interned, RefusedFormsTakeNoMemory) {
+  auto const refuse = [](int number, size_t size) {
+    std::string const name = std::string(size, 'm') + std::to_string(number);
+    EXPECT_THROW(Kiv::strepToValue<IntfId>("'" + name + "'x"), RangeException);
+  };
+  for (size_t const size : {10u, 900u, 60'000u}) {
+    refuse(0, size);
+    size_t const live = BfnTest::liveAllocations();
+    for (int i = 1; i < 100; ++i) refuse(i, size);
+    EXPECT_EQ(BfnTest::liveAllocations(), live) << size;
+  }
+}
+
+TEST(Interned, TextsAroundARefusedFormStay) {
+  IntfId const before("around-before");
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_THROW(Kiv::strepToValue<IntfId>("'around-refused-" + std::to_string(i) + "'x"),
+                 RangeException);
+    IntfId const kept("around-" + std::to_string(i));
+    EXPECT_THROW(Kiv::strepToValue<IntfId>("'around-" + std::to_string(i) + "'x"), RangeException);
+    EXPECT_EQ(kept, IntfId("around-" + std::to_string(i)));
+    EXPECT_EQ(kept.view(), "around-" + std::to_string(i));
+  }
+  EXPECT_EQ(before, IntfId("around-before"));
+  EXPECT_EQ(IntfId("around-refused-7").view(), "around-refused-7");
 }
 
 TEST(VrfName, Takes100BytesAndRefuses101) {
