@@ -82,7 +82,7 @@ Answer showRewrite(Switch& host, Arguments const& given) {
   Agent::CommandDispatcher dispatcher(host.clock, 1.0);
   dispatcher.commandIs("BfnMacRewrite::ShowMacRewriteCommandRequestSm", request, arguments);
   while (dispatcher.commands() > 0) dispatcher.runSlices();
-  nlohmann::json answer = json ? nlohmann::json::parse(output) : nlohmann::json();
+  nlohmann::json answer = json ? parsedJson(output) : nlohmann::json();
   if (output.ends_with('\n')) output.pop_back();
   return json ? Answer(std::move(answer), output) : Answer(output, output);
 }

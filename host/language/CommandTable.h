@@ -8,14 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "host/language/JsonText.h"
 #include "host/language/Pattern.h"
 
 namespace Host {
-
-/// In one line, keys sorted. Bytes that are no UTF-8 are shown as a replacement character.
-inline std::string jsonText(nlohmann::json const& json) {
-  return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
 
 /// What a command says.
 struct Answer {

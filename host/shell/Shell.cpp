@@ -234,7 +234,7 @@ Answer Shell::load(Arguments const& given) {
 
 Answer Shell::expect(Arguments const& given) {
   auto const words = given.words.subspan(1, given.words.size() - 3);
-  nlohmann::json const expected = nlohmann::json::parse(given.words.back(), nullptr, false);
+  nlohmann::json const expected = parsedJson(given.words.back());
   if (expected.is_discarded()) throw InputError("expected JSON behind ==");
   nlohmann::json const found = answerTo(words).json;
   if (found == expected) return {};

@@ -104,8 +104,17 @@ TEST_F(ShowOutputTest, TheStructuredFormIsValidWhateverBytesAVrfNameHolds) {
     json const expected{{"vrfName", name}, {"sip", sip}, {"smac", "02:00:00:00:00:01"}};
     EXPECT_EQ(parsed["vrfs"][name]["addresses"][sip], expected) << name;
   }
-  // Bytes that are no text read as the Latin-1 characters of their numbers.
-  EXPECT_TRUE(parsed["vrfs"].contains("\xc3\xbf\xc3\xbe"));
+  // A byte that is no UTF-8 is the code point U+10FF00 + byte.
+  EXPECT_TRUE(parsed["vrfs"].contains("\xf4\x8f\xbf\xbf\xf4\x8f\xbf\xbe"));
+}
+
+TEST_F(ShowOutputTest, NamesThatDifferAreKeysThatDifferWhateverBytesTheyHold) {
+  std::vector<std::string> const names{"\xff", "\xc3\xbf", "\xef\xbf\xbd", "\xf4\x8f\xbf\xbf"};
+  for (unsigned id = 1; id <= names.size(); ++id) {
+    vrf(names[id - 1], id);
+    row(names[id - 1], id, "10.0.0.1", "02:00:00:00:00:01");
+  }
+  EXPECT_EQ(json::parse(shown({.format = kJson}))["vrfs"].size(), names.size());
 }
 
 TEST_F(ShowOutputTest, TheMacIsTheOneInTheChip) {

@@ -3,6 +3,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <set>
 
 #include "host/packets/Verdict.h"
 #include "host/prompt/Prompt.h"
@@ -177,6 +180,39 @@ TEST_F(JsonShellTest, EveryAnswerIsOneJsonLine) {
 TEST_F(JsonShellTest, AnErrorIsAJsonLineToo) {
   EXPECT_EQ(run("dump chips"), Host::Shell::kBadInput);
   EXPECT_THAT(out.str(), StartsWith("{\"error\":\"case:1: error: expected chip"));
+}
+
+// Raw bytes in the lines: what a word holds is nowhere required to be UTF-8.
+TEST_F(JsonShellTest, NamesStayApartInAnswersCommandsAndErrorsWhateverBytesTheyHold) {
+  std::string const names[] = {"\xff", "\xc3\xbf", "\xef\xbf\xbd", "\xf4\x8f\xbf\xbf"};
+  std::string lines;
+  for (unsigned i = 0; i < std::size(names); ++i) {
+    lines += "host vrf " + names[i] + " id " + std::to_string(i + 1) + '\n';
+  }
+  std::istringstream answers(printed(lines + "dump inputs"));
+  std::set<std::string> commands;
+  nlohmann::json last;
+  for (std::string line; std::getline(answers, line);) {
+    last = nlohmann::json::parse(line);
+    commands.insert(last.at("command").get<std::string>());
+  }
+  EXPECT_EQ(commands.size(), std::size(names) + 1);
+  EXPECT_EQ(last.at("answer").at("l3Status").at("nameToId").size(), std::size(names));
+
+  std::set<std::string> errors;
+  for (std::string const& name : names) {
+    out.str("");
+    EXPECT_EQ(run("dump " + name), Host::Shell::kBadInput);
+    errors.insert(nlohmann::json::parse(out.str()).at("error").get<std::string>());
+  }
+  EXPECT_EQ(errors.size(), std::size(names));
+}
+
+TEST_F(ShellTest, NamesGivenAsJsonAreReadBackAsTheyAreWritten) {
+  printed("host vrf \xff id 7\nhost vrf \xc3\xbf id 8");
+  std::string const written = printed("dump inputs");
+  EXPECT_THAT(written, HasSubstr("\xf4\x8f\xbf\xbf"));
+  EXPECT_EQ(run("expect dump inputs == " + written), Host::Shell::kDone) << err.str();
 }
 
 class EchoShellTest : public HostTest::ShellFixture {
