@@ -22,14 +22,35 @@ Answer initializeTables(Switch& host) {
   return {tables, std::to_string(tables) + (tables == 1 ? " table" : " tables") + " initialised"};
 }
 
-Answer fail(Switch& host, Arguments const& given) {
-  std::string const how = given.text("full");
+BfnChip::Fault faultOf(std::string const& how) {
   using Kind = BfnChip::Fault::Kind;
   Kind const kind = how == "full"           ? Kind::TableFull
                     : how == "no-resources" ? Kind::NoSysResources
                     : how == "other"        ? Kind::Error
                                             : Kind::Exception;
-  host.chip.faults().failNext(given.number("next"), {kind, nullptr});
+  return {kind, nullptr};
+}
+
+Answer failWrites(Switch& host, Arguments const& given) {
+  host.chip.faults().failNext(given.number("next"), faultOf(given.text("full")));
+  return {};
+}
+
+Answer failErasesOrReads(Switch& host, Arguments const& given) {
+  BfnChip::FaultPlan& plan =
+      given.text("erase") == "erase" ? host.chip.eraseFaults() : host.chip.readFaults();
+  plan.failNext(given.number("next"), faultOf(given.text("other")));
+  return {};
+}
+
+Answer clear(Switch& host, Arguments const& given) {
+  if (given.text("faults") == "hits") {
+    host.chip.hitsClear();
+  } else {
+    host.chip.faults().clear();
+    host.chip.eraseFaults().clear();
+    host.chip.readFaults().clear();
+  }
   return {};
 }
 
@@ -62,16 +83,14 @@ CommandGroup chipCommands(Switch& host) {
                    });
   add.emplace_back("chip fail next <N> full|no-resources|other|exception",
                    "that many writes from now on fail so", "chip fail next 1 full",
-                   [&host](Arguments const& given) { return fail(host, given); });
+                   [&host](Arguments const& given) { return failWrites(host, given); });
+  add.emplace_back("chip fail next <N> other|exception erase|read",
+                   "that many erases, or reads of a row, from now on fail so",
+                   "chip fail next 1 other read",
+                   [&host](Arguments const& given) { return failErasesOrReads(host, given); });
   add.emplace_back("chip clear faults|hits", "no more faults; all hit counts zero",
-                   "chip clear hits", [&host](Arguments const& given) {
-                     if (given.text("faults") == "hits") {
-                       host.chip.hitsClear();
-                     } else {
-                       host.chip.faults().clear();
-                     }
-                     return Answer();
-                   });
+                   "chip clear hits",
+                   [&host](Arguments const& given) { return clear(host, given); });
   return group;
 }
 

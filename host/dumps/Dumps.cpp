@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 #include <tuple>
 
 #include "framework/core/AllocTrack.h"
@@ -54,6 +55,39 @@ json keyFields(BfnChip::KeyBytes const& key) {
           {"sip", sourceText(fields.source)},
           {"valid", fields.valid},
           {"vlan", fields.vlan}};
+}
+
+[[noreturn]] void throwUnread(BfnDriver::TableDriver const& driver) {
+  throw std::runtime_error("the chip's rows could not be read" +
+                           (driver.lastError().empty() ? "" : ": " + driver.lastError()));
+}
+
+/// The rewrite table's rows by VLAN and address, and their hits, as the driver gives them; no hits
+/// where the chip does not count.
+std::vector<BfnChip::Row> rowsOf(BfnDriver::TableDriver& driver) {
+  constexpr Kiv::U32 kOwnSession = ~Kiv::U32{0};
+  auto const table = driver.open({kOwnSession, 0, {}, "", BfnChip::ChipModel::kRewriteTable});
+  if (!table) return {};
+  constexpr std::size_t kRoom = 1024;
+  std::vector<BfnChip::KeyBytes> keys(kRoom);
+  std::vector<BfnChip::ActionBytes> actions(kRoom);
+  std::vector<BfnChip::Row> rows;
+  BfnDriver::WalkCursor cursor;
+  while (!cursor.ended) {
+    std::size_t count = 0;
+    auto const walked = driver.walk(*table, cursor, {keys.data()->data(), sizeof keys[0] * kRoom},
+                                    {actions.data()->data(), sizeof actions[0] * kRoom}, count);
+    if (walked != BfnDriver::Status::Ok) throwUnread(driver);
+    for (std::size_t i = 0; i < count; ++i) {
+      BfnChip::Row row{keys[i], actions[i], 0};
+      if (driver.rowHits(*table, row.key, row.hits) == BfnDriver::Status::Error)
+        throwUnread(driver);
+      rows.push_back(row);
+    }
+  }
+  std::ranges::sort(
+      rows, {}, [](BfnChip::Row const& row) { return BfnChip::RewriteLayout::fields(row.key); });
+  return rows;
 }
 
 struct Address {
@@ -162,9 +196,9 @@ std::vector<ConfigLine> configLines(Switch const& host) {
   return lines;
 }
 
-json dumpChip(Switch const& host) {
+json dumpChip(Switch& host) {
   json rows = json::array();
-  for (BfnChip::Row const& row : host.chip.rows()) {
+  for (BfnChip::Row const& row : rowsOf(host.chip)) {
     json fields = keyFields(row.key);
     fields["mac"] = macText(row.action);
     fields["hits"] = row.hits;

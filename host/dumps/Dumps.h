@@ -26,7 +26,7 @@ std::vector<ConfigLine> configLines(Switch const& host);
 
 /// Everything that can be looked at, each whole, with its keys sorted; lists are in the order of
 /// their keys unless the order says something. Null stands for what is not there.
-nlohmann::json dumpChip(Switch const& host);
+nlohmann::json dumpChip(Switch& host);
 /// Empties the journal.
 nlohmann::json dumpJournal(Switch& host);
 nlohmann::json dumpRecords(Switch const& host);

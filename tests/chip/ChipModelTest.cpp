@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tests/support/Allocations.h"
+
 namespace {
 
 using BfnChip::ActionBytes;
@@ -17,6 +19,7 @@ using BfnChip::Operation;
 using BfnChip::Outcome;
 using BfnChip::Row;
 using BfnDriver::EraseResult;
+using BfnDriver::Status;
 using BfnDriver::TableHandle;
 using BfnDriver::WriteResult;
 using ::testing::ElementsAre;
@@ -176,6 +179,96 @@ TEST_F(ChipModelTest, ExceptionFaultThrowsTheGivenExceptionOrARuntimeError) {
   EXPECT_THROW(write(1), std::runtime_error);
   EXPECT_THAT(outcomes(), ElementsAre(Outcome::Exception, Outcome::Exception));
   EXPECT_EQ(chip.rowCount(), 0u);
+}
+
+TEST_F(ChipModelTest, ErasesAndReadsFailByPlansOfTheirOwn) {
+  write(1);
+  chip.eraseFaults().failNext(1, {Fault::Kind::Error, {}});
+  chip.eraseFaults().failNext(1, {Fault::Kind::Exception, {}});
+  chip.readFaults().failNth(2, {Fault::Kind::Exception, {}});
+  chip.readFaults().failNth(3, {Fault::Kind::TableFull, {}});
+  EXPECT_EQ(write(2), WriteResult::Ok);
+  EXPECT_EQ(chip.erase(table, key(1)), EraseResult::Error);
+  EXPECT_THROW(chip.erase(table, key(1)), std::runtime_error);
+  EXPECT_EQ(chip.rowCount(), 2u);
+  ActionBytes action{};
+  EXPECT_EQ(chip.readRow(table, key(1), action), Status::Ok);
+  EXPECT_EQ(action, kAction);
+  action = {};
+  EXPECT_THROW((void)chip.readRow(table, key(1), action), std::runtime_error);
+  EXPECT_EQ(chip.readRow(table, key(1), action), Status::Error);
+  EXPECT_EQ(action, ActionBytes{});
+  EXPECT_EQ(chip.lastError(), "");
+  EXPECT_EQ(chip.readRow(table, key(1), action), Status::Ok);
+  EXPECT_EQ(chip.erase(table, key(1)), EraseResult::Ok);
+  EXPECT_EQ(chip.faults().calls(), 2u);
+  EXPECT_EQ(chip.eraseFaults().calls(), 3u);
+  EXPECT_EQ(chip.readFaults().calls(), 4u);
+  EXPECT_THAT(outcomes(), ElementsAre(Outcome::Ok, Outcome::Ok, Outcome::Error, Outcome::Exception,
+                                      Outcome::Ok));
+}
+
+TEST_F(ChipModelTest, AClearThatAnEraseFailsInIsAnErrorAndCanBeRepeated) {
+  write(1);
+  write(2);
+  chip.eraseFaults().failNth(2, {Fault::Kind::Error, {}});
+  EXPECT_EQ(chip.clear(table), Status::Error);
+  EXPECT_EQ(chip.rowCount(), 1u);
+  EXPECT_EQ(chip.clear(table), Status::Ok);
+  EXPECT_EQ(chip.rowCount(), 0u);
+  EXPECT_EQ(chip.resourcesInUse(), 0u);
+}
+
+TEST_F(ChipModelTest, ADevicesTableIsThereOnceItIsOpenedWithTheCapacityOfThatName) {
+  chip.tableIs(ChipModel::kRewriteTable, 1);
+  write(1);
+  EXPECT_EQ(chip.rowCount(ChipModel::kRewriteTable, 1), 0u);
+  EXPECT_EQ(chip.lookup(0x0203, {10, 1, 2, 1}, 1), std::nullopt);
+  TableHandle const second =
+      *chip.open({7, 1, BfnId::BfnPipeId(3), "l3", ChipModel::kRewriteTable});
+  EXPECT_EQ(chip.capacity(second), 1u);
+  EXPECT_EQ(chip.write(second, key(1), kOtherAction), WriteResult::Ok);
+  EXPECT_THAT(chip.rows(ChipModel::kRewriteTable, 1),
+              ElementsAre(Field(&Row::action, kOtherAction)));
+  EXPECT_THAT(chip.lookup(0x0203, {10, 1, 2, 1}, 1),
+              Optional(MacBytes{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}));
+  EXPECT_THAT(chip.rows(), ElementsAre(Field(&Row::action, kAction)));
+  chip.tableIs(ChipModel::kRewriteTable, 2);
+  EXPECT_EQ(chip.capacity(second), 2u);
+  EXPECT_EQ(chip.capacity(table), 2u);
+}
+
+// The n-th allocation of a call fails, for every n.
+TEST_F(ChipModelTest, AWriteWithoutMemoryChangesNothingAndCanBeRepeated) {
+  chip.tableIs(ChipModel::kRewriteTable, 1000);
+  std::size_t failures = 0;
+  for (Kiv::U8 n = 0; n < 250; ++n) {
+    failures += BfnTest::failEachAllocation([&] { EXPECT_EQ(write(n), WriteResult::Ok); },
+                                            [&](std::size_t) {
+                                              EXPECT_EQ(chip.rowCount(), n);
+                                              EXPECT_EQ(chip.resourcesInUse(), n);
+                                              EXPECT_EQ(chip.journal().size(), n);
+                                            });
+    ASSERT_EQ(chip.rowCount(), n + 1u);
+    ASSERT_EQ(chip.journal().size(), n + 1u);
+  }
+  EXPECT_GT(failures, 5u);
+  std::vector<Row> const rows = chip.rows();
+  for (Kiv::U8 n = 0; n < 250; ++n) EXPECT_EQ(rows[n].key, key(n));
+}
+
+TEST_F(ChipModelTest, AnEraseWithoutMemoryChangesNothingAndCanBeRepeated) {
+  chip.tableIs(ChipModel::kRewriteTable, 1000);
+  for (Kiv::U8 n = 0; n < 100; ++n) write(n);
+  (void)chip.journal().take();
+  std::size_t failures = 0;
+  for (Kiv::U8 n = 0; n < 100; ++n) {
+    failures +=
+        BfnTest::failEachAllocation([&] { EXPECT_EQ(chip.erase(table, key(n)), EraseResult::Ok); },
+                                    [&](std::size_t) { EXPECT_EQ(chip.rowCount(), 100u - n); });
+  }
+  EXPECT_GT(failures, 1u);
+  EXPECT_EQ(chip.journal().size(), 100u);
 }
 
 TEST_F(ChipModelTest, JournalHoldsEveryWriteAndEraseWithBytesAndOutcome) {
