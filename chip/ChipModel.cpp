@@ -148,8 +148,8 @@ Status ChipModel::clear(TableHandle handle) {
   return Status::Ok;
 }
 
-bool ChipModel::readFails() const {
-  std::optional<Fault> const fault = readFaults_.onCall();
+bool ChipModel::readFailsAsPlanned() const {
+  std::optional<Fault> const fault = readFaults_.onPlannedCall();
   if (!fault) return false;
   if (fault->kind == Fault::Kind::Exception) throwFault(*fault);
   lastErrorIs("");
@@ -300,24 +300,6 @@ void ChipModel::hitsClear() {
     table.rows.hitsClear();
     table.hits = {};
   }
-}
-
-ChipModel::Opened const* ChipModel::opened(TableHandle handle) const {
-  auto const number = static_cast<std::size_t>(handle);
-  if (number < opened_.size() && !opened_[number].closed) [[likely]] {
-    return &opened_[number];
-  }
-  lastErrorIs("an unknown handle");
-  return nullptr;
-}
-
-ChipModel::Opened const* ChipModel::opened(TableHandle handle, ByteView key) const {
-  Opened const* const from = opened(handle);
-  if (from == nullptr || key.size() == kKeyBytes) [[likely]] {
-    return from;
-  }
-  lastErrorIs("a key of the wrong width");
-  return nullptr;
 }
 
 ChipModel::Table const* ChipModel::tableOf(TableHandle handle) const {

@@ -132,15 +132,30 @@ class ChipModel final : public BfnDriver::TableDriver {
   };
 
   /// Null, with the reason in lastError(), for an unknown handle or a key of another width.
-  Opened const* opened(BfnDriver::TableHandle handle) const;
-  Opened const* opened(BfnDriver::TableHandle handle, BfnDriver::ByteView key) const;
+  Opened const* opened(BfnDriver::TableHandle handle) const {
+    auto const number = static_cast<std::size_t>(handle);
+    if (number < opened_.size() && !opened_[number].closed) [[likely]] {
+      return &opened_[number];
+    }
+    lastErrorIs("an unknown handle");
+    return nullptr;
+  }
+  Opened const* opened(BfnDriver::TableHandle handle, BfnDriver::ByteView key) const {
+    Opened const* const from = opened(handle);
+    if (from == nullptr || key.size() == kKeyBytes) [[likely]] {
+      return from;
+    }
+    lastErrorIs("a key of the wrong width");
+    return nullptr;
+  }
   Table const* tableOf(BfnDriver::TableHandle handle) const;
   Table* tableOf(BfnDriver::TableHandle handle);
   Table const* tableNamed(std::string_view name, Kiv::U8 device) const;
   Outcome store(Table& table, Kiv::U64 key, Kiv::U64 action);
   BfnDriver::EraseResult eraseRow(Opened const& from, KeyBytes const& key);
-  /// How a read fails as planned: Error, or by throwing.
-  bool readFails() const;
+  /// Counts a read. Whether it fails as planned; throws when that is how.
+  bool readFails() const { return !readFaults_.passes() && readFailsAsPlanned(); }
+  bool readFailsAsPlanned() const;
   void record(Opened const& from, Operation operation, Outcome outcome, KeyBytes const& key,
               ActionBytes const& action);
 

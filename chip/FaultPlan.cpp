@@ -19,7 +19,7 @@ void FaultPlan::clear() {
   runs_.clear();
 }
 
-std::optional<Fault> FaultPlan::planned() {
+std::optional<Fault> FaultPlan::onPlannedCall() {
   if (auto node = nth_.extract(calls_)) return std::move(node.mapped());
   if (runs_.empty()) return std::nullopt;
   Fault fault = runs_.front().fault;

@@ -121,7 +121,7 @@ ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect(
   auto const end = records.end();
   FetchAhead ahead(table, walk, end);
   while (walk != end) {
-    if (examine(table, **walk, batch)) {
+    if (examine(**walk, batch)) {
       matchSpecIterDoneIs(true);
       return Phase::Ended;
     }
@@ -139,9 +139,9 @@ ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect(
   return Phase::Ended;
 }
 
-bool ShowMacRewriteCommandRequestSm::examine(OverlaySrcMacRewriteManager::Table const& table,
-                                             MatchSpecAndRefCount const& record, RowBatch& batch) {
-  auto const installed = table.action(*record.overlaySrcMacRewriteMatchSpec());
+bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record, RowBatch& batch) {
+  auto const installed = overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable()->action(
+      *record.overlaySrcMacRewriteMatchSpec());
   // Two records can share one row of the chip; the first that goes takes it along.
   if (!installed) return false;
   Agent::IpAndIntfId const& key = record.ipAndIntfId();

@@ -110,8 +110,7 @@ class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRe
   Phase collect(OverlaySrcMacRewriteManager::Table const& table, RowBatch& batch);
   /// Takes one record's row into the snapshot when the filters keep it. True when it is the one row
   /// that a VRF and an IP filter together can find.
-  bool examine(OverlaySrcMacRewriteManager::Table const& table, MatchSpecAndRefCount const& record,
-               RowBatch& batch);
+  bool examine(MatchSpecAndRefCount const& record, RowBatch& batch);
   Phase print();
 
   Kiv::Ptr<OverlaySrcMacRewriteManager> const overlaySrcMacRewriteMgr_;

@@ -124,24 +124,16 @@ OverlaySrcMacRewriteTableEntry OverlaySrcMacRewriteTable::entry(
 std::optional<OverlaySrcMacRewriteTable::Action> OverlaySrcMacRewriteTable::action(
     OverlaySrcMacRewriteMatchSpec const& matchSpec) const {
   Bytes bytes;
-  switch (readRow(serialized(matchSpec), bytes)) {
-    case Status::Ok:
-      return Action{numberAt(bytes, 0), numberAt(bytes, 4)};
-    case Status::NotFound:
-      return std::nullopt;
-    default:
-      throw failure("the table overlaySrcMacRewrite could not be read", *driver_);
-  }
-}
-
-// Whatever the driver throws: to a reader, one failure is like the other.
-BfnDriver::Status OverlaySrcMacRewriteTable::readRow(BfnDriver::ByteView key,
-                                                     std::span<U8> action) const {
+  Status read;
   try {
-    return driver_->readRow(handle_, key, action);
-  } catch (...) {
+    read = driver_->readRow(handle_, serialized(matchSpec), bytes);
+  } catch (...) {  // to a reader, one failure is like the other
     throw BfTable::BfTableException("the table overlaySrcMacRewrite could not be read");
   }
+  if (read == Status::NotFound) return std::nullopt;
+  if (read != Status::Ok)
+    throw failure("the table overlaySrcMacRewrite could not be read", *driver_);
+  return Action{numberAt(bytes, 0), numberAt(bytes, 4)};
 }
 
 void OverlaySrcMacRewriteTable::prefetch(OverlaySrcMacRewriteMatchSpec const& matchSpec) const {

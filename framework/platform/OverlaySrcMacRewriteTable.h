@@ -1,7 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <span>
 #include <utility>
 
 #include "framework/core/Entity.h"
@@ -93,7 +92,6 @@ class OverlaySrcMacRewriteTable final : public Kiv::Entity {
   static Kiv::Type const& _kivType();
 
  private:
-  BfnDriver::Status readRow(BfnDriver::ByteView key, std::span<Kiv::U8> action) const;
   void countIs();
 
   BfnDriver::TableDriver* const driver_;
