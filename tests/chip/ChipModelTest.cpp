@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tests/support/Allocations.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
