@@ -1,5 +1,8 @@
 #include "agent/BfnMacRewriteAgentSm.h"
 
+#include <utility>
+
+#include "framework/core/Restore.h"
 #include "framework/generic/Describe.h"
 #include "framework/trace/Trace.h"
 
@@ -37,11 +40,8 @@ void AgentSm::handleInitMacRewriteTables() {
                                 bfnMacRewriteL3Shared_->l3Status());
 }
 
-// The trace in this handler is known by its line to those who read recorded rings, so it stays on
-// line 51 of this file whatever happens above it; a test says so.
-//
-// Each step may run foreign handlers, down to one that drops the agent. Dispatch holds it until
-// this handler returns.
+// Recorded rings know the trace of this handler by its line, 51; a test says so. A step may run a
+// foreign handler that drops the agent, which dispatch holds until this returns.
 void AgentSm::handleStartMacRewriteSm() {
   if (!initialized()) return;
   BfnSystem::ChipCapabilities const capabilities = chipCapabilities();
@@ -61,6 +61,17 @@ void AgentSm::handleStartMacRewriteSm() {
   }
   if (Kiv::Ptr<Capability> const capability = mount->bfnMacRewriteCapability()) {
     capability->overlaySrcMacRewriteSupportedIs(supported);
+  }
+}
+
+void AgentSm::run(bool& wanted) {
+  wanted = true;
+  if (running_) return;
+  Kiv::Restore<bool> const outer{running_, false};
+  running_ = true;
+  while (tablesWanted_ || startWanted_) {
+    if (std::exchange(tablesWanted_, false)) handleInitMacRewriteTables();
+    if (std::exchange(startWanted_, false)) handleStartMacRewriteSm();
   }
 }
 

@@ -21,16 +21,16 @@
 
 namespace BfnMacRewrite {
 
-/// The library's entry object: brings the plug-in up in two stages, each at the host's word.
+/// The library's entry object: brings the plug-in up in two stages, each when the host asks for it.
 ///
 ///  1. A change of BfnL3Output's initMacRewriteTables: the routing status collection, the active
 ///     profile's chip capabilities, the table manager.
 ///  2. A change of startMacRewriteSm: the three state machines, when the chip has the table; and in
 ///     every case the supported flag into the capability record.
 ///
-/// The stages go by the change, not by the flags' values: kept. A stage that runs again keeps every
-/// child whose inputs are the very objects it was made with, and replaces the others: the new child
-/// is complete before the old one is switched off and goes.
+/// Deliberate: any change of a flag runs its stage, also one to false. A stage that runs again
+/// keeps every child whose inputs are the very objects it was made with, and replaces the others:
+/// the new child is complete before the old one is switched off and goes.
 ///
 /// Neither stage runs in the constructor, whatever the flags hold then. Destruction takes the
 /// children in a fixed order and leaves the rows in the chip.
@@ -50,6 +50,10 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   void handleInitialized();
   void handleInitMacRewriteTables();
   void handleStartMacRewriteSm();
+  /// The same in turn: a stage that a handler asks for in the middle of another one runs when that
+  /// one has ended.
+  void runInitMacRewriteTables() { run(tablesWanted_); }
+  void runStartMacRewriteSm() { run(startWanted_); }
 
   /// Holds the system status; there is nothing in it that this machine reacts to.
   struct KivSystemStatus final
@@ -57,80 +61,61 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
     using Reactor::Reactor;
   };
   struct KivBfnL3Output final
-      : Kiv::Reactor<
-            KivBfnL3Output, BfnL3Output, AgentSm,
-            Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::handleInitMacRewriteTables>,
-            Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStartMacRewriteSm>> {
+      : Kiv::Reactor<KivBfnL3Output, BfnL3Output, AgentSm,
+                     Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::runInitMacRewriteTables>,
+                     Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::runStartMacRewriteSm>> {
     using Reactor::Reactor;
   };
 
   /// Null when no system status was given.
   Kiv::Ptr<BfnSystem::SystemStatus const> systemStatus() const { return systemStatus_.notifier(); }
-  Kiv::Ptr<BfnAgentLib::BfnProfileData> const& profileData() const { return profileData_; }
-  Kiv::Ptr<BfnMacRewriteMount> const& agentMount() const { return agentMount_; }
-  Kiv::Ptr<BfnMacRewriteL3Shared> const& bfnMacRewriteL3Shared() const {
-    return bfnMacRewriteL3Shared_;
-  }
-  Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus() const {
-    return routingHwRouteStatus_;
-  }
+  auto const& profileData() const { return profileData_; }
+  auto const& agentMount() const { return agentMount_; }
+  auto const& bfnMacRewriteL3Shared() const { return bfnMacRewriteL3Shared_; }
+  auto const& routingHwRouteStatus() const { return routingHwRouteStatus_; }
   Kiv::Ptr<BfnL3Output> bfnL3Output() const { return bfnL3Output_.notifier(); }
   /// Watches `bfnL3Output` from now on; another object than before runs both stages.
-  void bfnL3OutputIs(Kiv::Ptr<BfnL3Output> const& bfnL3Output) {
-    bfnL3Output_.is(bfnL3Output, this);
-  }
+  void bfnL3OutputIs(Kiv::Ptr<BfnL3Output> const& output) { bfnL3Output_.is(output, this); }
 
-  Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus() const {
-    return intfIdToRoutingStatus_;
-  }
+  // The children, each with its creator and deleter.
+
+  auto const& intfIdToRoutingStatus() const { return intfIdToRoutingStatus_; }
   Kiv::Ptr<IntfIdToRoutingStatus> intfIdToRoutingStatusIs();
   void intfIdToRoutingStatusDel() { intfIdToRoutingStatus_.reset(); }
 
-  Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager() const {
-    return overlaySrcMacRewriteManager_;
-  }
-  /// The child creators: each takes what its child is made with, keeps a child that holds these
-  /// very objects, and otherwise puts a new one in its place.
+  auto const& overlaySrcMacRewriteManager() const { return overlaySrcMacRewriteManager_; }
+  /// Takes what its child is made with, keeps a child that holds these very objects, and otherwise
+  /// puts a new one in its place; the same for the next three.
   template <class... Inputs>
-  Kiv::Ptr<OverlaySrcMacRewriteManager> overlaySrcMacRewriteManagerIs(Inputs const&... inputs) {
+  auto overlaySrcMacRewriteManagerIs(Inputs const&... inputs) {
     return childIs(overlaySrcMacRewriteManager_, inputs...);
   }
   void overlaySrcMacRewriteManagerDel() { overlaySrcMacRewriteManager_.reset(); }
 
-  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> const& overlaySrcMacRewriteCliConfigSm() const {
-    return overlaySrcMacRewriteCliConfigSm_;
-  }
+  auto const& overlaySrcMacRewriteCliConfigSm() const { return overlaySrcMacRewriteCliConfigSm_; }
   template <class... Inputs>
-  Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> overlaySrcMacRewriteCliConfigSmIs(
-      Inputs const&... inputs) {
+  auto overlaySrcMacRewriteCliConfigSmIs(Inputs const&... inputs) {
     return childIs(overlaySrcMacRewriteCliConfigSm_, inputs...);
   }
   /// Switches the machine's notification off, then releases it; the same for the next two.
-  void overlaySrcMacRewriteCliConfigSmDel() {
-    switchOffAndRelease(overlaySrcMacRewriteCliConfigSm_);
-  }
+  void overlaySrcMacRewriteCliConfigSmDel() { drop(overlaySrcMacRewriteCliConfigSm_); }
 
-  Kiv::Ptr<BfnMacRewriteSm> const& bfnMacRewriteSm() const { return bfnMacRewriteSm_; }
+  auto const& bfnMacRewriteSm() const { return bfnMacRewriteSm_; }
   template <class... Inputs>
-  Kiv::Ptr<BfnMacRewriteSm> bfnMacRewriteSmIs(Inputs const&... inputs) {
+  auto bfnMacRewriteSmIs(Inputs const&... inputs) {
     return childIs(bfnMacRewriteSm_, inputs...);
   }
-  void bfnMacRewriteSmDel() { switchOffAndRelease(bfnMacRewriteSm_); }
+  void bfnMacRewriteSmDel() { drop(bfnMacRewriteSm_); }
 
-  Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> const& bfnMacRewriteIntfRoutingStatusSm() const {
-    return bfnMacRewriteIntfRoutingStatusSm_;
-  }
+  auto const& bfnMacRewriteIntfRoutingStatusSm() const { return bfnMacRewriteIntfRoutingStatusSm_; }
   template <class... Inputs>
-  Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> bfnMacRewriteIntfRoutingStatusSmIs(
-      Inputs const&... inputs) {
+  auto bfnMacRewriteIntfRoutingStatusSmIs(Inputs const&... inputs) {
     return childIs(bfnMacRewriteIntfRoutingStatusSm_, inputs...);
   }
-  void bfnMacRewriteIntfRoutingStatusSmDel() {
-    switchOffAndRelease(bfnMacRewriteIntfRoutingStatusSm_);
-  }
+  void bfnMacRewriteIntfRoutingStatusSmDel() { drop(bfnMacRewriteIntfRoutingStatusSm_); }
 
   BfnSystem::ChipCapabilities const& chipCapabilities() const { return chipCapabilities_; }
-  /// Stores a copy and tells nobody.
+  /// Stores a copy and notifies no one.
   void chipCapabilitiesIs(BfnSystem::ChipCapabilities const& chipCapabilities) {
     chipCapabilities_ = chipCapabilities;
   }
@@ -151,16 +136,18 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   }
 
  private:
+  void run(bool& wanted);
+
   template <class Child, class... Inputs>
   static Kiv::Ptr<Child> childIs(Kiv::Ptr<Child>& child, Inputs const&... inputs) {
     if (child && child->inputs() == std::tie(inputs...)) return child;
-    // Complete and running before the old one goes, which is silent also in somebody else's hands.
+    // Complete and running before the old one goes, which is silent also when others hold it.
     Kiv::Ptr<Child> old = std::exchange(child, Kiv::makeActive<Child>(inputs...));
-    if constexpr (!std::same_as<Child, OverlaySrcMacRewriteManager>) switchOffAndRelease(old);
+    if constexpr (!std::same_as<Child, OverlaySrcMacRewriteManager>) drop(old);
     return child;
   }
   template <class Child>
-  static void switchOffAndRelease(Kiv::Ptr<Child>& child) {
+  static void drop(Kiv::Ptr<Child>& child) {
     if (!child) return;
     static_cast<Kiv::PtrInterface&>(*child).hasNotificationActiveIs(false);
     child.reset();
@@ -178,12 +165,16 @@ class AgentSm final : public Kiv::StateMachine<AgentSm> {
   Kiv::Ptr<BfnMacRewriteSm> bfnMacRewriteSm_;
   Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> bfnMacRewriteIntfRoutingStatusSm_;
   BfnSystem::ChipCapabilities chipCapabilities_;
+  bool running_ = false;
+  bool tablesWanted_ = false;
+  bool startWanted_ = false;
 };
 
 /// What the host agent calls once the mounts are done. Returns AgentSmIs with the same arguments,
 /// all of which the agent holds for its life. The mount and the shared object must be there; any of
 /// the others, and whatever those two have not got, may be null and contributes nothing. A null
-/// system status reads as an unknown profile.
+/// system status reads as an unknown profile. Deliberate: with a null profile entry no table is
+/// ever declared; when the named profile has the table all the same, the first row is fatal.
 BFN_MAC_REWRITE_EXPORT Kiv::Ptr<AgentSm> agentSmFactory(
     Kiv::Ptr<BfnSystem::SystemStatus const> const& systemStatus,
     Kiv::Ptr<BfnAgentLib::BfnProfileData> const& profileData,

@@ -1,7 +1,8 @@
 #include "config/BfnMacRewriteCliConfigSm.h"
 
+#include <new>
+
 #include "framework/core/Fatal.h"
-#include "framework/core/Reactor.h"
 #include "framework/generic/Describe.h"
 #include "framework/trace/Trace.h"
 
@@ -63,7 +64,13 @@ void OverlaySrcMacRewriteCliConfigSm::addVrf(L3::VrfName vrfName) {
             localVrfNameToId(vrfName), " to ", publishedVrfId(vrfName));
   // clang-format on
   localVrfNameToIdIs(vrfName, publishedVrfId(vrfName));
-  doAddOverlaySrcMacRewriteEntry(vrfName);
+  try {
+    doAddOverlaySrcMacRewriteEntry(vrfName);
+  } catch (std::bad_alloc const&) {
+    // As if the VRF had not been announced, so that it can be announced again.
+    deleteVrf(vrfName);
+    throw;
+  }
 }
 
 void OverlaySrcMacRewriteCliConfigSm::doAddOverlaySrcMacRewriteEntry(L3::VrfName vrfName) {
@@ -77,9 +84,14 @@ void OverlaySrcMacRewriteCliConfigSm::doAddOverlaySrcMacRewriteEntry(L3::VrfName
 void OverlaySrcMacRewriteCliConfigSm::deleteVrf(L3::VrfName vrfName) {
   KIV_CHECK(initialized());
   KIV_TRACE(9, "vrfName: ", vrfName);
-  // Kept: a name that is not live reads as id 0, and the record under id 0 goes.
+  // Deliberate: a name that is not live reads as id 0, and the record under id 0 goes.
   Pex::VrfId const vrfId = localVrfNameToId(vrfName);
-  if (agentConfig_) agentConfig_->overlaySrcMacRewriteDel(vrfId);
+  try {
+    if (agentConfig_) agentConfig_->overlaySrcMacRewriteDel(vrfId);
+  } catch (...) {
+    localVrfNameToIdDel(vrfName);  // a handler has thrown; the record is gone
+    throw;
+  }
   localVrfNameToIdDel(vrfName);
 }
 
@@ -96,17 +108,24 @@ void OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry(
   Pex::VrfId const vrfId = localVrfNameToId(key.vrfName);
   KIV_TRACE(4, "vrfId: ", vrfId);
   if (!agentConfig_ || !overlaySrcMacRewriteCliConfig_) return;
-  Ovra::IpAddr const ip = key.ip;
-  if (auto const* const entry =
-          overlaySrcMacRewriteCliConfig_.notifierRaw()->overlaySrcMacRewriteEntry(key)) {
-    IpAndMac const ipAndMac(ip, entry->mac);
-    agentConfig_->overlaySrcMacRewriteIs(vrfId)->ipAndMacIs(ipAndMac);
+  auto const& lines = overlaySrcMacRewriteCliConfig_.notifierRaw()->overlaySrcMacRewriteEntry();
+  if (lines.find(key) != nullptr) {
+    agentConfig_->overlaySrcMacRewriteIs(vrfId);
+    // Handlers of a new record may have changed the line, the record and the VRF: all as of now.
+    Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig_->overlaySrcMacRewrite(vrfId));
+    auto const* const line = lines.find(key);
+    auto const* const live = localVrfNameToId_.find(key.vrfName);
+    if (record && line != nullptr && live != nullptr && live->value == vrfId) {
+      record->ipAndMacIs({key.ip, line->mac});
+    }
     return;
   }
   Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig_->overlaySrcMacRewrite(vrfId));
   if (!record) return;
-  record->ipAndMacDel(ip);
-  if (record->ipAndMac().empty()) agentConfig_->overlaySrcMacRewriteDel(vrfId);
+  record->ipAndMacDel(key.ip);
+  // The same record: a handler may have put another one in its place.
+  bool const same = agentConfig_->overlaySrcMacRewrite(vrfId) == record.get();
+  if (same && record->ipAndMac().empty()) agentConfig_->overlaySrcMacRewriteDel(vrfId);
 }
 
 Pex::VrfId OverlaySrcMacRewriteCliConfigSm::publishedVrfId(L3::VrfName vrfName) const {

@@ -40,11 +40,9 @@ class OverlaySrcMacRewriteCliConfigSm final
       Kiv::Ptr<Pex::L3Status const> const& l3Status);
   ~OverlaySrcMacRewriteCliConfigSm() override;
 
-  Kiv::Ptr<Input::Config const> overlaySrcMacRewriteCliConfig() const {
-    return overlaySrcMacRewriteCliConfig_.notifier();
-  }
-  Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig() const { return agentConfig_; }
-  Kiv::Ptr<Pex::L3Status const> l3Status() const { return l3Status_.notifier(); }
+  auto overlaySrcMacRewriteCliConfig() const { return overlaySrcMacRewriteCliConfig_.notifier(); }
+  auto const& overlaySrcMacRewriteAgentConfig() const { return agentConfig_; }
+  auto l3Status() const { return l3Status_.notifier(); }
   /// The constructor's arguments.
   auto inputs() const {
     return std::tuple(overlaySrcMacRewriteCliConfig(), agentConfig_, l3Status());
@@ -74,7 +72,7 @@ class OverlaySrcMacRewriteCliConfigSm final
   };
 
   void addVrf(L3::VrfName vrfName);
-  /// Deletes the VRF's whole record. A name that is not live deletes record 0: kept.
+  /// Deletes the VRF's whole record. Deliberate: a name that is not live deletes record 0.
   void deleteVrf(L3::VrfName vrfName);
   void doAddOverlaySrcMacRewriteEntry(L3::VrfName vrfName);
 

@@ -17,7 +17,7 @@ namespace BfnMacRewrite {
 ///
 /// The last writer wins: all sources and all VLANs of an interface write one place, and a key that
 /// vanishes from its source empties that place even when another source or VLAN still has the
-/// interface. Nothing is rebuilt from what remains: kept.
+/// interface. Deliberate: nothing is rebuilt from what remains.
 ///
 /// Ownership: shares the output with its creator and leaves it as it is when it dies.
 class BfnMacRewriteIntfRoutingStatusSm final
@@ -37,18 +37,10 @@ class BfnMacRewriteIntfRoutingStatusSm final
       Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
   ~BfnMacRewriteIntfRoutingStatusSm() override;
 
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> l3PortAndLagRoutingStatus() const {
-    return l3PortAndLagRoutingStatus_.notifier();
-  }
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> vlanIntfRoutingStatus() const {
-    return vlanIntfRoutingStatus_.notifier();
-  }
-  Kiv::Ptr<BfnL3::L3RoutingStatus const> l3SubIntfRoutingStatus() const {
-    return l3SubIntfRoutingStatus_.notifier();
-  }
-  Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus() const {
-    return intfIdToRoutingStatus_;
-  }
+  auto l3PortAndLagRoutingStatus() const { return l3PortAndLagRoutingStatus_.notifier(); }
+  auto vlanIntfRoutingStatus() const { return vlanIntfRoutingStatus_.notifier(); }
+  auto l3SubIntfRoutingStatus() const { return l3SubIntfRoutingStatus_.notifier(); }
+  auto const& intfIdToRoutingStatus() const { return intfIdToRoutingStatus_; }
   /// The constructor's arguments.
   auto inputs() const {
     return std::tuple(l3PortAndLagRoutingStatus(), vlanIntfRoutingStatus(),
@@ -61,7 +53,7 @@ class BfnMacRewriteIntfRoutingStatusSm final
   void l3SubIntfRoutingStatusDel() { l3SubIntfRoutingStatus_.del(); }
 
   /// Merges everything that is there: sub-interfaces last, so they win over VLAN interfaces, and
-  /// those over ports. The output is neither cleared before nor pruned after: kept.
+  /// those over ports. Deliberate: the output is neither cleared before nor pruned after.
   void handleInitialized();
   void handleL3PortAndLagRoutingStatus(Pex::PortVlanPair const& key);
   void handleVlanIntfRoutingStatus(Pex::PortVlanPair const& key);

@@ -14,8 +14,6 @@ class IntfIdToRoutingStatus final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<Ovra::IntfId> kL3IntfRoutingStatus{258};
 
-  IntfIdToRoutingStatus();
-
   /// The status of an interface, or null. Valid while it is in.
   BfnL3::L3IntfRoutingStatus const* l3IntfRoutingStatus(Ovra::IntfId intfId) const {
     auto const* const entry = l3IntfRoutingStatus_.find(intfId);
@@ -25,10 +23,13 @@ class IntfIdToRoutingStatus final : public Kiv::Entity {
   /// Sets or replaces the status of an interface, or removes it when `status` is null, and notifies
   /// with the interface id. The very status that is stored, or null where there is none: nothing.
   void l3IntfRoutingStatusIs(Ovra::IntfId intfId,
-                             Kiv::Ptr<BfnL3::L3IntfRoutingStatus const> const& status);
+                             Kiv::Ptr<BfnL3::L3IntfRoutingStatus const> const& status) {
+    if (!status) return l3IntfRoutingStatusDel(intfId);
+    l3IntfRoutingStatus_.set({intfId, status});
+  }
   /// Removes and notifies; absent: nothing.
-  void l3IntfRoutingStatusDel(Ovra::IntfId intfId);
-  void l3IntfRoutingStatusDelAll();
+  void l3IntfRoutingStatusDel(Ovra::IntfId intfId) { l3IntfRoutingStatus_.del(intfId); }
+  void l3IntfRoutingStatusDelAll() { l3IntfRoutingStatus_.delAll(); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();

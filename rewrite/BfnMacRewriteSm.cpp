@@ -1,6 +1,10 @@
 #include "rewrite/BfnMacRewriteSm.h"
 
+#include <new>
+#include <utility>
+
 #include "framework/core/Fatal.h"
+#include "framework/core/Restore.h"
 #include "framework/generic/Describe.h"
 #include "framework/trace/Trace.h"
 
@@ -13,6 +17,12 @@ namespace {
 // The one VRF whose id may legitimately be 0.
 bool isDefaultVrf(L3::VrfName vrfName) {
   return vrfName == L3::VrfName("default");
+}
+
+template <class Members, class F>
+void eachOf(Members const& members, F const& f) {
+  auto walk = members.cursor();
+  while (auto* const member = walk.next()) f(Kiv::Ptr(member));
 }
 
 }  // namespace
@@ -34,24 +44,27 @@ BfnMacRewriteSm::BfnMacRewriteSm(
   // there to act on them; then the status reactors index every address, self IPs included. No row
   // is written before handleInitialized() makes its one pass.
   if (agentConfig) {
-    auto walk = agentConfig->overlaySrcMacRewrite().cursor();
-    while (auto* const config = walk.next()) {
-      agentVrfConfigIs(Kiv::Ptr<Agent::OverlaySrcMacRewrite const>(config));
-    }
+    eachOf(agentConfig->overlaySrcMacRewrite(), [this](auto const& p) { agentVrfConfigIs(p); });
   }
   if (routingHwRouteStatus) {
-    auto walk = routingHwRouteStatus->vrfStatus().cursor();
-    while (auto* const status = walk.next()) {
-      hwRouteVrfStatusIs(Kiv::Ptr<Routing::Hardware::VrfStatus const>(status));
-    }
+    eachOf(routingHwRouteStatus->vrfStatus(), [this](auto const& p) { hwRouteVrfStatusIs(p); });
   }
   if (agentStatus) {
-    auto walk = agentStatus->vrfStatus().cursor();
-    while (auto* const status = walk.next()) {
-      macRewriteVrfStatusIs(Kiv::Ptr<Agent::VrfStatus const>(status));
-    }
+    eachOf(agentStatus->vrfStatus(), [this](auto const& p) { macRewriteVrfStatusIs(p); });
   }
-  handleInitialized();
+  std::vector<Agent::IpAndIntfId> rows;
+  firstRows_ = &rows;
+  try {
+    handleInitialized();
+  } catch (std::bad_alloc const&) {
+    // The next machine writes every row anew; it must not find this one's references.
+    firstRows_ = nullptr;
+    for (Agent::IpAndIntfId const& row : rows) {
+      if (manager_->matchSpecAndRefCount(row)) manager_->deleteEntry(row.intfId, row.ipAddr);
+    }
+    throw;
+  }
+  firstRows_ = nullptr;
 }
 
 BfnMacRewriteSm::~BfnMacRewriteSm() {
@@ -66,28 +79,22 @@ void BfnMacRewriteSm::handleInitialized() {
 }
 
 void BfnMacRewriteSm::handleMacRewriteVrfStatus(Pex::VrfId vrfId) {
-  if (auto* const status = macRewriteStatus_.notifierRaw()->vrfStatus(vrfId)) {
-    macRewriteVrfStatusIs(Kiv::Ptr<Agent::VrfStatus const>(status));
-  } else {
-    macRewriteVrfStatusDel(vrfId);
-  }
+  if (!initialized()) return;
+  Kiv::Ptr const status(macRewriteStatus_.notifierRaw()->vrfStatus(vrfId));
+  status ? macRewriteVrfStatusIs(status) : macRewriteVrfStatusDel(vrfId);
 }
 
 void BfnMacRewriteSm::handleAgentVrfConfig(Pex::VrfId vrfId) {
-  auto const* const config = overlaySrcMacRewriteAgentConfig_.notifierRaw();
-  if (auto* const vrfConfig = config->overlaySrcMacRewrite(vrfId)) {
-    agentVrfConfigIs(Kiv::Ptr<Agent::OverlaySrcMacRewrite const>(vrfConfig));
-  } else {
-    agentVrfConfigDel(vrfId);
-  }
+  if (!initialized()) return;
+  Kiv::Ptr const config(
+      overlaySrcMacRewriteAgentConfig_.notifierRaw()->overlaySrcMacRewrite(vrfId));
+  config ? agentVrfConfigIs(config) : agentVrfConfigDel(vrfId);
 }
 
 void BfnMacRewriteSm::handleHwRouteVrfStatus(L3::VrfName vrfName) {
-  if (auto* const status = routingHwRouteStatus_.notifierRaw()->vrfStatus(vrfName)) {
-    hwRouteVrfStatusIs(Kiv::Ptr<Routing::Hardware::VrfStatus const>(status));
-  } else {
-    hwRouteVrfStatusDel(vrfName);
-  }
+  if (!initialized()) return;
+  Kiv::Ptr const status(routingHwRouteStatus_.notifierRaw()->vrfStatus(vrfName));
+  status ? hwRouteVrfStatusIs(status) : hwRouteVrfStatusDel(vrfName);
 }
 
 Kiv::Ptr<VrfIpCollection> BfnMacRewriteSm::localIntfToVrfIpIs(Ovra::IntfId intfId) {
@@ -97,6 +104,22 @@ Kiv::Ptr<VrfIpCollection> BfnMacRewriteSm::localIntfToVrfIpIs(Ovra::IntfId intfI
   auto collection = Kiv::makeActive<VrfIpCollection>(intfId);
   localIntfToVrfIp_.set(collection);
   return collection;
+}
+
+void BfnMacRewriteSm::indexIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) {
+  localVrfIpToIntfIs(pair, intfId);
+  Kiv::Ptr<VrfIpCollection> const pairs = localIntfToVrfIpIs(intfId);
+  pairs->vrfAndIpAddrIs(pair);
+  size_t const count = pairs->vrfAndIpAddr().size();
+  if (passRoom_.capacity() < count) passRoom_.reserve(2 * count);
+}
+
+void BfnMacRewriteSm::indexDel(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) {
+  localVrfIpToIntfDel(pair);
+  Kiv::Ptr<VrfIpCollection> const pairs = localIntfToVrfIp(intfId);
+  if (!pairs) return;
+  pairs->vrfAndIpAddrDel(pair);
+  if (pairs->vrfAndIpAddr().empty()) localIntfToVrfIpDel(intfId);
 }
 
 BfnL3::L3IntfRoutingStatus const* BfnMacRewriteSm::routingStatus(Ovra::IntfId intfId) const {
@@ -119,6 +142,10 @@ void BfnMacRewriteSm::prefetch(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfI
   auto const* const config = all == nullptr ? nullptr : all->overlaySrcMacRewrite(pair.vrfId());
   if (config != nullptr) config->ipAndMac().map().prefetch(pair.ipAddr());
   if (manager_) manager_->prefetch(intfId, pair.ipAddr());
+}
+
+bool BfnMacRewriteSm::rowIsYetToCome(Ovra::IntfId intfId, Ovra::IpAddr ipAddr) const {
+  return addingRows_ && !manager_->matchSpecAndRefCount({ipAddr, intfId, false});
 }
 
 Ovra::EthAddr BfnMacRewriteSm::configuredMac(Pex::VrfId vrfId, Ovra::IpAddr ipAddr) const {
@@ -146,13 +173,21 @@ void BfnMacRewriteSm::addOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::
   Ovra::EthAddr const macAddr = configuredMac(vrfId, ipAddr);
   KIV_TRACE(4, "intfId: ", intfId, ", l3Aintf: ", l3Aintf, ", macAddr: ", macAddr);
   L3::VrfName const vrfName = l3Status_ ? l3Status_->vrfName(vrfId) : L3::VrfName();
-  manager_->addEntry(vrfName, l3Aintf, intfId, ipAddr, macAddr);
+  if (firstRows_ != nullptr) {  // room first: nothing may fail after the row is written
+    firstRows_->emplace_back();
+    firstRows_->pop_back();
+  }
+  auto const added = manager_->addEntry(vrfName, l3Aintf, intfId, ipAddr, macAddr);
+  if (firstRows_ != nullptr && added == PexTypes::TableAddStatus::Success) {
+    firstRows_->push_back({ipAddr, intfId, false});
+  }
 }
 
 void BfnMacRewriteSm::updateOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::IntfId intfId,
                                                            Ovra::IpAddr ipAddr) {
   if (!initialized()) return;
   KIV_TRACE(9, "vrfId: ", vrfId, ", ipAddr: ", ipAddr, " intfId: ", intfId);
+  if (rowIsYetToCome(intfId, ipAddr)) return;
   manager_->updateEntry(intfId, ipAddr, configuredMac(vrfId, ipAddr));
 }
 
@@ -160,6 +195,7 @@ void BfnMacRewriteSm::deleteOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovr
                                                            Ovra::IpAddr ipAddr) {
   KIV_CHECK(initialized(), "Sm not initialized yet");
   KIV_TRACE(9, "vrfId: ", vrfId, ", ipAddr: ", ipAddr, " intfId: ", intfId);
+  if (rowIsYetToCome(intfId, ipAddr)) return;
   manager_->deleteEntry(intfId, ipAddr);
 }
 
@@ -168,13 +204,18 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus(Ovra::IntfId intfId) {
   KIV_TRACE(9, "intfId: ", intfId);
   Kiv::Ptr<VrfIpCollection> const pairs = localIntfToVrfIp(intfId);
   if (!pairs) return;
-  auto walk = pairs->vrfAndIpAddr().cursor();
-  while (auto const* const at = walk.next()) {
-    Pex::VrfAndIpAddr const pair = *at;
-    if (routingStatus(intfId) != nullptr) {
-      addOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
-    } else {
+  bool const present = routingStatus(intfId) != nullptr;
+  Kiv::Restore<bool> const outer{addingRows_, addingRows_};
+  addingRows_ |= present;
+  // A copy: a pair that a handler removes while rows are deleted still has its row, and one that it
+  // adds has none, or has written it already.
+  Kiv::Restore<std::vector<Pex::VrfAndIpAddr>> room{passRoom_, std::move(passRoom_)};
+  room.value.assign(pairs->vrfAndIpAddr().begin(), pairs->vrfAndIpAddr().end());
+  for (Pex::VrfAndIpAddr const& pair : room.value) {
+    if (!present) {
       deleteOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
+    } else if (routingStatus(intfId) != nullptr && localVrfIpToIntf(pair) == intfId) {
+      addOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
     }
   }
 }
@@ -182,6 +223,8 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus(Ovra::IntfId intfId) {
 void BfnMacRewriteSm::handleL3IntfRoutingStatus() {
   KIV_CHECK(initialized(), "Sm not initialized yet.");
   KIV_TRACE(9, "");
+  Kiv::Restore<bool> const outer{addingRows_, addingRows_};
+  addingRows_ = true;
   Kiv::Ptr<IntfIdToRoutingStatus const> const all = intfIdToRoutingStatus();
   if (!all) return;
   auto walk = all->l3IntfRoutingStatus().cursor();
@@ -189,12 +232,6 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus() {
     Ovra::IntfId const intfId = status->key;
     handleL3IntfRoutingStatus(intfId);
   }
-}
-
-BfnMacRewriteSm::KivAgentVrfConfig::KivAgentVrfConfig(Kiv::Ptr<Notifier> const& config,
-                                                      BfnMacRewriteSm* owner)
-    : VrfReactor(config, owner) {
-  handleInitialized();
 }
 
 void BfnMacRewriteSm::KivAgentVrfConfig::handleInitialized() {
@@ -221,12 +258,6 @@ void BfnMacRewriteSm::KivAgentVrfConfig::handleIpAndMac() {
   auto const watched = notifier();
   auto walk = watched->ipAndMac().cursor();
   while (auto const* const ipAndMac = walk.next()) handleIpAndMac(ipAndMac->ip);
-}
-
-BfnMacRewriteSm::KivMacRewriteVrfStatus::KivMacRewriteVrfStatus(Kiv::Ptr<Notifier> const& status,
-                                                                BfnMacRewriteSm* owner)
-    : VrfReactor(status, owner) {
-  handleInitialized();
 }
 
 void BfnMacRewriteSm::KivMacRewriteVrfStatus::handleInitialized() {
@@ -271,11 +302,22 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::addIpAndIntfId(Ovra::IpAddr ipAddr
             "add");
   // The empty id names no interface: there is nothing to find the address under.
   if (!intfId) return;
-  if (oldIntfId) removeIpAndIntfId(ipAddr);
-  sm.localVrfIpToIntfIs(pair, intfId);
-  sm.localIntfToVrfIpIs(intfId)->vrfAndIpAddrIs(pair);
-  if (sm.routingStatus(intfId) == nullptr) return;
-  sm.addOverlaySrcMacRewriteTableEntry(vrfId(), intfId, ipAddr);
+  if (oldIntfId) {
+    removeIpAndIntfId(ipAddr);
+    // A handler of the removal that changes the address or its VLAN has it handled as of then.
+    auto const* const now = notifierRaw()->ipAndIntfId().find(ipAddr);
+    if (now == nullptr || !(*now == ipAndIntfId) || sm.localVrfIpToIntf(pair)) return;
+    if (now->selfIp && sm.fwdVlanIdPerVrf(vrfId().value()) == 0) return;
+  }
+  try {
+    sm.indexIs(pair, intfId);
+    if (sm.routingStatus(intfId) == nullptr) return;
+    sm.addOverlaySrcMacRewriteTableEntry(vrfId(), intfId, ipAddr);
+  } catch (std::bad_alloc const&) {
+    // As if the address had not come, so that it can come again, and go.
+    sm.indexDel(pair, intfId);
+    throw;
+  }
 }
 
 void BfnMacRewriteSm::KivMacRewriteVrfStatus::removeIpAndIntfId(Ovra::IpAddr ipAddr) {
@@ -285,11 +327,7 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::removeIpAndIntfId(Ovra::IpAddr ipA
   Ovra::IntfId const intfId = sm.localVrfIpToIntf(pair);
   if (!intfId) return;
   sm.prefetch(pair, intfId);
-  sm.localVrfIpToIntfDel(pair);
-  if (auto const pairs = sm.localIntfToVrfIp(intfId)) {
-    pairs->vrfAndIpAddrDel(pair);
-    if (pairs->vrfAndIpAddr().empty()) sm.localIntfToVrfIpDel(intfId);
-  }
+  sm.indexDel(pair, intfId);
   if (sm.routingStatus(intfId) == nullptr) return;
   sm.deleteOverlaySrcMacRewriteTableEntry(vrfId(), intfId, ipAddr);
 }
@@ -305,12 +343,6 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::handleFwdVlanIdChange(U32 oldVlanI
     if (oldVlanId != 0) removeIpAndIntfId(ipAddr);
     handleIpAndIntfId(ipAddr);
   }
-}
-
-BfnMacRewriteSm::KivHwRouteVrfStatus::KivHwRouteVrfStatus(Kiv::Ptr<Notifier> const& status,
-                                                          BfnMacRewriteSm* owner)
-    : VrfReactor(status, owner) {
-  handleInitialized();
 }
 
 void BfnMacRewriteSm::KivHwRouteVrfStatus::handleInitialized() {

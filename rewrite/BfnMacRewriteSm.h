@@ -1,6 +1,7 @@
 #pragma once
 
 #include <tuple>
+#include <vector>
 
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "agent/records/Export.h"
@@ -45,7 +46,8 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
     return Kiv::makeActive<BfnMacRewriteSm>(inputs...);
   }
   /// Writes every row that is due in one pass. A null input contributes nothing. Throws
-  /// Kiv::RangeException when that pass meets a VLAN outside 1..4094.
+  /// Kiv::RangeException when that pass meets a VLAN outside 1..4094; the rows before it stay.
+  /// Throws std::bad_alloc; no row of the pass stays then.
   BfnMacRewriteSm(Kiv::Ptr<Agent::Status const> const& agentStatus,
                   Kiv::Ptr<Agent::Config const> const& agentConfig,
                   Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus,
@@ -54,20 +56,15 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
                   Kiv::Ptr<Routing::Hardware::RouteStatus const> const& routingHwRouteStatus);
   ~BfnMacRewriteSm() override;
 
-  Kiv::Ptr<Agent::Status const> macRewriteStatus() const { return macRewriteStatus_.notifier(); }
-  Kiv::Ptr<Agent::Config const> overlaySrcMacRewriteAgentConfig() const {
+  // The inputs as they are watched; null for one that is not.
+  auto macRewriteStatus() const { return macRewriteStatus_.notifier(); }
+  auto overlaySrcMacRewriteAgentConfig() const {
     return overlaySrcMacRewriteAgentConfig_.notifier();
   }
-  Kiv::Ptr<IntfIdToRoutingStatus const> intfIdToRoutingStatus() const {
-    return intfIdToRoutingStatus_.notifier();
-  }
-  Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteManager() const {
-    return manager_;
-  }
-  Kiv::Ptr<Pex::L3Status const> const& l3Status() const { return l3Status_; }
-  Kiv::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus() const {
-    return routingHwRouteStatus_.notifier();
-  }
+  auto intfIdToRoutingStatus() const { return intfIdToRoutingStatus_.notifier(); }
+  auto const& overlaySrcMacRewriteManager() const { return manager_; }
+  auto const& l3Status() const { return l3Status_; }
+  auto routingHwRouteStatus() const { return routingHwRouteStatus_.notifier(); }
   /// The constructor's arguments.
   auto inputs() const {
     return std::tuple(macRewriteStatus(), overlaySrcMacRewriteAgentConfig(),
@@ -82,8 +79,8 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
 
   void handleInitialized();
   /// The routing status of one interface was added, replaced or removed: adds the rows of every
-  /// pair on it, or deletes them. Kept: a replaced status adds every row once more, which counts a
-  /// reference and leaves the VLAN of the row as it was.
+  /// pair on it, or deletes them. Deliberate: a replaced status adds every row once more, which
+  /// counts a reference and leaves the VLAN of the row as it was.
   void handleL3IntfRoutingStatus(Ovra::IntfId intfId);
   /// The same for every interface that has routing status, in the collection's order.
   void handleL3IntfRoutingStatus();
@@ -138,7 +135,10 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   class KivAgentVrfConfig final
       : public VrfReactor<KivAgentVrfConfig, Agent::OverlaySrcMacRewrite const> {
    public:
-    KivAgentVrfConfig(Kiv::Ptr<Notifier> const& config, BfnMacRewriteSm* owner);
+    KivAgentVrfConfig(Kiv::Ptr<Notifier> const& config, BfnMacRewriteSm* owner)
+        : VrfReactor(config, owner) {
+      handleInitialized();
+    }
 
     Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
 
@@ -156,7 +156,10 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   class KivMacRewriteVrfStatus final
       : public VrfReactor<KivMacRewriteVrfStatus, Agent::VrfStatus const> {
    public:
-    KivMacRewriteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner);
+    KivMacRewriteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner)
+        : VrfReactor(status, owner) {
+      handleInitialized();
+    }
 
     Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
 
@@ -181,7 +184,10 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   class KivHwRouteVrfStatus final
       : public VrfReactor<KivHwRouteVrfStatus, Routing::Hardware::VrfStatus const> {
    public:
-    KivHwRouteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner);
+    KivHwRouteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner)
+        : VrfReactor(status, owner) {
+      handleInitialized();
+    }
 
     L3::VrfName vrfName() const { return notifierRaw()->vrfName(); }
 
@@ -196,7 +202,7 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
                                          Ovra::IpAddr ipAddr);
   void updateOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::IntfId intfId,
                                             Ovra::IpAddr ipAddr);
-  /// Kept: fatal before initialization, where add and update are skipped silently.
+  /// Deliberate: fatal before initialization, where add and update are skipped silently.
   void deleteOverlaySrcMacRewriteTableEntry(Pex::VrfId vrfId, Ovra::IntfId intfId,
                                             Ovra::IpAddr ipAddr);
 
@@ -265,6 +271,12 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   BfnL3::L3IntfRoutingStatus const* routingStatus(Ovra::IntfId intfId) const;
   /// Whether the agent's status calls the address one of the switch's own.
   bool selfIp(Pex::VrfId vrfId, Ovra::IpAddr ipAddr) const;
+  /// Puts a pair into both indexes, or takes it out of both. Without memory, std::bad_alloc leaves
+  /// indexIs() half done; indexDel() takes that back.
+  void indexIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId);
+  void indexDel(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId);
+  /// Whether a pass in progress has yet to add the row, which is then not there to be changed.
+  bool rowIsYetToCome(Ovra::IntfId intfId, Ovra::IpAddr ipAddr) const;
   /// Prefetches the index slots and the record of a pair, so that their cache misses overlap.
   void prefetch(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) const;
   /// The configured MAC, all-zero when there is none.
@@ -288,6 +300,12 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   Kiv::ReactorCollection<Pex::VrfId, KivMacRewriteVrfStatus, Agent::VrfStatus const,
                          BfnMacRewriteSm, 0x2BD6987D>
       macRewriteVrfStatus_;
+  /// Room for the pairs of any one interface, so that deleting their rows allocates nothing.
+  std::vector<Pex::VrfAndIpAddr> passRoom_;
+  /// The rows written by the constructor's pass; null after it.
+  std::vector<Agent::IpAndIntfId>* firstRows_ = nullptr;
+  /// A pass adds rows; pairs may be indexed whose rows are yet to come.
+  bool addingRows_ = false;
 };
 
 /// See BfnMacRewriteSm::BfnMacRewriteSmIs.

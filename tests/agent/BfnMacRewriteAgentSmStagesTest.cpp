@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "framework/core/Exceptions.h"
 #include "tests/agent/StagesTest.h"
 #include "tests/support/Watcher.h"
@@ -158,6 +160,42 @@ TEST_F(StagesTest, RunningAStageAgainWithTheSameInputsChangesNothingWhateverTheF
   EXPECT_TRUE(host.capability->overlaySrcMacRewriteSupported());
   EXPECT_THAT(traces(), ElementsAre("AgentSm::handleStartMacRewriteSm: ",
                                     "AgentSm::handleStartMacRewriteSm: "));
+}
+
+TEST_F(StagesTest, AStageTwoThatMeetsAVlanOutOfRangeLeavesTheRowsBeforeIt) {
+  host.createAgent();
+  host.stage1();
+  row();
+  for (int last = 2; last < 20; ++last) {
+    host.address(7, ("10.0.0." + std::to_string(last)).c_str(), "Ethernet1");
+  }
+  host.route("red", 7, 4095);
+  host.address(7, "10.0.0.20", "Ethernet1", true);
+  EXPECT_THROW(host.stage2(), Kiv::RangeException);
+  EXPECT_FALSE(agent().bfnMacRewriteSm());
+  EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
+  size_t const left = host.rows().size();
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(left, 1));
+  host.route("red", 7, 300);
+  host.stage2();
+  EXPECT_EQ(host.rows().size(), 20u);
+  auto const counts = refCounts();
+  EXPECT_EQ(static_cast<size_t>(std::ranges::count(counts, 2u)), left);
+}
+
+TEST_F(StagesTest, TheMachinesStayWhenTheCapabilityIsLost) {
+  host.bringUp();
+  auto const merge = agent().bfnMacRewriteIntfRoutingStatusSm();
+  auto const sm = agent().bfnMacRewriteSm();
+  auto const cli = agent().overlaySrcMacRewriteCliConfigSm();
+  profileIs(BfnTest::PluginHost::kProfile, false);
+  host.stage1();
+  host.stage2();
+  EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
+  EXPECT_EQ(agent().bfnMacRewriteIntfRoutingStatusSm(), merge);
+  EXPECT_EQ(agent().bfnMacRewriteSm(), sm);
+  EXPECT_EQ(agent().overlaySrcMacRewriteCliConfigSm(), cli);
+  EXPECT_TRUE(cli->hasNotificationActive());
 }
 
 TEST_F(StagesTest, NullInputsKeepTheChildrenToo) {

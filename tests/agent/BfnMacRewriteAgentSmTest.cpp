@@ -99,6 +99,11 @@ TEST_F(AgentSmTest, AnotherOutputRunsBothStagesInOrder) {
   agent().overlaySrcMacRewriteManagerDel();
   agent().bfnL3OutputIs(other);
   EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
+  // From now on the other one is heard, and the first is not.
+  host.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
+  EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
+  other->initMacRewriteTablesIs(true);
+  EXPECT_TRUE(agent().overlaySrcMacRewriteManager());
 }
 
 TEST_F(AgentSmTest, BeforeInitialisationTheStagesAreSilent) {
@@ -134,6 +139,13 @@ TEST_F(AgentSmTest, NotificationIsPassedToTheMachinesAndTheirReactors) {
   EXPECT_TRUE(sm->hasNotificationActive());
   host.stage2();
   EXPECT_EQ(traces(), std::vector<std::string>{"AgentSm::handleStartMacRewriteSm: "});
+}
+
+TEST_F(AgentSmTest, NotificationIsPassedToTheSystemStatusThenTheOutput) {
+  host.createAgent();
+  std::vector<Kiv::PtrInterface const*> watched;
+  agent().kivEachReactor([&](auto const& reactor) { watched.push_back(reactor.notifierRaw()); });
+  EXPECT_THAT(watched, ElementsAre(host.systemStatus.get(), host.l3Shared->bfnL3Output().get()));
 }
 
 TEST_F(AgentSmTest, NotificationIsPassedToTheTranslatorThenTheCoreMachineThenTheMerge) {

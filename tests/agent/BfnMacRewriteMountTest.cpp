@@ -7,12 +7,16 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "framework/generic/Type.h"
 
 namespace {
 
 using BfnMacRewrite::BfnMacRewriteMount;
 using ::testing::ElementsAre;
+using ::testing::Pair;
 
 constexpr char const* kConfig = "vxlan/hardware/srcMacRewrite/config";
 constexpr char const* kCapability = "vxlan/hardware/srcMacRewrite/capability";
@@ -36,11 +40,13 @@ class FixedEntities final : public Corvo::EntityManager {
  public:
   Kiv::Ptr<Kiv::Entity> getEntity(Kiv::String const& path) const override {
     asked.push_back(path.stdString());
+    if (then) then();
     auto const found = entities.find(asked.back());
     return found == entities.end() ? nullptr : found->second;
   }
   std::map<std::string, Kiv::Ptr<Kiv::Entity>> entities;
   mutable std::vector<std::string> asked;
+  std::function<void()> then;
 };
 
 TEST(BfnMacRewriteMount, IsBornEmpty) {
@@ -95,6 +101,30 @@ TEST(BfnMacRewriteMount, FetchesBothEntitiesAndMakesTheRecordsOnce) {
   mount->getEntity(manager, 4);
   EXPECT_EQ(mount->bfnMacRewriteAgentConfig(), agentConfig);
   EXPECT_EQ(mount->bfnMacRewriteAgentStatus(), agentStatus);
+}
+
+TEST(BfnMacRewriteMount, TheRecordsAreMadeAfterTheEntitiesAreFetched) {
+  auto const mount = Kiv::makeActive<BfnMacRewriteMount>();
+  auto const manager = Kiv::makeActive<FixedEntities>();
+  manager->then = [&] {
+    EXPECT_FALSE(mount->bfnMacRewriteAgentConfig());
+    EXPECT_FALSE(mount->bfnMacRewriteAgentStatus());
+  };
+  mount->getEntity(manager, 0);
+  EXPECT_EQ(manager->asked.size(), 2u);
+  EXPECT_TRUE(mount->bfnMacRewriteAgentConfig());
+}
+
+TEST(BfnMacRewriteMount, ItsAttributesAreKnownByNameAndIdInOrder) {
+  std::vector<std::pair<std::string, Kiv::AttributeId>> attributes;
+  for (auto const& attribute : BfnMacRewriteMount::_kivType().attributes()) {
+    attributes.emplace_back(attribute.name, attribute.id);
+  }
+  attributes.resize(4);
+  EXPECT_THAT(
+      attributes,
+      ElementsAre(Pair("bfnMacRewriteCliConfig", 130), Pair("bfnMacRewriteCapability", 131),
+                  Pair("bfnMacRewriteAgentConfig", 132), Pair("bfnMacRewriteAgentStatus", 133)));
 }
 
 TEST(BfnMacRewriteMount, AnAbsentOrMistypedEntityLeavesNullAlsoWhereOneWas) {

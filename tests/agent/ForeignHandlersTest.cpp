@@ -213,4 +213,213 @@ TEST_F(ForeignHandlersTest, AForeignHandlerMayRunStageTwoWithinItself) {
             1);
 }
 
+TEST_F(ForeignHandlersTest, AStageOneAskedForWithinStageOneRunsAfterIt) {
+  for (bool const otherEntry : {false, true}) {
+    SCOPED_TRACE(otherEntry);
+    host.createAgent();
+    auto const list = host.profileEntry->tableList();
+    auto const other = host.profileData->profileDataEntryIs("other");
+    profileIs("other", true);
+    output().profileEntryIs(host.profileEntry);
+    auto const watcher = Kiv::makeActive<Watcher>(list);
+    watcher->then = [&] {
+      watcher->then = nullptr;
+      if (otherEntry) output().profileEntryIs(other);
+      output().initMacRewriteTablesIs(!output().initMacRewriteTables());
+    };
+    output().initMacRewriteTablesIs(!output().initMacRewriteTables());
+    auto const manager = agent().overlaySrcMacRewriteManager();
+    auto const& entry = otherEntry ? other : host.profileEntry;
+    EXPECT_EQ(manager->profileEntry(), entry);
+    EXPECT_EQ(entry->tableList()->manager(Kiv::Name("overlaySrcMacRewrite")), manager);
+    EXPECT_EQ(list->hwTables().empty(), otherEntry);
+    host.agent.reset();
+  }
+}
+
+TEST_F(ForeignHandlersTest, AStageTwoAskedForWithinStageOneHasTheManager) {
+  host.createAgent();
+  auto const watcher = Kiv::makeActive<Watcher>(host.profileEntry->tableList());
+  watcher->then = [&] { output().startMacRewriteSmIs(true); };
+  output().initMacRewriteTablesIs(true);
+  ASSERT_TRUE(agent().bfnMacRewriteSm());
+  EXPECT_TRUE(agent().overlaySrcMacRewriteManager());
+  EXPECT_EQ(agent().bfnMacRewriteSm()->overlaySrcMacRewriteManager(),
+            agent().overlaySrcMacRewriteManager());
+}
+
+TEST_F(ForeignHandlersTest, AStageTwoAskedForWhileRowsAreWrittenCountsEachOnce) {
+  host.createAgent();
+  host.stage1();
+  row();
+  auto const watcher = Kiv::makeActive<Watcher>(
+      agent().overlaySrcMacRewriteManager()->overlaySrcMacRewriteTable()->status());
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    host.stage2();
+  };
+  host.stage2();
+  EXPECT_EQ(refCounts(), std::vector<unsigned>{1});
+}
+
+TEST_F(ForeignHandlersTest, TheOldChildrenStayUntilTheNewOnesAreComplete) {
+  host.bringUp();
+  row();
+  host.vrf("blue", 8);
+  auto const manager = agent().overlaySrcMacRewriteManager();
+  auto const translator = agent().overlaySrcMacRewriteCliConfigSm();
+  auto const other = Kiv::makeActive<BfnMacRewrite::Input::Config>();
+  other->overlaySrcMacRewriteEntryIs(
+      {L3::VrfName("blue"), BfnTest::ip("10.0.0.1"), BfnTest::mac("02:00:00:00:00:01")});
+  auto const records = Kiv::makeActive<Watcher>(host.mount->bfnMacRewriteAgentConfig());
+  records->then = [&] {
+    EXPECT_EQ(agent().overlaySrcMacRewriteCliConfigSm(), translator);
+    EXPECT_TRUE(translator->hasNotificationActive());
+  };
+  agent().overlaySrcMacRewriteCliConfigSmIs(Kiv::Ptr<BfnMacRewrite::Input::Config const>(other),
+                                            host.mount->bfnMacRewriteAgentConfig(),
+                                            Kiv::Ptr<Pex::L3Status const>(host.l3Status));
+  EXPECT_EQ(records->changes.size(), 1u);
+  EXPECT_NE(agent().overlaySrcMacRewriteCliConfigSm(), translator);
+  EXPECT_FALSE(translator->hasNotificationActive());
+
+  auto const entry = host.profileData->profileDataEntryIs("other");
+  profileIs("other", true);
+  output().profileEntryIs(entry);
+  auto const tables = Kiv::makeActive<Watcher>(entry->tableList());
+  tables->then = [&] { EXPECT_EQ(agent().overlaySrcMacRewriteManager(), manager); };
+  host.stage1();
+  EXPECT_EQ(tables->changes.size(), 1u);
+  EXPECT_NE(agent().overlaySrcMacRewriteManager(), manager);
+}
+
+TEST_F(ForeignHandlersTest, StageTwoReportsTheCapabilitiesThatItStartedWith) {
+  host.createAgent();
+  host.stage1();
+  row();
+  auto const watcher = Kiv::makeActive<Watcher>(host.mount->bfnMacRewriteAgentConfig());
+  watcher->then = [&] { agent().chipCapabilitiesIs({}); };
+  host.stage2();
+  EXPECT_FALSE(watcher->changes.empty());
+  EXPECT_TRUE(host.capability->overlaySrcMacRewriteSupported());
+}
+
+// Rows while a driver's handler changes what they are made of.
+
+class RowsInPassTest : public ForeignHandlersTest {
+ protected:
+  BfnTest::RecordingDriver driver{host.chip};
+
+  void SetUp() override {
+    ForeignHandlersTest::SetUp();
+    host.createAgent();
+    output().initMacRewriteTablesIs(true);
+    BfnAgentLib::TableInitialization with;
+    with.dlHandle = driver.opaque();
+    ASSERT_EQ(BfnAgentLib::initializeTables(host.profileEntry, with), 1u);
+    host.stage2();
+    host.vrf("red", 7);
+    host.route("red", 7, 300);
+    for (char const* const address : kAddresses) host.address(7, address, "Ethernet1");
+  }
+  void TearDown() override {
+    host.agent.reset();
+    ForeignHandlersTest::TearDown();
+  }
+  void once(std::function<void()> const& run) {
+    driver.then = [this, run] {
+      auto const now = run;  // this lambda goes with the next statement
+      driver.then = nullptr;
+      now();
+    };
+  }
+  static constexpr char const* kAddresses[] = {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"};
+};
+
+TEST_F(RowsInPassTest, AddressesRemovedWhileTheirRowsAreDeletedLeaveNothing) {
+  host.port("Ethernet1", 100, 7);
+  once([&] {
+    for (char const* const address : kAddresses) host.addressDel(7, address);
+  });
+  host.portDel("Ethernet1");
+  EXPECT_THAT(host.rows(), IsEmpty());
+  EXPECT_THAT(refCounts(), IsEmpty());
+}
+
+TEST_F(RowsInPassTest, AnAddressAddedWhileRowsAreDeletedWaitsForTheInterface) {
+  host.port("Ethernet1", 100, 7);
+  once([&] {
+    for (char const* const address : {"10.0.0.5", "10.0.0.6", "10.0.0.7", "10.0.0.8"}) {
+      host.address(7, address, "Ethernet1");
+    }
+  });
+  host.portDel("Ethernet1");
+  EXPECT_THAT(host.rows(), IsEmpty());
+  host.port("Ethernet1", 100, 7);
+  EXPECT_EQ(host.rows().size(), 8u);
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(8, 1));
+}
+
+TEST_F(RowsInPassTest, AStatusThatReturnsWhileRowsAreDeletedCountsNoRowTwice) {
+  host.port("Ethernet1", 100, 7);
+  once([&] { host.port("Ethernet1", 200, 7); });
+  host.portDel("Ethernet1");
+  EXPECT_GE(refCounts().size(), 3u);
+  for (unsigned const count : refCounts()) EXPECT_EQ(count, 1u);
+}
+
+TEST_F(RowsInPassTest, AddressesAddedAndRemovedWhileRowsAreAddedAreCountedOnce) {
+  once([&] {
+    for (char const* const address : {"10.0.0.5", "10.0.0.6", "10.0.0.7", "10.0.0.8"}) {
+      host.address(7, address, "Ethernet1");
+    }
+  });
+  host.port("Ethernet1", 100, 7);
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(8, 1));
+  host.portDel("Ethernet1");
+  // All but the one whose row is being written.
+  once([&] {
+    for (char const* const address : kAddresses) {
+      if (host.rows()[0].find(address) == std::string::npos) host.addressDel(7, address);
+    }
+    host.rewrite("red", "10.0.0.5", "02:00:00:00:00:05");
+  });
+  host.port("Ethernet1", 100, 7);
+  EXPECT_EQ(host.rows().size(), refCounts().size());
+  for (unsigned const count : refCounts()) EXPECT_EQ(count, 1u);
+}
+
+TEST_F(RowsInPassTest, AnAddressThatGoesWhileItIsAddedAgainStaysAway) {
+  host.port("Ethernet1", 100, 7);
+  once([&] { host.addressDel(7, "10.0.0.1"); });
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  EXPECT_EQ(host.rows().size(), 3u);
+  EXPECT_FALSE(
+      agent().bfnMacRewriteSm()->localVrfIpToIntf({Pex::VrfId(7), BfnTest::ip("10.0.0.1")}));
+}
+
+TEST_F(RowsInPassTest, AnAddressThatMovesWhileItIsAddedAgainIsWhereItMovedTo) {
+  host.port("Ethernet1", 100, 7);
+  host.port("Ethernet2", 200, 7);
+  once([&] {
+    host.addressDel(7, "10.0.0.1");
+    host.address(7, "10.0.0.1", "Ethernet2");
+  });
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  EXPECT_EQ(agent().bfnMacRewriteSm()->localVrfIpToIntf({Pex::VrfId(7), BfnTest::ip("10.0.0.1")}),
+            Ovra::IntfId("Ethernet2"));
+  EXPECT_EQ(host.rows().size(), 4u);
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(4, 1));
+}
+
+TEST_F(RowsInPassTest, ASelfIpWhoseVlanGoesWhileItIsAddedAgainWaits) {
+  host.port("Ethernet1", 100, 7);
+  once([&] { host.route("red", 7, 0); });
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  EXPECT_EQ(host.rows().size(), 3u);
+  host.route("red", 7, 301);
+  EXPECT_EQ(host.rows().size(), 4u);
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(4, 1));
+}
+
 }  // namespace

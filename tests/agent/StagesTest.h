@@ -14,6 +14,14 @@ class StagesTest : public BfnTest::PluginTest {
     capabilities.overlaySrcMacRewriteTableSize = static_cast<Kiv::U16>(size);
     host.systemStatus->profileInfoIs(profile)->chipCapabilitiesIs(capabilities);
   }
+  /// The references of each row.
+  std::vector<unsigned> refCounts() {
+    std::vector<unsigned> counts;
+    for (auto const& record : agent().overlaySrcMacRewriteManager()->matchSpecAndRefCount()) {
+      counts.push_back(record->refCount());
+    }
+    return counts;
+  }
   void row() {
     host.vrf("red", 7);
     host.port("Ethernet1", 100, 7);

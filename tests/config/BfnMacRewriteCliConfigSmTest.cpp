@@ -1,7 +1,11 @@
 #include "config/BfnMacRewriteCliConfigSm.h"
 
+#include <cstdio>
 #include <set>
+#include <stdexcept>
 
+#include "framework/trace/TraceHandle.h"
+#include "framework/trace/TraceHelper.h"
 #include "tests/support/PluginTest.h"
 #include "tests/support/Watcher.h"
 
@@ -362,6 +366,113 @@ TEST_F(CliConfigTest, AHandlerOfTheOutputMayDropTheMachineAtAnyWrite) {
   }
 }
 
+TEST_F(CliConfigTest, ANameThatIsNotLiveAndNotPublishedDeletesRecordZero) {
+  start();
+  config->overlaySrcMacRewriteIs(VrfId(0));
+  sm->handleVrfId(name("nobody"));
+  EXPECT_THAT(output(), IsEmpty());
+}
+
+TEST_F(CliConfigTest, AVrfIsLiveUntilItsRecordHasGone) {
+  host.vrf("red", 5);
+  host.rewrite("red", "10.0.0.1", kMac1);
+  start();
+  auto const watcher = Kiv::makeActive<Watcher>(config);
+  watcher->then = [&] { EXPECT_TRUE(sm->localVrfNameToIdHas(name("red"))); };
+  host.l3Status->vrfDel(name("red"));
+  EXPECT_EQ(watcher->changes.size(), 1u);
+  EXPECT_FALSE(sm->localVrfNameToIdHas(name("red")));
+}
+
+TEST_F(CliConfigTest, ARemovalThatFindsTheRecordEmptyDeletesIt) {
+  host.vrf("red", 5);
+  host.rewrite("red", "10.0.0.1", kMac1);
+  start();
+  config->overlaySrcMacRewrite(VrfId(5))->ipAndMacDelAll();
+  EXPECT_THAT(output(), ElementsAre("5"));
+  host.rewriteDel("red", "10.0.0.1");
+  EXPECT_THAT(output(), IsEmpty());
+}
+
+TEST_F(CliConfigTest, AHandlerThatThrowsAtARemovalLeavesTheVrfFreeToReturn) {
+  host.vrf("red", 5);
+  host.rewrite("red", "10.0.0.1", kMac1);
+  start();
+  auto const watcher = Kiv::makeActive<Watcher>(config);
+  watcher->then = [] { throw std::runtime_error("no"); };
+  EXPECT_THROW(host.l3Status->vrfDel(name("red")), std::runtime_error);
+  watcher->then = nullptr;
+  EXPECT_FALSE(sm->localVrfNameToIdHas(name("red")));
+  EXPECT_THAT(output(), IsEmpty());
+  host.l3Status->vrfDel(name("red"));
+  host.vrf("red", 6);
+  EXPECT_THAT(output(), ElementsAre("6 10.0.0.1 02:00:00:00:00:01"));
+}
+
+TEST_F(CliConfigTest, ALineChangedWhileItsRecordIsAnnouncedKeepsTheChange) {
+  host.vrf("red", 5);
+  start();
+  auto const watcher = Kiv::makeActive<Watcher>(config);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    host.rewrite("red", "10.0.0.1", kMac2);
+  };
+  host.rewrite("red", "10.0.0.1", kMac1);
+  EXPECT_THAT(output(), ElementsAre("5 10.0.0.1 02:00:00:00:00:02"));
+}
+
+TEST_F(CliConfigTest, ALineGoesIntoTheRecordThatReplacedTheAnnouncedOne) {
+  host.vrf("red", 5);
+  start();
+  auto const watcher = Kiv::makeActive<Watcher>(config);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    config->overlaySrcMacRewriteDel(VrfId(5));
+    config->overlaySrcMacRewriteIs(VrfId(5));
+  };
+  host.rewrite("red", "10.0.0.1", kMac1);
+  EXPECT_THAT(output(), ElementsAre("5 10.0.0.1 02:00:00:00:00:01"));
+}
+
+TEST_F(CliConfigTest, ALineOrVrfThatGoesWhileItsRecordIsAnnouncedIsNotTranslated) {
+  for (bool const vrf : {false, true}) {
+    SCOPED_TRACE(vrf);
+    host.vrf("red", 5);
+    host.vrf("blue", 5);
+    start();
+    auto const watcher = Kiv::makeActive<Watcher>(config);
+    watcher->then = [&] {
+      watcher->then = nullptr;
+      if (!vrf) return host.rewriteDel("red", "10.0.0.1");
+      host.l3Status->vrfDel(name("red"));
+      host.rewrite("blue", "10.0.0.2", kMac2);
+    };
+    host.rewrite("red", "10.0.0.1", kMac1);
+    if (vrf) {
+      EXPECT_THAT(output(), ElementsAre("5 10.0.0.2 02:00:00:00:00:02"));
+    } else {
+      EXPECT_THAT(output(), IsEmpty());
+    }
+    sm.reset();
+  }
+}
+
+TEST_F(CliConfigTest, AVrfAnnouncedAgainWhileItsLastLineGoesKeepsItsNewLine) {
+  host.vrf("red", 5);
+  host.rewrite("red", "10.0.0.1", kMac1);
+  start();
+  auto const watcher = Kiv::makeActive<Watcher>(
+      Kiv::Ptr<BfnMacRewrite::Agent::OverlaySrcMacRewrite>(config->overlaySrcMacRewrite(VrfId(5))));
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    host.l3Status->vrfDel(name("red"));
+    host.rewrite("red", "10.0.0.2", kMac2);
+    host.vrf("red", 5);
+  };
+  host.rewriteDel("red", "10.0.0.1");
+  EXPECT_THAT(output(), ElementsAre("5 10.0.0.2 02:00:00:00:00:02"));
+}
+
 using CliConfigDeathTest = CliConfigTest;
 
 auto diesAs(std::string const& line) {
@@ -399,6 +510,20 @@ TEST_F(CliConfigDeathTest, TheInternalOperationsAssertInitialisation) {
   EXPECT_DEATH(sm->deleteVrf(name("red")), diesIn("deleteVrf"));
   EXPECT_DEATH(sm->doAddOverlaySrcMacRewriteEntry(name("red")),
                diesIn("doAddOverlaySrcMacRewriteEntry"));
+}
+
+TEST_F(CliConfigDeathTest, OnlyTheBulkPassTracesBeforeItAsserts) {
+  start();
+  sm->initializedIs(false);
+  auto const traceTo = [] {
+    Kiv::TraceHandle::levelsAre("BfnMacRewriteCliConfigSm", Kiv::TraceHandle::kAllLevels);
+    Kiv::TraceHelper::sinkIs([](auto const&) { std::fputs("traced\n", stderr); });
+  };
+  auto const red = name("red");
+  EXPECT_DEATH((traceTo(), sm->handleVrfId()), HasSubstr("traced"));
+  EXPECT_DEATH((traceTo(), sm->addVrf(red)), Not(HasSubstr("traced")));
+  EXPECT_DEATH((traceTo(), sm->deleteVrf(red)), Not(HasSubstr("traced")));
+  EXPECT_DEATH((traceTo(), sm->doAddOverlaySrcMacRewriteEntry(red)), Not(HasSubstr("traced")));
 }
 
 }  // namespace

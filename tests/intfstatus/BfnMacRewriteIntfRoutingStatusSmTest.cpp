@@ -361,4 +361,23 @@ TEST_F(IntfRoutingStatusSmTest, ItsDeathLeavesTheOutputAndLetsGoOfTheInputs) {
   EXPECT_THAT(log->changes, IsEmpty());
 }
 
+TEST_F(IntfRoutingStatusSmTest, AKeyThatGoesWhileTheFirstPassRunsIsNotMetByIt) {
+  // Whichever comes first takes the other one away, and gives its interface another VLAN, which
+  // registers nothing in a walk over what was there before.
+  for (char const* const intf : {"Ethernet1", "Ethernet2"}) {
+    ports->l3IntfRoutingStatusIs(key(intf, 10));
+  }
+  std::string other;
+  log->action = [&] {
+    log->action = nullptr;
+    other = log->changes[0] == "Ethernet1" ? "Ethernet2" : "Ethernet1";
+    ports->l3IntfRoutingStatusDel(key(other.c_str(), 10));
+    merged->l3IntfRoutingStatusIs(Ovra::IntfId(other.c_str()),
+                                  Kiv::makeActive<L3IntfRoutingStatus>(key(other.c_str(), 20)));
+  };
+  auto const sm = start();
+  ASSERT_FALSE(other.empty());
+  EXPECT_NE(at(other.c_str()), nullptr);
+}
+
 }  // namespace

@@ -108,4 +108,16 @@ TEST_F(IntfIdToRoutingStatusTest, IsAnEntityKnownByItsName) {
   EXPECT_NE(merged->fwkType().attribute("fullName"), nullptr);
 }
 
+TEST_F(IntfIdToRoutingStatusTest, AStatusIsHeldBeforeItIsAnnounced) {
+  Kiv::Ptr<L3IntfRoutingStatus const> given = statusOf(kEthernet1);
+  log->action = [&] { given.reset(); };
+  for (int round = 0; round < 2; ++round) {  // inserted, then replaced
+    merged->l3IntfRoutingStatusIs(kEthernet1, given);
+    ASSERT_FALSE(given);
+    ASSERT_NE(merged->l3IntfRoutingStatus(kEthernet1), nullptr);
+    EXPECT_EQ(merged->l3IntfRoutingStatus(kEthernet1)->kivRefCount(), 1u);
+    given = statusOf(kEthernet1);
+  }
+}
+
 }  // namespace

@@ -17,7 +17,7 @@ class StateTest : public BfnTest::PluginTest {
   BfnMacRewriteSm& sm() { return *host.agent->bfnMacRewriteSm(); }
   Kiv::Ptr<BfnMacRewriteSm> make(bool status, bool config, bool routing, bool route) {
     auto const& mount = *host.mount;
-    return BfnMacRewriteSm::BfnMacRewriteSmIs(
+    return BfnMacRewrite::bfnMacRewriteSmFactory(
         status ? mount.bfnMacRewriteAgentStatus() : nullptr,
         config ? mount.bfnMacRewriteAgentConfig() : nullptr,
         routing ? host.agent->intfIdToRoutingStatus() : nullptr,
@@ -79,7 +79,10 @@ TEST_F(StateTest, NullInputsContributeNothingAndDoNotCrash) {
     auto const machine = make(mask & 1, mask & 2, mask & 4, mask & 8);
     EXPECT_TRUE(machine->initialized());
     EXPECT_EQ(machine->macRewriteStatus() != nullptr, (mask & 1) != 0);
+    EXPECT_EQ(machine->overlaySrcMacRewriteAgentConfig() != nullptr, (mask & 2) != 0);
+    EXPECT_EQ(machine->intfIdToRoutingStatus() != nullptr, (mask & 4) != 0);
     EXPECT_EQ(machine->routingHwRouteStatus() != nullptr, (mask & 8) != 0);
+    EXPECT_TRUE(machine->hasNotificationActive());
     bool const writes = (mask & 5) == 5;
     EXPECT_EQ(host.journal().size(), writes ? 1u : 0u);
   }
@@ -349,6 +352,27 @@ TEST_F(StateTest, IndexOperations) {
   EXPECT_EQ(sm().fwdVlanIdPerVrf(4), 40u);
   sm().fwdVlanIdPerVrfDelAll();
   EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(4));
+}
+
+TEST_F(StateTest, BeforeInitialisationNoVrfIsTakenUpOrDropped) {
+  host.bringUp();
+  host.route("red", 7, 300);
+  host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
+  host.vrf("red", 7);
+  host.address(7, "10.0.0.1", "Ethernet1");
+  sm().initializedIs(false);
+  host.route("blue", 8, 300);
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(8));
+  host.mount->bfnMacRewriteAgentStatus()->vrfStatusIs(Pex::VrfId(8));
+  EXPECT_EQ(sm().hwRouteVrfStatus(L3::VrfName("blue")), nullptr);
+  EXPECT_EQ(sm().agentVrfConfig(Pex::VrfId(8)), nullptr);
+  EXPECT_EQ(sm().macRewriteVrfStatus(Pex::VrfId(8)), nullptr);
+  host.routeStatus->vrfStatusDel(L3::VrfName("red"));
+  host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteDel(Pex::VrfId(7));
+  host.mount->bfnMacRewriteAgentStatus()->vrfStatusDel(Pex::VrfId(7));
+  EXPECT_NE(sm().hwRouteVrfStatus(L3::VrfName("red")), nullptr);
+  EXPECT_NE(sm().agentVrfConfig(Pex::VrfId(7)), nullptr);
+  EXPECT_NE(sm().macRewriteVrfStatus(Pex::VrfId(7)), nullptr);
 }
 
 }  // namespace
