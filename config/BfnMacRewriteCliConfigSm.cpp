@@ -109,18 +109,19 @@ void OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry(
   KIV_TRACE(4, "vrfId: ", vrfId);
   if (!agentConfig_ || !overlaySrcMacRewriteCliConfig_) return;
   auto const& lines = overlaySrcMacRewriteCliConfig_.notifierRaw()->overlaySrcMacRewriteEntry();
-  if (lines.find(key) != nullptr) {
-    agentConfig_->overlaySrcMacRewriteIs(vrfId);
-    // Handlers of a new record may have changed the line, the record and the VRF: all as of now.
-    Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig_->overlaySrcMacRewrite(vrfId));
-    auto const* const line = lines.find(key);
-    auto const* const live = localVrfNameToId_.find(key.vrfName);
-    if (record && line != nullptr && live != nullptr && live->value == vrfId) {
-      record->ipAndMacIs({key.ip, line->mac});
+  Kiv::Ptr<Agent::OverlaySrcMacRewrite> record(agentConfig_->overlaySrcMacRewrite(vrfId));
+  if (auto const* line = lines.find(key)) {
+    if (!record) {
+      agentConfig_->overlaySrcMacRewriteIs(vrfId);
+      // Handlers of a new record may have changed the line, the record and the VRF: all as of now.
+      record = Kiv::Ptr(agentConfig_->overlaySrcMacRewrite(vrfId));
+      line = lines.find(key);
+      auto const* const live = localVrfNameToId_.find(key.vrfName);
+      if (!record || line == nullptr || live == nullptr || !(live->value == vrfId)) return;
     }
+    record->ipAndMacIs({key.ip, line->mac});
     return;
   }
-  Kiv::Ptr<Agent::OverlaySrcMacRewrite> const record(agentConfig_->overlaySrcMacRewrite(vrfId));
   if (!record) return;
   record->ipAndMacDel(key.ip);
   // The same record: a handler may have put another one in its place.

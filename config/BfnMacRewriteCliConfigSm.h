@@ -25,6 +25,8 @@ namespace BfnMacRewrite {
 /// Ownership: shares the output with its creator. Destruction leaves the output as it is.
 class OverlaySrcMacRewriteCliConfigSm final
     : public Kiv::StateMachine<OverlaySrcMacRewriteCliConfigSm> {
+  using Sm = OverlaySrcMacRewriteCliConfigSm;
+
  public:
   /// Makes the machine of the constructor's arguments and switches it on.
   template <class... Inputs>
@@ -57,17 +59,15 @@ class OverlaySrcMacRewriteCliConfigSm final
   void handleOverlaySrcMacRewriteEntry(Input::VrfNameAndIp const& key);
 
   struct KivOverlaySrcMacRewriteCliConfig final
-      : Kiv::Reactor<KivOverlaySrcMacRewriteCliConfig, Input::Config const,
-                     OverlaySrcMacRewriteCliConfigSm,
+      : Kiv::Reactor<KivOverlaySrcMacRewriteCliConfig, Input::Config const, Sm,
                      Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
-                             &OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry>> {
+                             &Sm::handleOverlaySrcMacRewriteEntry>> {
     using Reactor::Reactor;
   };
   struct KivL3Status final
       : Kiv::Reactor<
-            KivL3Status, Pex::L3Status const, OverlaySrcMacRewriteCliConfigSm,
-            Kiv::On<Pex::L3Status::kVrfNameToId,
-                    Kiv::keyed<L3::VrfName>(&OverlaySrcMacRewriteCliConfigSm::handleVrfId)>> {
+            KivL3Status, Pex::L3Status const, Sm,
+            Kiv::On<Pex::L3Status::kVrfNameToId, Kiv::keyed<L3::VrfName>(&Sm::handleVrfId)>> {
     using Reactor::Reactor;
   };
 

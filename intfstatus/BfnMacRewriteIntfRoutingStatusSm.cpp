@@ -19,9 +19,8 @@ Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> bfnMacRewriteIntfRoutingStatusSmFacto
 }
 
 BfnMacRewriteIntfRoutingStatusSm::BfnMacRewriteIntfRoutingStatusSm(
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3SubIntfRoutingStatus,
+    Source const& l3PortAndLagRoutingStatus, Source const& vlanIntfRoutingStatus,
+    Source const& l3SubIntfRoutingStatus,
     Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus)
     : intfIdToRoutingStatus_(intfIdToRoutingStatus) {
   l3PortAndLagRoutingStatus_.is(l3PortAndLagRoutingStatus, this);
@@ -41,8 +40,8 @@ void BfnMacRewriteIntfRoutingStatusSm::merge(BfnL3::L3RoutingStatus const* sourc
   intfIdToRoutingStatus_->l3IntfRoutingStatusIs(key.intfId(), status);
 }
 
-void BfnMacRewriteIntfRoutingStatusSm::mergeAll(
-    Kiv::Ptr<BfnL3::L3RoutingStatus const> const& source, Handler handler) {
+void BfnMacRewriteIntfRoutingStatusSm::mergeAll(Source const& source,
+                                                void (Sm::*handler)(Pex::PortVlanPair const&)) {
   if (!source) return;
   auto walk = source->l3IntfRoutingStatus().cursor();
   while (auto const* const status = walk.next()) {
@@ -56,7 +55,6 @@ void BfnMacRewriteIntfRoutingStatusSm::handleInitialized() {
   initializedIs(true);
   // Not always called by dispatch: whoever watches the output may let go of this machine.
   Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> const keep(this);
-  using Sm = BfnMacRewriteIntfRoutingStatusSm;
   mergeAll(l3PortAndLagRoutingStatus(), &Sm::handleL3PortAndLagRoutingStatus);
   mergeAll(vlanIntfRoutingStatus(), &Sm::handleVlanIntfRoutingStatus);
   mergeAll(l3SubIntfRoutingStatus(), &Sm::handleL3SubIntfRoutingStatus);

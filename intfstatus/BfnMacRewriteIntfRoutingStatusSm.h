@@ -22,6 +22,9 @@ namespace BfnMacRewrite {
 /// Ownership: shares the output with its creator and leaves it as it is when it dies.
 class BfnMacRewriteIntfRoutingStatusSm final
     : public Kiv::StateMachine<BfnMacRewriteIntfRoutingStatusSm> {
+  using Sm = BfnMacRewriteIntfRoutingStatusSm;
+  using Source = Kiv::Ptr<BfnL3::L3RoutingStatus const>;
+
  public:
   /// Makes the machine of the constructor's arguments and switches it on.
   template <class... Inputs>
@@ -30,11 +33,10 @@ class BfnMacRewriteIntfRoutingStatusSm final
     return Kiv::makeActive<BfnMacRewriteIntfRoutingStatusSm>(inputs...);
   }
   /// Merges everything that is there already. A null input is not watched and contributes nothing.
-  BfnMacRewriteIntfRoutingStatusSm(
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3PortAndLagRoutingStatus,
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& vlanIntfRoutingStatus,
-      Kiv::Ptr<BfnL3::L3RoutingStatus const> const& l3SubIntfRoutingStatus,
-      Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
+  BfnMacRewriteIntfRoutingStatusSm(Source const& l3PortAndLagRoutingStatus,
+                                   Source const& vlanIntfRoutingStatus,
+                                   Source const& l3SubIntfRoutingStatus,
+                                   Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
   ~BfnMacRewriteIntfRoutingStatusSm() override;
 
   auto l3PortAndLagRoutingStatus() const { return l3PortAndLagRoutingStatus_.notifier(); }
@@ -61,21 +63,18 @@ class BfnMacRewriteIntfRoutingStatusSm final
 
   template <class Self, auto Handler>
   using SourceReactor =
-      Kiv::Reactor<Self, BfnL3::L3RoutingStatus const, BfnMacRewriteIntfRoutingStatusSm,
+      Kiv::Reactor<Self, BfnL3::L3RoutingStatus const, Sm,
                    Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus, Handler>>;
   struct KivL3PortAndLagRoutingStatus final
-      : SourceReactor<KivL3PortAndLagRoutingStatus,
-                      &BfnMacRewriteIntfRoutingStatusSm::handleL3PortAndLagRoutingStatus> {
+      : SourceReactor<KivL3PortAndLagRoutingStatus, &Sm::handleL3PortAndLagRoutingStatus> {
     using Reactor::Reactor;
   };
   struct KivVlanIntfRoutingStatus final
-      : SourceReactor<KivVlanIntfRoutingStatus,
-                      &BfnMacRewriteIntfRoutingStatusSm::handleVlanIntfRoutingStatus> {
+      : SourceReactor<KivVlanIntfRoutingStatus, &Sm::handleVlanIntfRoutingStatus> {
     using Reactor::Reactor;
   };
   struct KivL3SubIntfRoutingStatus final
-      : SourceReactor<KivL3SubIntfRoutingStatus,
-                      &BfnMacRewriteIntfRoutingStatusSm::handleL3SubIntfRoutingStatus> {
+      : SourceReactor<KivL3SubIntfRoutingStatus, &Sm::handleL3SubIntfRoutingStatus> {
     using Reactor::Reactor;
   };
 
@@ -90,11 +89,10 @@ class BfnMacRewriteIntfRoutingStatusSm final
   }
 
  private:
-  using Handler = void (BfnMacRewriteIntfRoutingStatusSm::*)(Pex::PortVlanPair const&);
-
   /// Writes what a source has under `key`, or its absence, to the output. A null source: nothing.
   void merge(BfnL3::L3RoutingStatus const* source, Pex::PortVlanPair const& key);
-  void mergeAll(Kiv::Ptr<BfnL3::L3RoutingStatus const> const& source, Handler handler);
+  /// Runs `handler` for every key of a source, also while it changes. A null source: nothing.
+  void mergeAll(Source const& source, void (Sm::*handler)(Pex::PortVlanPair const&));
 
   Kiv::ReactorSlot<KivL3PortAndLagRoutingStatus> l3PortAndLagRoutingStatus_;
   Kiv::ReactorSlot<KivVlanIntfRoutingStatus> vlanIntfRoutingStatus_;

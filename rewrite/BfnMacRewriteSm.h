@@ -39,6 +39,8 @@ namespace BfnMacRewrite {
 /// No way of losing an input as a whole deletes rows: removing a VRF's status, configuration or
 /// route status, a reactor, or this machine leaves rows and indexes as they are.
 class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
+  using Sm = BfnMacRewriteSm;
+
  public:
   /// Makes the machine of the constructor's arguments and switches it on.
   template <class... Inputs>
@@ -92,28 +94,25 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   void handleHwRouteVrfStatus(L3::VrfName vrfName);
 
   struct KivMacRewriteStatus final
-      : Kiv::Reactor<
-            KivMacRewriteStatus, Agent::Status const, BfnMacRewriteSm,
-            Kiv::On<Agent::Status::kVrfStatus, &BfnMacRewriteSm::handleMacRewriteVrfStatus>> {
+      : Kiv::Reactor<KivMacRewriteStatus, Agent::Status const, Sm,
+                     Kiv::On<Agent::Status::kVrfStatus, &Sm::handleMacRewriteVrfStatus>> {
     using Reactor::Reactor;
   };
   struct KivOverlaySrcMacRewriteAgentConfig final
-      : Kiv::Reactor<
-            KivOverlaySrcMacRewriteAgentConfig, Agent::Config const, BfnMacRewriteSm,
-            Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &BfnMacRewriteSm::handleAgentVrfConfig>> {
+      : Kiv::Reactor<KivOverlaySrcMacRewriteAgentConfig, Agent::Config const, Sm,
+                     Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &Sm::handleAgentVrfConfig>> {
     using Reactor::Reactor;
   };
   struct KivIntfIdToRoutingStatus final
-      : Kiv::Reactor<
-            KivIntfIdToRoutingStatus, IntfIdToRoutingStatus const, BfnMacRewriteSm,
-            Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
-                    Kiv::keyed<Ovra::IntfId>(&BfnMacRewriteSm::handleL3IntfRoutingStatus)>> {
+      : Kiv::Reactor<KivIntfIdToRoutingStatus, IntfIdToRoutingStatus const, Sm,
+                     Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
+                             Kiv::keyed<Ovra::IntfId>(&Sm::handleL3IntfRoutingStatus)>> {
     using Reactor::Reactor;
   };
   struct KivRoutingHwRouteStatus final
-      : Kiv::Reactor<KivRoutingHwRouteStatus, Routing::Hardware::RouteStatus const, BfnMacRewriteSm,
-                     Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus,
-                             &BfnMacRewriteSm::handleHwRouteVrfStatus>> {
+      : Kiv::Reactor<
+            KivRoutingHwRouteStatus, Routing::Hardware::RouteStatus const, Sm,
+            Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus, &Sm::handleHwRouteVrfStatus>> {
     using Reactor::Reactor;
   };
 
@@ -135,8 +134,7 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   class KivAgentVrfConfig final
       : public VrfReactor<KivAgentVrfConfig, Agent::OverlaySrcMacRewrite const> {
    public:
-    KivAgentVrfConfig(Kiv::Ptr<Notifier> const& config, BfnMacRewriteSm* owner)
-        : VrfReactor(config, owner) {
+    KivAgentVrfConfig(Kiv::Ptr<Notifier> const& config, Sm* owner) : VrfReactor(config, owner) {
       handleInitialized();
     }
 
@@ -156,7 +154,7 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   class KivMacRewriteVrfStatus final
       : public VrfReactor<KivMacRewriteVrfStatus, Agent::VrfStatus const> {
    public:
-    KivMacRewriteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner)
+    KivMacRewriteVrfStatus(Kiv::Ptr<Notifier> const& status, Sm* owner)
         : VrfReactor(status, owner) {
       handleInitialized();
     }
@@ -184,8 +182,7 @@ class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   class KivHwRouteVrfStatus final
       : public VrfReactor<KivHwRouteVrfStatus, Routing::Hardware::VrfStatus const> {
    public:
-    KivHwRouteVrfStatus(Kiv::Ptr<Notifier> const& status, BfnMacRewriteSm* owner)
-        : VrfReactor(status, owner) {
+    KivHwRouteVrfStatus(Kiv::Ptr<Notifier> const& status, Sm* owner) : VrfReactor(status, owner) {
       handleInitialized();
     }
 
