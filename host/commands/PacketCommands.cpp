@@ -42,15 +42,18 @@ json frameJson(Host::Packets::ForwardedFrame const& frame) {
           {"vlan", frame.vlan ? json(*frame.vlan) : json(nullptr)}};
 }
 
+std::string rowText(Host::Packets::Verdict verdict) {
+  if (verdict == Host::Packets::Verdict::Rewritten) return "hit";
+  if (verdict == Host::Packets::Verdict::NoMac) return "hit, no MAC";
+  return "none, " + std::string(Host::Packets::text(verdict));
+}
+
 std::string frameLine(Host::Packets::ForwardedFrame const& frame) {
   char line[128];
   std::snprintf(line, sizeof line, "%5lu  %4s  %-15s  %-17s  %-17s  %s\n", frame.number,
                 frame.vlan ? std::to_string(*frame.vlan).c_str() : "-",
                 ipText(frame.source).c_str(), macText(frame.macBefore).c_str(),
-                macText(frame.macAfter).c_str(),
-                frame.verdict == Host::Packets::Verdict::Rewritten
-                    ? "hit"
-                    : ("none, " + std::string(Host::Packets::text(frame.verdict))).c_str());
+                macText(frame.macAfter).c_str(), rowText(frame.verdict).c_str());
   return line;
 }
 

@@ -122,7 +122,10 @@ void Forwarder::send(Frame const& frame, Bytes bytes, std::size_t wireLength,
 
   result.macAfter = result.macBefore;
   if (result.verdict == Verdict::NoRow) {
-    if (std::optional<MacBytes> const mac = chip_.lookup(*result.vlan, *result.source)) {
+    std::optional<MacBytes> const mac = chip_.lookup(*result.vlan, *result.source);
+    if (mac == MacBytes{}) {
+      result.verdict = Verdict::NoMac;
+    } else if (mac) {
       storeBytes(inner, EthernetHeader::kSourceAt, *mac);
       result.macAfter = mac;
       result.verdict = Verdict::Rewritten;

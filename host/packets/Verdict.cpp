@@ -6,6 +6,8 @@ std::string_view text(Verdict verdict) {
   switch (verdict) {
     case Verdict::Rewritten:
       return "rewritten";
+    case Verdict::NoMac:
+      return "no MAC configured";
     case Verdict::NoRow:
       return "no row";
     case Verdict::Arp:

@@ -11,6 +11,7 @@ namespace Host::Packets {
 enum class Verdict : Kiv::U8 {
   // Forwarded.
   Rewritten,  ///< a row matched
+  NoMac,      ///< a row matched that has the all-zero MAC: the frame keeps its own
   NoRow,      ///< IPv4, and no row matched
   Arp,        ///< not looked up, as the next ones
   Ipv6,
@@ -26,7 +27,7 @@ enum class Verdict : Kiv::U8 {
   BadIpv4Checksum,
 };
 
-inline constexpr std::size_t kVerdicts = 13;
+inline constexpr std::size_t kVerdicts = 14;
 
 constexpr bool isForwarded(Verdict verdict) {
   return verdict < Verdict::TooShort;

@@ -76,6 +76,15 @@ TEST_F(ForwarderTest, GivesAFrameThatHitsARowTheRowsMac) {
   EXPECT_EQ(result.macAfter, kRowMac);
 }
 
+TEST_F(ForwarderTest, LeavesTheMacOfAFrameWhoseRowHasTheZeroMac) {
+  Samples::rowIs(chip, 100, kHost, {});
+  ForwardedFrame const result = forward(tagged(100, udpFrame()));
+  EXPECT_EQ(result.verdict, Verdict::NoMac);
+  EXPECT_EQ(result.macAfter, kHostMac);
+  EXPECT_EQ(totals().of(Verdict::NoMac), 1u);
+  EXPECT_EQ(chip.rows().back().hits, 1u);
+}
+
 TEST_F(ForwarderTest, LeavesTheMacOfAFrameInAnotherVlanOrFromAnotherSource) {
   EXPECT_EQ(verdict(tagged(101, udpFrame())), Verdict::NoRow);
   Buffer other = tagged(100, udpFrame());
