@@ -13,6 +13,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 #include "kernel/KernelError.h"
 #include "kernel/KernelProgram.h"
@@ -132,6 +133,18 @@ int Host::shell(std::string const& line) const {
 
 std::string Host::outputOf(std::string const& line) const {
   return KernelTest::outputOf(inside(line));
+}
+
+Running Host::start(std::string const& line) const {
+  std::FILE* const pipe = popen(inside(line).c_str(), "r");
+  check(pipe != nullptr, line);
+  return Running(pipe);
+}
+
+int Running::wait() {
+  if (pipe_ == nullptr) return 0;
+  int const status = pclose(std::exchange(pipe_, nullptr));
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace KernelTest

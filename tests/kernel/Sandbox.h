@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -20,6 +21,21 @@ int shell(std::string const& line);
 /// What the line prints.
 std::string outputOf(std::string const& line);
 
+/// A line of the shell that runs beside the test.
+class Running {
+ public:
+  explicit Running(std::FILE* pipe) : pipe_(pipe) {}
+  Running(Running const&) = delete;
+  Running& operator=(Running const&) = delete;
+  ~Running() { wait(); }
+
+  /// Its exit status, once it has ended.
+  int wait();
+
+ private:
+  std::FILE* pipe_;
+};
+
 /// A process in a network namespace of its own, as another host; it dies with the object, or with
 /// this process. Shares this process's mounts.
 class Host {
@@ -33,6 +49,7 @@ class Host {
   /// Runs a line of the shell on the host.
   int shell(std::string const& line) const;
   std::string outputOf(std::string const& line) const;
+  Running start(std::string const& line) const;
 
  private:
   std::string inside(std::string const& line) const;
