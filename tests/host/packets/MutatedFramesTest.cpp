@@ -34,10 +34,12 @@ class MutatedFrames : public testing::Test {
     RecordProperty("seed", std::to_string(seed_));
     for (Kiv::U16 const vlan : std::initializer_list<Kiv::U16>{1, 100, 300})
       Samples::rowIs(chip, vlan, kHost, Samples::kRowMac);
+    Samples::rowIs(chip, 200, kHost, {});
     Ipv4Header fragment;
     fragment.flagsAndOffset = Ipv4Header::kMoreFragments;
     frames = {udpFrame(),
               tagged(100, udpFrame()),
+              tagged(200, udpFrame()),
               tagged(300, tagged(20, udpFrame())),
               tagged(4095, udpFrame()),
               tagged(100, ethernet(EtherType::kIpv4, Samples::ipv4(counting(9), {}, Buffer(8, 1)))),

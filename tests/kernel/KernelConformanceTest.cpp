@@ -1,0 +1,75 @@
+// The kernel's table does what every driver has to.
+#include <linux/bpf.h>
+#include <memory>
+#include <string>
+
+#include "host/packets/Headers.h"
+#include "kernel/KernelTable.h"
+#include "tests/driver/DriverConformance.h"
+#include "tests/kernel/KernelFixture.h"
+#include "tests/kernel/Sandbox.h"
+
+namespace BfnTest {
+
+namespace {
+
+// The suite knows nothing of tests that cannot run: all of them are skipped here, with the words
+// by which a skipped test is known.
+class Skip : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    if (KernelTest::whyNot()) GTEST_SKIP() << "[  SKIPPED ] " << *KernelTest::whyNot();
+  }
+};
+[[maybe_unused]] auto const* const kSkip = ::testing::AddGlobalTestEnvironment(new Skip);
+
+/// Two devices, each with its table in a directory of its own.
+class KernelUnderTest {
+ public:
+  static constexpr bool kCountsHits = true;
+
+  explicit KernelUnderTest(std::size_t capacity)
+      : first_({directory(), capacity}), second_({directory(), capacity}) {
+    driver_.deviceIs(0, first_);
+    driver_.deviceIs(1, second_);
+  }
+  ~KernelUnderTest() {
+    first_.remove();
+    second_.remove();
+  }
+
+  BfnDriver::TableDriver& driver() { return driver_; }
+
+  void packet(DriverKey const& key) {
+    Kiv::U32 const loopback = 1;
+    mac_rewrite_device device{};
+    device.vlan = static_cast<Kiv::U32>(key[1] | key[2] << 8);
+    ASSERT_EQ(first_.devices().update(&loopback, &device, BPF_ANY), 0);
+    std::array<Kiv::U8, 60> frame{};
+    frame[12] = 0x08;
+    Host::Packets::Ipv4Header header;
+    header.totalLength = 46;
+    header.source = {key[3], key[4], key[5], key[6]};
+    auto const packet = std::span(frame).subspan(14);
+    header.write(packet);
+    Host::Packets::ipv4ChecksumIs(packet);
+    ASSERT_TRUE(KernelTest::run(first_.fd(), frame).has_value());
+  }
+
+ private:
+  static std::filesystem::path directory() {
+    static std::filesystem::path const scratch = KernelTest::enterSandbox();
+    static int number = 0;
+    return scratch / std::to_string(++number);
+  }
+
+  BfnKernel::KernelProgram first_;
+  BfnKernel::KernelProgram second_;
+  BfnKernel::KernelTable driver_;
+};
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Kernel, DriverConformance, KernelUnderTest);
+
+}  // namespace BfnTest
