@@ -22,6 +22,10 @@
 //   static constexpr bool kCountsHits;               // whether the chip counts at all
 //   void packet(BfnTest::DriverKey const& key);      // looks a packet up that the row matches
 //
+// and, when its chip is not there on every machine,
+//
+//   static std::optional<std::string> whyNot();      // why its tests are skipped, if they are
+//
 // Rows are those of the rewrite table: keys and actions of 8 bytes.
 namespace BfnTest {
 
@@ -65,6 +69,12 @@ class DriverConformance : public ::testing::Test {
   using Change = BfnDriver::Change;
 
   static constexpr char const* kTable = "overlaySrcMacRewrite";
+
+  void SetUp() override {
+    if constexpr (requires { Chip::whyNot(); }) {
+      if (auto const why = Chip::whyNot()) GTEST_SKIP() << *why;
+    }
+  }
 
   static TableHandle open(Chip& chip, Kiv::U32 session = 1, Kiv::U8 device = 0) {
     auto const handle =
