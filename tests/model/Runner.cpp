@@ -12,7 +12,7 @@
 #include "tests/model/Model.h"
 #include "tests/model/World.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
 namespace {
 
@@ -231,4 +231,4 @@ std::string toCode(std::vector<Event> const& events) {
   return code;
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest
