@@ -221,7 +221,7 @@ Status ChipModel::rowHits(TableHandle handle, ByteView key, Kiv::U64& hits) cons
   if (from == nullptr) return Status::Error;
   RowTable::Slot const* row = tables_[from->table].rows.find(packed(copyOf(key)));
   if (row == nullptr) return Status::NotFound;
-  hits = row->hits;
+  hits = row->word;
   return Status::Ok;
 }
 
@@ -251,7 +251,7 @@ std::optional<MacBytes> ChipModel::lookup(U16 vlan, AddressBytes const& source, 
     return std::nullopt;
   }
   ++table->hits.matched;
-  ++row->hits;
+  ++row->word;
   return RewriteLayout::newSourceMac(row->action);
 }
 

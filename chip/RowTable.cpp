@@ -38,7 +38,7 @@ RowTable::Slot& RowTable::insert(U64 key, U64 action) {
   U64 const mixed = mix(key);
   std::size_t const at = placeOf(mixed);
   std::size_t end = at;
-  while (slots_[end].hits != kFree) ++end;
+  while (slots_[end].word != kFree) ++end;
   if (end + 1 == slots_.size()) slots_.emplace_back();
   auto const first = slots_.begin() + static_cast<std::ptrdiff_t>(at);
   auto const last = slots_.begin() + static_cast<std::ptrdiff_t>(end);
@@ -53,8 +53,8 @@ bool RowTable::erase(U64 key) {
   if (size_ == 0) return false;
   U64 const mixed = mix(key);
   std::size_t at = placeOf(mixed);
-  if (slots_[at].mixedKey != mixed || slots_[at].hits == kFree) return false;
-  while (slots_[at + 1].hits != kFree && home(slots_[at + 1].mixedKey) <= at) {
+  if (slots_[at].mixedKey != mixed || slots_[at].word == kFree) return false;
+  while (slots_[at + 1].word != kFree && home(slots_[at + 1].mixedKey) <= at) {
     slots_[at] = slots_[at + 1];
     ++at;
   }
@@ -71,7 +71,7 @@ void RowTable::grow() {
   larger.resize(homes + 1);
   std::size_t next = 0;
   for (Slot const& slot : slots_) {
-    if (slot.hits == kFree) continue;
+    if (slot.word == kFree) continue;
     next = std::max(next, home(slot.mixedKey, homes));
     if (next + 1 == larger.size()) larger.emplace_back();
     larger[next++] = slot;
@@ -83,7 +83,7 @@ void RowTable::grow() {
 RowTable::Slot const* RowTable::notBelow(U64 place) const {
   if (size_ == 0) return nullptr;
   for (std::size_t at = placeOf(place); at < slots_.size(); ++at) {
-    if (slots_[at].hits != kFree) return &slots_[at];
+    if (slots_[at].word != kFree) return &slots_[at];
   }
   return nullptr;
 }
@@ -92,8 +92,8 @@ std::vector<Row> RowTable::sorted() const {
   std::vector<Row> rows;
   rows.reserve(size_);
   for (Slot const& slot : slots_) {
-    if (slot.hits == kFree) continue;
-    rows.push_back({unpacked(unmix(slot.mixedKey)), unpacked(slot.action), slot.hits});
+    if (slot.word == kFree) continue;
+    rows.push_back({unpacked(unmix(slot.mixedKey)), unpacked(slot.action), slot.word});
   }
   std::ranges::sort(rows, {}, &Row::key);
   return rows;
@@ -101,20 +101,20 @@ std::vector<Row> RowTable::sorted() const {
 
 void RowTable::hitsClear() {
   for (Slot& slot : slots_) {
-    if (slot.hits != kFree) slot.hits = 0;
+    if (slot.word != kFree) slot.word = 0;
   }
 }
 
 std::vector<Kiv::U64> RowTable::hits() const {
   std::vector<Kiv::U64> hits;
   hits.reserve(slots_.size());
-  for (Slot const& slot : slots_) hits.push_back(slot.hits);
+  for (Slot const& slot : slots_) hits.push_back(slot.word);
   return hits;
 }
 
 void RowTable::hitsIs(std::vector<Kiv::U64> const& hits) {
   KIV_CHECK(hits.size() == slots_.size(), hits.size());
-  for (std::size_t i = 0; i < slots_.size(); ++i) slots_[i].hits = hits[i];
+  for (std::size_t i = 0; i < slots_.size(); ++i) slots_[i].word = hits[i];
 }
 
 }  // namespace BfnChip

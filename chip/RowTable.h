@@ -64,8 +64,9 @@ class RowTable {
   struct Slot {
     Kiv::U64 mixedKey = ~Kiv::U64{0};
     Kiv::U64 action = 0;
-    /// How often the row was hit; kFree marks a slot without a row.
-    Kiv::U64 hits = kFree;
+    /// The owner's number for the row: the chip model counts hits in it. Any value but kFree, which
+    /// marks a slot without a row.
+    Kiv::U64 word = kFree;
   };
 
   std::size_t size() const { return size_; }
@@ -76,13 +77,13 @@ class RowTable {
     if (size_ == 0) return nullptr;
     Kiv::U64 const mixed = mix(key);
     Slot const& slot = slots_[placeOf(mixed)];
-    return slot.mixedKey == mixed && slot.hits != kFree ? &slot : nullptr;
+    return slot.mixedKey == mixed && slot.word != kFree ? &slot : nullptr;
   }
   /// Asks for the memory where the row would be, so that a look-up soon after need not wait for it.
   void prefetch(Kiv::U64 key) const {
     if (size_ != 0) Kiv::prefetch(&slots_[home(mix(key))]);
   }
-  /// Adds a row with no hits. The key must not be there.
+  /// Adds a row whose word is 0. The key must not be there.
   Slot& insert(Kiv::U64 key, Kiv::U64 action);
   /// False when there is no such row.
   bool erase(Kiv::U64 key);

@@ -31,7 +31,6 @@ class FanOut {
       members_.erase(found);
     } else {
       *found = nullptr;
-      holes_ = true;
     }
   }
 
@@ -51,17 +50,13 @@ class FanOut {
         if (!first) first = std::current_exception();
       }
     }
-    if (--depth_ == 0 && holes_) {
-      std::erase(members_, nullptr);
-      holes_ = false;
-    }
+    if (--depth_ == 0) std::erase(members_, nullptr);
     return first;
   }
 
  private:
   std::vector<T*> members_;  // null: removed during each()
   int depth_ = 0;
-  bool holes_ = false;
 };
 
 }  // namespace Corvo

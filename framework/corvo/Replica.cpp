@@ -80,7 +80,6 @@ class Replica::Node final : public PtrInterface {
   }
 
   void follow(AttributeDescription const& attribute, void const* key) {
-    Following const following(*this);
     if (attribute.replication.member != nullptr) {
       followMember(attribute, key);
     } else if (attribute.replication.copy != nullptr) {
@@ -98,7 +97,7 @@ class Replica::Node final : public PtrInterface {
     }
     void ownerIs(Node* owner) { owner_ = owner; }
     void onAttribute(Kiv::AttributeId id, void const* key) override {
-      if (owner_ == nullptr || std::exchange(owner_->following_, false)) return;
+      if (owner_ == nullptr) return;
       if (AttributeDescription const* const attribute = changed(*owner_->original_, id, key)) {
         Ptr<Node> const node(owner_);
         node->guard(*attribute, key);
@@ -110,19 +109,6 @@ class Replica::Node final : public PtrInterface {
 
    private:
     Node* owner_;
-  };
-
-  // While a change of the original is done to the copy. Its notification, the first that the guard
-  // gets, needs no check; the handlers after the guard run with following_ off.
-  class Following {
-   public:
-    explicit Following(Node& node) : node_(node) { node_.following_ = true; }
-    Following(Following const&) = delete;
-    Following& operator=(Following const&) = delete;
-    ~Following() { node_.following_ = false; }
-
-   private:
-    Node& node_;
   };
 
   // Keeps the copy's notification off: nobody hears of the change, nor of its being taken back.
@@ -227,7 +213,6 @@ class Replica::Node final : public PtrInterface {
   std::unordered_map<PtrInterface const*, Ptr<Node>> members_;  // by copy
   Ptr<Guard> guard_;
   Ptr<Publisher::Source> source_;
-  bool following_ = false;
   bool restoring_ = false;
 };
 

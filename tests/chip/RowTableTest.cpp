@@ -48,16 +48,16 @@ TEST(RowTable, InsertedRowIsFoundWithItsActionAndNoHits) {
   table.insert(packed(key(1)), packed(action(9)));
   ASSERT_NE(table.find(packed(key(1))), nullptr);
   EXPECT_EQ(table.find(packed(key(1)))->action, packed(action(9)));
-  EXPECT_EQ(table.find(packed(key(1)))->hits, 0u);
+  EXPECT_EQ(table.find(packed(key(1)))->word, 0u);
   EXPECT_EQ(table.find(packed(key(2))), nullptr);
 }
 
 TEST(RowTable, ReusedSlotStartsWithNoHits) {
   RowTable table;
-  table.insert(packed(key(1)), packed(action(1))).hits = 7;
+  table.insert(packed(key(1)), packed(action(1))).word = 7;
   table.insert(packed(key(2)), packed(action(2)));
   EXPECT_TRUE(table.erase(packed(key(1))));
-  EXPECT_EQ(table.insert(packed(key(3)), packed(action(3))).hits, 0u);
+  EXPECT_EQ(table.insert(packed(key(3)), packed(action(3))).word, 0u);
   EXPECT_EQ(table.size(), 2u);
 }
 
@@ -82,7 +82,7 @@ TEST(RowTable, AgreesWithAnOrderedMapOverRandomInsertsAndErases) {
     if (random() % 2 == 0) {
       RowTable::Slot* row = table.find(packed(k));
       ASSERT_EQ(row != nullptr, model.contains(k)) << "step " << step;
-      if (row == nullptr) table.insert(packed(k), packed(a)).hits = 1;
+      if (row == nullptr) table.insert(packed(k), packed(a)).word = 1;
       if (row != nullptr) row->action = packed(a);
       model[k] = a;
     } else {
@@ -120,9 +120,9 @@ TEST(RowTable, RowsPushedBehindTheEndAreFoundAndErased) {
 
 TEST(RowTable, HitsClearTouchesRowsOnly) {
   RowTable table;
-  table.insert(packed(key(1)), 1).hits = 5;
+  table.insert(packed(key(1)), 1).word = 5;
   table.hitsClear();
-  EXPECT_EQ(table.find(packed(key(1)))->hits, 0u);
+  EXPECT_EQ(table.find(packed(key(1)))->word, 0u);
   EXPECT_EQ(table.sorted().size(), 1u);
 }
 

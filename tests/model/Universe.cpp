@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-namespace BfnTest {
+namespace ModelTest {
 
 std::string ipText(int ip) {
   auto const& b = kIpBytes[ip];
@@ -22,4 +22,4 @@ std::string macText(int mac) {
   return text;
 }
 
-}  // namespace BfnTest
+}  // namespace ModelTest

@@ -2,7 +2,7 @@
 
 #include "framework/generic/Describe.h"
 
-namespace BfnTest {
+namespace corvotest {
 
 namespace {
 
@@ -25,4 +25,4 @@ Kiv::TypeRegistration const registration{
 
 }  // namespace
 
-}  // namespace BfnTest
+}  // namespace corvotest
