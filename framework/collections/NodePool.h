@@ -7,11 +7,39 @@
 
 #include "framework/core/Types.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#define KIV_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KIV_ADDRESS_SANITIZER 1
+#endif
+#endif
+#ifdef KIV_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace Kiv {
+
+namespace detail {
+
+/// Whether the bytes may be used, for AddressSanitizer; without it nothing.
+inline void usableIs([[maybe_unused]] void const* memory, [[maybe_unused]] size_t size,
+                     [[maybe_unused]] bool usable) {
+#ifdef KIV_ADDRESS_SANITIZER
+  if (usable) {
+    __asan_unpoison_memory_region(memory, size);
+  } else {
+    __asan_poison_memory_region(memory, size);
+  }
+#endif
+}
+
+}  // namespace detail
 
 /// Memory for the nodes of one container, all of one size: taken from the heap in chunks that
 /// double up to 64 KiB, so that nodes made one after another lie side by side. A freed node is used
 /// again; the chunks are given back when the last node is freed, and by the destructor.
+/// AddressSanitizer reports the use of a freed node until then.
 class NodePool {
  public:
   NodePool() = default;
@@ -23,6 +51,7 @@ class NodePool {
   void* allocate(size_t size) {
     void* node = free_;
     if (node != nullptr) {
+      detail::usableIs(node, size, true);
       free_ = free_->next;
     } else {
       if (left_ < size) addChunk(size);
@@ -33,8 +62,9 @@ class NodePool {
     ++nodes_;
     return node;
   }
-  void deallocate(void* node) {
+  void deallocate(void* node, size_t size) {
     free_ = ::new (node) Link{free_};
+    detail::usableIs(node, size, false);
     if (--nodes_ == 0) release();
   }
   size_t heapBytes() const { return bytes_; }
@@ -89,7 +119,7 @@ class NodePoolAllocator {
     (void)count;  // node-based containers ask for one at a time
     return static_cast<T*>(pool_->allocate(sizeof(T)));
   }
-  void deallocate(T* node, size_t) { pool_->deallocate(node); }
+  void deallocate(T* node, size_t) { pool_->deallocate(node, sizeof(T)); }
   NodePool* pool() const { return pool_; }
   template <class U>
   friend bool operator==(NodePoolAllocator const& a, NodePoolAllocator<U> const& b) {

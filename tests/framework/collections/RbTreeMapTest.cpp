@@ -214,6 +214,21 @@ TEST(RbTreeMapRandom, AnyChangesGiveWhatAModelGives) {
   }
 }
 
+TEST(RbTreeMapDeathTest, AddressSanitizerSeesTheUseOfAnErasedMember) {
+#ifndef KIV_ADDRESS_SANITIZER
+  GTEST_SKIP() << "only with AddressSanitizer";
+#else
+  Kiv::RbTreeMap<U32, U32> map;
+  for (U32 key = 0; key < 8; ++key) map.insert(key, key);
+  U32 const& value = map.find(3)->second;
+  map.erase(3);
+  EXPECT_DEATH(EXPECT_EQ(value, 3u), "use-after-poison");
+  // Its memory serves the next member.
+  map.insert(9, 9);
+  EXPECT_EQ(map.find(9)->second, 9u);
+#endif
+}
+
 TEST(RbTreeMapDeathTest, InsertingAPresentKeyIsFatal) {
   Names names;
   for (int key : {1, 2, 3}) names.insert(key, "");
