@@ -14,7 +14,7 @@ namespace BfnMacRewrite {
 /// What the plug-in would have the host know. The host reads it; nothing in the library does.
 class BFN_MAC_REWRITE_EXPORT BfnL3Input final : public Kiv::PtrInterface {
  public:
-  static constexpr Kiv::Attr<> kMacRewriteEnabled{130};
+  static constexpr Kiv::Attr<void, BfnL3Input> kMacRewriteEnabled{130};
 
   BfnL3Input();
 
@@ -32,10 +32,10 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Input final : public Kiv::PtrInterface {
 /// Setters notify on a real change only; objects compare by identity, the name by its text.
 class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
  public:
-  static constexpr Kiv::Attr<> kProfileName{130};
-  static constexpr Kiv::Attr<> kProfileEntry{131};
-  static constexpr Kiv::Attr<> kInitMacRewriteTables{132};
-  static constexpr Kiv::Attr<> kStartMacRewriteSm{133};
+  static constexpr Kiv::Attr<void, BfnL3Output> kProfileName{130};
+  static constexpr Kiv::Attr<void, BfnL3Output> kProfileEntry{131};
+  static constexpr Kiv::Attr<void, BfnL3Output> kInitMacRewriteTables{132};
+  static constexpr Kiv::Attr<void, BfnL3Output> kStartMacRewriteSm{133};
 
   BfnL3Output();
   ~BfnL3Output() override;
@@ -68,13 +68,13 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
 /// those in place; the host fills in the rest.
 class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterface {
  public:
-  static constexpr Kiv::Attr<> kL3Status{130};
-  static constexpr Kiv::Attr<> kL3PortAndLagRoutingStatus{131};
-  static constexpr Kiv::Attr<> kL3SubIntfRoutingStatus{132};
-  static constexpr Kiv::Attr<> kVlanIntfRoutingStatus{133};
-  static constexpr Kiv::Attr<> kBfnL3Input{134};
-  static constexpr Kiv::Attr<> kBfnL3Output{135};
-  static constexpr Kiv::Attr<> kInitialized{136};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3Status{130};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3PortAndLagRoutingStatus{131};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3SubIntfRoutingStatus{132};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kVlanIntfRoutingStatus{133};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kBfnL3Input{134};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kBfnL3Output{135};
+  static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kInitialized{136};
 
   BfnMacRewriteL3Shared();
   ~BfnMacRewriteL3Shared() override;

@@ -32,7 +32,6 @@ class Machine : public Kiv::StateMachine<Machine> {
     watched_.is(watched, this);
     initializedIs(true);
   }
-  ~Machine() override { kivTeardown(); }
 
   [[gnu::noinline]] void handleFirst() { benchmark::DoNotOptimize(++calls_); }
   [[gnu::noinline]] void handleSecond() { benchmark::DoNotOptimize(++calls_); }

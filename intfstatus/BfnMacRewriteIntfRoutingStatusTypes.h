@@ -12,7 +12,7 @@ namespace BfnMacRewrite {
 /// collections; no stored status is ever null.
 class IntfIdToRoutingStatus final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Ovra::IntfId> kL3IntfRoutingStatus{258};
+  static constexpr Kiv::Attr<Ovra::IntfId, IntfIdToRoutingStatus> kL3IntfRoutingStatus{258};
 
   /// The status of an interface, or null. Valid while it is in.
   BfnL3::L3IntfRoutingStatus const* l3IntfRoutingStatus(Ovra::IntfId intfId) const {

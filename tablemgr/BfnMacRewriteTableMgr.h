@@ -36,7 +36,8 @@ class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
  public:
   using Table = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable;
   using MatchSpec = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteMatchSpec;
-  static constexpr Kiv::Attr<Agent::IpAndIntfId> kMatchSpecAndRefCount{266};
+  static constexpr Kiv::Attr<Agent::IpAndIntfId, OverlaySrcMacRewriteManager> kMatchSpecAndRefCount{
+      266};
 
   /// Declares the table on the profile entry's table list when the chip supports it.
   OverlaySrcMacRewriteManager(Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> const& profileEntry,
@@ -96,7 +97,7 @@ class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
   auto const& matchSpecAndRefCount() const { return matchSpecAndRefCount_; }
   /// The record of a key, or null.
   Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCount(Agent::IpAndIntfId const& key) const {
-    return matchSpecAndRefCount_.get(key);
+    return Kiv::Ptr<MatchSpecAndRefCount>(matchSpecAndRefCount_.map().find(key));
   }
   Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCountIs(Agent::IpAndIntfId const& key) {
     return matchSpecAndRefCount_.is(key);

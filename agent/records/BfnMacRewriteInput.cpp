@@ -58,22 +58,32 @@ Config::Config() = default;
 Config::~Config() = default;
 
 void Config::overlaySrcMacRewriteEntryIs(VrfIpAndMac const& value) {
-  // The index changes first, so that whoever is told of the line finds it there.
-  auto const* found = keysOfVrf_.find(value.vrfName);
-  if (found == nullptr) {
-    keysOfVrf_.set({value.vrfName, std::make_shared<KeysOfVrf>()});
-    found = keysOfVrf_.find(value.vrfName);
+  // The index changes first, so that a handler of the line finds it there.
+  VrfNameAndIp const key = value.key();
+  if (auto const* const found = keysOfVrf_.find(key.vrfName)) {
+    found->value->set(key);
+  } else {
+    auto const keys = std::make_shared<KeysOfVrf>();
+    keys->set(key);
+    keysOfVrf_.set({key.vrfName, keys});
   }
-  found->value->set(value.key());
-  entries_.set(value);
+  try {
+    entries_.set(value);
+  } catch (...) {
+    // Without memory there is no line, so there is no key either; after a handler that throws there
+    // are both.
+    if (!entries_.has(key)) overlaySrcMacRewriteEntryDel(key);
+    throw;
+  }
 }
 
 VrfIpAndMac Config::overlaySrcMacRewriteEntryDel(VrfNameAndIp const& key) {
-  if (auto const* const found = keysOfVrf_.find(key.vrfName)) {
-    found->value->take(key);
-    if (found->value->empty()) keysOfVrf_.take(key.vrfName);
+  VrfNameAndIp const own = key;
+  if (auto const* const found = keysOfVrf_.find(own.vrfName)) {
+    found->value->take(own);
+    if (found->value->empty()) keysOfVrf_.take(own.vrfName);
   }
-  return entries_.del(key);
+  return entries_.del(own);
 }
 
 void Config::overlaySrcMacRewriteEntryDelAll() {

@@ -65,7 +65,7 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
   using KeysOfVrf = Kiv::HashMap2018<VrfNameAndIp, Itself{}, kEntryConstant>;
 
  public:
-  static constexpr Kiv::Attr<VrfNameAndIp> kOverlaySrcMacRewriteEntry{258};
+  static constexpr Kiv::Attr<VrfNameAndIp, Config> kOverlaySrcMacRewriteEntry{258};
 
   Config();
   ~Config() override;
@@ -111,7 +111,7 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
 /// What the agent says of the chip in the state database.
 class BFN_MAC_REWRITE_EXPORT Capability final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kOverlaySrcMacRewriteSupported{258};
+  static constexpr Kiv::Attr<void, Capability> kOverlaySrcMacRewriteSupported{258};
 
   Capability();
 

@@ -74,8 +74,8 @@ BFN_MAC_REWRITE_EXPORT std::ostream& operator<<(std::ostream& out, IpAndIntfId c
 /// Lives in Agent::Config; a record whose last rewrite is removed stays until its owner deletes it.
 class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewrite final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kVrfId{258};
-  static constexpr Kiv::Attr<Ovra::IpAddr> kIpAndMac{259};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewrite> kVrfId{258};
+  static constexpr Kiv::Attr<Ovra::IpAddr, OverlaySrcMacRewrite> kIpAndMac{259};
 
   explicit OverlaySrcMacRewrite(Pex::VrfId vrfId);
 
@@ -103,12 +103,15 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewrite final : public Kiv::Entity {
 /// rewrite state machine. Local to the agent; lives as long as the mount.
 class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Pex::VrfId> kOverlaySrcMacRewrite{258};
+  static constexpr Kiv::Attr<Pex::VrfId, Config> kOverlaySrcMacRewrite{258};
 
   Config();
 
   /// The record of one VRF, or null. Valid while it is in.
-  OverlaySrcMacRewrite* overlaySrcMacRewrite(Pex::VrfId vrfId) const {
+  OverlaySrcMacRewrite* overlaySrcMacRewrite(Pex::VrfId vrfId) {
+    return overlaySrcMacRewrite_.find(vrfId);
+  }
+  OverlaySrcMacRewrite const* overlaySrcMacRewrite(Pex::VrfId vrfId) const {
     return overlaySrcMacRewrite_.find(vrfId);
   }
   auto const& overlaySrcMacRewrite() const { return overlaySrcMacRewrite_; }
@@ -131,8 +134,8 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
 /// Where the addresses of one VRF live.
 class BFN_MAC_REWRITE_EXPORT VrfStatus final : public Kiv::PtrInterface {
  public:
-  static constexpr Kiv::Attr<> kVrfId{130};
-  static constexpr Kiv::Attr<Ovra::IpAddr> kIpAndIntfId{131};
+  static constexpr Kiv::Attr<void, VrfStatus> kVrfId{130};
+  static constexpr Kiv::Attr<Ovra::IpAddr, VrfStatus> kIpAndIntfId{131};
 
   explicit VrfStatus(Pex::VrfId vrfId);
 
@@ -161,12 +164,13 @@ class BFN_MAC_REWRITE_EXPORT VrfStatus final : public Kiv::PtrInterface {
 /// the generic interface; the agent only reads it. Lives as long as the mount.
 class BFN_MAC_REWRITE_EXPORT Status final : public Kiv::PtrInterface {
  public:
-  static constexpr Kiv::Attr<Pex::VrfId> kVrfStatus{130};
+  static constexpr Kiv::Attr<Pex::VrfId, Status> kVrfStatus{130};
 
   Status();
 
   /// The status of one VRF, or null. Valid while it is in.
-  VrfStatus* vrfStatus(Pex::VrfId vrfId) const { return vrfStatus_.find(vrfId); }
+  VrfStatus* vrfStatus(Pex::VrfId vrfId) { return vrfStatus_.find(vrfId); }
+  VrfStatus const* vrfStatus(Pex::VrfId vrfId) const { return vrfStatus_.find(vrfId); }
   auto const& vrfStatus() const { return vrfStatus_; }
   /// The status of one VRF; made, switched on and announced when absent.
   Kiv::Ptr<VrfStatus> vrfStatusIs(Pex::VrfId vrfId);

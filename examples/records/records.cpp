@@ -27,7 +27,6 @@ class Reporter final : public Kiv::StateMachine<Reporter> {
     status_.is(status, this);
     initializedIs(true);
   }
-  ~Reporter() override { kivTeardown(); }
 
   void handleVrfStatus(Pex::VrfId vrfId);
   void handleIpAndIntfId(Agent::VrfStatus const& vrf, Ovra::IpAddr ip);

@@ -37,11 +37,15 @@ class CollectionAttribute {
   Cursor cursor(Key const& from) const { return Cursor(map_, from); }
 
  protected:
-  explicit CollectionAttribute(OwnerT& owner) : owner_(owner) {}
+  template <class Owner>
+  explicit CollectionAttribute(Owner& owner) : owner_(owner) {
+    static_assert(detail::isAttributeOf<A, Owner>(), "an attribute of another type");
+  }
   ~CollectionAttribute() = default;
 
-  // A copy: a key may be part of a member that goes while its change is told.
-  void notify(Key key) const { owner_.notify(A.id, &key); }
+  // The key is the mutator's own copy, made before the change: the caller's may be part of a member
+  // that goes, and a copy made afterwards could fail.
+  void notify(Key const& key) const { owner_.notify(A.id, &key); }
 
   /// Calls `del(key)` for every member that is there now, in the collection's order.
   template <class Del>

@@ -25,8 +25,8 @@ struct KeyAndValue {
 /// else that std::invoke takes; kConstant sets the collection's seed apart from the others'.
 ///
 /// Tells nobody of changes; see ValueCollection. Cost: one flat table, nothing while empty. Every
-/// insertion and removal invalidates iterators and pointers to values (a stale iterator is fatal in
-/// debug builds); a Cursor survives both.
+/// insertion and removal invalidates iterators and pointers to values (a stale iterator is fatal,
+/// in every build); a Cursor survives both.
 template <class ValueT, auto KeyOf, U32 kConstant>
 class HashMap2018 {
  public:

@@ -29,9 +29,25 @@ namespace Kiv {
 /// none back, clear() gives back all.
 ///
 /// Insertion and removal invalidate iterators and pointers to slots; the use of such an iterator is
-/// fatal, in every build. A Cursor survives every change. When memory runs out, the table is as it
-/// was before the call. Slots are destroyed only when the table is whole again, so their
-/// destructors may use it. At most 2^31 members.
+/// fatal, in every build, and in debug builds so is `*end()`. A Cursor survives every change. When
+/// memory runs out, the table is as it was before the call. Slots are destroyed only when the table
+/// is whole again, so their destructors may use it. At most 2^31 members.
+///
+///   HashTable<NameTraits> table(HashHelper::hashSeed32() ^ 0x1F4E6C39);
+///   auto const [slot, isNew] = table.insert(Named{key, "r1"});
+///   if (Named const* found = table.find(key)) out << found->name;
+///
+/// Which collection when:
+///
+///   | members                         | order    | notifies | collection       |
+///   |---------------------------------|----------|----------|------------------|
+///   | values by a key within them     | hash     | yes      | ValueCollection  |
+///   | values by a key beside them     | hash     | yes      | MapCollection    |
+///   | objects, which carry their key  | hash     | yes      | MemberCollection |
+///   | values by a key within them     | hash     | no       | HashMap2018      |
+///   | values by a key beside them     | hash     | no       | HashMap2018Of    |
+///   | objects, which carry their key  | hash     | no       | HashMap          |
+///   | anything by a key beside it     | by `<`   | no       | RbTreeMap        |
 template <class Traits>
 class HashTable {
  public:
@@ -244,6 +260,9 @@ class HashTable<Traits>::Iterator {
 
   Slot const& operator*() const {
     check();
+    if constexpr (kDebugBuild) {
+      KIV_CHECK(at_ != table_->storage_.end(), "The end of a hash table is no member");
+    }
     return *table_->storage_.slot(at_);
   }
   Slot const* operator->() const { return &**this; }
@@ -325,9 +344,9 @@ class HashTable<Traits>::Cursor {
     at_ = storage.firstUsed(at_);
     if (at_ >= storage.end()) return nullptr;
     Slot const* const slot = storage.slot(at_);
-    ++at_;
     key_.emplace(Traits::key(*slot));
     visited_ = true;
+    ++at_;
     return slot;
   }
 

@@ -17,7 +17,11 @@ namespace Kiv {
 /// its parent while it is in.
 ///
 /// Each change is stored before anybody is told; what is removed lives until its notification is
-/// over. A handler may change the collection again, or drop its owner.
+/// over. An entity whose parent changes by it notifies of that afterwards. A handler may change the
+/// collection again, or drop its owner. A mutator that throws for lack of memory has changed
+/// nothing and notified no one.
+///
+/// A const collection gives const members by key and by cursor.
 template <Attr A, class MemberT, auto KeyOf, U32 kConstant>
 class MemberCollection
     : public CollectionAttribute<A, HashMap<MemberT, KeyOf, kConstant>, PtrInterface> {
@@ -28,20 +32,40 @@ class MemberCollection
  public:
   using Member = MemberT;
   using Key = typename Base::Key;
+  using Cursor = typename Base::Cursor;
   static constexpr bool kEntities = std::derived_from<Member, Entity>;
+
+  /// A Cursor that gives const members.
+  class ConstCursor {
+   public:
+    explicit ConstCursor(Cursor const& cursor) : cursor_(cursor) {}
+    Member const* next() { return cursor_.next(); }
+
+   private:
+    Cursor cursor_;
+  };
 
   template <class Owner>
   explicit MemberCollection(Owner& owner) : Base(owner) {
     static_assert(!kEntities || std::derived_from<Owner, Entity>, "entities live in entities");
   }
   ~MemberCollection() {
-    for (Ptr<Member> const& member : map_) unparent(*member);
+    if constexpr (kEntities) ownerEntity().kivLeaveChildren();
   }
 
   /// The member of `key`, or the one behind where it would be.
   auto lowerBound(Key const& key) const { return map_.lowerBound(key); }
+  /// Null when absent. Valid while the member is in.
+  Member* find(Key const& key) { return map_.find(key); }
+  Member const* find(Key const& key) const { return map_.find(key); }
   /// Null when absent.
-  Ptr<Member> get(Key const& key) const { return Ptr<Member>(map_.find(key)); }
+  Ptr<Member> get(Key const& key) { return Ptr<Member>(map_.find(key)); }
+  Ptr<Member const> get(Key const& key) const { return Ptr<Member const>(map_.find(key)); }
+
+  Cursor cursor() { return Base::cursor(); }
+  Cursor cursor(Key const& from) { return Base::cursor(from); }
+  ConstCursor cursor() const { return ConstCursor(Base::cursor()); }
+  ConstCursor cursor(Key const& from) const { return ConstCursor(Base::cursor(from)); }
 
   /// The member under `key`. When there is none: makes one from the key, switches its notification
   /// on, inserts it, sets its parent and notifies.
@@ -55,20 +79,18 @@ class MemberCollection
   /// nothing. A null member throws NullPointerException.
   void memberIs(Ptr<Member> const& member) {
     Ptr<Member> const keep = member;
-    if (store(keep)) this->notify(Base::keyOf(*keep));
+    Changed const changed = put(keep);
+    if (!changed.stored) return;
+    this->notify(Base::keyOf(*keep));
+    if (changed.left) changed.replaced->notify(Entity::kParent.id);
+    if (changed.moved) keep->notify(Entity::kParent.id);
   }
 
-  // For an owner that has something to do between a change and its notification.
+  // For an owner that has something to do between a change and its notification. The parents change
+  // without one.
 
   /// memberIs() without the notification, which announce() makes up for. Whether anything changed.
-  bool store(Ptr<Member> const& member) {
-    if (!member) throwMutatorArgNullPointerException(owner_, A.id);
-    Ptr<Member> const replaced = map_.set(member);
-    if (replaced == member) return false;
-    if (replaced) unparent(*replaced);
-    if constexpr (kEntities) member->parentIs(Ptr<Entity>(&ownerEntity()), A.id);
-    return true;
-  }
+  bool store(Ptr<Member> const& member) { return put(member).stored; }
   void announce(Key const& key) const { this->notify(key); }
   /// del() without the notification: takes back what store() stored. Allocates nothing.
   void withdraw(Key const& key) {
@@ -77,10 +99,12 @@ class MemberCollection
 
   /// Removes, then notifies, and gives the member back; absent: nothing, and null.
   Ptr<Member> del(Key const& key) {
-    Ptr<Member> removed = map_.take(key);
+    Key const own = key;
+    Ptr<Member> removed = map_.take(own);
     if (!removed) return nullptr;
-    unparent(*removed);
-    this->notify(Base::keyOf(*removed));
+    bool const left = unparent(*removed);
+    this->notify(own);
+    if (left) removed->notify(Entity::kParent.id);
     return removed;
   }
   /// Removes every member that is there now, one at a time in the collection's order, each with its
@@ -91,8 +115,27 @@ class MemberCollection
 
  private:
   Entity& ownerEntity() { return static_cast<Entity&>(owner_); }
-  static void unparent(Member& member) {
-    if constexpr (kEntities) member.parentIs(nullptr);
+  struct Changed {
+    bool stored = false;
+    Ptr<Member> replaced;
+    bool left = false;   // the replaced member its parent
+    bool moved = false;  // the stored one to its parent
+  };
+  Changed put(Ptr<Member> const& member) {
+    if (!member) throwMutatorArgNullPointerException(owner_, A.id);
+    if constexpr (kEntities) ownerEntity().kivNeedPlace();
+    Changed changed;
+    changed.replaced = map_.set(member);
+    changed.stored = changed.replaced != member;
+    if (!changed.stored) return changed;
+    if (changed.replaced) changed.left = unparent(*changed.replaced);
+    if constexpr (kEntities) changed.moved = member->kivParentStore(ownerEntity(), A.id);
+    return changed;
+  }
+  // True when the owner was the member's parent by this attribute.
+  bool unparent(Member& member) {
+    if constexpr (kEntities) return member.kivParentDrop(ownerEntity(), A.id);
+    return false;
   }
 };
 

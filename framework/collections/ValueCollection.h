@@ -14,7 +14,7 @@ namespace Kiv {
 /// member's key, of every insertion, real replacement and removal.
 ///
 /// Each change is stored before anybody is told. A handler may change the collection again, or drop
-/// its owner.
+/// its owner. A mutator that throws for lack of memory has changed nothing and notified no one.
 template <Attr A, class ValueT, auto KeyOf, U32 kConstant>
 class ValueCollection
     : public CollectionAttribute<A, HashMap2018<ValueT, KeyOf, kConstant>, PtrInterface const> {
@@ -26,7 +26,8 @@ class ValueCollection
   using Key = typename Base::Key;
   using Change = typename Base::Map::Change;
 
-  explicit ValueCollection(PtrInterface const& owner) : Base(owner) {}
+  template <class Owner>
+  explicit ValueCollection(Owner const& owner) : Base(owner) {}
 
   bool has(Key const& key) const { return map_.has(key); }
   /// The stored value, or a default one.
@@ -34,22 +35,24 @@ class ValueCollection
 
   /// Inserts or overwrites, then notifies; an equal value: nothing. True when it notified.
   bool set(Value value) {
-    Key key = Base::keyOf(value);
+    Key const key = Base::keyOf(value);
     if (map_.set(std::move(value)) == Change::None) return false;
-    this->notify(std::move(key));
+    this->notify(key);
     return true;
   }
   /// set() for a caller that names the key itself; a value that carries another key is fatal.
   bool set(Key const& key, Value value) {
-    if (map_.set(key, std::move(value)) == Change::None) return false;
-    this->notify(key);
+    Key const own = key;
+    if (map_.set(own, std::move(value)) == Change::None) return false;
+    this->notify(own);
     return true;
   }
   /// Removes, then notifies, and gives the value back; absent: nothing, and a default value.
   Value del(Key const& key) {
-    std::optional<Value> taken = map_.take(key);
+    Key const own = key;
+    std::optional<Value> taken = map_.take(own);
     if (!taken) return Value();
-    this->notify(Base::keyOf(*taken));
+    this->notify(own);
     return std::move(*taken);
   }
   /// Removes every member that is there now, one at a time in the collection's order, each with its

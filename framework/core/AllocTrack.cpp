@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "framework/core/Fatal.h"
+#include "framework/core/PtrInterface.h"
 
 namespace Kiv {
 
@@ -23,22 +24,35 @@ struct Counter {
 // type may have a record in each shared library; the snapshot adds those up by name. Constant
 // initialised, so that objects made by static initialisers are counted as well.
 constinit std::array<Counter, 1024> counters{};
-constinit U64 liveCount = 0;
 
 Counter& counterOf(std::type_info const& type) {
   auto const address = reinterpret_cast<std::uintptr_t>(&type);
   size_t at = (address >> 4) * 0x9E3779B97F4A7C15u >> 54;
   for (size_t probes = 0; probes < counters.size(); ++probes) {
     Counter& counter = counters[at];
-    if (counter.type == &type) return counter;
-    if (counter.type == nullptr) {
-      counter.type = &type;
-      return counter;
+    std::type_info const* found = __atomic_load_n(&counter.type, __ATOMIC_RELAXED);
+    if (found == &type) return counter;
+    if (found == nullptr) {
+      // Another thread may claim the counter at the same time, perhaps for the same type.
+      if (__atomic_compare_exchange_n(&counter.type, &found, &type, false, __ATOMIC_RELAXED,
+                                      __ATOMIC_RELAXED) ||
+          found == &type) {
+        return counter;
+      }
     }
     at = (at + 1) % counters.size();
   }
   assertFail("types <= counters.size()", __FILE__, __LINE__, __PRETTY_FUNCTION__,
              "more framework types than the allocation tracker can count");
+}
+
+// Atomic where the process shares objects between threads; see threadSafePointers_.
+void countOne(U64& counter) {
+  if (VFPtrInterface::threadSafePointers_) [[unlikely]] {
+    __atomic_fetch_add(&counter, U64{1}, __ATOMIC_RELAXED);
+  } else {
+    ++counter;
+  }
 }
 
 std::string demangled(std::type_info const& type) {
@@ -51,13 +65,11 @@ std::string demangled(std::type_info const& type) {
 }  // namespace
 
 void AllocTrackTypeInfo::trackAllocation(std::type_info const& type) {
-  ++counterOf(type).allocated;
-  ++liveCount;
+  countOne(counterOf(type).allocated);
 }
 
 void AllocTrackTypeInfo::trackDeallocation(std::type_info const& type) {
-  ++counterOf(type).deallocated;
-  --liveCount;
+  countOne(counterOf(type).deallocated);
 }
 
 std::vector<AllocTrackTypeInfo> AllocTrackTypeInfo::snapshot() {
@@ -77,7 +89,9 @@ std::vector<AllocTrackTypeInfo> AllocTrackTypeInfo::snapshot() {
 }
 
 U64 AllocTrackTypeInfo::liveObjects() {
-  return liveCount;
+  U64 live = 0;
+  for (Counter const& counter : counters) live += counter.allocated - counter.deallocated;
+  return live;
 }
 
 }  // namespace Kiv

@@ -8,7 +8,7 @@
 
 namespace Kiv {
 
-/// A scalar attribute of a framework object: a value that tells the object's notifiees when it
+/// A scalar attribute of a framework object: a value that notifies the object's notifiees when it
 /// really changes. Pointers compare by identity.
 ///
 ///   void profileNameIs(Kiv::String name) { profileName_.is(name); }
@@ -16,8 +16,11 @@ namespace Kiv {
 template <Attr A, class T>
 class Attribute {
  public:
-  explicit Attribute(PtrInterface const& owner, T initial = T())
-      : owner_(owner), value_(std::move(initial)) {}
+  template <class Owner>
+  explicit Attribute(Owner const& owner, T initial = T())
+      : owner_(owner), value_(std::move(initial)) {
+    static_assert(detail::isAttributeOf<A, Owner>(), "an attribute of another type");
+  }
   Attribute(Attribute const&) = delete;
   Attribute& operator=(Attribute const&) = delete;
 

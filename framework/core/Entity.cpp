@@ -1,27 +1,54 @@
 #include "framework/core/Entity.h"
 
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "framework/generic/Type.h"
 
 namespace Kiv {
 
 String Entity::fullName() const {
-  std::string text;
-  if (parent_ != nullptr) {
-    text = parent_->fullName().stdString() + "/" + parentAttrName().stdString();
-    if (name() != Name()) text += "/";
+  std::vector<Entity const*> path;
+  for (Entity const* at = this;
+       at != nullptr && std::find(path.begin(), path.end(), at) == path.end();
+       at = at->parentRaw()) {
+    path.push_back(at);
   }
-  return String(text + name().stdString());
+  std::string text = path.back()->name().stdString();
+  path.pop_back();
+  for (; !path.empty(); path.pop_back()) {
+    Name const name = path.back()->name();
+    text += "/" + path.back()->parentAttrName().stdString();
+    if (!name.empty()) text += "/" + name.stdString();
+  }
+  return text;
 }
 
 String Entity::parentAttrName() const {
-  if (parent_ == nullptr) return {};
-  AttributeDescription const* const attribute = parent_->fwkType().attribute(parentAttribute_);
+  Entity const* const parent = parentRaw();
+  if (parent == nullptr) return {};
+  AttributeDescription const* const attribute = parent->fwkType().attribute(parentAttribute_);
   return attribute == nullptr ? String() : String(attribute->name);
 }
 
 void Entity::parentIs(Ptr<Entity> const& parent, AttributeId attribute) {
-  parent_ = parent.get();
-  parentAttribute_ = parent_ == nullptr ? 0 : attribute;
+  if (parent) parent->kivNeedPlace();
+  Entity* const before = parentRaw();
+  if (parent ? kivParentStore(*parent, attribute)
+             : before != nullptr && kivParentDrop(*before, parentAttribute_)) {
+    notify(kParent.id);
+  }
+}
+
+void Entity::makePlace() {
+  place_ = new Place{this, 1};
+}
+
+void Entity::leavePlace() noexcept {
+  place_->entity = nullptr;
+  release(std::exchange(place_, nullptr));
 }
 
 }  // namespace Kiv

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "framework/core/Name.h"
 #include "framework/core/Ptr.h"
 #include "framework/core/PtrInterface.h"
@@ -10,40 +12,89 @@ namespace Kiv {
 /// A framework object that has a place in a tree: a name, a parent, and the parent's attribute that
 /// holds it.
 ///
-/// Ownership: the parent owns the child through that attribute; the child points back without
-/// owning, and the attribute clears the pointer when it lets the child go, so a child that outlives
-/// its parent has none.
+/// Ownership: the parent owns the child through that attribute; the child refers to its parent
+/// without holding it. A child that is removed, or outlives its parent, has none. An entity in two
+/// collections is a child of the one that it was put into last, until that one removes it.
 class Entity : public PtrInterface {
  public:
-  static constexpr Attr<> kFullName{130};
-  static constexpr Attr<> kParent{131};
-  static constexpr Attr<> kParentAttrName{132};
-  static constexpr Attr<> kEntity{133};
+  static constexpr Attr<void, Entity> kFullName{130};
+  static constexpr Attr<void, Entity> kParent{131};
+  static constexpr Attr<void, Entity> kParentAttrName{132};
+  static constexpr Attr<void, Entity> kEntity{133};
 
   /// Empty unless the type has names of its own.
   virtual Name name() const { return Name(); }
-  /// The names and attributes from the root down, joined by '/'.
+  /// The names and attributes from the root down, joined by '/'. Entities that are each other's
+  /// parents have no root: the path begins with the last one before a repetition.
   String fullName() const;
-  Ptr<Entity> parent() const { return Ptr<Entity>(parent_); }
+  Ptr<Entity> parent() const { return Ptr<Entity>(parentRaw()); }
   /// The name of the parent's attribute that holds this entity; empty without a parent.
   String parentAttrName() const;
   /// This entity itself, as the tree sees it.
   Ptr<Entity const> entity() const { return Ptr<Entity const>(this); }
 
-  /// Puts the entity under `parent`, or under none. The caller is what owns it there: the attribute
-  /// `attribute` of the parent.
+  /// Puts the entity under `parent`, or under none, and notifies kParent on a real change. The
+  /// caller is what owns it there: the attribute `attribute` of the parent. The death of the parent
+  /// notifies no one. Throws std::bad_alloc; nothing has changed then.
   void parentIs(Ptr<Entity> const& parent, AttributeId attribute = 0);
+
+  // parentIs() in steps, for a collection: it changes the parent together with itself, and only
+  // then notifies of both. True when there was a change to notify of.
+  /// What kivParentStore() under this entity needs. Throws std::bad_alloc.
+  void kivNeedPlace() {
+    if (place_ == nullptr) makePlace();
+  }
+  bool kivParentStore(Entity& parent, AttributeId attribute) noexcept;
+  /// Under no parent any more, if it is under that attribute of `parent`.
+  bool kivParentDrop(Entity const& parent, AttributeId attribute) noexcept;
+  /// A collection of a dying entity: no member of it finds a parent any more.
+  void kivLeaveChildren() noexcept {
+    if (place_ != nullptr) leavePlace();
+  }
 
   Type const& fwkType() const override;
   static Type const& _kivType();
 
  protected:
   Entity() = default;
-  ~Entity() override = default;
+  ~Entity() override {
+    if (place_ != nullptr) leavePlace();
+    if (parent_ != nullptr) release(parent_);
+  }
 
  private:
+  // Where an entity with children is, shared by it and them; it outlives the entity.
+  struct Place {
+    Entity* entity;
+    U32 uses;
+  };
+
+  Entity* parentRaw() const { return parent_ == nullptr ? nullptr : parent_->entity; }
+  static void release(Place* place) noexcept {
+    if (--place->uses == 0) delete place;
+  }
+  void makePlace();
+  void leavePlace() noexcept;
+
   AttributeId parentAttribute_ = 0;
-  Entity* parent_ = nullptr;
+  Place* parent_ = nullptr;
+  Place* place_ = nullptr;
 };
+
+inline bool Entity::kivParentStore(Entity& parent, AttributeId attribute) noexcept {
+  bool const same = parentRaw() == &parent && parentAttribute_ == attribute;
+  ++parent.place_->uses;
+  Place* const left = std::exchange(parent_, parent.place_);
+  if (left != nullptr) release(left);
+  parentAttribute_ = attribute;
+  return !same;
+}
+
+inline bool Entity::kivParentDrop(Entity const& parent, AttributeId attribute) noexcept {
+  if (parentRaw() != &parent || parentAttribute_ != attribute) return false;
+  release(std::exchange(parent_, nullptr));
+  parentAttribute_ = 0;
+  return true;
+}
 
 }  // namespace Kiv

@@ -20,39 +20,52 @@ NotifieeList::~NotifieeList() {
 NotifieeList::Rep* NotifieeList::allocate(U32 capacity) {
   static_assert(sizeof(Rep) % alignof(NotifieeConst*) == 0);
   void* const memory = ::operator new(sizeof(Rep) + capacity * sizeof(void*));
-  return new (memory) Rep{nullptr, 0, 0, capacity};
+  return new (memory) Rep{nullptr, 0, 0, capacity, 0};
+}
+
+// One entry beyond those in use or reserved.
+void NotifieeList::makeRoom() {
+  if (rep_ == nullptr) {
+    rep_ = allocate(1);
+    return;
+  }
+  if (rep_->used + rep_->reserved < rep_->capacity) return;
+  // A visit in progress goes by the list, not by the block, so the block may move under it.
+  Rep* const grown = allocate(2 * rep_->capacity);
+  grown->innermost = rep_->innermost;
+  grown->live = rep_->live;
+  grown->used = rep_->used;
+  grown->reserved = rep_->reserved;
+  std::copy_n(rep_->entries(), rep_->used, grown->entries());
+  ::operator delete(std::exchange(rep_, grown));
+}
+
+void NotifieeList::reserve() {
+  makeRoom();
+  ++rep_->reserved;
 }
 
 void NotifieeList::add(NotifieeConst* notifiee) {
-  if (rep_ == nullptr) {
-    rep_ = allocate(1);
-  } else if (rep_->used == rep_->capacity) {
-    // A visit in progress goes by the list, not by the block, so the block may move under it.
-    Rep* const grown = allocate(2 * rep_->capacity);
-    grown->innermost = rep_->innermost;
-    grown->live = rep_->live;
-    grown->used = rep_->used;
-    std::copy_n(rep_->entries(), rep_->used, grown->entries());
-    ::operator delete(std::exchange(rep_, grown));
-  }
+  makeRoom();
+  notifiee->at_ = rep_->used;
   rep_->entries()[rep_->used++] = notifiee;
   ++rep_->live;
 }
 
-void NotifieeList::remove(NotifieeConst* notifiee) {
+void NotifieeList::remove(NotifieeConst* notifiee) noexcept {
   if (rep_ == nullptr) return;
-  NotifieeConst** const end = rep_->entries() + rep_->used;
-  NotifieeConst** const found = std::find(rep_->entries(), end, notifiee);
-  if (found == end) return;
-  *found = nullptr;
+  U32 const at = notifiee->at_;
+  if (at >= rep_->used || rep_->entries()[at] != notifiee) return;
+  notifiee->at_ = NotifieeConst::kInNoList;
+  rep_->entries()[at] = nullptr;
   --rep_->live;
-  if (rep_->innermost == nullptr) compact();
+  if (rep_->innermost == nullptr && rep_->live <= rep_->used / 2) compact();
 }
 
-void NotifieeList::clear() {
+void NotifieeList::clear() noexcept {
   if (rep_ == nullptr) return;
   for (NotifieeConst*& entry : std::span(rep_->entries(), rep_->used)) {
-    if (entry != nullptr) entry->registered_ = false;
+    if (entry != nullptr) entry->at_ = NotifieeConst::kInNoList;
     entry = nullptr;
   }
   rep_->live = 0;
@@ -66,10 +79,14 @@ void NotifieeList::notificationOff() {
   }
 }
 
-void NotifieeList::compact() {
-  NotifieeConst** const entries = rep_->entries();
-  NotifieeConst** const end = std::remove(entries, entries + rep_->used, nullptr);
-  rep_->used = static_cast<U32>(end - entries);
+void NotifieeList::compact() noexcept {
+  U32 kept = 0;
+  for (NotifieeConst* const entry : std::span(rep_->entries(), rep_->used)) {
+    if (entry == nullptr) continue;
+    entry->at_ = kept;
+    rep_->entries()[kept++] = entry;
+  }
+  rep_->used = kept;
 }
 
 void NotifieeList::thrown(U32 index, NotifieeConst* notifiee) {
@@ -77,28 +94,28 @@ void NotifieeList::thrown(U32 index, NotifieeConst* notifiee) {
 }
 
 NotifieeConst::~NotifieeConst() {
-  if (registered_) notifier_->notifieeList().remove(this);
+  if (isRegisteredNotifiee()) notifier_->notifieeList().remove(this);
 }
 
 void NotifieeConst::notifierIs(Ptr<PtrInterface const> const& notifier) {
   if (notifier == notifier_) return;
   NotifieeConst::isRegisteredNotifieeIs(false);
+  ++binding_;
   notifier_ = notifier;
 }
 
 void NotifieeConst::hasNotificationActiveIs(bool active) {
-  PtrInterface::hasNotificationActiveIs(active);
   isRegisteredNotifieeIs(active);
+  PtrInterface::hasNotificationActiveIs(active);
 }
 
 void NotifieeConst::isRegisteredNotifieeIs(bool registered) {
-  if (registered == registered_ || !notifier_) return;
+  if (registered == isRegisteredNotifiee() || !notifier_) return;
   if (registered) {
     notifier_->notifieeList().add(this);
   } else {
     notifier_->notifieeList().remove(this);
   }
-  registered_ = registered;
 }
 
 Activity& NotifieeConst::kivFwkActivity() const {

@@ -40,8 +40,11 @@ class NotifieeConst : public PtrInterface {
   /// the notifier's list.
   virtual void onNotificationOff() {}
 
-  bool isRegisteredNotifiee() const { return registered_; }
+  bool isRegisteredNotifiee() const { return at_ != kInNoList; }
   Ptr<PtrInterface const> const& notifierBase() const { return notifier_; }
+  /// Another number after each rebind: two equal ones mean the same binding, also where an object
+  /// was freed and another one made at its address.
+  U32 kivBinding() const { return binding_; }
 
   /// Marks for deletion, and whatever reactors the notifiee has of its own.
   virtual void kivDoZombieReactors(bool zombie) { kivMarkedForDeletionIs(zombie); }
@@ -54,9 +57,33 @@ class NotifieeConst : public PtrInterface {
 
  private:
   friend class NotifieeList;
+  static constexpr U32 kInNoList = ~U32{0};
 
-  bool registered_ = false;
+  U32 at_ = kInNoList;  // index in the notifier's list
   Ptr<PtrInterface const> notifier_;
+  U32 binding_ = 0;
+};
+
+/// Room for one notifiee in an object's list, and a hold on the object. The constructor throws
+/// std::bad_alloc; after it one registration, made after give(), cannot.
+class NotifieeRoom {
+ public:
+  explicit NotifieeRoom(Ptr<PtrInterface const> const& notifier) : notifier_(notifier) {
+    notifier_->notifieeList().reserve();
+  }
+  NotifieeRoom(NotifieeRoom const&) = delete;
+  NotifieeRoom& operator=(NotifieeRoom const&) = delete;
+  ~NotifieeRoom() { give(); }
+
+  Ptr<PtrInterface const> const& notifier() const { return notifier_; }
+  void give() noexcept {
+    if (held_) notifier_->notifieeList().unreserve();
+    held_ = false;
+  }
+
+ private:
+  Ptr<PtrInterface const> const notifier_;
+  bool held_ = true;
 };
 
 // A visit in progress, on the stack of visit(). The list knows its visits, innermost first, so that

@@ -22,8 +22,13 @@ class NotifieeConst;  // PtrInterface::NotifieeConst
 ///  - the list itself may be destroyed with its owner: the visit ends there.
 /// Visits nest: a handler that mutates the notifier visits the list again before it returns.
 ///
-/// Cost: an object nobody watches pays one pointer. Removal during a visit leaves a hole, which is
-/// closed when the outermost visit ends.
+/// Cost: an object without notifiees pays one pointer. Adding and removing take constant time on
+/// average: a removal leaves a hole; holes are closed when the outermost visit ends, and outside of
+/// a visit when they are the greater part.
+///
+///   watched->notifieeList().add(notifiee);      // NotifieeConst::isRegisteredNotifieeIs(true)
+///   watched->notifieeList().visit(kNumber.id);  // PtrInterface::notify(kNumber.id)
+///   watched->notifieeList().remove(notifiee);   // NotifieeConst::isRegisteredNotifieeIs(false)
 class NotifieeList {
  public:
   NotifieeList() = default;
@@ -34,13 +39,17 @@ class NotifieeList {
   bool empty() const { return size() == 0; }
   size_t size() const { return rep_ == nullptr ? 0 : rep_->live; }
 
-  /// Appends. The notifiee's registered flag sees to it that it is in a list at most once. Throws
-  /// std::bad_alloc; the list is then as it was.
+  /// Appends a notifiee that is in no list. Throws std::bad_alloc; the list is then as it was.
   void add(NotifieeConst* notifiee);
   /// Removes; absent: nothing.
-  void remove(NotifieeConst* notifiee);
-  /// Removes all, telling nobody.
-  void clear();
+  void remove(NotifieeConst* notifiee) noexcept;
+  /// Removes all and notifies none of them.
+  void clear() noexcept;
+
+  /// Keeps room for one notifiee more, so that one add() after the matching unreserve() cannot
+  /// throw. Throws std::bad_alloc; nothing is kept then. See NotifieeRoom.
+  void reserve();
+  void unreserve() noexcept { --rep_->reserved; }
 
   /// Calls onAttribute(id, key) on every notifiee. An exception from a handler is reported to that
   /// notifiee's onNotificationException() and leaves this function; notifiees after it are not
@@ -53,19 +62,21 @@ class NotifieeList {
   struct Visit;
   class VisitEnd;
 
-  // One block of memory: this head, and behind it `capacity` entries, `used` of them in use. A null
-  // entry is the hole that a removal during a visit leaves.
+  // One block of memory: this head, followed by `capacity` entries, `used` of them in use and
+  // `reserved` kept free. A null entry is the hole that a removal leaves.
   struct Rep {
     Visit* innermost;
     U32 live;
     U32 used;
     U32 capacity;
+    U32 reserved;
 
     NotifieeConst** entries() { return reinterpret_cast<NotifieeConst**>(this + 1); }
   };
 
   static Rep* allocate(U32 capacity);
-  void compact();
+  void makeRoom();
+  void compact() noexcept;
   void thrown(U32 index, NotifieeConst* notifiee);
 
   Rep* rep_ = nullptr;

@@ -22,6 +22,10 @@ class PtrInterface;
 /// this very pointer never finds a dying object. Counting is atomic only when
 /// VFPtrInterface::threadSafePointers_ is set. Dereferencing a null Ptr ends the process, in every
 /// build type.
+///
+///   Ptr<Port> const port = makeActive<Port>(7u);  // the first reference
+///   Ptr<Port const> const same = port;            // one more, for reading
+///   Ptr<Port> const self(this);                   // within a member function: held until its end
 template <class T>
 class Ptr {
  public:
@@ -89,8 +93,9 @@ class Ptr {
   T* object_ = nullptr;
 };
 
-/// Makes a framework object; the only way to make one. The object's notification is off. Nothing
-/// is counted or kept when the constructor throws.
+/// Makes a framework object; the only way to make one, since no other function reaches its
+/// operator new. The object's notification is off. Nothing is counted or kept when the constructor
+/// throws.
 template <class T, class... Args>
 [[nodiscard]] Ptr<T> make(Args&&... args) {
   static_assert(std::derived_from<T, PtrInterface>);

@@ -15,24 +15,33 @@ class GenericValue;
 class NotifieeConst;
 class Type;
 enum class GenericOp : U8;
+template <class T>
+class Ptr;
+template <class T, class... Args>
+[[nodiscard]] Ptr<T> make(Args&&... args);
 
 /// What the reference counting of every framework object shares.
 class VFPtrInterface {
  public:
-  /// Selects atomic counting for the whole process. Off by default and never set by this library:
-  /// all its objects live on one thread. A host that shares objects between threads sets it once,
-  /// before it makes the first object.
+  /// Selects atomic counting for the whole process: of references, of the bytes of a String and in
+  /// the allocation tracker. Off by default and never set by this library: all its objects live on
+  /// one thread. A host whose threads make, share and drop objects sets it once, before it makes
+  /// the first one. It covers nothing else: attributes, collections, notification and the texts of
+  /// interface ids and VRF names (InternPool) belong to the framework thread.
   static bool threadSafePointers_;
 };
 
 /// The base of every framework object.
 ///
-/// Ownership: objects are made by Kiv::make and held through Kiv::Ptr; an object dies when its last
-/// Ptr goes. During its own constructor and destructor an object holds a reference to itself, so a
-/// constructor may hand out `Ptr(this)` freely: a temporary one never deletes the object.
+/// Ownership: objects are made by Kiv::make, which alone may allocate one, and held through
+/// Kiv::Ptr; an object dies when its last Ptr goes. During its own constructor and destructor an
+/// object holds a reference to itself, so a constructor may hand out `Ptr(this)` freely: a
+/// temporary one never deletes the object. An object on the stack is fatal in debug builds, when it
+/// dies.
 ///
 /// The reference word: the low bits count references, bit 31 is the marked-for-deletion flag and
-/// bit 29 the notification-active flag. 2^29 - 1 references are the limit.
+/// bit 29 the notification-active flag. 2^29 - 1 references are the limit; one more is fatal in
+/// debug builds.
 class PtrInterface : public VFPtrInterface {
  public:
   using NotifieeConst = Kiv::NotifieeConst;
@@ -48,8 +57,6 @@ class PtrInterface : public VFPtrInterface {
   /// std::bad_alloc.
   static void* kivMemAlloc(size_t size);
   static void kivMemFree(void* memory) noexcept;
-  static void* operator new(size_t size) { return kivMemAlloc(size); }
-  static void operator delete(void* memory) noexcept { kivMemFree(memory); }
 
   void kivRefInc() const noexcept;
   /// Drops one reference. The one that brings the count to zero hands the object to
@@ -98,19 +105,31 @@ class PtrInterface : public VFPtrInterface {
  protected:
   PtrInterface() = default;
   virtual ~PtrInterface();
+  // Destructors of derived types name it.
+  static void operator delete(void* memory) noexcept { kivMemFree(memory); }
 
  private:
   template <class T>
   friend class Ptr;
+  template <class T, class... Args>
+  friend Ptr<T> make(Args&&... args);
+
+  static void* operator new(size_t size) { return kivMemAlloc(size); }
+  static void* operator new[](size_t size) = delete;
 
   void bitIs(U32 bit, bool on);
   void kivLastRefGone();
+  [[noreturn]] static void tooManyReferences();
 
   mutable NotifieeList notifieeList_;
   mutable U32 refWord_ = 1;  // the reference that the constructor holds; Kiv::make takes it over
 };
 
 inline void PtrInterface::kivRefInc() const noexcept {
+  if constexpr (kDebugBuild) {
+    constexpr U32 kCount = kNotificationActiveBit - 1;
+    if ((refWord_ & kCount) == kCount) tooManyReferences();
+  }
   if (threadSafePointers_) [[unlikely]] {
     __atomic_fetch_add(&refWord_, 1u, __ATOMIC_RELAXED);
   } else {

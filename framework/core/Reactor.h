@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <iterator>
 #include <type_traits>
 #include <typeinfo>
 
@@ -47,6 +49,8 @@ template <Attr A, auto Handler, auto... Whole>
 struct On {
   static_assert(sizeof...(Whole) <= 1);
   static constexpr AttributeId kId = A.id;
+  template <class Notifier>
+  static constexpr bool kWatches = detail::isAttributeOf<A, Notifier>();
   using Traits = detail::HandlerTraits<decltype(Handler)>;
 
   template <class Self>
@@ -78,18 +82,36 @@ struct On {
   }
 };
 
+namespace detail {
+
+template <AttributeId... id>
+constexpr bool distinctIds() {
+  AttributeId const all[] = {0, id...};
+  for (AttributeId const& at : all) {
+    if (std::find(&at + 1, std::end(all), at) != std::end(all)) return false;
+  }
+  return true;
+}
+
+}  // namespace detail
+
 /// The dispatch rows of a reactor, in the order in which a rebind runs them.
 template <class... Row>
 struct Rows {
+  static_assert(detail::distinctIds<Row::kId...>(),
+                "two rows for one attribute: the second would never run");
+  template <class Notifier>
+  static constexpr bool kWatch = (Row::template kWatches<Notifier> && ...);
+
   template <class Self>
   static void dispatch(Self& self, AttributeId id, void const* key) {
     (void)((id == Row::kId && (Row::run(self, key), true)) || ...);
     (void)self, (void)id, (void)key;
   }
   template <class Self>
-  static void runWhole(Self& self, PtrInterface const* bound) {
-    ((self.mayDispatch() && self.notifierRaw() == bound ? Row::runWhole(self) : void()), ...);
-    (void)self, (void)bound;
+  static void runWhole(Self& self, U32 binding) {
+    ((self.mayDispatch() && self.kivBinding() == binding ? Row::runWhole(self) : void()), ...);
+    (void)self, (void)binding;
   }
 };
 
@@ -125,10 +147,13 @@ class Reactor : public NotifieeConst {
   }
 
   /// Rebinds. The current notifier again: nothing. Another one: each whole-object handler runs once
-  /// in the order of the rows, skipped while the reactor is marked for deletion, and the reactor
-  /// registers. Null: the reactor is unbound and no handler runs. An object of another type than
-  /// Notifier is a fatal error. When one of those handlers rebinds the reactor once more, its
-  /// remaining handlers are not run for the notifier that it has left.
+  /// in the order of the rows, skipped while the reactor is marked for deletion, and then the
+  /// reactor registers. Null: the reactor is unbound and no handler runs. An object of another type
+  /// than Notifier is a fatal error. When one of those handlers rebinds the reactor once more, the
+  /// remaining ones run for the last binding only.
+  ///
+  /// A handler that throws ends the run; the reactor is bound and registered all the same, and the
+  /// exception goes on. Throws std::bad_alloc before anything has changed.
   void notifierIs(Ptr<PtrInterface const> const& notifier) override {
     if (notifier) {
       PtrInterface const& object = *notifier;
@@ -138,16 +163,28 @@ class Reactor : public NotifieeConst {
     if (notifier == notifierBase()) return;
     Ptr<Owner> const owner(owner_);
     Ptr<Reactor> const self(this);
-    NotifieeConst::notifierIs(notifier);
-    // The old notifier may have taken the argument with it.
-    PtrInterface const* const bound = notifierBase().get();
-    if (bound == nullptr) return;
-    Self::Rows::runWhole(static_cast<Self&>(*this), bound);
+    if (!notifier) {
+      NotifieeConst::notifierIs(nullptr);
+      return;
+    }
+    // It also holds the notifier, which the old one may be the last to hold.
+    NotifieeRoom room(notifier);
+    NotifieeConst::notifierIs(room.notifier());
+    try {
+      Self::Rows::runWhole(static_cast<Self&>(*this), this->kivBinding());
+    } catch (...) {
+      room.give();
+      this->isRegisteredNotifieeIs(true);
+      throw;
+    }
+    room.give();
     this->isRegisteredNotifieeIs(true);
   }
 
   /// A handler may let go of the owner or of the reactor: both are held until it returns.
   void onAttribute(AttributeId id, void const* key) override {
+    static_assert(Self::Rows::template kWatch<Notifier>,
+                  "a row of the reactor names an attribute of another type than the notifier's");
     if (!mayDispatch()) return;
     Ptr<Owner> const owner(owner_);
     Ptr<Reactor> const self(this);
@@ -157,7 +194,7 @@ class Reactor : public NotifieeConst {
 
   PtrInterface* actsm() const override { return owner_; }
   Owner* owner() const { return owner_; }
-  /// The owner calls this with null from its destructor: a late notification then reaches nobody.
+  /// The owner disowns its reactors when it dies: a late notification then runs no handler.
   void ownerIs(Owner* owner) { owner_ = owner; }
 
   template <class C>

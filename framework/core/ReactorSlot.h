@@ -1,30 +1,67 @@
 #pragma once
 
+#include <optional>
+#include <utility>
+
 #include "framework/collections/HashTable.h"
 #include "framework/core/Hash.h"
 #include "framework/core/Ptr.h"
 
 namespace Kiv {
 
+namespace detail {
+
+/// Makes a reactor and switches it on. It may run handlers, down to one that drops the owner, which
+/// does not know of the reactor yet: the caller holds the owner.
+template <class R, class Notifier, class Owner>
+Ptr<R> makeReactor(Ptr<Notifier> const& notifier, Owner* owner) {
+  Ptr<R> const reactor = make<R>(notifier, owner);
+  reactor->hasNotificationActiveIs(true);
+  return reactor;
+}
+
+/// Ends a reactor whose owner dies: others may still hold it.
+template <class R>
+void endReactor(R& reactor) {
+  reactor.kivDoZombieReactors(true);
+  reactor.ownerIs(nullptr);
+}
+
+}  // namespace detail
+
 /// The place of one single-object reactor in a state machine: empty, or holding the reactor R that
 /// watches a Notifier for an Owner. R may be incomplete where the slot is declared if it names
 /// both.
+///
+/// A reactor in the slot is registered. One that leaves it is marked for deletion, so that it
+/// dispatches nothing more when it is held elsewhere. With the slot it loses its owner, too, also
+/// where the owner's constructor throws.
 template <class R, class Notifier = typename R::Notifier, class Owner = typename R::Owner>
 class ReactorSlot {
  public:
-  /// Creates the reactor on `notifier` and switches it on, or rebinds the existing one through its
-  /// virtual notifierIs. A null notifier creates nothing.
+  ReactorSlot() = default;
+  ReactorSlot(ReactorSlot const&) = delete;
+  ReactorSlot& operator=(ReactorSlot const&) = delete;
+  ~ReactorSlot() {
+    if (reactor_ && reactor_->owner() != nullptr) detail::endReactor(*reactor_);
+  }
+
+  /// Creates the reactor on `notifier`, switches it on and then stores it, or rebinds the existing
+  /// one through its virtual notifierIs. A null notifier creates nothing. Throws std::bad_alloc;
+  /// nothing has changed then.
   void is(Ptr<Notifier> const& notifier, Owner* owner) {
     if (reactor_) {
       Ptr<R> const reactor = reactor_;
       reactor->notifierIs(notifier);
     } else if (notifier) {
-      reactor_ = make<R>(notifier, owner);
-      Ptr<R> const reactor = reactor_;
-      reactor->hasNotificationActiveIs(true);
+      Ptr<Owner> const keep(owner);
+      reactor_ = detail::makeReactor<R>(notifier, owner);
     }
   }
-  void del() { reactor_.reset(); }
+  void del() {
+    Ptr<R> const reactor = std::move(reactor_);
+    if (reactor) reactor->kivDoZombieReactors(true);
+  }
 
   Ptr<R> const& reactor() const { return reactor_; }
   explicit operator bool() const { return static_cast<bool>(reactor_); }
@@ -47,21 +84,24 @@ class ReactorSlot {
   Ptr<R> reactor_;
 };
 
-/// The reactors of a state machine on the members of one collection, keyed like the members.
-/// Walks are in hash order and tolerate changes.
+/// The reactors of a state machine on the members of one collection, keyed like the members. What
+/// ReactorSlot says of its reactor holds for each of them. Walks are in hash order and tolerate
+/// changes.
 template <class KeyT, class R, class Notifier, class Owner, U32 kConstant>
 class ReactorCollection {
  public:
   using Key = KeyT;
 
   ReactorCollection() : table_(HashHelper::hashSeed32() ^ kConstant) {}
+  ReactorCollection(ReactorCollection const&) = delete;
+  ReactorCollection& operator=(ReactorCollection const&) = delete;
+  ~ReactorCollection() {
+    for (Slot const& slot : table_) detail::endReactor(*slot.reactor);
+  }
 
-  /// No reactor under `key`: creates one on `member` and switches it on; it is stored only when its
-  /// constructor has finished. The member it watches already: nothing. Another member under the
-  /// key: rebinds through the reactor's virtual notifierIs.
-  ///
-  /// A reactor's constructor may run handlers, down to one that lets go of the owner, which does
-  /// not know of the reactor yet: so the owner is held until the reactor is in place.
+  /// No reactor under `key`: creates one on `member`, switches it on and then stores it. The member
+  /// it watches already: nothing. Another member under the key: rebinds through the reactor's
+  /// virtual notifierIs. Throws std::bad_alloc; nothing has changed then.
   void is(Key const& key, Ptr<Notifier> const& member, Owner* owner) {
     if (Slot const* slot = table_.find(key)) {
       Ptr<R> const reactor = slot->reactor;
@@ -69,12 +109,14 @@ class ReactorCollection {
       return;
     }
     Ptr<Owner> const keep(owner);
-    Ptr<R> const reactor = make<R>(member, owner);
-    table_.insert(Slot{key, reactor});
-    reactor->hasNotificationActiveIs(true);
+    table_.insert(Slot{key, detail::makeReactor<R>(member, owner)});
   }
   /// Destroys the reactor only; absent: nothing.
-  void del(Key const& key) { table_.take(key); }
+  void del(Key const& key) {
+    if (std::optional<Slot> const taken = table_.take(key)) {
+      taken->reactor->kivDoZombieReactors(true);
+    }
+  }
   void delAll() {
     typename Table::Cursor cursor(table_);
     while (Slot const* slot = cursor.next()) {

@@ -13,8 +13,9 @@ namespace Kiv {
 ///   template <class F> void kivEachReactor(F f) { f(l3Output_); f(perVrf_); }
 ///   template <class F> void kivEachChild(F f) { f(childSm_); }     // Ptrs; null ones are skipped
 ///
-/// and its destructor calls kivTeardown() before anything else: from then on no reactor of the
-/// dying machine dispatches anything, also when somebody else still holds it.
+/// When its last reference goes, before its destructor runs, a machine marks and disowns its
+/// reactors: from then on none of them dispatches anything, also when somebody else still holds it.
+/// A constructor that throws leaves that to the slots, which do it for what they hold.
 template <class Derived, class Base = PtrInterface>
 class StateMachine : public Base {
  public:
@@ -30,10 +31,12 @@ class StateMachine : public Base {
   /// machine's own mark is already so.
   void kivDoZombieReactors(bool zombie);
 
+  void handleZeroRef() override;
+
  protected:
   using Base::Base;
 
-  /// First act of the destructor.
+  /// Marks and disowns every reactor, in attribute order. Idempotent.
   void kivTeardown();
 
   template <class F>
@@ -50,11 +53,23 @@ template <class Derived, class Base>
 void StateMachine<Derived, Base>::hasNotificationActiveIs(bool active) {
   if (active == this->hasNotificationActive()) return;
   Base::hasNotificationActiveIs(active);
-  self().kivEachReactor([active](auto& reactors) { reactors.hasNotificationActiveIs(active); });
-  self().kivEachChild([active](auto& child) {
-    // Through the base: the child's own reactors need not be known here.
-    if (child) static_cast<PtrInterface&>(*child).hasNotificationActiveIs(active);
-  });
+  try {
+    self().kivEachReactor([active](auto& reactors) { reactors.hasNotificationActiveIs(active); });
+    self().kivEachChild([active](auto& child) {
+      // Through the base: the child's own reactors need not be known here.
+      if (child) static_cast<PtrInterface&>(*child).hasNotificationActiveIs(active);
+    });
+  } catch (...) {
+    // A reactor found no memory to register: switching again reaches all of them.
+    Base::hasNotificationActiveIs(!active);
+    throw;
+  }
+}
+
+template <class Derived, class Base>
+void StateMachine<Derived, Base>::handleZeroRef() {
+  kivTeardown();
+  Base::handleZeroRef();
 }
 
 template <class Derived, class Base>

@@ -4,6 +4,7 @@
 #include <new>
 #include <ostream>
 
+#include "framework/core/Fatal.h"
 #include "framework/core/Hash.h"
 #include "framework/core/PtrInterface.h"
 
@@ -20,6 +21,10 @@ String::Rep* String::allocate(size_t size) {
 
 String::String(char const* bytes, size_t size) : rep_(allocate(size)) {
   if (rep_ != nullptr) std::memcpy(rep_->bytes(), bytes, size);
+}
+
+void String::nullText() {
+  assertFail("text != nullptr", __FILE__, __LINE__, __PRETTY_FUNCTION__, "a Kiv::String of null");
 }
 
 void String::retain() const noexcept {

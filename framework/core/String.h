@@ -56,8 +56,8 @@ class String {
   constexpr String() noexcept = default;
   /// Copies `size` bytes. Throws std::bad_alloc.
   String(char const* bytes, size_t size);
-  /// Copies a NUL-terminated text.
-  String(char const* text) : String(std::string_view(text)) {}
+  /// Copies a NUL-terminated text. Null is fatal in debug builds.
+  String(char const* text) : String(std::string_view(notNull(text))) {}
   String(std::string const& text) : String(text.data(), text.size()) {}
   String(std::string_view text) : String(text.data(), text.size()) {}
   String(std::nullptr_t) = delete;
@@ -102,6 +102,14 @@ class String {
 
  private:
   friend String format(char const* fmt, ...);
+
+  static char const* notNull(char const* text) {
+    if constexpr (kDebugBuild) {
+      if (text == nullptr) nullText();
+    }
+    return text;
+  }
+  [[noreturn]] static void nullText();
 
   // What the empty string points at: one address in every library of the process, since begin()
   // and end() may be called from different ones.

@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <type_traits>
 
 namespace Kiv {
 
@@ -35,12 +36,38 @@ using AttributeId = U32;
 inline constexpr AttributeId kFirstPtrInterfaceAttribute = 130;
 inline constexpr AttributeId kFirstEntityAttribute = 258;
 
-/// An attribute id that carries the type of the key a notification for it passes: `void` for a
-/// scalar attribute, the member key for a collection.
-template <class KeyT = void>
+/// An attribute id with two types: the key that a notification for it passes, `void` for a scalar
+/// attribute and the member key for a collection; and the type that has the attribute, so that no
+/// other type's attribute of the same number is taken for it. `void` as owner: not checked.
+///
+///   static constexpr Kiv::Attr<Ovra::IpAddr, OverlaySrcMacRewrite> kIpAndMac{259};
+template <class KeyT = void, class OwnerT = void>
 struct Attr {
   using Key = KeyT;
+  using Owner = OwnerT;
   AttributeId id;
 };
+
+namespace detail {
+
+/// Whether A may be an attribute of T. A named owner must be complete, as must T.
+template <Attr A, class T>
+constexpr bool isAttributeOf() {
+  using Owner = typename decltype(A)::Owner;
+  if constexpr (std::is_void_v<Owner>) {
+    return true;
+  } else {
+    return std::is_base_of_v<Owner, std::remove_cv_t<T>>;
+  }
+}
+
+}  // namespace detail
+
+/// Whether this source file is compiled with the checks that only debug builds make.
+#ifdef NDEBUG
+constexpr bool kDebugBuild = false;
+#else
+constexpr bool kDebugBuild = true;
+#endif
 
 }  // namespace Kiv

@@ -26,7 +26,7 @@ class DatabaseClient : public Session {
 class Database final : public Kiv::PtrInterface {
  public:
   /// Notifies with the path when an entity is made, after all clients have been called.
-  static constexpr Kiv::Attr<Kiv::String> kEntity{130};
+  static constexpr Kiv::Attr<Kiv::String, Database> kEntity{130};
 
   Database();
   ~Database() override;

@@ -13,7 +13,7 @@ namespace Corvo {
 /// mounted at once or later; kMounted notifies then.
 class MountRequest : public MountGroup {
  public:
-  static constexpr Kiv::Attr<> kMounted{130};
+  static constexpr Kiv::Attr<void, MountRequest> kMounted{130};
 
   /// No more mounts will come: a later doMount throws MountException. Closing again does nothing.
   virtual void close() = 0;

@@ -18,7 +18,7 @@ namespace Corvo {
 class Session : public EntityManager {
  public:
   /// Notifies with the path whenever getEntity(path) would return something else.
-  static constexpr Kiv::Attr<Kiv::String> kEntity{130};
+  static constexpr Kiv::Attr<Kiv::String, Session> kEntity{130};
 
   /// A new request without mounts.
   virtual Kiv::Ptr<MountRequest> mountRequest() = 0;

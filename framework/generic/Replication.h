@@ -88,8 +88,9 @@ AttributeReplication replicateCollection() {
     } else {
       using Member = typename C::Member;
       r.member = [](PtrInterface const& owner, void const* key) {
+        auto const& collection = static_cast<T const&>(owner).*Collection;
         return Ptr<PtrInterface>(
-            (static_cast<T const&>(owner).*Collection).find(*static_cast<Key const*>(key)));
+            const_cast<Member*>(collection.find(*static_cast<Key const*>(key))));
       };
       r.makeMember = [](void const* key) -> Ptr<PtrInterface> {
         return makeActive<Member>(*static_cast<Key const*>(key));

@@ -12,9 +12,9 @@ namespace BfnL3 {
 /// is legal, and nothing is range-checked.
 class L3IntfRoutingStatus final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kIntfAndVlan{258};
-  static constexpr Kiv::Attr<> kVlanId{259};
-  static constexpr Kiv::Attr<> kVrfId{260};
+  static constexpr Kiv::Attr<void, L3IntfRoutingStatus> kIntfAndVlan{258};
+  static constexpr Kiv::Attr<void, L3IntfRoutingStatus> kVlanId{259};
+  static constexpr Kiv::Attr<void, L3IntfRoutingStatus> kVrfId{260};
 
   explicit L3IntfRoutingStatus(Pex::PortVlanPair const& intfAndVlan);
 
@@ -38,13 +38,16 @@ class L3IntfRoutingStatus final : public Kiv::Entity {
 /// agent.
 class L3RoutingStatus final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Pex::PortVlanPair> kL3IntfRoutingStatus{258};
-  static constexpr Kiv::Attr<> kRoutingEnabled{259};
+  static constexpr Kiv::Attr<Pex::PortVlanPair, L3RoutingStatus> kL3IntfRoutingStatus{258};
+  static constexpr Kiv::Attr<void, L3RoutingStatus> kRoutingEnabled{259};
 
   L3RoutingStatus();
 
   /// The status under a key, or null. Valid while it is in.
-  L3IntfRoutingStatus* l3IntfRoutingStatus(Pex::PortVlanPair const& key) const {
+  L3IntfRoutingStatus* l3IntfRoutingStatus(Pex::PortVlanPair const& key) {
+    return l3IntfRoutingStatus_.find(key);
+  }
+  L3IntfRoutingStatus const* l3IntfRoutingStatus(Pex::PortVlanPair const& key) const {
     return l3IntfRoutingStatus_.find(key);
   }
   auto const& l3IntfRoutingStatus() const { return l3IntfRoutingStatus_; }

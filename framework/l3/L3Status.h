@@ -13,8 +13,8 @@ namespace Pex {
 /// value notifies nobody.
 class L3Status final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<L3::VrfName> kVrfNameToId{258};
-  static constexpr Kiv::Attr<VrfId> kVrfName{259};
+  static constexpr Kiv::Attr<L3::VrfName, L3Status> kVrfNameToId{258};
+  static constexpr Kiv::Attr<VrfId, L3Status> kVrfName{259};
 
   L3Status();
 

@@ -11,9 +11,9 @@ namespace Routing::Hardware {
 /// them: 0 means that there is none, except that the VRF "default" may have the id 0.
 class VrfStatus final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kVrfName{258};
-  static constexpr Kiv::Attr<> kVrfId{259};
-  static constexpr Kiv::Attr<> kFwdVlanId{260};
+  static constexpr Kiv::Attr<void, VrfStatus> kVrfName{258};
+  static constexpr Kiv::Attr<void, VrfStatus> kVrfId{259};
+  static constexpr Kiv::Attr<void, VrfStatus> kFwdVlanId{260};
 
   explicit VrfStatus(L3::VrfName vrfName);
 
@@ -35,12 +35,13 @@ class VrfStatus final : public Kiv::Entity {
 /// The same for all VRFs, by name. Written by the host agent.
 class RouteStatus final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<L3::VrfName> kVrfStatus{258};
+  static constexpr Kiv::Attr<L3::VrfName, RouteStatus> kVrfStatus{258};
 
   RouteStatus();
 
   /// The status of one VRF, or null. Valid while it is in.
-  VrfStatus* vrfStatus(L3::VrfName vrfName) const { return vrfStatus_.find(vrfName); }
+  VrfStatus* vrfStatus(L3::VrfName vrfName) { return vrfStatus_.find(vrfName); }
+  VrfStatus const* vrfStatus(L3::VrfName vrfName) const { return vrfStatus_.find(vrfName); }
   auto const& vrfStatus() const { return vrfStatus_; }
   /// Made, switched on and announced when absent.
   Kiv::Ptr<VrfStatus> vrfStatusIs(L3::VrfName vrfName);

@@ -11,8 +11,8 @@ namespace BfnAgentLib {
 /// declare their tables. The list lives as long as the entry, or as a manager that declared there.
 class BfnProfileDataEntry final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kProfileName{258};
-  static constexpr Kiv::Attr<> kTableList{259};
+  static constexpr Kiv::Attr<void, BfnProfileDataEntry> kProfileName{258};
+  static constexpr Kiv::Attr<void, BfnProfileDataEntry> kTableList{259};
 
   explicit BfnProfileDataEntry(Kiv::String profileName);
   ~BfnProfileDataEntry() override;
@@ -33,10 +33,13 @@ class BfnProfileDataEntry final : public Kiv::Entity {
 /// All hardware profiles, by name.
 class BfnProfileData final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Kiv::String> kProfileDataEntry{258};
+  static constexpr Kiv::Attr<Kiv::String, BfnProfileData> kProfileDataEntry{258};
 
   /// The entry of that name, or null. Valid while it is in.
-  BfnProfileDataEntry* profileDataEntry(Kiv::String const& profileName) const {
+  BfnProfileDataEntry* profileDataEntry(Kiv::String const& profileName) {
+    return profileDataEntry_.find(profileName);
+  }
+  BfnProfileDataEntry const* profileDataEntry(Kiv::String const& profileName) const {
     return profileDataEntry_.find(profileName);
   }
   auto const& profileDataEntry() const { return profileDataEntry_; }

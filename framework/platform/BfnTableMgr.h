@@ -30,12 +30,12 @@ namespace BfnAgentLib {
 /// out of every list it declared in. All calls come from the host's one event thread.
 class BfnTableMgr : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kProfileEntry{258};
-  static constexpr Kiv::Attr<> kSystemStatus{259};
-  static constexpr Kiv::Attr<> kPendingTableCount{260};
-  static constexpr Kiv::Attr<> kChipCapabilities{261};
-  static constexpr Kiv::Attr<> kInitTableDone{262};
-  static constexpr Kiv::Attr<> kInitialized{263};
+  static constexpr Kiv::Attr<void, BfnTableMgr> kProfileEntry{258};
+  static constexpr Kiv::Attr<void, BfnTableMgr> kSystemStatus{259};
+  static constexpr Kiv::Attr<void, BfnTableMgr> kPendingTableCount{260};
+  static constexpr Kiv::Attr<void, BfnTableMgr> kChipCapabilities{261};
+  static constexpr Kiv::Attr<void, BfnTableMgr> kInitTableDone{262};
+  static constexpr Kiv::Attr<void, BfnTableMgr> kInitialized{263};
   /// The first id that a derived type gives to an attribute of its own.
   static constexpr Kiv::AttributeId kFirstOwnAttribute = 264;
 

@@ -9,8 +9,8 @@ namespace BfnTableStatus {
 /// The state of one hardware table, kept by the binding that writes it.
 class Status final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kTableName{258};
-  static constexpr Kiv::Attr<> kEntryCount{259};
+  static constexpr Kiv::Attr<void, Status> kTableName{258};
+  static constexpr Kiv::Attr<void, Status> kEntryCount{259};
 
   explicit Status(Kiv::String tableName);
 

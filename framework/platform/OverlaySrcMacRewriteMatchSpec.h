@@ -11,10 +11,10 @@ namespace BfOverlaySrcMacRewrite {
 /// on a real change.
 class OverlaySrcMacRewriteMatchSpec final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kMatchType{258};
-  static constexpr Kiv::Attr<> kVlan{259};
-  static constexpr Kiv::Attr<> kSourceIp{260};
-  static constexpr Kiv::Attr<> kValid{261};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewriteMatchSpec> kMatchType{258};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewriteMatchSpec> kVlan{259};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewriteMatchSpec> kSourceIp{260};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewriteMatchSpec> kValid{261};
 
   OverlaySrcMacRewriteMatchSpec() = default;
 

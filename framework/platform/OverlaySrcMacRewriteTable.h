@@ -47,8 +47,8 @@ class OverlaySrcMacRewriteTableEntry {
 /// with the driver's reason where it gives one.
 class OverlaySrcMacRewriteTable final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kStatus{258};
-  static constexpr Kiv::Attr<> kSlabKey{259};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewriteTable> kStatus{258};
+  static constexpr Kiv::Attr<void, OverlaySrcMacRewriteTable> kSlabKey{259};
   static constexpr char const* kTableName = "overlaySrcMacRewrite";
 
   /// See overlaySrcMacRewriteTableFactory.

@@ -9,8 +9,8 @@ namespace BfOverlaySrcMacRewrite {
 /// notifies on a real change.
 class RewriteOverlaySrcMacActionSpec final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kOui{258};
-  static constexpr Kiv::Attr<> kStation{259};
+  static constexpr Kiv::Attr<void, RewriteOverlaySrcMacActionSpec> kOui{258};
+  static constexpr Kiv::Attr<void, RewriteOverlaySrcMacActionSpec> kStation{259};
 
   RewriteOverlaySrcMacActionSpec() = default;
 

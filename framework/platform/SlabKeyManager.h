@@ -11,7 +11,7 @@ namespace MbbSlabKey {
 /// of the manager, so that a binding made before an older one is broken works on the same slab.
 class SlabKeyManager final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Kiv::String> kSlabKey{258};
+  static constexpr Kiv::Attr<Kiv::String, SlabKeyManager> kSlabKey{258};
 
   /// The table's slab, 0 when it has none.
   Kiv::U32 slabKey(Kiv::String const& tableName) const { return slabKey_.get(tableName).value; }

@@ -11,10 +11,11 @@ namespace BfnTableStatusManager {
 /// fills it: the next binding of the table goes on with it.
 class StatusManager final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Kiv::String> kStatus{258};
+  static constexpr Kiv::Attr<Kiv::String, StatusManager> kStatus{258};
 
   /// The status of that table, or null. Valid while it is in.
-  BfnTableStatus::Status* status(Kiv::String const& tableName) const {
+  BfnTableStatus::Status* status(Kiv::String const& tableName) { return status_.find(tableName); }
+  BfnTableStatus::Status const* status(Kiv::String const& tableName) const {
     return status_.find(tableName);
   }
   auto const& status() const { return status_; }

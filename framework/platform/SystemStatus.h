@@ -11,8 +11,8 @@ namespace BfnSystem {
 /// What the system knows of one hardware profile.
 class ProfileInfo final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<> kProfileName{258};
-  static constexpr Kiv::Attr<> kChipCapabilities{259};
+  static constexpr Kiv::Attr<void, ProfileInfo> kProfileName{258};
+  static constexpr Kiv::Attr<void, ProfileInfo> kChipCapabilities{259};
 
   explicit ProfileInfo(Kiv::String profileName);
 
@@ -34,10 +34,13 @@ class ProfileInfo final : public Kiv::Entity {
 /// agents only read it.
 class SystemStatus final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Kiv::String> kProfileInfo{258};
+  static constexpr Kiv::Attr<Kiv::String, SystemStatus> kProfileInfo{258};
 
   /// The profile of that name, or null. Valid while it is in.
-  ProfileInfo* profileInfo(Kiv::String const& profileName) const {
+  ProfileInfo* profileInfo(Kiv::String const& profileName) {
+    return profileInfo_.find(profileName);
+  }
+  ProfileInfo const* profileInfo(Kiv::String const& profileName) const {
     return profileInfo_.find(profileName);
   }
   auto const& profileInfo() const { return profileInfo_; }

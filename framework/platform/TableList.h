@@ -42,7 +42,7 @@ struct HwTable {
 /// each. The managers keep the list alive.
 class TableList final : public Kiv::Entity {
  public:
-  static constexpr Kiv::Attr<Kiv::String> kHwTables{258};
+  static constexpr Kiv::Attr<Kiv::String, TableList> kHwTables{258};
 
   TableList() = default;
   ~TableList() override;

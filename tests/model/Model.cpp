@@ -333,11 +333,16 @@ void Model::routeIs(int name, RouteState const& route) {
   s_.route[name] = route;
   RewriteMachine& machine = s_.rewriteMachine;
   if (!machine.exists) return;
-  // A new reactor stays only if its first run ends well; one that is bound to another object is
-  // registered with it after the run.
+  // A new reactor stays only if its first run ends well. One that is bound to another object is
+  // registered with it after the run, also when that throws.
   RouteReactor& reactor = machine.routeReactor[name];
   reactor.hears = false;
-  handleRoute(machine, name);
+  try {
+    handleRoute(machine, name);
+  } catch (...) {
+    reactor.hears = reactor.exists;
+    throw;
+  }
   reactor = {true, true};
 }
 

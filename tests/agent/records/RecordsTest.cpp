@@ -2,14 +2,19 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "agent/records/BfnMacRewriteInput.h"
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "framework/core/Hash.h"
 #include "framework/core/Notifiee.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
@@ -240,6 +245,64 @@ TEST(AgentRecords, EachCollectionIsSeededWithItsOwnConstant) {
   EXPECT_EQ(inStatus, hashOrder(0xF12F'0E28));
   EXPECT_EQ(inRewrites, hashOrder(0x2C8B'2578));
   EXPECT_EQ(inAddresses, hashOrder(0x9026'001C));
+}
+
+TEST(AgentRecords, AConstRecordGivesConstMembers) {
+  static_assert(std::is_same_v<decltype(std::declval<Config&>().overlaySrcMacRewrite(VrfId(7))),
+                               OverlaySrcMacRewrite*>);
+  static_assert(
+      std::is_same_v<decltype(std::declval<Config const&>().overlaySrcMacRewrite(VrfId(7))),
+                     OverlaySrcMacRewrite const*>);
+  static_assert(
+      std::is_same_v<decltype(std::declval<Config const&>().overlaySrcMacRewrite().find(VrfId(7))),
+                     OverlaySrcMacRewrite const*>);
+  static_assert(std::is_same_v<decltype(std::declval<Status&>().vrfStatus(VrfId(7))), VrfStatus*>);
+  static_assert(std::is_same_v<decltype(std::declval<Status const&>().vrfStatus(VrfId(7))),
+                               VrfStatus const*>);
+  static_assert(std::is_same_v<decltype(std::declval<Status const&>().vrfStatus().find(VrfId(7))),
+                               VrfStatus const*>);
+}
+
+TEST(InputConfig, ALineWithoutMemoryIsNeitherThereNorInTheIndexOfItsVrf) {
+  using BfnMacRewrite::Input::VrfIpAndMac;
+  using BfnMacRewrite::Input::VrfNameAndIp;
+  auto const config = makeActive<BfnMacRewrite::Input::Config>();
+  auto const keysOf = [&config](L3::VrfName const& vrf) {
+    std::vector<U32> keys;
+    config->forEachKeyOfVrf(vrf,
+                            [&keys](VrfNameAndIp const& key) { keys.push_back(key.ip.value()); });
+    return keys;
+  };
+  L3::VrfName const vrfs[] = {L3::VrfName("red"), L3::VrfName("blue"), L3::VrfName("green")};
+  for (U32 i = 0; i < 60; ++i) {
+    L3::VrfName const vrf = vrfs[i % 3];
+    std::vector<U32> const before = keysOf(vrf);
+    for (size_t spared = 0;; ++spared) {
+      BfnTest::NoMemory none(spared);
+      try {
+        config->overlaySrcMacRewriteEntryIs({vrf, IpAddr(i), {}});
+        break;
+      } catch (std::bad_alloc const&) {
+        none.end();
+        EXPECT_EQ(config->overlaySrcMacRewriteEntry().size(), i);
+        EXPECT_EQ(keysOf(vrf), before);
+      }
+    }
+    EXPECT_EQ(keysOf(vrf).size(), before.size() + 1);
+  }
+}
+
+TEST(InputConfig, ALineWhoseHandlerThrowsIsThereAndInTheIndex) {
+  using BfnMacRewrite::Input::VrfNameAndIp;
+  auto const config = makeActive<BfnMacRewrite::Input::Config>();
+  auto const listener = makeActive<Listener<VrfNameAndIp>>(config);
+  listener->action = [](VrfNameAndIp const&) { throw std::runtime_error("handler"); };
+  L3::VrfName const red("red");
+  EXPECT_THROW(config->overlaySrcMacRewriteEntryIs({red, IpAddr(1), {}}), std::runtime_error);
+  EXPECT_NE(config->overlaySrcMacRewriteEntry({red, IpAddr(1)}), nullptr);
+  U32 keys = 0;
+  config->forEachKeyOfVrf(red, [&keys](VrfNameAndIp const&) { ++keys; });
+  EXPECT_EQ(keys, 1u);
 }
 
 TEST(Capability, TellsOfARealChangeOnly) {

@@ -406,6 +406,14 @@ TEST(HashTableCursor, OverwritingInPlaceKeepsItsPlace) {
   EXPECT_EQ(steps, 10u);
 }
 
+TEST(HashTableDeathTest, TheMemberAtTheEndIsFatalInDebugBuilds) {
+  if (!kDebugBuild) GTEST_SKIP() << "debug builds check it";
+  Numbers table(1);
+  EXPECT_DEATH((void)*table.end(), "The end of a hash table is no member");
+  table.insert(7);
+  EXPECT_DEATH((void)*table.lowerBound(7).operator++(), "The end of a hash table is no member");
+}
+
 TEST(HashTableDeathTest, AStaleIteratorIsFatal) {
   Numbers table(1);
   table.insert(1);

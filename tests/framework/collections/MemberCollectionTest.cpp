@@ -3,14 +3,19 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "framework/core/Notifiee.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::NoMemory;
 using Kiv::make;
 using Kiv::makeActive;
 using Kiv::Ptr;
@@ -162,5 +167,34 @@ TEST_F(MemberCollectionTest, AWalkMayStartAtTheSuccessorOfAnAbsentKey) {
   auto walk = card->port().cursor(order[10]);
   EXPECT_EQ(walk.next()->number(), order[11]);
 }
+
+TEST_F(MemberCollectionTest, AMutatorWithoutMemoryChangesNothingAndCanBeRepeated) {
+  for (U32 number = 0; number < 40; ++number) {
+    bool done = false;
+    listener->keys.clear();
+    listener->keys.reserve(4);
+    for (size_t spared = 0; !done; ++spared) {
+      NoMemory none(spared);
+      try {
+        (void)card->port().is(number);
+        done = true;
+      } catch (std::bad_alloc const&) {
+        none.end();
+        EXPECT_EQ(card->port().find(number), nullptr);
+        EXPECT_THAT(listener->keys, IsEmpty());
+      }
+    }
+    EXPECT_EQ(card->port().size(), number + 1);
+    EXPECT_THAT(listener->keys, ElementsAre(number));
+  }
+}
+
+// A const collection gives const members.
+using Ports = std::remove_cvref_t<decltype(std::declval<Card&>().port())>;
+static_assert(std::is_same_v<decltype(std::declval<Ports&>().find(7)), Port*>);
+static_assert(std::is_same_v<decltype(std::declval<Ports const&>().find(7)), Port const*>);
+static_assert(std::is_same_v<decltype(std::declval<Ports const&>().get(7)), Ptr<Port const>>);
+static_assert(std::is_same_v<decltype(std::declval<Ports&>().cursor().next()), Port*>);
+static_assert(std::is_same_v<decltype(std::declval<Ports const&>().cursor().next()), Port const*>);
 
 }  // namespace

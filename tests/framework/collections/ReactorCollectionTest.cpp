@@ -1,6 +1,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -9,9 +10,11 @@
 #include "framework/core/Reactor.h"
 #include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::NoMemory;
 using Kiv::makeActive;
 using Kiv::Ptr;
 using Kiv::U32;
@@ -37,7 +40,6 @@ class Machine final : public Kiv::StateMachine<Machine> {
   using Ports = Kiv::ReactorCollection<U32, KivPort, Port, Machine, 0x77>;
 
   Machine() { initializedIs(true); }
-  ~Machine() override { kivTeardown(); }
 
   void portIs(Ptr<Port> const& port) { ports.is(port->number(), port, this); }
   void handlePort(U32 number, int speed) {
@@ -216,6 +218,28 @@ TEST_F(ReactorCollectionTest, ZombiesDispatchNothingAlsoWhenTheyAreKept) {
   EXPECT_TRUE(kept->kivMarkedForDeletion());
   EXPECT_EQ(kept->owner(), nullptr);
   seven->speedIs(10);
+}
+
+TEST_F(ReactorCollectionTest, AReactorWithoutMemoryIsNotStoredAndCanBeAskedForAgain) {
+  // Each one is the first notifiee of its port; some make the table grow.
+  for (U32 number = 0; number < 40; ++number) {
+    auto const port = makeActive<Port>(number);
+    bool done = false;
+    for (size_t spared = 0; !done; ++spared) {
+      NoMemory none(spared);
+      try {
+        machine->portIs(port);
+        done = true;
+      } catch (std::bad_alloc const&) {
+        none.end();
+        EXPECT_EQ(machine->ports.find(number), nullptr);
+        EXPECT_TRUE(port->notifieeList().empty());
+      }
+    }
+    machine->log.clear();
+    port->speedIs(10);
+    EXPECT_THAT(machine->log, ElementsAre(std::to_string(number) + "=10"));
+  }
 }
 
 }  // namespace

@@ -1,16 +1,20 @@
 #include "framework/collections/ValueCollection.h"
 
+#include <compare>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "framework/core/Notifiee.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::NoMemory;
 using Kiv::makeActive;
 using Kiv::Ptr;
 using Kiv::U32;
@@ -182,6 +186,56 @@ TEST_F(ValueCollectionTest, AValueUnderItsOwnKeyIsSet) {
   EXPECT_TRUE(table->route().set(7, {7, 1}));
   EXPECT_FALSE(table->route().set(7, {7, 1}));
   EXPECT_THAT(listener->keys, ElementsAre(7));
+}
+
+// Keys that need memory when they are copied.
+struct TextKey {
+  std::string text;
+  U32 hash() const { return Kiv::hashText(text); }
+  friend bool operator==(TextKey const&, TextKey const&) = default;
+  friend auto operator<=>(TextKey const&, TextKey const&) = default;
+};
+struct Texts final : Kiv::PtrInterface {
+  Kiv::MapCollection<Kiv::Attr<TextKey, Texts>{130}, TextKey, int, 7> texts{*this};
+};
+class Counter final : public Kiv::NotifieeConst {
+ public:
+  explicit Counter(Ptr<Texts> const& texts) { NotifieeConst::notifierIs(texts); }
+  void onAttribute(Kiv::AttributeId, void const*) override { ++calls; }
+  int calls = 0;
+};
+
+TEST(ValueCollection, AMutatorWithoutMemoryChangesNothingAndCanBeRepeated) {
+  auto const owner = Kiv::makeActive<Texts>();
+  auto const counter = Kiv::makeActive<Counter>(owner);
+  auto& texts = owner->texts;
+  auto const repeatUntilDone = [&](auto const& mutate) {
+    int const calls = counter->calls;
+    size_t const size = texts.size();
+    for (size_t spared = 0;; ++spared) {
+      NoMemory none(spared);
+      try {
+        mutate();
+        break;
+      } catch (std::bad_alloc const&) {
+        none.end();
+        EXPECT_EQ(texts.size(), size);
+        EXPECT_EQ(counter->calls, calls);
+      }
+    }
+    EXPECT_EQ(counter->calls, calls + 1);
+  };
+  std::string const longText = "a text that is too long for the string object itself ";
+  for (int i = 0; i < 20; ++i) {
+    TextKey const key{longText + std::to_string(i)};
+    repeatUntilDone([&] { texts.set({key, i}); });
+    repeatUntilDone([&] { texts.set(key, {key, i + 1}); });
+  }
+  for (int i = 0; i < 20; ++i) {
+    TextKey const key{longText + std::to_string(i)};
+    repeatUntilDone([&] { texts.del(key); });
+  }
+  EXPECT_TRUE(texts.empty());
 }
 
 using ValueCollectionDeathTest = ValueCollectionTest;

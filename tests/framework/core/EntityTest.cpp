@@ -2,12 +2,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 
 #include "framework/collections/MemberCollection.h"
 #include "framework/generic/Describe.h"
+#include "tests/framework/core/Probe.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::NoMemory;
 using Kiv::make;
 using Kiv::makeActive;
 using Kiv::Ptr;
@@ -96,6 +100,112 @@ TEST(Entity, PutUnderAParentByHandHasNoAttributeName) {
   EXPECT_EQ(child->parentAttrName(), "");
   child->parentIs(nullptr);
   EXPECT_EQ(child->parent(), nullptr);
+}
+
+TEST(Entity, UnderASecondParentItStaysThereWhenTheFirstRemovesIt) {
+  auto const first = makeActive<Node>(1u);
+  auto const second = makeActive<Node>(2u);
+  auto const child = first->child().is(3);
+  second->child().memberIs(child);
+  EXPECT_EQ(child->parent(), second);
+  first->child().del(3);
+  EXPECT_EQ(child->parent(), second);
+  EXPECT_EQ(child->fullName(), "n2/child/n3");
+  second->child().del(3);
+  EXPECT_EQ(child->parent(), nullptr);
+}
+
+TEST(Entity, PutUnderAParentByHandItHasNoneWhenThatOneDies) {
+  auto parent = makeActive<Node>(1u);
+  auto const child = makeActive<Node>(2u);
+  auto const other = makeActive<Node>(3u);
+  child->parentIs(parent);
+  other->parentIs(parent);
+  other->parentIs(child);
+  parent.reset();
+  EXPECT_EQ(child->parent(), nullptr);
+  EXPECT_EQ(child->fullName(), "n2");
+  EXPECT_EQ(other->fullName(), "n2//n3");
+  child->parentIs(other);
+  EXPECT_EQ(child->parent(), other);
+}
+
+TEST(Entity, TheDestructorsOfItsMembersFindNoParent) {
+  struct Child final : Kiv::Entity {
+    Child(U32 number, bool* orphan) : number_(number), orphan_(orphan) {}
+    ~Child() override { *orphan_ = parent() == nullptr; }
+    U32 number() const { return number_; }
+    U32 const number_;
+    bool* const orphan_;
+  };
+  struct Parent final : Kiv::Entity {
+    Kiv::MemberCollection<Kiv::Attr<U32>{258}, Child, &Child::number, 5> child{*this};
+  };
+  bool orphan = false;
+  auto parent = makeActive<Parent>();
+  parent->child.memberIs(makeActive<Child>(1u, &orphan));
+  parent.reset();
+  EXPECT_TRUE(orphan);
+}
+
+TEST(Entity, EachRealChangeOfItsParentNotifies) {
+  probe::Log log;
+  auto const root = makeActive<Node>(1u);
+  auto const child = makeActive<Node>(2u);
+  auto const listener = makeActive<probe::Probe>(child, "parent", &log);
+  Ptr<Kiv::Entity> seen;
+  listener->action = [&] { seen = child->parent(); };
+  child->parentIs(nullptr);
+  EXPECT_THAT(log, ::testing::IsEmpty());
+  child->parentIs(root);
+  child->parentIs(root);
+  EXPECT_THAT(log, ::testing::ElementsAre("parent"));
+  EXPECT_EQ(seen, root);
+  root->child().memberIs(child);
+  EXPECT_THAT(log, ::testing::ElementsAre("parent", "parent"));
+  root->child().del(2);
+  EXPECT_THAT(log, ::testing::ElementsAre("parent", "parent", "parent"));
+  EXPECT_EQ(seen, nullptr);
+}
+
+TEST(Entity, ACollectionAndTheParentAreBothStoredBeforeEitherNotifies) {
+  probe::Log log;
+  auto const root = makeActive<Node>(1u);
+  auto const child = makeActive<Node>(2u);
+  auto const ofRoot = makeActive<probe::Probe>(root, "collection", &log);
+  auto const ofChild = makeActive<probe::Probe>(child, "parent", &log);
+  ofRoot->action = [&] { EXPECT_EQ(child->parent(), root); };
+  ofChild->action = [&] { EXPECT_EQ(root->child().find(2), child.get()); };
+  root->child().memberIs(child);
+  EXPECT_THAT(log, ::testing::ElementsAre("collection", "parent"));
+  // The one that is replaced notifies, too.
+  ofRoot->action = [&] { EXPECT_EQ(child->parent(), nullptr); };
+  ofChild->action = nullptr;
+  root->child().memberIs(makeActive<Node>(2u));
+  EXPECT_THAT(log, ::testing::ElementsAre("collection", "parent", "collection", "parent"));
+}
+
+TEST(Entity, TheFullNameOfACycleEnds) {
+  auto const a = makeActive<Node>(1u);
+  auto const b = makeActive<Node>(2u);
+  a->parentIs(b);
+  b->parentIs(a);
+  EXPECT_EQ(a->fullName(), "n2//n1");
+  a->parentIs(a);
+  EXPECT_EQ(a->fullName(), "n1");
+  EXPECT_EQ(b->fullName(), "n1//n2");
+}
+
+TEST(Entity, AParentWithoutMemoryChangesNothing) {
+  auto const root = makeActive<Node>(1u);
+  auto const child = makeActive<Node>(2u);
+  {
+    NoMemory const none;
+    EXPECT_THROW(child->parentIs(root), std::bad_alloc);
+    EXPECT_THROW(root->child().memberIs(child), std::bad_alloc);
+  }
+  EXPECT_EQ(child->parent(), nullptr);
+  EXPECT_TRUE(root->child().empty());
 }
 
 TEST(Entity, ANullChildIsRefusedUnderTheNameOfTheOwnersType) {

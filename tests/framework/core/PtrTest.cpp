@@ -1,16 +1,22 @@
 #include "framework/core/Ptr.h"
 
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "framework/core/AllocTrack.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::liveAllocations;
+using BfnTest::NoMemory;
 using Kiv::AllocTrackTypeInfo;
 using Kiv::make;
 using Kiv::makeActive;
@@ -240,6 +246,51 @@ TEST(PtrInterface, ZeroReferencesGoToHandleZeroRef) {
   EXPECT_EQ(zeros, 1);
 }
 
+// Allocation is out of reach but for make().
+template <class T>
+concept Newable = requires {
+  new T;
+};
+template <class T>
+concept ArrayNewable = requires {
+  new T[2];
+};
+static_assert(!Newable<Thing> && !Newable<Unrelated>);
+static_assert(!ArrayNewable<Thing> && !ArrayNewable<Unrelated>);
+static_assert(Newable<int> && ArrayNewable<int>);
+
+TEST(PtrInterface, MemoryOfAnObjectComesFromTheHeapAndGoesBack) {
+  size_t const before = liveAllocations();
+  {
+    Ptr<Thing> const a = make<Thing>();
+    EXPECT_EQ(liveAllocations(), before + 1);
+  }
+  EXPECT_EQ(liveAllocations(), before);
+  void* const memory = PtrInterface::kivMemAlloc(100);
+  EXPECT_EQ(liveAllocations(), before + 1);
+  std::memset(memory, 1, 100);
+  PtrInterface::kivMemFree(memory);
+  EXPECT_EQ(liveAllocations(), before);
+  NoMemory const none;
+  EXPECT_THROW(PtrInterface::kivMemAlloc(1), std::bad_alloc);
+}
+
+TEST(PtrInterfaceDeathTest, AnObjectOnTheStackIsFatalInDebugBuilds) {
+  if (!Kiv::kDebugBuild) GTEST_SKIP() << "debug builds check it";
+  EXPECT_DEATH({ Unrelated const onStack; },
+               "^Failed\\(!onStack\\(this\\)\\) an object that Kiv::make did not make");
+}
+
+TEST(PtrInterfaceDeathTest, AReferenceTooManyIsFatalInDebugBuilds) {
+  if (!Kiv::kDebugBuild) GTEST_SKIP() << "debug builds check it";
+  Ptr<Thing> const a = make<Thing>();
+  EXPECT_DEATH(
+      {
+        for (U32 i = 0; i < PtrInterface::kNotificationActiveBit; ++i) a->kivRefInc();
+      },
+      "too many references to one object");
+}
+
 AllocTrackTypeInfo countsOf(std::string const& name) {
   for (AllocTrackTypeInfo const& type : AllocTrackTypeInfo::snapshot()) {
     if (type.typeName.find(name) != std::string::npos) return type;
@@ -271,6 +322,21 @@ TEST(AllocTrack, AnObjectWhoseConstructorThrowsIsNotCounted) {
   AllocTrackTypeInfo const before = countsOf("Counted");
   EXPECT_THROW((void)make<Counted>(true), std::runtime_error);
   EXPECT_EQ(countsOf("Counted").allocated, before.allocated);
+}
+
+TEST(AllocTrack, CountsEveryObjectOfSeveralThreads) {
+  Kiv::VFPtrInterface::threadSafePointers_ = true;
+  AllocTrackTypeInfo const before = countsOf("Counted");
+  constexpr U32 kObjects = 200'000;
+  auto const makeMany = [] {
+    for (U32 i = 0; i < kObjects; ++i) (void)*make<Counted>(false);
+  };
+  std::thread other(makeMany);
+  makeMany();
+  other.join();
+  Kiv::VFPtrInterface::threadSafePointers_ = false;
+  EXPECT_EQ(countsOf("Counted").allocated, before.allocated + 2 * kObjects);
+  EXPECT_EQ(countsOf("Counted").live(), 0u);
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -10,9 +13,11 @@
 #include "framework/core/Attribute.h"
 #include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::NoMemory;
 using Kiv::Ptr;
 using Kiv::U32;
 using ::testing::ElementsAre;
@@ -26,9 +31,9 @@ struct KeyedValue {
 
 class Watched : public Kiv::PtrInterface {
  public:
-  static constexpr Kiv::Attr<> kNumber{130};
-  static constexpr Kiv::Attr<U32> kValues{131};
-  static constexpr Kiv::Attr<> kOther{132};
+  static constexpr Kiv::Attr<void, Watched> kNumber{130};
+  static constexpr Kiv::Attr<U32, Watched> kValues{131};
+  static constexpr Kiv::Attr<void, Watched> kOther{132};
 
   void numberIs(int n) { number_.is(n); }
   int number() const { return number_(); }
@@ -47,7 +52,6 @@ class Machine : public Kiv::StateMachine<Machine> {
   class KivWatched;
 
   explicit Machine(Ptr<Watched> const& watched, std::vector<std::string>* log);
-  ~Machine() override { kivTeardown(); }
 
   void handleNumber() { note("number"); }
   void handleValues() { note("values"); }
@@ -80,6 +84,18 @@ Machine::Machine(Ptr<Watched> const& watched, std::vector<std::string>* log) : l
   watched_.is(watched, this);
   initializedIs(true);
 }
+
+// What a row may name.
+class Narrower final : public Watched {};
+using NumberRow = Kiv::On<Watched::kNumber, &Machine::handleNumber>;
+using OtherRow = Kiv::On<Watched::kOther, &Machine::handleNumber>;
+static_assert(NumberRow::kWatches<Watched> && NumberRow::kWatches<Watched const>);
+static_assert(NumberRow::kWatches<Narrower>);
+static_assert(!NumberRow::kWatches<Machine> && !NumberRow::kWatches<Kiv::PtrInterface>);
+static_assert(Kiv::Rows<NumberRow, OtherRow>::kWatch<Watched>);
+static_assert(!Kiv::Rows<NumberRow, OtherRow>::kWatch<Machine>);
+static_assert(Kiv::detail::distinctIds<>() && Kiv::detail::distinctIds<130, 131, 132>());
+static_assert(!Kiv::detail::distinctIds<130, 131, 130>());
 
 class ReactorTest : public ::testing::Test {
  protected:
@@ -192,6 +208,104 @@ TEST_F(ReactorTest, AHandlerThatRebindsDuringARebindGetsEachHandlerForTheLastNot
   log.clear();
   last->numberIs(1);
   EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, ARebindBackToTheSameNotifierByAHandlerRunsTheRestForTheLastBindingOnly) {
+  auto const other = Kiv::makeActive<Watched>();
+  auto const between = Kiv::makeActive<Watched>();
+  machine->onNote = [&] {
+    machine->onNote = nullptr;
+    machine->watched_.is(between, machine.get());
+    machine->watched_.is(other, machine.get());
+  };
+  machine->watched_.is(other, machine.get());
+  EXPECT_THAT(log, ElementsAre("number", "number", "values", "number", "values"));
+}
+
+TEST_F(ReactorTest, AChangeThatAHandlerMakesDuringARebindIsNotDelivered) {
+  auto const other = Kiv::makeActive<Watched>();
+  machine->onNote = [&] { other->numberIs(5); };
+  machine->watched_.is(other, machine.get());
+  EXPECT_THAT(log, ElementsAre("number", "values"));
+}
+
+TEST_F(ReactorTest, AHandlerThatThrowsDuringARebindLeavesTheReactorRegistered) {
+  auto const other = Kiv::makeActive<Watched>();
+  machine->onNote = [] { throw std::runtime_error("handler"); };
+  EXPECT_THROW(machine->watched_.is(other, machine.get()), std::runtime_error);
+  EXPECT_THAT(log, ElementsAre("number"));
+  machine->onNote = nullptr;
+  log.clear();
+  EXPECT_EQ(machine->watched_.notifier(), other);
+  other->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number"));
+  EXPECT_TRUE(watched->notifieeList().empty());
+}
+
+TEST_F(ReactorTest, AHandlerThatThrowsDuringARebindNeedsNoMemoryToRegisterItsReactor) {
+  auto const other = Kiv::makeActive<Watched>();
+  std::vector<Ptr<Machine>> more;
+  std::vector<std::string> otherLog;
+  std::optional<NoMemory> none;
+  machine->onNote = [&] {
+    // Whatever registers meanwhile does not take the room that is kept for the reactor.
+    for (int i = 0; i < 9; ++i) more.push_back(Kiv::makeActive<Machine>(other, &otherLog));
+    none.emplace();
+    throw 1;
+  };
+  try {
+    machine->watched_.is(other, machine.get());
+  } catch (int) {
+    none.reset();
+    log.push_back("thrown");
+  }
+  machine->onNote = nullptr;
+  other->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number", "thrown", "number"));
+}
+
+TEST_F(ReactorTest, ARebindWithoutMemoryChangesNothingAndCanBeRepeated) {
+  auto const other = Kiv::makeActive<Watched>();
+  {
+    NoMemory const none;
+    EXPECT_THROW(machine->watched_.is(other, machine.get()), std::bad_alloc);
+  }
+  EXPECT_EQ(machine->watched_.notifier(), watched);
+  watched->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number"));
+  log.clear();
+  machine->watched_.is(other, machine.get());
+  other->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number", "values", "number"));
+}
+
+TEST_F(ReactorTest, AFirstReactorWithoutMemoryIsNotStoredAndCanBeAskedForAgain) {
+  machine->watched_.del();
+  auto const other = Kiv::makeActive<Watched>();
+  size_t failures = 0;
+  for (bool done = false; !done; ++failures) {
+    NoMemory none(failures);
+    try {
+      machine->watched_.is(other, machine.get());
+      done = true;
+    } catch (std::bad_alloc const&) {
+      none.end();
+      EXPECT_FALSE(machine->watched_);
+      EXPECT_TRUE(other->notifieeList().empty());
+    }
+  }
+  EXPECT_GE(failures, 2u);  // the reactor, its place in the list, and one run without a failure
+  other->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, AReactorThatIsRemovedHearsNothingThoughOthersHoldIt) {
+  auto const reactor = machine->watched_.reactor();
+  machine->watched_.del();
+  watched->numberIs(1);
+  machine.reset();
+  watched->numberIs(2);
+  EXPECT_THAT(log, IsEmpty());
 }
 
 TEST_F(ReactorTest, AHandlerMayDropItsReactorDuringARebind) {

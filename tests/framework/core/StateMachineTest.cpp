@@ -1,7 +1,9 @@
 #include "framework/core/StateMachine.h"
 
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -10,9 +12,11 @@
 #include "framework/core/Reactor.h"
 #include "framework/core/ReactorSlot.h"
 #include "tests/framework/core/Probe.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
+using BfnTest::NoMemory;
 using Kiv::makeActive;
 using Kiv::Ptr;
 using probe::Log;
@@ -23,10 +27,7 @@ using ::testing::IsEmpty;
 class Child final : public Kiv::StateMachine<Child> {
  public:
   explicit Child(Log* log) : log_(log) { initializedIs(true); }
-  ~Child() override {
-    kivTeardown();
-    log_->push_back("child deleted");
-  }
+  ~Child() override { log_->push_back("child deleted"); }
   template <class F>
   void kivEachReactor(F) {}
 
@@ -44,12 +45,12 @@ class Machine final : public Kiv::StateMachine<Machine> {
       : log_(log) {
     first_.is(first, this);
     second_.is(second, this);
+    if (onConstruction) onConstruction(*this);
     if (fail) throw std::runtime_error("constructor");
     child_ = makeActive<Child>(log);
     initializedIs(true);
   }
   ~Machine() override {
-    kivTeardown();
     beforeChildDies_();
     child_.reset();
     log_->push_back("machine deleted");
@@ -73,6 +74,7 @@ class Machine final : public Kiv::StateMachine<Machine> {
     f(child_);
   }
 
+  static inline std::function<void(Machine&)> onConstruction;
   Kiv::ReactorSlot<KivFirst, Watched, Machine> first_;
   Kiv::ReactorSlot<KivSecond, Watched, Machine> second_;
   Ptr<Child> child_;
@@ -183,6 +185,69 @@ TEST_F(StateMachineTest, AConstructorThatThrowsLeavesNoReactorRegistered) {
   EXPECT_THAT(log, IsEmpty());
 }
 
+TEST_F(StateMachineTest, AConstructorThatThrowsDisownsTheReactorsThatOthersHold) {
+  Ptr<Machine::KivFirst> kept;
+  Machine::onConstruction = [&kept](Machine& machine) { kept = machine.first_.reactor(); };
+  EXPECT_THROW((void)makeActive<Machine>(first, second, &log, true), std::runtime_error);
+  Machine::onConstruction = nullptr;
+  ASSERT_NE(kept, nullptr);
+  EXPECT_EQ(kept->owner(), nullptr);
+  EXPECT_TRUE(kept->kivMarkedForDeletion());
+  first->numberIs(1);
+  EXPECT_THAT(log, IsEmpty());
+}
+
+// A reactor whose constructor runs what the test says.
+class Slotted final : public Kiv::StateMachine<Slotted> {
+ public:
+  class KivWatched;
+  explicit Slotted(Log* log) : log_(log) {}
+  ~Slotted() override { log_->push_back("machine deleted"); }
+  void handleNumber() {}
+  template <class F>
+  void kivEachReactor(F f) {
+    f(slot);
+  }
+  Log* log() const { return log_; }
+  std::function<void()> onMake;
+  Kiv::ReactorSlot<KivWatched, Watched, Slotted> slot;
+
+ private:
+  Log* log_;
+};
+class Slotted::KivWatched final : public Kiv::Reactor<KivWatched, Watched, Slotted> {
+ public:
+  KivWatched(Ptr<Watched> const& watched, Slotted* owner) : Reactor(watched, owner) {
+    Log* const log = owner->log();
+    owner->onMake();
+    log->push_back("reactor made");
+  }
+  using Rows = Kiv::Rows<Kiv::On<Watched::kNumber, &Slotted::handleNumber>>;
+};
+
+TEST_F(StateMachineTest, ASlotHoldsItsOwnerWhileItsReactorIsMade) {
+  auto machine = makeActive<Slotted>(&log);
+  Slotted* const raw = machine.get();
+  raw->onMake = [&machine] { machine.reset(); };
+  raw->slot.is(first, raw);
+  EXPECT_THAT(log, ElementsAre("reactor made", "machine deleted"));
+  EXPECT_TRUE(first->notifieeList().empty());
+}
+
+TEST_F(StateMachineTest, SwitchingOnWithoutMemoryCanBeRepeated) {
+  auto const machine = makeActive<Machine>(first, second, &log);
+  machine->hasNotificationActiveIs(false);
+  // No room is left in the second list: one more notifiee than it has had.
+  auto const other = makeActive<probe::Probe>(second, "other", &log);
+  {
+    NoMemory const none;
+    EXPECT_THROW(machine->hasNotificationActiveIs(true), std::bad_alloc);
+  }
+  machine->hasNotificationActiveIs(true);
+  second->numberIs(1);
+  EXPECT_THAT(log, ElementsAre("other", "second"));
+}
+
 TEST_F(StateMachineTest, AMachineMayDieInItsOwnHandler) {
   auto machine = makeActive<Machine>(first, second, &log);
   auto const killer = makeActive<probe::Probe>(first, "killer", &log);
@@ -219,7 +284,6 @@ struct Part {
 class Ordered final : public Kiv::StateMachine<Ordered> {
  public:
   explicit Ordered(Log* log) : first_{"first", log, this}, second_{"second", log, this} {}
-  ~Ordered() override { kivTeardown(); }
   template <class F>
   void kivEachReactor(F f) {
     f(first_);

@@ -76,6 +76,12 @@ TEST(String, ThreadsMayCopyOneStringWhileCountingIsAtomic) {
   EXPECT_EQ(BfnTest::liveAllocations(), before);
 }
 
+TEST(StringDeathTest, NullIsFatalInDebugBuilds) {
+  if (!Kiv::kDebugBuild) GTEST_SKIP() << "debug builds check it";
+  char const* const null = nullptr;
+  EXPECT_DEATH((void)String(null), "^Failed\\(text != nullptr\\) a Kiv::String of null");
+}
+
 TEST(String, SurvivesAssignmentToItself) {
   String a("abc");
   String const& same = a;

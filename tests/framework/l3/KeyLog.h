@@ -14,13 +14,14 @@ namespace l3test {
 template <class Key>
 class KeyLog final : public Kiv::NotifieeConst {
  public:
-  KeyLog(Kiv::Ptr<Kiv::PtrInterface const> const& notifier, Kiv::Attr<Key> collection)
-      : collection_(collection) {
+  template <class Owner>
+  KeyLog(Kiv::Ptr<Kiv::PtrInterface const> const& notifier, Kiv::Attr<Key, Owner> collection)
+      : collection_(collection.id) {
     NotifieeConst::notifierIs(notifier);
   }
   void onAttribute(Kiv::AttributeId id, void const* key) override {
     std::ostringstream text;
-    if (id == collection_.id) {
+    if (id == collection_) {
       text << *static_cast<Key const*>(key);
     } else {
       text << '#' << id;
@@ -31,7 +32,7 @@ class KeyLog final : public Kiv::NotifieeConst {
   std::vector<std::string> changes;
 
  private:
-  Kiv::Attr<Key> const collection_;
+  Kiv::AttributeId const collection_;
 };
 
 /// A record, and the log of what it tells of its collection A.
