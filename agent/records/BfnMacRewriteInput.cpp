@@ -105,20 +105,4 @@ Kiv::Type const& Config::_kivType() {
 
 }  // namespace Input
 
-Capability::Capability() = default;
-
-void Capability::overlaySrcMacRewriteSupportedIs(bool supported) {
-  overlaySrcMacRewriteSupported_.is(supported);
-}
-
-Kiv::Type const& Capability::_kivType() {
-  using T = Capability;
-  static Kiv::Type const type(
-      "BfnMacRewrite::Capability", &Kiv::Entity::_kivType(),
-      {Kiv::describeScalar<&T::overlaySrcMacRewriteSupported, &T::overlaySrcMacRewriteSupportedIs>(
-          "overlaySrcMacRewriteSupported", kOverlaySrcMacRewriteSupported.id)},
-      Kiv::describeDefault<T>());
-  return type;
-}
-
 }  // namespace BfnMacRewrite

@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "agent/records/Capability.h"
 #include "agent/records/Export.h"
 #include "framework/collections/ValueCollection.h"
-#include "framework/core/Attribute.h"
 #include "framework/core/Entity.h"
 #include "framework/values/VrfName.h"
 
@@ -107,23 +107,5 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
 };
 
 }  // namespace Input
-
-/// What the agent says of the chip in the state database.
-class BFN_MAC_REWRITE_EXPORT Capability final : public Kiv::Entity {
- public:
-  static constexpr Kiv::Attr<void, Capability> kOverlaySrcMacRewriteSupported{258};
-
-  Capability();
-
-  bool overlaySrcMacRewriteSupported() const { return overlaySrcMacRewriteSupported_(); }
-  /// Notifies on a real change.
-  void overlaySrcMacRewriteSupportedIs(bool supported);
-
-  Kiv::Type const& fwkType() const override { return _kivType(); }
-  static Kiv::Type const& _kivType();
-
- private:
-  Kiv::Attribute<kOverlaySrcMacRewriteSupported, bool> overlaySrcMacRewriteSupported_{*this};
-};
 
 }  // namespace BfnMacRewrite

@@ -1,5 +1,6 @@
 #include "agent/records/BfnMacRewriteInput.h"
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "agent/records/Capability.h"
 #include "framework/generic/Type.h"
 
 namespace BfnMacRewrite {
