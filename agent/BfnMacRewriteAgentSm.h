@@ -8,8 +8,8 @@
 #include "agent/BfnMacRewriteMount.h"
 #include "agent/records/Export.h"
 #include "config/BfnMacRewriteCliConfigSm.h"
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/RouteStatus.h"
 #include "framework/platform/BfnProfileData.h"
@@ -34,7 +34,7 @@ namespace BfnMacRewrite {
 ///
 /// Neither stage runs in the constructor, whatever the flags hold then. Destruction takes the
 /// children in a fixed order and leaves the rows in the chip.
-class AgentSm final : public Kiv::StateMachine<AgentSm> {
+class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
  public:
   template <class... Inputs>
   static Kiv::Ptr<AgentSm> AgentSmIs(Inputs const&... inputs) {

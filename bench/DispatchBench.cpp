@@ -8,9 +8,9 @@
 #include <memory>
 #include <vector>
 
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Ptr.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 
 namespace {

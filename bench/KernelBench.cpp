@@ -6,12 +6,12 @@
 #include <cstring>
 #include <linux/bpf.h>
 #include <memory>
+#include <spread.skel.h>
 #include <vector>
 
 #include "host/packets/Headers.h"
 #include "kernel/KernelProgram.h"
 #include "kernel/KernelTable.h"
-#include "spread.skel.h"
 #include "tests/kernel/Sandbox.h"
 #include "tests/support/RewriteRow.h"
 

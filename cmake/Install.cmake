@@ -8,11 +8,12 @@ include(CMakePackageConfigHelpers)
 set(BFN_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/BfnMacRewrite)
 set(BFN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/BfnMacRewrite)
 
-# bfn_install(LIBRARIES targets... HEADER_FOLDERS folders...): call once. Each library is exported
+# bfn_install(LIBRARIES targets... HEADER_FOLDERS folders... INTERNAL_HEADERS names...): call once.
+# Internal headers stay here: what they declare is not exported. Each library is exported
 # as BfnMacRewrite::<target>; list a library before those that it needs. A folder that ends in a
 # slash gives what is in it, not itself.
 function(bfn_install)
-  cmake_parse_arguments(ARG "" "" "LIBRARIES;HEADER_FOLDERS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "LIBRARIES;HEADER_FOLDERS;INTERNAL_HEADERS" ${ARGN})
 
   set(BFN_PC_LIBS "")
   foreach(library IN LISTS ARG_LIBRARIES)
@@ -25,9 +26,13 @@ function(bfn_install)
 
   install(TARGETS ${ARG_LIBRARIES} EXPORT BfnMacRewriteTargets
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  set(internal "")
+  foreach(header IN LISTS ARG_INTERNAL_HEADERS)
+    list(APPEND internal PATTERN ${header} EXCLUDE)
+  endforeach()
   foreach(folder IN LISTS ARG_HEADER_FOLDERS)
     install(DIRECTORY ${CMAKE_SOURCE_DIR}/${folder} DESTINATION ${BFN_INSTALL_INCLUDEDIR}
-            FILES_MATCHING PATTERN "*.h")
+            FILES_MATCHING PATTERN "*.h" ${internal})
   endforeach()
 
   install(EXPORT BfnMacRewriteTargets NAMESPACE BfnMacRewrite::

@@ -4,9 +4,10 @@
 
 #include "agent/records/BfnMacRewriteInput.h"
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "agent/records/Export.h"
 #include "framework/collections/HashMap2018.h"
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/L3Status.h"
 #include "framework/values/VrfId.h"
@@ -23,7 +24,7 @@ namespace BfnMacRewrite {
 /// or is announced twice, ends the process: there is no way to move entries from one id to another.
 ///
 /// Ownership: shares the output with its creator. Destruction leaves the output as it is.
-class OverlaySrcMacRewriteCliConfigSm final
+class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
     : public Kiv::StateMachine<OverlaySrcMacRewriteCliConfigSm> {
   using Sm = OverlaySrcMacRewriteCliConfigSm;
 

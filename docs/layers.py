@@ -16,7 +16,8 @@ TABLE = "docs/layers.txt"
 PICTURE = "docs/architecture.md"
 BEGIN = "<!-- Drawn from layers.txt by layers.py. -->\n```\n"
 END = "```\n"
-OTHER_SOURCES = (".c", ".cc", ".cxx", ".c++", ".hh", ".hpp", ".hxx", ".h++", ".ipp", ".tpp", ".inl", ".cppm", ".ixx")
+SOURCES = (".h", ".cpp", ".c")
+OTHER_SOURCES = (".cc", ".cxx", ".c++", ".hh", ".hpp", ".hxx", ".h++", ".ipp", ".tpp", ".inl", ".cppm", ".ixx")
 
 # Strings are kept for the name that an include gives; a raw string may hold a line that looks like one.
 COMMENTS_AND_STRINGS = re.compile(
@@ -103,7 +104,7 @@ def sources(root):
         relative = os.path.relpath(folder, root).replace(os.sep, "/")
         folders[:] = sorted(name for name in folders if not name.startswith(".") and not (relative == "." and name == "build"))
         for name in sorted(files):
-            if name.endswith((".h", ".cpp") + OTHER_SOURCES):
+            if name.endswith(SOURCES + OTHER_SOURCES):
                 yield name if relative == "." else f"{relative}/{name}"
 
 
@@ -138,7 +139,7 @@ def check_include(root, table, file, room, named):
     if not own or posixpath.isabs(path) or posixpath.normpath(path) != path or path.startswith("../"):
         hint = f'; write "{beside}"' if os.path.isfile(os.path.join(root, beside)) else ""
         return f"includes {named}, which is no path from the root of the tree{hint}"
-    if not path.endswith(".h"):
+    if not path.endswith(".h") and "*" not in table.may_include[room]:
         return f"includes {named}, which is no header"
     other = table.room_of(posixpath.dirname(path))
     if other is not None and not table.allows(room, other):
@@ -151,7 +152,7 @@ def check(root, table):
     seen = set()
     for file in sources(root):
         if file.endswith(OTHER_SOURCES):
-            errors.append(f"{file}: sources end in .h or .cpp")
+            errors.append(f"{file}: sources end in .h, .cpp or .c")
             continue
         folder = posixpath.dirname(file)
         room = table.room_of(folder)

@@ -3,8 +3,8 @@
 #include <tuple>
 
 #include "agent/records/Export.h"
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/L3RoutingStatus.h"
 #include "framework/values/PortVlanPair.h"
@@ -20,7 +20,7 @@ namespace BfnMacRewrite {
 /// interface. Deliberate: nothing is rebuilt from what remains.
 ///
 /// Ownership: shares the output with its creator and leaves it as it is when it dies.
-class BfnMacRewriteIntfRoutingStatusSm final
+class BFN_MAC_REWRITE_EXPORT BfnMacRewriteIntfRoutingStatusSm final
     : public Kiv::StateMachine<BfnMacRewriteIntfRoutingStatusSm> {
   using Sm = BfnMacRewriteIntfRoutingStatusSm;
   using Source = Kiv::Ptr<BfnL3::L3RoutingStatus const>;

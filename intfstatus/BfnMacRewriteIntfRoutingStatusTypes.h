@@ -10,7 +10,7 @@ namespace BfnMacRewrite {
 
 /// The routing status of every interface, by interface id alone. Shares the entities of the host's
 /// collections; no stored status is ever null.
-class IntfIdToRoutingStatus final : public Kiv::Entity {
+class BFN_MAC_REWRITE_EXPORT IntfIdToRoutingStatus final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<Ovra::IntfId, IntfIdToRoutingStatus> kL3IntfRoutingStatus{258};
 

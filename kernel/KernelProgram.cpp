@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mac_rewrite.skel.h>
 #include <memory>
 #include <net/if.h>
 #include <sys/stat.h>
@@ -14,7 +15,6 @@
 #include "kernel/KernelError.h"
 #include "kernel/Rights.h"
 #include "kernel/TcFilter.h"
-#include "mac_rewrite.skel.h"
 
 namespace BfnKernel {
 

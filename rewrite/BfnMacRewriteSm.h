@@ -7,8 +7,8 @@
 #include "agent/records/Export.h"
 #include "framework/collections/HashMap.h"
 #include "framework/collections/HashMap2018.h"
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/l3/L3Status.h"
 #include "framework/l3/RouteStatus.h"
@@ -38,7 +38,7 @@ namespace BfnMacRewrite {
 ///
 /// No way of losing an input as a whole deletes rows: removing a VRF's status, configuration or
 /// route status, a reactor, or this machine leaves rows and indexes as they are.
-class BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
+class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   using Sm = BfnMacRewriteSm;
 
  public:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/records/Export.h"
 #include "framework/collections/HashMap2018.h"
 #include "framework/core/Entity.h"
 #include "framework/values/IntfId.h"
@@ -8,7 +9,7 @@
 namespace BfnMacRewrite {
 
 /// The (VRF, IP) pairs that live on one interface.
-class VrfIpCollection final : public Kiv::Entity {
+class BFN_MAC_REWRITE_EXPORT VrfIpCollection final : public Kiv::Entity {
   struct Itself {
     Pex::VrfAndIpAddr const& operator()(Pex::VrfAndIpAddr const& pair) const { return pair; }
   };

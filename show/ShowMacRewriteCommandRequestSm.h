@@ -33,7 +33,8 @@ class VrfCache;
 /// Deliberate: matchSpecIterDone is set only by a slice that ends with the collection, so after a
 /// collection that ended within its slice each later slice collects again from the bookmark before
 /// it prints on. Collecting again overwrites by IP and adds no line twice.
-class ShowMacRewriteCommandRequestSm final : public ::Agent::AgentAsyncCommandRequestSm {
+class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
+    : public ::Agent::AgentAsyncCommandRequestSm {
  public:
   using SortedVrfIpToMac = Kiv::RbTreeMap<L3::VrfName, Kiv::Ptr<SortedIpToMac>>;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/records/Export.h"
 #include "framework/collections/RbTreeMap.h"
 #include "framework/core/Entity.h"
 #include "framework/values/EthAddr.h"
@@ -9,7 +10,7 @@
 namespace BfnMacRewrite {
 
 /// One VRF's rewrites in the order in which they are shown.
-class SortedIpToMac final : public Kiv::Entity {
+class BFN_MAC_REWRITE_EXPORT SortedIpToMac final : public Kiv::Entity {
  public:
   using IpToMac = Kiv::RbTreeMap<Ovra::IpAddr, Ovra::EthAddr>;
 

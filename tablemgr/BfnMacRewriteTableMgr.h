@@ -32,7 +32,7 @@ namespace BfnMacRewrite {
 ///
 /// Errors: a full chip is a status and the message BFN_VXLAN_MAC_REWRITE_TABLE_FULL, and leaves no
 /// record. Deliberate: a later update or deletion of that key is fatal, as for any key never added.
-class OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
+class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgentLib::BfnTableMgr {
  public:
   using Table = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteTable;
   using MatchSpec = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteMatchSpec;

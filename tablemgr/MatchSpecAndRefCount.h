@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "agent/records/Export.h"
 #include "framework/core/Entity.h"
 #include "framework/platform/OverlaySrcMacRewriteMatchSpec.h"
 
@@ -10,7 +11,7 @@ namespace BfnMacRewrite {
 /// key are not yet balanced by deletions.
 ///
 /// Deliberate: the count is 16 bits wide and wraps at both ends unchecked.
-class MatchSpecAndRefCount final : public Kiv::Entity {
+class BFN_MAC_REWRITE_EXPORT MatchSpecAndRefCount final : public Kiv::Entity {
  public:
   using MatchSpec = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteMatchSpec;
 

@@ -6,8 +6,8 @@
 #include <iostream>
 
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "framework/generic/Type.h"
 

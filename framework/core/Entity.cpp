@@ -5,8 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include "framework/generic/Type.h"
-
 namespace Kiv {
 
 String Entity::fullName() const {
@@ -24,13 +22,6 @@ String Entity::fullName() const {
     if (!name.empty()) text += "/" + name.stdString();
   }
   return text;
-}
-
-String Entity::parentAttrName() const {
-  Entity const* const parent = parentRaw();
-  if (parent == nullptr) return {};
-  AttributeDescription const* const attribute = parent->fwkType().attribute(parentAttribute_);
-  return attribute == nullptr ? String() : String(attribute->name);
 }
 
 void Entity::parentIs(Ptr<Entity> const& parent, AttributeId attribute) {

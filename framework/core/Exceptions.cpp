@@ -1,8 +1,5 @@
 #include "framework/core/Exceptions.h"
 
-#include "framework/core/PtrInterface.h"
-#include "framework/generic/Type.h"
-
 namespace Kiv {
 
 void throwRangeException(std::string const& message) {
@@ -12,10 +9,6 @@ void throwRangeException(std::string const& message) {
 void throwMutatorArgNullPointerException(char const* type, AttributeId attribute) {
   throw NullPointerException(std::string(type) + ": attribute " + std::to_string(attribute) +
                              " must not be null");
-}
-
-void throwMutatorArgNullPointerException(PtrInterface const& owner, AttributeId attribute) {
-  throwMutatorArgNullPointerException(std::string(owner.fwkType().name()).c_str(), attribute);
 }
 
 void rethrowFromDeserializeAttr(RangeException const& exception, char const* field) {

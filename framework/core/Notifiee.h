@@ -1,8 +1,8 @@
 #pragma once
 
+#include "framework/core/EventScope.h"
 #include "framework/core/Ptr.h"
 #include "framework/core/PtrInterface.h"
-#include "framework/trace/Counter.h"
 
 namespace Kiv {
 

@@ -143,6 +143,8 @@ void detail::throwArgumentCount(size_t expected, size_t given) {
                       " given");
 }
 
+// What the classes of core/ say by their description is defined here, in the room above.
+
 Type const& PtrInterface::_kivType() {
   static Type const type("Kiv::PtrInterface", nullptr, {});
   return type;
@@ -207,6 +209,17 @@ Type const& Entity::_kivType() {
 
 Type const& Entity::fwkType() const {
   return _kivType();
+}
+
+String Entity::parentAttrName() const {
+  Entity const* const parent = parentRaw();
+  if (parent == nullptr) return {};
+  AttributeDescription const* const attribute = parent->fwkType().attribute(parentAttribute_);
+  return attribute == nullptr ? String() : String(attribute->name);
+}
+
+void throwMutatorArgNullPointerException(PtrInterface const& owner, AttributeId attribute) {
+  throwMutatorArgNullPointerException(std::string(owner.fwkType().name()).c_str(), attribute);
 }
 
 void genericPrint(std::ostream& out, PtrInterface const& object) {

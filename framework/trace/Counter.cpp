@@ -18,8 +18,6 @@ std::optional<TimeLine::Moment>& firstMoment() {
 
 }  // namespace
 
-constinit EventScope::State EventScope::state_ = {EventScope::kNoScope, 0};
-
 void TimeLine::begin() {
   if (!firstMoment()) firstMoment() = currentMoment();
 }

@@ -13,7 +13,7 @@
 #include <bpf/bpf_endian.h>
 #include <bpf/bpf_helpers.h>
 
-#include "Layout.h"
+#include "kernel/program/Layout.h"
 
 // Key and action are the chip's bytes, as the table binding writes them.
 struct {

@@ -136,7 +136,7 @@ class LayersTest(unittest.TestCase):
 
     def test_a_source_with_another_ending_is_an_error(self):
         self.write("lower/Ground.hpp", "#pragma once\n")
-        self.finds("lower/Ground.hpp: sources end in .h or .cpp")
+        self.finds("lower/Ground.hpp: sources end in .h, .cpp or .c")
 
     def test_a_room_that_names_one_above_it_is_an_error(self):
         self.write("docs/layers.txt", TABLE.replace("lower:\n", "lower: upper/hall\n"))

@@ -29,6 +29,7 @@ if(way STREQUAL "CMakePackage")
       -D CMAKE_PREFIX_PATH=${prefix})
   run(${CMAKE_COMMAND} --build ${scratch}/build)
   run(${scratch}/build/host)
+  run(${scratch}/build/classes)
   run(${scratch}/build/earlier)
 elseif(way STREQUAL "PkgConfig")
   execute_process(

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Attribute.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "tests/support/AllocationCount.h"
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "framework/collections/ReactorSlot.h"
 #include "framework/collections/ValueCollection.h"
 #include "framework/core/Attribute.h"
-#include "framework/core/ReactorSlot.h"
 #include "framework/core/StateMachine.h"
 #include "tests/support/AllocationCount.h"
 

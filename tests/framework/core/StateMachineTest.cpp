@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Fatal.h"
 #include "framework/core/Reactor.h"
-#include "framework/core/ReactorSlot.h"
 #include "tests/framework/core/Probe.h"
 #include "tests/support/AllocationCount.h"
 
