@@ -48,7 +48,7 @@ struct Traits {
   static U32 hash(U32 seed, Key const& key) { return Kiv::hashSingleAttr(seed, key); }
 };
 
-// The table under test and its comparator, behind the same five operations.
+// The table under test and its comparator, through the same five operations.
 class Ours {
  public:
   bool insert(Key const& key, void const* value) { return table_.insert({key, value}).second; }

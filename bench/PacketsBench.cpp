@@ -65,7 +65,7 @@ std::vector<U8> frameOf(Flow const& flow) {
   return frame;
 }
 
-// Frames of random flows; of as many in a hundred as told, the flow has a row.
+// Frames of random flows; the flow of a given percentage of them has a row.
 std::vector<std::vector<U8>> framesFor(int hitsInAHundred) {
   std::mt19937 random(1);
   std::vector<std::vector<U8>> frames;

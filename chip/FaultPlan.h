@@ -62,7 +62,7 @@ class FaultPlan {
   std::deque<Run> runs_;
 };
 
-/// Throws what an Exception fault stands for.
+/// Throws the exception of an Exception fault.
 [[noreturn]] void throwFault(Fault const& fault);
 
 }  // namespace BfnChip

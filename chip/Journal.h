@@ -27,7 +27,7 @@ std::ostream& operator<<(std::ostream& out, Outcome outcome);
 /// One write or erase as the chip saw it.
 struct JournalEntry {
   KeyBytes key{};
-  /// The bytes written; for an erase the bytes that went, zero when there was no row.
+  /// The bytes written; for an erase the bytes removed, zero when there was no row.
   ActionBytes action{};
   BfnId::BfnPipeId pipe;
   /// Number of the table: the order in which the chip was given its tables, from 0.
@@ -74,7 +74,7 @@ class Journal {
   void grow();
 
   std::vector<JournalEntry> entries_;
-  /// Where the oldest entry stands; anything but 0 only while the journal is full.
+  /// Index of the oldest entry; non-zero only while the journal is full.
   std::size_t oldest_ = 0;
   std::size_t limit_ = kDefaultLimit;
   Kiv::U64 dropped_ = 0;

@@ -13,7 +13,7 @@ using Kiv::U64;
 
 // Doubled, it gives tables of 2^n rows a fill of two thirds.
 constexpr std::size_t kFirstHomes = 12;
-// Places kept behind the last home; more are added when they are needed.
+// Overflow places after the last home; more are added when they are needed.
 constexpr std::size_t kSpill = 16;
 
 // The number whose product with the odd number x is 1, modulo 2^64; each step doubles the bits.
@@ -48,7 +48,7 @@ RowTable::Slot& RowTable::insert(U64 key, U64 action) {
   return slots_[at];
 }
 
-// Takes back every row behind that had been pushed out of its home.
+// Moves every following row that was displaced from its home back by one.
 bool RowTable::erase(U64 key) {
   if (size_ == 0) return false;
   U64 const mixed = mix(key);
@@ -63,7 +63,7 @@ bool RowTable::erase(U64 key) {
   return true;
 }
 
-// In order, so each row comes to stand at its home or right behind the row before it.
+// In order, so each row is placed at its home or right after the previous row.
 void RowTable::grow() {
   std::size_t const homes = homes_ == 0 ? kFirstHomes : 2 * homes_;
   std::vector<Slot> larger;

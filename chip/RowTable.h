@@ -17,7 +17,8 @@ inline constexpr std::size_t kActionBytes = 8;
 using KeyBytes = std::array<Kiv::U8, kKeyBytes>;
 using ActionBytes = std::array<Kiv::U8, kActionBytes>;
 
-/// Eight bytes as one number, the first byte lowest; and back. Rows are kept and compared so.
+/// Eight bytes as one number, the first byte lowest; and back. Rows are stored and compared in this
+/// form.
 template <std::size_t N>
 constexpr Kiv::U64 packed(std::array<Kiv::U8, N> const& bytes) {
   static_assert(N <= 8);
@@ -49,16 +50,16 @@ struct Row {
 
 /// An exact-match table of rows of eight bytes each for key and action.
 ///
-/// The rows stand in one array, sorted by their mixed keys and each at or a little behind the place
-/// its mixed key points at, so that a look-up, also one that finds nothing, touches one place in
-/// memory. Mixing can be undone: a row keeps its mixed key only.
+/// The rows are in one array, sorted by their mixed keys, each at or shortly after the home of its
+/// mixed key. A look-up, also an unsuccessful one, therefore touches one place in memory. Mixing
+/// can be undone: a row keeps its mixed key only.
 ///
 /// Costs 32 to 64 bytes a row (36 at 65,536). Find, insert and erase are constant time apart from
 /// growth, which copies the array once from front to back. A pointer to a slot is good until the
 /// next insert or erase. An insert that throws std::bad_alloc has changed nothing.
 ///
-/// The order of the rows is that of their mixed keys, whatever the capacity: a walk that keeps the
-/// place of the next one goes on rightly after any change.
+/// The order of the rows is that of their mixed keys, whatever the capacity: a walk that remembers
+/// the next mixed key stays correct after any change.
 class RowTable {
  public:
   struct Slot {
@@ -88,8 +89,8 @@ class RowTable {
   /// False when there is no such row.
   bool erase(Kiv::U64 key);
 
-  /// The first row whose mixed key is not below `place`, or null. Walks begin at 0 and go on with
-  /// the row's mixed key plus 1.
+  /// The first row whose mixed key is not below `place`, or null. Walks begin at 0 and continue
+  /// with the row's mixed key plus 1.
   Slot const* notBelow(Kiv::U64 place) const;
   /// The packed key of a row.
   static Kiv::U64 keyOf(Slot const& slot) { return unmix(slot.mixedKey); }
@@ -119,7 +120,7 @@ class RowTable {
     return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes >> 64);
   }
   std::size_t home(Kiv::U64 mixed) const { return home(mixed, homes_); }
-  /// Where the row stands, or would. A free slot's mixed key ends the search.
+  /// The index of the row, or where it would be inserted. A free slot's mixed key ends the search.
   std::size_t placeOf(Kiv::U64 mixed) const {
     std::size_t at = home(mixed);
     while (slots_[at].mixedKey < mixed) ++at;

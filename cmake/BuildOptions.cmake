@@ -59,8 +59,8 @@ endif()
 add_compile_options(${BFN_INSTRUMENTATION})
 add_link_options(${BFN_INSTRUMENTATION})
 
-# Nobody interposes on the libraries' own functions, so calls within one may be inlined; clang++
-# takes this for granted.
+# The libraries' own functions are not interposed, so calls within one may be inlined; clang++ takes
+# this for granted.
 add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 
 include_directories(${CMAKE_SOURCE_DIR})

@@ -153,7 +153,7 @@ bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record,
   return filters_.vrfNameValid && filters_.overlaySipValid;
 }
 
-// Deliberate: the MAC filter counts only when it stands alone.
+// Deliberate: the MAC filter applies only when it is the only one.
 bool ShowMacRewriteCommandRequestSm::Filters::keep(L3::VrfName name, Ovra::IpAddr ip,
                                                    Ovra::EthAddr const& mac) const {
   if (vrfNameValid || overlaySipValid) {

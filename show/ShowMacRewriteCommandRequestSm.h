@@ -24,8 +24,8 @@ class VrfCache;
 ///
 /// Works in slices, in two phases: it collects the table manager's records and the chip's rows into
 /// a sorted snapshot, then prints the snapshot. A slice ends after any record or any VRF at which
-/// shouldYield() says so; bookmarks say where the next one goes on. Changes between slices are seen
-/// as far as the walk has not passed them; a VRF is printed whole within one slice.
+/// shouldYield() says so; bookmarks say where the next one continues. Changes between slices are
+/// seen as far as the walk has not passed them; a VRF is printed whole within one slice.
 ///
 /// Errors: a row that cannot be read is the binding's BfTable::BfTableException, which ends the
 /// command.
@@ -126,8 +126,8 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
 };
 
 /// See ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSmIs. `maxRunTime`: seconds of
-/// `clock` that a slice is meant to take at most. A filter counts when its `...Valid` is true; the
-/// MAC filter only when it stands alone.
+/// `clock` that a slice is meant to take at most. A filter applies when its `...Valid` is true; the
+/// MAC filter only when it is the only one.
 BFN_MAC_REWRITE_EXPORT Kiv::Ptr<ShowMacRewriteCommandRequestSm>
 showMacRewriteCommandRequestSmFactory(
     Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,

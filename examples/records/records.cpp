@@ -1,8 +1,8 @@
 // An introduction: the agent's records, and a small state machine that watches them.
 //
-// A record is an object with attributes. Whoever wants to know of changes puts a reactor on it: a
-// small object that names, row by row, which attribute runs which handler. Every handler runs
-// inside the mutator that caused it, so what is printed below comes in the order of the changes.
+// A record is an object with attributes. A reactor watches it: a small object that names, row by
+// row, which attribute runs which handler. Every handler runs inside the mutator that caused it, so
+// what is printed below comes in the order of the changes.
 #include <iostream>
 
 #include "agent/records/BfnMacRewriteTypes.h"
@@ -16,8 +16,8 @@ using Kiv::Ptr;
 
 namespace {
 
-// Says where each address lives. It has one reactor on the status itself, which tells of VRFs, and
-// one on each VRF, which tells of addresses.
+// Says where each address lives. It has one reactor on the status itself, for VRFs, and one on each
+// VRF, for addresses.
 class Reporter final : public Kiv::StateMachine<Reporter> {
  public:
   class KivStatus;

@@ -16,12 +16,12 @@ enum class SliceResult : Kiv::U8 {
   Aborted,    ///< ended before that; what was not taken is lost
 };
 
-/// The base of the commands that do their work and give their output in slices, so that a long
-/// listing holds up nobody else on the agent's one thread.
+/// Base of commands that work and print in slices, so that a long listing does not block the
+/// agent's one thread.
 ///
 /// A derived class overrides handleAsyncCommand(), which is called once a slice. It prints through
-/// prettyoutPrinter(), asks shouldYield() after each step of its work, returns when that says true
-/// and goes on from there in the next slice; it calls executionCompletedIs(true) when all is
+/// prettyoutPrinter(), asks shouldYield() after each step of its work, returns when that is true
+/// and continues from there in the next slice; it calls executionCompletedIs(true) when all is
 /// printed. On the first slice continuation() is false. A command that is not ready to begin calls
 /// falseStartIs(true) and returns; it is asked again later, and that next slice is still the first.
 ///
@@ -32,10 +32,10 @@ enum class SliceResult : Kiv::U8 {
 /// command that works without printing makes progress.
 ///
 /// All times are in seconds of clock(). Attributes are the machine's own book-keeping: setting one
-/// notifies nobody.
+/// does not notify.
 ///
-/// Lifetime: whoever drives the machine holds a Ptr to it and releases it after Completed or
-/// Aborted. runSlice() holds one for the time of its call, so a handler or a sink may abort the
+/// Lifetime: the driver of the machine (CommandDispatcher) holds a Ptr to it and releases it after
+/// Completed or Aborted. runSlice() holds one during its call, so a handler or a sink may abort the
 /// command or release it.
 class AgentAsyncCommandRequestSm : public AgentCommandRequestBaseSm {
  public:
@@ -71,15 +71,15 @@ class AgentAsyncCommandRequestSm : public AgentCommandRequestBaseSm {
   /// TimeQuantum for when the clock is read. It is read at every look that follows output, so only
   /// a walk that prints nothing may run over, by kMaxSkipped of its steps at most.
   virtual bool shouldYield();
-  /// Everything back to how it is before the first slice, the configured values excepted.
+  /// Resets everything but the configured values to the state before the first slice.
   void initializeSm();
 
   // Configured values.
 
-  /// Longest time that a slice is meant to take. 0: every look says yield.
+  /// Longest time that a slice should take. 0: shouldYield() is always true.
   double maxRunTime() const { return maxRunTime_; }
   void maxRunTimeIs(double seconds);
-  /// Never null: a machine made without a clock goes by the steady clock.
+  /// Never null: a machine made without a clock uses the steady clock.
   Kiv::Ptr<Kiv::Clock const> const& clock() const { return clock_; }
   double originalRetryDelay() const { return originalRetryDelay_; }
   void originalRetryDelayIs(double seconds) { originalRetryDelay_ = seconds; }

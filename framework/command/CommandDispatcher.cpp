@@ -56,7 +56,7 @@ double CommandDispatcher::runSlices() {
   KIV_CHECK_AS(!running_, "!running()", "slices are run within a slice");
   running_ = true;
   std::exception_ptr failure;
-  // Commands made by a slice or by the end handler have their turn in the next round.
+  // Commands made by a slice or by the end handler run in the next round.
   for (std::size_t i = 0, count = commands_.size(); i < count; ++i) {
     try {
       runSliceOf(i);

@@ -19,10 +19,10 @@ namespace Agent {
 ///   dispatcher.commandIs("BfnMacRewrite::ShowMacRewriteCommandRequestSm", request, arguments);
 ///   double const next = dispatcher.runSlices();
 ///
-/// Lifetime: holds every command until it has ended, then tells the end handler and releases it.
+/// Lifetime: holds every command until it has ended, then calls the end handler and releases it.
 class CommandDispatcher {
  public:
-  /// Told once of each command that has ended, with Completed or Aborted. May start commands.
+  /// Called once for each command that has ended, with Completed or Aborted. May start commands.
   using EndHandler = std::function<void(AgentAsyncCommandRequestSm&, SliceResult)>;
 
   /// Every command gets `maxRunTime` seconds a slice on `clock`; null: the steady clock.
@@ -43,7 +43,7 @@ class CommandDispatcher {
   /// Gives each command that is due one slice, oldest first. Returns the time on the clock at which
   /// the next one is due: 0 for at once, infinity when there is no command left. When a slice
   /// throws, its command ends as aborted, the others still get their slices, and the first
-  /// exception passes on. Not to be called from within a slice.
+  /// exception is rethrown. Not to be called from within a slice.
   double runSlices();
 
   /// The socket can be written again: its commands are due.

@@ -5,13 +5,13 @@
 
 namespace Agent {
 
-/// Says when a slice has used up its time, without reading the clock at every look.
+/// Says when a slice has used up its time, without reading the clock at every call.
 ///
-/// A reading of a real clock costs as much as a step of a light walk. So where a clock goes on by
-/// itself and the steps so far were short, up to kMaxSkipped looks in a row answer from the last
+/// A reading of a real clock costs as much as a step of a light walk. So where a clock advances by
+/// itself and the steps so far were short, up to kMaxSkipped calls in a row answer from the last
 /// reading: as many as are expected to take at most 1/64 of the quantum. A caller whose next step
 /// may be of another kind than the last one asks for a reading. Clocks that are set are read at
-/// every look.
+/// every call.
 class TimeQuantum {
  public:
   static constexpr Kiv::U32 kMaxSkipped = 16;

@@ -47,7 +47,7 @@ class Mount {
   AllMountFlags flags() const { return flags_; }
   MountFilter filter() const { return filter_; }
 
-  /// Adds what each letter of `mode` stands for: 'r' reading, 'w' writing, which includes reading.
+  /// Adds what each letter of `mode` means: 'r' reading, 'w' writing, which includes reading.
   /// Throws Kiv::RangeException for any other letter and for an empty mode; the flags are then as
   /// they were.
   void handleFlags(std::string_view mode);

@@ -11,7 +11,7 @@ namespace Corvo {
 
 /// Passes the changes of one object, and those of its members, on to all replicas of it: each copy
 /// gets every change, whatever the handlers of the others throw. Afterwards the first of their
-/// exceptions goes on to the mutator's caller.
+/// exceptions is rethrown to the mutator's caller.
 ///
 /// Ownership: holds the object.
 /// Order: registers with the object in its constructor. A reactor that was registered before that
@@ -44,10 +44,10 @@ class Publisher final : public Kiv::PtrInterface {
 /// of the copy is called, and its author gets a ReadOnlyException; so does the one who switches the
 /// copy's notification off, which stays on.
 ///
-/// Ownership: holds both objects. The copy outlives it, and is nobody's copy then.
+/// Ownership: holds both objects. The copy outlives it and is no longer updated then.
 class Replica {
  public:
-  /// Fills `copy`, of the same type as the original and watched by nobody yet, and switches its
+  /// Fills `copy`, of the same type as the original and not watched yet, and switches its
   /// notification on. `name` is what a ReadOnlyException says of it. Throws MountException when the
   /// types differ.
   Replica(Kiv::Ptr<Publisher> const& publisher, Kiv::Ptr<Kiv::PtrInterface> const& copy,

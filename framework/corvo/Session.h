@@ -13,8 +13,8 @@ namespace Corvo {
 ///
 /// Several agents may mount one path. A write through one of them reaches all others before the
 /// mutator returns, each with its normal notifications, whatever another one's handlers throw; the
-/// first exception goes on to the mutator's caller afterwards. An entity that is mounted for
-/// reading only is to be held as a pointer to const; a write to it throws ReadOnlyException.
+/// first exception reaches the mutator's caller afterwards. An entity that is mounted for reading
+/// only is to be held as a pointer to const; a write to it throws ReadOnlyException.
 class Session : public EntityManager {
  public:
   /// Notifies with the path whenever getEntity(path) would return something else.

@@ -4,12 +4,13 @@
 
 namespace BfnDriver {
 
-/// A driver in front of another one, to which every call goes on. A driver that records, refuses or
-/// holds back derives from it and overrides the calls in which it does so.
+/// Forwards every call to another driver. A driver that records, refuses or delays calls derives
+/// from it and overrides those.
 ///
-/// apply() is passed on whole, past the overrides of write() and erase(): whoever overrides those
-/// overrides apply() too, and may give it TableDriver::apply(), which loops over them. So it is
-/// with read() and readRow(). Does not own the other driver, which must outlive it.
+/// apply() is forwarded whole and does not call overrides of write() and erase(): a class that
+/// overrides those also overrides apply(), for example by TableDriver::apply(), which calls them in
+/// a loop. The same holds for read() and readRow(). Does not own the other driver, which must
+/// outlive it.
 class ForwardingDriver : public TableDriver {
  public:
   explicit ForwardingDriver(TableDriver& next) : next_(next) {}

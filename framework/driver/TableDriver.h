@@ -15,7 +15,7 @@ namespace BfnDriver {
 /// Bytes of a key or an action, exactly as the chip stores them.
 using ByteView = std::span<Kiv::U8 const>;
 
-/// What became of one write.
+/// The result of one write.
 enum class WriteResult : Kiv::U8 {
   Ok,
   TableFull,       ///< the table has no free slot for a new key
@@ -23,10 +23,10 @@ enum class WriteResult : Kiv::U8 {
   Error,           ///< anything else: unknown handle, key or action of the wrong width
 };
 
-/// What became of one erase.
+/// The result of one erase.
 enum class EraseResult : Kiv::U8 { Ok, NotFound, Error };
 
-/// What became of any other call, or of one change among several.
+/// The result of any other call, or of one change among several.
 enum class Status : Kiv::U8 {
   Ok,
   NotFound,        ///< there is no such row
@@ -64,15 +64,15 @@ struct Change {
   ByteView action;
 };
 
-/// Where a walk goes on; a new one begins at the first row. What `place` holds is the driver's own
-/// business. A cursor may be copied, kept and given up at any time.
+/// Where a walk continues; a new one begins at the first row. The meaning of `place` is the
+/// driver's. A cursor may be copied, stored and dropped at any time.
 struct WalkCursor {
   std::array<Kiv::U64, 2> place{};
   /// The last batch has been given.
   bool ended = false;
 };
 
-/// How many packets a table was asked for.
+/// How many packets were looked up in a table.
 struct TableHits {
   Kiv::U64 matched = 0;
   Kiv::U64 notMatched = 0;
@@ -80,9 +80,9 @@ struct TableHits {
   friend bool operator==(TableHits const&, TableHits const&) = default;
 };
 
-/// The interface behind the opaque handle (`Kiv::VoidPtr`) that the platform passes to table
-/// bindings. It moves bytes: what a key or an action means is known to the binding above and to
-/// the chip below. docs/driver.md says how to write one.
+/// The interface that the opaque handle (`Kiv::VoidPtr`), which the platform passes to table
+/// bindings, refers to. It moves bytes: what a key or an action means is known to the binding above
+/// and to the chip below. docs/driver.md says how to write one.
 ///
 /// Lifetime: the driver is owned by the host and outlives every binding that was given its handle.
 /// Threads: all calls come from the host's one event thread.
@@ -100,8 +100,8 @@ class TableDriver {
   TableDriver& operator=(TableDriver const&) = delete;
   virtual ~TableDriver();
 
-  /// The opaque handle that stands for this driver, and the way back. Only a handle made here may
-  /// be turned back.
+  /// Converts this driver to its opaque handle and back. Only a handle made here may be converted
+  /// back.
   Kiv::VoidPtr opaque() { return this; }
   static TableDriver* fromOpaque(Kiv::VoidPtr handle) { return static_cast<TableDriver*>(handle); }
 
@@ -121,8 +121,8 @@ class TableDriver {
   virtual WriteResult write(TableHandle table, ByteView key, ByteView action) = 0;
   virtual EraseResult erase(TableHandle table, ByteView key) = 0;
   /// Makes the changes one by one, in order, and gives the result of each: `results` is as long as
-  /// `changes`, anything else is fatal. One that fails does not keep the next from being made, and
-  /// nothing is thrown: an exception is that change's Error. The default calls write() and erase().
+  /// `changes`, anything else is fatal. A failed change does not stop the next ones, and nothing is
+  /// thrown: an exception is that change's Error. The default calls write() and erase().
   virtual void apply(TableHandle table, std::span<Change const> changes, std::span<Status> results);
   /// Removes all rows of the table. When it fails, some may be gone.
   virtual Status clear(TableHandle table);
@@ -130,7 +130,8 @@ class TableDriver {
   // Look-up.
 
   /// Copies the action stored under `key` into `action` (as wide as the chip's action): Ok,
-  /// NotFound or Error. `action` is untouched unless Ok. The default takes read() at its word.
+  /// NotFound or Error. `action` is untouched unless Ok. The default reports NotFound when read()
+  /// is false.
   virtual Status readRow(TableHandle table, ByteView key, std::span<Kiv::U8> action) const;
   /// readRow() without its reasons: whether it was Ok.
   virtual bool read(TableHandle table, ByteView key, std::span<Kiv::U8> action) const = 0;

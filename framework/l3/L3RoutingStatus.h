@@ -59,7 +59,7 @@ class L3RoutingStatus final : public Kiv::Entity {
   /// Removes and notifies; absent: nothing.
   void l3IntfRoutingStatusDel(Pex::PortVlanPair const& key);
   void l3IntfRoutingStatusDelAll();
-  /// Tells of a key once more without a change.
+  /// Notifies for a key again without a change.
   void l3IntfRoutingStatusRenotify(Pex::PortVlanPair const& key);
 
   bool routingEnabled() const { return routingEnabled_(); }

@@ -9,8 +9,8 @@ namespace Pex {
 
 /// The L3 agent's VRFs, in both directions: name to id and id to name.
 ///
-/// Written by the host agent. Each direction stands for itself and notifies for itself; an equal
-/// value notifies nobody.
+/// Written by the host agent. Each direction is set and notifies separately; an equal value does
+/// not notify.
 class L3Status final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<L3::VrfName, L3Status> kVrfNameToId{258};

@@ -41,10 +41,10 @@ LogString logString(Args const&... arguments) {
 }  // namespace Impl
 
 /// Sends a log message unless the handle's rate limit holds it back; says whether it went out.
-/// Arguments are made into texts once, and not at all when the limit does not need them and holds
-/// the message back.
+/// Arguments are rendered at most once, and not at all when the message is held back and the limit
+/// does not depend on them.
 ///
-/// Logging changes nothing for the code that logs: what a sink throws ends there, and a message
+/// Logging does not affect the code that logs: an exception of the sink is caught, and a message
 /// that is lost for lack of memory counts as not sent. Only what the arguments' own stream
 /// operators throw passes through, and then the message counts as not sent, too.
 ///

@@ -8,7 +8,8 @@ namespace Kiv {
 
 namespace {
 
-// By name. Never destroyed: handles of other libraries sign off until the very end of the process.
+// By name. Never destroyed: handles of other libraries unregister until the very end of the
+// process.
 std::multimap<std::string, LogHandle*, std::less<>>& registry() {
   static auto* handles = new std::multimap<std::string, LogHandle*, std::less<>>;
   return *handles;

@@ -43,7 +43,7 @@ class LogHandle {
   void log(LogString const& arguments);
   /// The message that okToLog(hash) allowed last did not go out: it does not count.
   void notSent(U64 hash) { limiter_.takeBack(hash); }
-  /// The limit starts anew.
+  /// Resets the limit.
   void limitReset() { limiter_.reset(); }
 
   /// The handle of that name, or null.

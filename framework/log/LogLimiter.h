@@ -26,14 +26,14 @@ class LogLimiter {
   LogLimiter(double interval, double burst);
 
   /// Whether a message of that hash may go out at time `now`, in seconds; a yes counts. Time that
-  /// steps back starts the hash's limit anew. Throws std::bad_alloc, and then nothing has counted.
+  /// runs backwards resets the hash's limit. Throws std::bad_alloc, and then nothing has counted.
   bool ok(U64 hash, double now);
   /// The message of that hash that was allowed last did not go out after all: it does not count.
   void takeBack(U64 hash);
   /// How many messages of the hash last allowed, and of forgotten ones, were held back before;
   /// they are then considered reported.
   U64 takeHeldBack();
-  /// So many of them were not reported after all; the next message does it.
+  /// That many of them were not reported after all; the next message reports them.
   void heldBackAdd(U64 messages) { toReport_ += messages; }
 
   size_t hashes() const { return entries_.size(); }

@@ -12,7 +12,7 @@ namespace Kiv {
 
 namespace {
 
-// A call holds what it calls, which may replace itself meanwhile.
+// A call holds the function that it calls, which may replace itself meanwhile.
 struct State {
   std::shared_ptr<LogService::Clock const> clock;
   std::shared_ptr<LogService::Sink const> sink;
@@ -31,7 +31,7 @@ double steadySeconds() {
 
 void toStandardError(LogMessage const& message) {
   std::string const line = toString(message) + '\n';
-  // A message that cannot be written is lost; there is nobody to tell.
+  // A message that cannot be written is lost; there is no place to report it.
   (void)!::write(STDERR_FILENO, line.data(), line.size());
 }
 
@@ -71,7 +71,7 @@ void LogService::send(LogMessage const& message) {
   try {
     if (sink != nullptr) return (*sink)(message);
   } catch (...) {
-    // Standard error takes what the sink refused.
+    // What the sink refused goes to standard error.
   }
   try {
     toStandardError(message);

@@ -36,9 +36,9 @@ class LogService {
 
   /// The clock's time in seconds. The default one is steady and starts anywhere.
   static double now();
-  /// An empty function brings the default back.
+  /// An empty function restores the default.
   static void clockIs(Clock clock);
-  /// An empty function brings the default back: one line on standard error, in a single write.
+  /// An empty function restores the default: one line on standard error, in a single write.
   static void sinkIs(Sink sink);
 
   /// Keeps the message and gives it to the sink; to standard error when the sink throws. Throws
@@ -48,7 +48,7 @@ class LogService {
   static std::deque<LogMessage> const& recent();
 
   /// As at the start of the process: default clock and sink, no recent message, and every handle's
-  /// limit starts anew.
+  /// limit reset.
   static void reset();
 };
 

@@ -26,8 +26,8 @@ class LogString {
 
 /// Puts the arguments in the place of the printf conversions of `format` ("%s", "%d", "%08lx"), in
 /// order. Arguments are texts already, so flags, width and precision have no effect. "%%" is a per
-/// cent sign, and any other "%" stands for itself. Arguments are data: whatever bytes one holds, it
-/// is never read as a format, and control bytes are shown escaped. A conversion without argument
+/// cent sign, and any other "%" is literal. Arguments are data: whatever bytes one holds, it is
+/// never read as a format, and control bytes are shown escaped. A conversion without argument
 /// becomes "<missing>".
 std::string fillFormat(std::string_view format, LogString const& arguments);
 

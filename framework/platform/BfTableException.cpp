@@ -1,6 +1,7 @@
 #include "framework/platform/BfTableException.h"
 
-// The destructors stand here so that each type has one home, whichever library throws or catches.
+// The destructors are defined here so that each type has one home, whichever library throws or
+// catches.
 namespace BfTable {
 
 BfTableException::~BfTableException() = default;

@@ -100,9 +100,9 @@ class OverlaySrcMacRewriteTable final : public Kiv::Entity {
   Kiv::U32 const slabKey_;
 };
 
-/// Binds the table behind the driver handle (BfnDriver::TableDriver::opaque()) for one session,
-/// chip of the session and pipe, under the profile's name; its notification is on. The row count
-/// goes to the table's record in the status manager, or to one of its own when that is null. Throws
+/// Binds the table of the driver handle (BfnDriver::TableDriver::opaque()) for one session, chip of
+/// the session and pipe, under the profile's name; its notification is on. The row count goes to
+/// the table's record in the status manager, or to one of its own when that is null. Throws
 /// BfTable::BfTableException when the handle is null or the chip has no such table.
 Kiv::Ptr<OverlaySrcMacRewriteTable> overlaySrcMacRewriteTableFactory(
     Kiv::Ptr<MbbSlabKey::SlabKeyManager> slabKeyManager,

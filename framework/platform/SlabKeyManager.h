@@ -7,8 +7,8 @@
 
 namespace MbbSlabKey {
 
-/// Numbers the slabs of driver memory in which tables stand. A table keeps its number for the life
-/// of the manager, so that a binding made before an older one is broken works on the same slab.
+/// Numbers the slabs of driver memory that hold tables. A table keeps its number for the life of
+/// the manager, so that a binding made before an older one is broken works on the same slab.
 class SlabKeyManager final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<Kiv::String, SlabKeyManager> kSlabKey{258};

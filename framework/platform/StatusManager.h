@@ -8,7 +8,7 @@
 namespace BfnTableStatusManager {
 
 /// The status records of all hardware tables, by table name. A record outlives the binding that
-/// fills it: the next binding of the table goes on with it.
+/// fills it: the next binding of the table continues with it.
 class StatusManager final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<Kiv::String, StatusManager> kStatus{258};

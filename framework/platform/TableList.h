@@ -27,7 +27,7 @@ struct HwTable {
   bool needsInitialization = false;
   /// The platform asks its manager for statistics.
   bool hasStats = false;
-  /// The table's rows survive a restart of the agent; nobody has to write them again.
+  /// The table's rows survive a restart of the agent; they need not be written again.
   bool persistent = false;
   /// Not owned; see TableList.
   BfnTableMgr* manager = nullptr;

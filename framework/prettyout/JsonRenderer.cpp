@@ -14,8 +14,8 @@ namespace {
 
 using Kiv::U8;
 
-// The longest form of one byte is \u00XX, longer than kUtf8PerByte; around a text stand a comma,
-// two quotes and ":{".
+// The longest form of one byte is \u00XX, longer than kUtf8PerByte; a text is surrounded by a
+// comma, two quotes and ":{".
 constexpr std::size_t kMaxPerByte = 6;
 constexpr std::size_t kFraming = 8;
 

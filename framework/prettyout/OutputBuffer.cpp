@@ -50,8 +50,8 @@ std::size_t OutputBuffer::drain() {
   return accepted;
 }
 
-// The sink is asked once on each way past the limit and then only when storage would have to grow
-// again, so a sink that refuses costs a call per doubling and not one per row.
+// Calls the sink once when the limit is passed and then only before storage grows again, so a sink
+// that refuses costs a call per doubling, not one per row.
 void OutputBuffer::makeRoom(std::size_t size) {
   if (waiting() + size > limit_) drain();
   std::size_t const kept = waiting();

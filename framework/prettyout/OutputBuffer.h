@@ -16,17 +16,17 @@ using Sink = std::function<std::size_t(std::string_view)>;
 
 /// The bytes that have been rendered and that the sink has not taken yet.
 ///
-/// Bounds. The limit is soft: an append always succeeds, and `full()` tells the producer to stop
-/// at its next opportunity. An append that would pass the limit first offers what waits to the
+/// Bounds. The limit is soft: an append always succeeds, and `full()` asks the producer to stop at
+/// its next opportunity. An append that would pass the limit first offers the waiting bytes to the
 /// sink; storage grows beyond the limit only by what the sink refuses, and shrinks back once the
 /// sink has taken everything. While a sink refuses, a producer that honours `full()` therefore
-/// holds at most the limit plus what it prints between two looks at `full()`, rounded up to a
+/// holds at most the limit plus what it prints between two calls of `full()`, rounded up to a
 /// doubling.
 ///
 /// An exception from the sink passes through; no waiting byte is lost by it.
 class OutputBuffer {
  public:
-  /// Bytes that may be written behind the room asked for, so that columns can be filled in blocks.
+  /// Bytes that may be written past the requested room, so that columns can be filled in blocks.
   static constexpr std::size_t kOverrun = 64;
 
   /// `limit` in bytes, at least 1.

@@ -13,7 +13,7 @@ namespace prettyout {
 enum class Format : Kiv::U32 { kText = 0, kJson = 1 };
 
 /// A command's output from the renderer to the sink: the renderer of the requested form, and the
-/// bounded buffer behind it. Both keep their state from slice to slice.
+/// bounded buffer that it writes to. Both keep their state from slice to slice.
 class Printer final : public Kiv::PtrInterface {
  public:
   /// `limit`: bytes that may wait for the sink before the printer counts as full, at least 1.

@@ -13,7 +13,7 @@
 
 namespace Ringlog {
 
-/// How an argument of type T travels in a record. A specialisation has
+/// How an argument of type T is stored in a record. A specialisation has
 ///
 ///   static constexpr U32 kMaxWords;                        // at most this many words
 ///   static void put(Message& message, T const& value) noexcept;

@@ -11,8 +11,8 @@ namespace Ringlog {
 
 namespace {
 
-/// What the ring held at one moment. The writer may have gone on while it was copied; what tore
-/// by that fails its check like everything else.
+/// What the ring held at one moment. The writer may have written while it was copied; records that
+/// were torn fail their check.
 class Snapshot {
  public:
   explicit Snapshot(RingBuf const& ring)

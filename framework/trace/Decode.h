@@ -15,8 +15,8 @@ namespace Ringlog {
 struct Record {
   /// The statement that wrote it: facility, level, file, line, function, signature, format.
   MsgDesc const* statement;
-  /// Numbers the records of a ring in the order of writing; a gap stands for records that were
-  /// skipped. Wraps at 2^32.
+  /// Numbers the records of a ring in the order of writing; a gap means that records were skipped.
+  /// Wraps at 2^32.
   U32 sequence;
   /// The time stamp as it was read, and what it is in wall time.
   U64 counter;

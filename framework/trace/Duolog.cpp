@@ -26,8 +26,8 @@ bool RinglogConverter::enter(Kiv::TraceHandle& handle, Ringlog::Statement const&
 void RinglogConverter::writeText(Kiv::TraceHandle const& handle,
                                  Ringlog::Statement const& statement, Ringlog::MsgId msgId,
                                  Ringlog::WordReader arguments) noexcept {
-  // Tracing changes nothing for the code that traces: a text that cannot be made or written is
-  // lost, and the record remains.
+  // Tracing does not affect the code that traces: a text that cannot be made or written is lost,
+  // and the record remains.
   try {
     Kiv::TraceHelper helper(handle, statement.level);
     handle.traceFile().message(msgId)->render(helper.stream(), arguments);

@@ -19,7 +19,7 @@ struct Literals {
 
 /// Reads the source text of a trace's pieces. A piece is a literal when it consists of nothing but
 /// string literals: its type does not say so, `up ? "up" : "no "` being an array, too. Commas
-/// inside of parentheses, brackets, braces and quotes separate nothing. Not for raw or prefixed
+/// inside parentheses, brackets, braces and quotes are not separators. Not for raw or prefixed
 /// literals, nor for a comma between template arguments outside of parentheses: the number of
 /// pieces is then wrong, which does not compile.
 consteval Literals literalsOf(std::string_view source) {

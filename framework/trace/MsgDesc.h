@@ -10,7 +10,7 @@
 
 namespace Ringlog {
 
-/// What the compiler knows of one trace statement.
+/// The compile-time description of one trace statement.
 struct Statement {
   unsigned level;  // below Kiv::TraceHandle::kLevels
   char const* file;
@@ -63,7 +63,8 @@ class MsgDesc {
   U32 line() const { return line_; }
   char const* function() const { return function_; }
   char const* signature() const { return signature_; }
-  /// The text after the signature, with "%s" for each argument. To be read, not to be printed by.
+  /// The text after the signature, with "%s" for each argument. For reading; it is not used as a
+  /// format.
   std::string format() const;
 
   /// Writes the line of a record with these arguments: the signature, ": " and the text.

@@ -10,8 +10,8 @@ using Kiv::U64;
 /// Number of a message within its trace file; 0 before the statement's first run.
 using MsgId = U32;
 
-/// The most bytes that one argument takes along; a longer text is cut there, and the record says
-/// how long it was.
+/// The most bytes of one argument that are recorded; a longer text is cut there, and the record
+/// says how long it was.
 inline constexpr U32 kMaxArgBytes = 200;
 
 /// The layout of a record: three words of header, then the arguments, each in whole words.

@@ -83,7 +83,7 @@ class Message {
 /// The binary trace: the most recent records, in a fixed buffer that wraps. Writing allocates
 /// nothing and throws nothing.
 ///
-/// One thread writes. A reader may look at any moment, also in a signal handler or at a memory
+/// One thread writes. A reader may read at any moment, also in a signal handler or at a memory
 /// image of a process that died while it wrote: a record counts only when its check fits its bytes
 /// and its position, so one that is half-written, partly overwritten or left over from an earlier
 /// round is skipped, never misread. A message that is never ended leaves no record. Positions start

@@ -16,10 +16,10 @@
   }                                                                                  \
   }  // namespace
 
-/// Traces the signature of the running function, ": " and the pieces: string literals as they
-/// stand, any other piece as an argument by its stream operator, bytes as numbers. Nothing in an
-/// argument is ever taken for a format. A text is cut after Ringlog::kMaxArgBytes, an array of char
-/// at its first NUL. A raw pointer that is no text does not compile.
+/// Traces the signature of the running function, ": " and the pieces: string literals verbatim, any
+/// other piece as an argument by its stream operator, bytes as numbers. Nothing in an argument is
+/// ever taken for a format. A text is cut after Ringlog::kMaxArgBytes, an array of char at its
+/// first NUL. A raw pointer that is no text does not compile.
 ///
 ///   KIV_TRACE(9);
 ///   KIV_TRACE(9, "vrfId: ", vrfId, ", ipAddr: ", ip, " intfId: ", intfId);

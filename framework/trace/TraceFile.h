@@ -31,8 +31,8 @@ class TraceFile {
   U32 number() const { return number_; }
   std::string const& facility() const { return facility_; }
 
-  /// Takes a message in and gives it its number, from 1. At most RecordLayout::kMaxMsgs - 1. Throws
-  /// std::bad_alloc, and then the message is not in.
+  /// Adds a message and returns its number, from 1. At most RecordLayout::kMaxMsgs - 1. Throws
+  /// std::bad_alloc, and then the message is not added.
   MsgId add(MsgDesc const& message);
   /// The message of that number, or null.
   MsgDesc const* message(MsgId id) const;

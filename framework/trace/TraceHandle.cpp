@@ -23,7 +23,7 @@ struct Registry {
   U32 defaultLevels = 0;
 };
 
-// Never destroyed: handles of other libraries sign off until the very end of the process.
+// Never destroyed: handles of other libraries unregister until the very end of the process.
 Registry& registry() {
   static auto* registry = new Registry;
   return *registry;

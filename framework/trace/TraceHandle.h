@@ -14,8 +14,8 @@ namespace Kiv {
 ///
 /// Handles of one name switch together: a facility may have several files.
 ///
-/// Without memory a handle is made all the same: it has no file, no level and is found by nobody
-/// until the file's next trace statement signs it on.
+/// Construction does not fail without memory: the handle then has no file and no level, and cannot
+/// be found, until the file's next trace statement registers it.
 class TraceHandle {
  public:
   /// Levels are 0 to kLevels - 1. A set of them is a mask with bit n for level n.
@@ -44,7 +44,7 @@ class TraceHandle {
 
   /// The levels of all handles of that name, those not yet made included.
   static void levelsAre(std::string_view name, U32 mask);
-  /// The levels of handles yet to be made of whose name nothing else has been said; none at first.
+  /// The levels of future handles whose names have no levels of their own; none at first.
   static void defaultLevelsIs(U32 mask);
 
   /// A handle of that name, or null: a handle exists once its file has reached a trace statement.

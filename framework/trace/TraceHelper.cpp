@@ -31,7 +31,7 @@ class Busy {
 
 void toStandardError(std::string text) {
   text += '\n';
-  // A trace that cannot be written is lost; there is nobody to tell.
+  // A trace that cannot be written is lost; there is no place to report it.
   (void)!::write(STDERR_FILENO, text.data(), text.size());
 }
 

@@ -8,7 +8,7 @@
 
 namespace Kiv {
 
-/// One line of the text trace. The pointers are good for the life of the process.
+/// One line of the text trace. The pointers are valid for the life of the process.
 struct TraceLine {
   char const* facility;
   unsigned level;
@@ -19,7 +19,7 @@ struct TraceLine {
   std::string text;
 };
 
-/// Collects the text of one trace and hands it on.
+/// Collects the text of one trace and emits it.
 class TraceHelper {
  public:
   using Sink = std::function<void(TraceLine const&)>;
@@ -30,8 +30,8 @@ class TraceHelper {
   /// Emits what the stream holds. What the sink itself traces stays out of the text trace.
   void trace(char const* file, U32 line, char const* function);
 
-  /// Where text traces go, process-wide. An empty one brings back the default: the text as a line
-  /// on standard error, in a single write.
+  /// Where text traces go, process-wide. An empty one restores the default: the text as a line on
+  /// standard error, in a single write.
   static void sinkIs(Sink sink);
 
  private:

@@ -21,7 +21,7 @@ class InternPoolWriter {
 
   U32 intern(std::string_view text);
   U32 population() const { return population_; }
-  /// Takes out the texts that came last.
+  /// Removes the texts added last.
   void shrink(U32 population);
 
  private:
@@ -76,8 +76,7 @@ U32 InternPoolWriter::add(std::string_view text, U32 hash) {
   return index;
 }
 
-// The block in use is left behind when it is full; what is in it stays where it is. A long text
-// has a block of its own.
+// A full block is abandoned; its texts stay where they are. A long text has a block of its own.
 char const* InternPoolWriter::keep(std::string_view text) {
   size_t const needed = text.size() + 1;
   char* place = nullptr;
@@ -97,7 +96,7 @@ char const* InternPoolWriter::keep(std::string_view text) {
   return place;
 }
 
-// A text that is not at the end of the block in use is left where it is: it was the last one of an
+// A text that is not at the end of the block in use stays where it is: it was the last one of an
 // earlier block.
 void InternPoolWriter::release(std::string_view text) {
   if (hasOwnBlock(text.size())) {
@@ -108,7 +107,7 @@ void InternPoolWriter::release(std::string_view text) {
   }
 }
 
-// The text that came last is in the way of no other one in the table, so its slot can be freed.
+// No other text of the table was displaced by the one added last, so its slot can be freed.
 void InternPoolWriter::shrink(U32 population) {
   while (population_ > population) {
     U32 const index = --population_;

@@ -15,8 +15,8 @@
 
 namespace Kiv {
 
-/// The process-wide table of texts behind the 4-byte text handles. It lives in this library, so
-/// that a handle means the same text in every shared library of the process.
+/// The process-wide table of the texts that the 4-byte text handles refer to. It lives in this
+/// library, so that a handle means the same text in every shared library of the process.
 ///
 /// A text once seen stays for the life of the process, but for those of a form that is refused
 /// (StrepAttempt). That is bounded by what the texts are, the interfaces and VRFs of one switch,
@@ -99,7 +99,7 @@ class Interned {
   std::string stdString() const { return std::string(view()); }
   constexpr bool empty() const { return index_ == InternPool::kEmpty; }
 
-  /// Of the text: equal in every run, in whatever order the texts came up.
+  /// Of the text: equal in every run, in whatever order the texts were added.
   U32 hash() const { return InternPool::hash(index_); }
   /// The text in quotes, escaped so that every value comes back.
   String valueToStrep() const { return quotedToStrep(view()); }

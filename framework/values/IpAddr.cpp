@@ -47,7 +47,7 @@ size_t IpAddr::text(char* to) const {
     std::memcpy(at, octet.text, sizeof octet.text);
     at += octet.size;
   }
-  return static_cast<size_t>(at - to) - 1;  // no dot behind the last
+  return static_cast<size_t>(at - to) - 1;  // no dot after the last
 }
 
 Kiv::String IpAddr::valueToStrep() const {

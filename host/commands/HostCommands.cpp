@@ -163,14 +163,15 @@ Answer agentDestroy(Switch& host) {
   return said("agent destroyed");
 }
 
-// Sets a flag of the bring-up. Setting what it is already tells the plug-in nothing.
+// Sets a flag of the bring-up. Setting the current value does not notify the plug-in.
 bool flagIs(Switch& host, std::string_view flag, bool value) {
   if ((getText(host.bfnL3Output(), flag) == "True") == value) return false;
   set(host.bfnL3Output(), flag, {Kiv::GenericValue::of(value)});
   return true;
 }
 
-// Who a part of the agent is. Not held, since that would keep it alive behind the agent's back.
+// Who a part of the agent is. Not held, since that would keep it alive after the agent has released
+// it.
 void const* partId(Switch const& host, std::string_view part) {
   return host.part(part).get();
 }

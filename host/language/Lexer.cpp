@@ -17,7 +17,7 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-// The character that an escape stands for; `rest` begins behind the backslash.
+// The character that an escape denotes; `rest` begins after the backslash.
 char escaped(std::string_view& rest) {
   char const kind = rest.empty() ? '\0' : rest[0];
   if (kind == '"' || kind == '\\') {

@@ -8,9 +8,9 @@ namespace Host {
 
 /// The words of one line.
 ///
-/// Words stand between blanks. A `#` at the start of a word begins a comment. A word that begins
+/// Words are separated by blanks. A `#` at the start of a word begins a comment. A word that begins
 /// with a double quote ends with the next one and may hold blanks, and \" \\ and \xHH. After a word
-/// `==` the rest of the line is one word as it stands, without the blanks at its ends.
+/// `==` the rest of the line is one verbatim word, without the blanks at its ends.
 ///
 /// Throws InputError for an open quote and a wrong escape.
 std::vector<std::string> splitWords(std::string_view line);

@@ -8,7 +8,7 @@
 namespace Host {
 
 std::string_view const* Arguments::find(std::string_view key) const {
-  // The value after a keyword is added behind the keyword itself, under the same key.
+  // The value after a keyword is added after the keyword itself, under the same key.
   for (auto at = values_.rbegin(); at != values_.rend(); ++at) {
     if (at->first == key) return &at->second;
   }

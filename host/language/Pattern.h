@@ -53,7 +53,7 @@ struct Mismatch {
 ///   one|other         one of several words
 ///   <VRF> <N:1-4094>  a value, see accepts(); a number may have limits
 ///   <COMMAND> <TEXT>  all words up to "=="
-///   [ ... ]           may be left out; what it begins with tells whether it is there
+///   [ ... ]           may be left out; what it begins with decides whether it is there
 class Pattern {
  public:
   explicit Pattern(std::string_view text);
@@ -63,8 +63,8 @@ class Pattern {
   /// The word that every line of this form begins with.
   std::string const& firstWord() const { return elements_[0].words[0]; }
 
-  /// Whether the words have this form. Fills in the arguments, which are to be thrown away on a
-  /// mismatch, and tells `mismatch` where it goes wrong.
+  /// Whether the words have this form. Fills in the arguments, to be discarded on a mismatch, and
+  /// records in `mismatch` where it failed.
   bool match(std::span<std::string const> words, Arguments& arguments, Mismatch& mismatch) const;
 
   /// What may follow the words: keywords as they are, and values as "<VRF>".
@@ -86,7 +86,7 @@ class Pattern {
   static bool fits(Element const& element, std::string_view word);
   static void expect(Element const& element, std::size_t at, Mismatch& mismatch);
   static void firsts(Element const& element, std::vector<std::string>& found);
-  /// False when nothing behind these elements can be reached.
+  /// False when nothing after these elements can be reached.
   static bool completeAll(Elements const& elements, std::span<std::string const> words,
                           std::size_t& at, std::vector<std::string>& found);
   static bool matchAll(Elements const& elements, std::span<std::string const> words,

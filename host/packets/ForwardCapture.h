@@ -7,7 +7,7 @@
 
 namespace Host::Packets {
 
-/// Is told about each frame in turn, right after it was forwarded or dropped.
+/// Called for each frame in turn, right after it was forwarded or dropped.
 using FrameObserver = std::function<void(ForwardedFrame const&)>;
 
 /// Forwards every frame of the capture `in` and writes those that leave to `out`, with the time and

@@ -33,7 +33,7 @@ struct ForwardedFrame {
   Verdict verdict = Verdict::TooShort;
   /// The forwarding VLAN; none when the frame ends before it is known, or names no VLAN.
   std::optional<Kiv::U16> vlan;
-  /// The source address of an IPv4 packet, as it stands in it; none for every other frame.
+  /// The source address of an IPv4 packet, as in the packet; none for every other frame.
   std::optional<AddressBytes> source;
   /// The source MAC of the frame as it came, unless it ends before it; and, when it is forwarded,
   /// as it left.
@@ -65,8 +65,8 @@ struct ForwardTotals {
 };
 
 /// Sends frames over the overlay the way the chip does: looks up IPv4 frames by forwarding VLAN and
-/// source address, both as they stand in the packet, gives those that hit a row the row's source
-/// MAC, and encapsulates. The inner frame, its tag included, stays as it came but for that MAC.
+/// source address, both as in the packet, gives those that hit a row the row's source MAC, and
+/// encapsulates. The inner frame, its tag included, stays as it came but for that MAC.
 ///
 /// The rules, of which the first that applies decides:
 ///

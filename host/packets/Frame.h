@@ -14,7 +14,7 @@ struct Frame {
   EthernetHeader ethernet;
   /// The outer tag, if any. Its EtherType is the one that counts from there on.
   std::optional<VlanTag> tag;
-  /// Another tag follows the first; nothing behind it is read.
+  /// Another tag follows the first; nothing after it is read.
   bool doubleTagged = false;
   /// Of what follows the Ethernet header and its tags.
   Kiv::U16 etherType = 0;

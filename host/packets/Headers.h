@@ -85,7 +85,7 @@ struct Ipv4Header {
   bool isFragment() const { return (flagsAndOffset & (kMoreFragments | kOffsetMask)) != 0; }
 
   static std::optional<Ipv4Header> read(Bytes bytes);
-  /// Writes the checksum as it stands in the field; ipv4ChecksumIs computes it.
+  /// Writes the given checksum; ipv4ChecksumIs computes it.
   void write(MutableBytes bytes) const;
   friend bool operator==(Ipv4Header const&, Ipv4Header const&) = default;
 };

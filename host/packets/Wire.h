@@ -36,7 +36,7 @@ constexpr void store32(MutableBytes bytes, std::size_t at, Kiv::U32 value) {
   store16(bytes, at + 2, static_cast<Kiv::U16>(value));
 }
 
-/// An address or a MAC as it stands in the packet.
+/// An address or a MAC as in the packet.
 template <std::size_t N>
 constexpr std::array<Kiv::U8, N> loadBytes(Bytes bytes, std::size_t at) {
   std::array<Kiv::U8, N> copy{};

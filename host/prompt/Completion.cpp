@@ -59,7 +59,7 @@ std::vector<std::string> completionsOf(std::string_view line, Shell& shell) {
   } catch (InputError const&) {
     return {};
   }
-  // Behind these stands a command of its own.
+  // These are followed by another command.
   constexpr std::string_view kBeforeCommands[] = {"brief", "expect", "help", "measure"};
   std::span<std::string const> before = words;
   while (!before.empty() &&

@@ -14,7 +14,7 @@ namespace Host {
 std::vector<std::string> completionsOf(std::string_view line, Shell& shell);
 
 /// Reads lines from the terminal, with editing, a history of this session and completion by the tab
-/// key, until exit or the end of input. A line that is wrong is told, and the prompt comes again.
+/// key, until exit or the end of input. An error in a line is reported, and the prompt continues.
 void runPrompt(Shell& shell, std::ostream& err);
 
 }  // namespace Host

@@ -34,8 +34,8 @@ class Shell {
   Shell& operator=(Shell const&) = delete;
   ~Shell();
 
-  /// Runs every line of a file, or of a stream that is called `name` in errors, up to the first
-  /// one that fails, which is told on `err`.
+  /// Runs every line of a file, or of a stream that is called `name` in errors, up to the first one
+  /// that fails, which is reported on `err`.
   Status runFile(std::filesystem::path const& file, std::ostream& err);
   Status runStream(std::istream& in, std::string const& name, std::ostream& err);
   /// One line of a prompt.

@@ -38,7 +38,8 @@ void forEach(Object const& object, std::string_view attribute, F const& f) {
   }
 }
 
-/// The object behind a generic value, also when it grants reading only; null when it is none.
+/// The object that a generic value holds, also when it grants reading only; null when it holds
+/// none.
 Object objectOf(Kiv::GenericValue const& value);
 
 }  // namespace Host

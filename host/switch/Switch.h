@@ -25,7 +25,7 @@ namespace Host {
 /// agent's records, the state database; and the agent once it has been made.
 ///
 /// The records are there from the start, mounted and empty, so that a host may fill them before it
-/// makes the agent. They outlive it. Members that are null stand for an input that is not there.
+/// makes the agent. They outlive it. A null member means that the input is not there.
 class Switch {
  public:
   explicit Switch(Plugin plugin);
@@ -43,7 +43,7 @@ class Switch {
   /// Makes the agent through the plug-in's factory, in place of an earlier one.
   void agentIs();
   void agentDel() { agent_.reset(); }
-  /// What the host tells the plug-in: active profile, bring-up flags.
+  /// The host's output to the plug-in: active profile, bring-up flags.
   Object bfnL3Output() const;
   /// Makes the profile the active one; its entry is null for an unknown name.
   void profileIs(std::string const& name);
@@ -77,7 +77,7 @@ class Switch {
   void mountAgain();
 
   BfnChip::ChipModel chip;
-  /// The lab's time: it goes on by command only.
+  /// The lab's time: it advances by command only.
   Kiv::Ptr<Kiv::ManualClock> clock;
   Kiv::Ptr<BfnSystem::SystemStatus> systemStatus;
   Kiv::Ptr<BfnAgentLib::BfnProfileData> profileData;

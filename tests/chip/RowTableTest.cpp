@@ -101,7 +101,7 @@ TEST(RowTable, AgreesWithAnOrderedMapOverRandomInsertsAndErases) {
   }
 }
 
-// Small tables, filled to their limit: in some of them rows are pushed out behind the last home.
+// Small tables, filled to their limit: in some of them rows are displaced past the last home.
 TEST(RowTable, RowsPushedBehindTheEndAreFoundAndErased) {
   for (unsigned first = 0; first < 20'000; first += 9) {
     RowTable table;

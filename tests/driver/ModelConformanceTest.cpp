@@ -2,7 +2,7 @@
 #include "framework/driver/ForwardingDriver.h"
 #include "tests/driver/DriverConformance.h"
 
-// The chip model, and what stands in front of it.
+// The chip model, and the drivers that forward to it.
 namespace BfnTest {
 
 namespace {

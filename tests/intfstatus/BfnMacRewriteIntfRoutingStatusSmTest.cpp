@@ -156,7 +156,7 @@ TEST_F(IntfRoutingStatusSmTest, ANullInputContributesNothingAndDoesNotCrash) {
 }
 
 TEST_F(IntfRoutingStatusSmTest, EachSourceRunsItsOwnHandlerOnceInOrderOfTheirMaking) {
-  // One object in all three places tells the order in which they listen.
+  // One object in all three places shows the order of registration.
   auto const sm = bfnMacRewriteIntfRoutingStatusSmFactory(ports, ports, ports, merged);
   traces();
   ports->l3IntfRoutingStatusIs(key("Ethernet1", 4095));

@@ -44,7 +44,7 @@ class PromptTest : public ::testing::Test {
     }
   }
 
-  /// Types and waits until the terminal shows `shown` behind what it showed before. Gives all that
+  /// Types and waits until the terminal shows `shown` after what it showed before. Gives all that
   /// it showed up to there.
   std::string type(std::string_view keys, std::string_view shown) {
     waitForEditor();

@@ -112,7 +112,7 @@ void Model::run(Event const& e) {
       routingTell(e.a, e.b, e.c);
       break;
     case Kind::RoutingVlan: {
-      // The very object may be the one in the merged collection; nobody is told.
+      // The object may be the one in the merged collection, which then does not notify.
       IntfStatus& status = s_.routing[e.a][e.b][e.c];
       status.vlan = static_cast<std::uint16_t>(kVlanValue[e.d]);
       if (s_.merged[e.b].serial == status.serial) s_.merged[e.b].vlan = status.vlan;

@@ -203,7 +203,7 @@ class Model {
 
   void run(Event const& event);
 
-  // The host's setters: what they store and whom they tell.
+  // The host's setters: what they store and whom they notify.
   void nameToIdIs(int l3, int name, int id);
   void nameToIdDel(int l3, int name);
   /// Makes a change that may take the id from the VRF; the id's name then is the smallest other

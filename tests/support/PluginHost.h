@@ -53,7 +53,7 @@ class PluginHost {
   /// The chip's rows as text, sorted: "100 10.0.0.1 02:11:22:33:44:55".
   std::vector<std::string> rows() const;
   /// What was written and deleted since the last call: "write 100 10.0.0.1 02:..", "erase 100 ..",
-  /// with " full" and the like behind what failed.
+  /// with " full" and the like after what failed.
   std::vector<std::string> journal();
 
   BfnChip::ChipModel chip;

@@ -38,7 +38,7 @@ TEST_F(FailedErasesTest, TheIndexesAreClearedBeforeTheRowAndTheRecordGoesAfterIt
     EXPECT_EQ(host.rows().size(), 1u);
     ASSERT_TRUE(record());
     EXPECT_EQ(record()->refCount(), 0);
-    // The row that was left behind is taken over, and goes with its reference.
+    // The row that was left is adopted, and goes with its reference.
     host.address(7, "10.0.0.1", "Ethernet1");
     EXPECT_EQ(record()->refCount(), 1);
   }

@@ -314,7 +314,7 @@ TEST_F(AgentAsyncCommandRequestSmTest, AbortFromTheSinkEndsTheCommandInTheMiddle
   Kiv::Ptr<ListCommandSm> command;
   auto const request = Kiv::make<AgentCommandRequest const>(1u, 0u, [&](std::string_view) {
     command->abort();
-    command.reset();  // whoever drives the machine lets it go as well
+    command.reset();  // the machine's driver releases it as well
     return std::size_t{0};
   });
   command = Kiv::make<ListCommandSm>("list", request, 1.0, clock_, 100u);

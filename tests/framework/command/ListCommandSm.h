@@ -44,7 +44,7 @@ Kiv::Ptr<ListCommandSm> listCommandSmFactory(Kiv::String name,
 /// What a ListCommandSm of that many numbers prints as text.
 std::string listed(U32 count);
 
-/// A client: a sink that takes `perCall` bytes at each call until it is told otherwise.
+/// A client: a sink that takes `perCall` bytes at each call until that is changed.
 struct Client {
   std::string received;
   std::size_t perCall = std::string::npos;

@@ -6,7 +6,7 @@
 namespace Agent {
 namespace {
 
-/// A clock that goes on by a fixed amount for each step of the work, and counts its readings.
+/// A clock that advances by a fixed amount for each step of the work, and counts its readings.
 class WorkClock final : public Kiv::Clock {
  public:
   explicit WorkClock(bool advancesByItself) : advancesByItself_(advancesByItself) {}

@@ -24,7 +24,7 @@ constexpr char const* kNoEntityType = "corvotest::NoEntity";
 
 using Log = std::vector<std::string>;
 
-/// Notes the name of each attribute that changes, behind a name of its own, and then does what the
+/// Notes the name of each attribute that changes, after a name of its own, and then does what the
 /// test says.
 class Changes final : public Kiv::NotifieeConst {
  public:

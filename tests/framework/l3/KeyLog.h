@@ -35,7 +35,7 @@ class KeyLog final : public Kiv::NotifieeConst {
   Kiv::AttributeId const collection_;
 };
 
-/// A record, and the log of what it tells of its collection A.
+/// A record, and the log of the notifications of its collection A.
 template <class Record, Kiv::Attr A>
 class LoggedRecord : public ::testing::Test {
  protected:

@@ -32,7 +32,7 @@ using ::testing::Pair;
 
 using Bytes = std::array<U8, 8>;
 
-// A driver that keeps what it is given and answers as it is told.
+// A driver that records what it is given and gives preset answers.
 class RecordingDriver final : public BfnDriver::TableDriver {
  public:
   std::optional<TableHandle> open(TableAddress const& address) override {

@@ -24,7 +24,7 @@ struct Capture {
   }
 };
 
-/// A printer of the given form that has been told to hold `limit` bytes, and what came out of it.
+/// A printer of the given form with a limit of `limit` bytes, and its output.
 struct Output {
   explicit Output(Format format, std::size_t limit = 65536)
       : printer(Kiv::make<Printer>(format, limit, capture.sink())) {}

@@ -26,7 +26,7 @@ std::string render(std::string_view vrf) {
   return output.flushed();
 }
 
-/// The key under which `render(name)` stands, once read back.
+/// The key of `render(name)`, parsed back.
 std::string readBack(std::string_view name) {
   json const document = json::parse(render(name));
   EXPECT_EQ(document.size(), 1u);

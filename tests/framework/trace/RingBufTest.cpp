@@ -136,8 +136,8 @@ TEST(RingBuf, LeavesNoRecordOfAMessageThatIsNotEnded) {
   EXPECT_EQ(ring.buf().written(), 2U);
 }
 
-/// How many records the ring finds in a text that contains one, made for just the place at which
-/// the text comes to stand in a ring that starts at 0, once what is before it has been overwritten.
+/// How many records the ring finds in a text that contains one, made for exactly the place where
+/// the text is stored in a ring that starts at 0, once what is before it has been overwritten.
 size_t forgedRecordsFound(U64 start) {
   Ring ring;
   ring.buf().startIs(start);
@@ -343,9 +343,9 @@ TEST(RingBuf, MisreadsNothingInADamagedRing) {
   }
 }
 
-// The check covers position and time so that the one cannot stand in for the other: a record of an
-// earlier round, at the end of the buffer where this round did not fit, stays unreadable even if
-// its time is off by just the rounds that lie between.
+// The check covers position and time so that an error in one cannot cancel an error in the other: a
+// record of an earlier round, at the end of the buffer where this round did not fit, stays
+// unreadable even if its time is off by just the rounds that lie between.
 TEST(RingBuf, TakesNoLeftOverRecordForOneOfThisRound) {
   constexpr U64 kLast = 1020;
   Ring ring;
@@ -362,7 +362,7 @@ TEST(RingBuf, TakesNoLeftOverRecordForOneOfThisRound) {
   }
 }
 
-// As when the writer goes on while the ring is being copied: the front is of a later moment than
+// As when the writer continues while the ring is being copied: the front is of a later moment than
 // the rest, and the cut falls anywhere.
 TEST(RingBuf, MisreadsNothingInATornCopy) {
   U32 const seed = 20240503;

@@ -229,7 +229,7 @@ TEST_F(ShellTest, EveryExampleIsALineOfItsCommand) {
     for (auto const& command : group.commands) {
       std::istringstream words(command.example);
       std::vector<std::string> const line{std::istream_iterator<std::string>(words), {}};
-      // The words behind == are one.
+      // The words after == are one.
       if (line[0] == "expect") continue;
       EXPECT_EQ(shell.table().find(line).command, &command) << command.example;
     }
