@@ -21,7 +21,7 @@
 
 namespace BfnMacRewrite {
 
-/// The library's entry object: brings the plug-in up in two stages, each when the host asks for it.
+/// The library's entry object: brings the plug-in up in two stages, each on the host's request.
 ///
 ///  1. A change of BfnL3Output's initMacRewriteTables: the routing status collection, the active
 ///     profile's chip capabilities, the table manager.
@@ -30,9 +30,9 @@ namespace BfnMacRewrite {
 ///
 /// Deliberate: any change of a flag runs its stage, also one to false. A stage that runs again
 /// keeps every child whose inputs are the very objects it was made with, and replaces the others:
-/// the new child is complete before the old one is switched off and goes.
+/// the new child is complete before the old one is switched off and released.
 ///
-/// Neither stage runs in the constructor, whatever the flags hold then. Destruction takes the
+/// Neither stage runs in the constructor, whatever the flags hold then. Destruction deletes the
 /// children in a fixed order and leaves the rows in the chip.
 class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
  public:
@@ -50,12 +50,12 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
   void handleInitialized();
   void handleInitMacRewriteTables();
   void handleStartMacRewriteSm();
-  /// The same in turn: a stage that a handler asks for in the middle of another one runs when that
-  /// one has ended.
+  /// The same without nesting: a stage that a handler requests during another one runs after that
+  /// one.
   void runInitMacRewriteTables() { run(tablesWanted_); }
   void runStartMacRewriteSm() { run(startWanted_); }
 
-  /// Holds the system status; there is nothing in it that this machine reacts to.
+  /// Holds the system status; handles none of its attributes.
   struct KivSystemStatus final
       : Kiv::Reactor<KivSystemStatus, BfnSystem::SystemStatus const, AgentSm> {
     using Reactor::Reactor;
@@ -84,8 +84,8 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
   void intfIdToRoutingStatusDel() { intfIdToRoutingStatus_.reset(); }
 
   auto const& overlaySrcMacRewriteManager() const { return overlaySrcMacRewriteManager_; }
-  /// Takes what its child is made with, keeps a child that holds these very objects, and otherwise
-  /// puts a new one in its place; the same for the next three.
+  /// Takes the child's constructor arguments; keeps a child that holds these very objects, and
+  /// otherwise replaces it by a new one. The same for the next three.
   template <class... Inputs>
   auto overlaySrcMacRewriteManagerIs(Inputs const&... inputs) {
     return childIs(overlaySrcMacRewriteManager_, inputs...);
@@ -115,7 +115,7 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
   void bfnMacRewriteIntfRoutingStatusSmDel() { drop(bfnMacRewriteIntfRoutingStatusSm_); }
 
   BfnSystem::ChipCapabilities const& chipCapabilities() const { return chipCapabilities_; }
-  /// Stores a copy and notifies no one.
+  /// Stores a copy; does not notify.
   void chipCapabilitiesIs(BfnSystem::ChipCapabilities const& chipCapabilities) {
     chipCapabilities_ = chipCapabilities;
   }
@@ -170,7 +170,7 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
   bool startWanted_ = false;
 };
 
-/// What the host agent calls once the mounts are done. Returns AgentSmIs with the same arguments,
+/// Called by the host agent once the mounts are done. Returns AgentSmIs with the same arguments,
 /// all of which the agent holds for its life. The mount and the shared object must be there; any of
 /// the others, and whatever those two have not got, may be null and contributes nothing. A null
 /// system status reads as an unknown profile. Deliberate: with a null profile entry no table is

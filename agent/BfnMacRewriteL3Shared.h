@@ -11,7 +11,7 @@
 
 namespace BfnMacRewrite {
 
-/// What the plug-in would have the host know. The host reads it; nothing in the library does.
+/// The plug-in's information for the host, which alone reads it.
 class BFN_MAC_REWRITE_EXPORT BfnL3Input final : public Kiv::PtrInterface {
  public:
   static constexpr Kiv::Attr<void, BfnL3Input> kMacRewriteEnabled{130};
@@ -28,8 +28,9 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Input final : public Kiv::PtrInterface {
   Kiv::Attribute<kMacRewriteEnabled, bool> macRewriteEnabled_{*this};
 };
 
-/// What the host tells the plug-in: the active hardware profile, and when to bring itself up.
-/// Setters notify on a real change only; objects compare by identity, the name by its text.
+/// The host's output to the plug-in: the active hardware profile, and the flags that run its
+/// bring-up. Setters notify on a real change only; objects compare by identity, the name by its
+/// text.
 class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
  public:
   static constexpr Kiv::Attr<void, BfnL3Output> kProfileName{130};
@@ -64,8 +65,8 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
 };
 
 /// What the plug-in shares with the host L3 agent that loads it: the host's status objects, and the
-/// two objects through which they tell each other of bring-up. Born initialized, with both of
-/// those in place; the host fills in the rest.
+/// two objects of bring-up, one for each direction. The constructor makes those two and sets
+/// `initialized`; the host fills in the rest.
 class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterface {
  public:
   static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3Status{130};

@@ -10,7 +10,7 @@
 
 namespace BfnMacRewrite {
 
-/// What the plug-in has of the state database, and the two records of its own that live beside it.
+/// The plug-in's entities of the state database, and its two own records.
 ///
 /// The host makes it, calls doMount(), waits until the group is mounted and calls getEntity(). An
 /// entity that is not there, or is of another type, leaves its attribute null.

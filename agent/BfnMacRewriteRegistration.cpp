@@ -7,8 +7,9 @@ namespace BfnMacRewrite {
 
 namespace {
 
-// What others make by type name, beside the records: the command dispatcher the show command, and a
-// host that opens the library at run time the two objects at which it meets it.
+// The types besides the records that others make by name: the show command, made by the command
+// dispatcher, and the mount and the shared object, made by a host that opens the library at run
+// time.
 Kiv::TypeRegistration const registration{
     &BfnMacRewriteMount::_kivType,
     &BfnMacRewriteL3Shared::_kivType,

@@ -79,7 +79,7 @@ class ChipModel final : public BfnDriver::TableDriver {
   /// in the packet's byte order.
   std::optional<MacBytes> lookup(Kiv::U16 vlan, AddressBytes const& source, Kiv::U8 device = 0);
 
-  // The laboratory's side.
+  // The lab's side.
   /// Adds a table that every device has, or sets the capacity of one that is there on all of them.
   void tableIs(std::string_view name, std::size_t capacity);
   /// Rows in the table, the rewrite table unless named. Zero for an unknown name or device.

@@ -22,8 +22,8 @@ struct Fault {
 /// Which of the coming calls of one operation fail, and how.
 ///
 /// Calls are counted from the last call of `clear`, over all tables of the chip and whatever their
-/// outcome. A fault planned for a certain call goes before a run of faults, and does not shorten
-/// it.
+/// outcome. A fault planned for a certain call takes precedence over a run of faults, and does not
+/// shorten it.
 class FaultPlan {
  public:
   /// The next `count` calls fail; several runs follow one another.
@@ -43,8 +43,8 @@ class FaultPlan {
     }
     return onPlannedCall();
   }
-  /// The two halves of onCall(), for callers in a hurry: counts a call; false when there is a plan,
-  /// which onPlannedCall() then looks into.
+  /// The two halves of onCall(), for fast paths: counts a call; false when there is a plan, which
+  /// onPlannedCall() then looks into.
   bool passes() {
     ++calls_;
     return empty();

@@ -20,7 +20,7 @@ using MacBytes = std::array<Kiv::U8, 6>;
 ///   action  0..3  upper three bytes of the new source MAC, as a number
 ///           4..7  lower three bytes, as a number
 ///
-/// The top byte of each half of the action is not looked at.
+/// The top byte of each half of the action is ignored.
 namespace RewriteLayout {
 
 inline constexpr Kiv::U8 kMatchType = 5;

@@ -32,7 +32,7 @@ U64 RowTable::unmix(U64 mixed) {
   return mixed * inverse(kSpread);
 }
 
-// Pushes every row from the new one's place up to the next free slot one further.
+// Moves every row from the new one's place up to the next free slot by one.
 RowTable::Slot& RowTable::insert(U64 key, U64 action) {
   if (4 * (size_ + 1) > 3 * homes_) grow();
   U64 const mixed = mix(key);

@@ -80,7 +80,7 @@ class RowTable {
     Slot const& slot = slots_[placeOf(mixed)];
     return slot.mixedKey == mixed && slot.word != kFree ? &slot : nullptr;
   }
-  /// Asks for the memory where the row would be, so that a look-up soon after need not wait for it.
+  /// Prefetches the memory where the row would be, for a look-up soon after.
   void prefetch(Kiv::U64 key) const {
     if (size_ != 0) Kiv::prefetch(&slots_[home(mix(key))]);
   }
@@ -128,8 +128,8 @@ class RowTable {
   }
   void grow();
 
-  /// homes_ places to point at, then those that the last rows have been pushed out to. The last one
-  /// is always free.
+  /// homes_ places to point at, then an overflow for rows displaced from the last ones. The last
+  /// one is always free.
   std::vector<Slot> slots_;
   std::size_t homes_ = 0;
   std::size_t size_ = 0;

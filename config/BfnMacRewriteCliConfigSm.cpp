@@ -67,7 +67,7 @@ void OverlaySrcMacRewriteCliConfigSm::addVrf(L3::VrfName vrfName) {
   try {
     doAddOverlaySrcMacRewriteEntry(vrfName);
   } catch (std::bad_alloc const&) {
-    // As if the VRF had not been announced, so that it can be announced again.
+    // Undoes the announcement, so that the VRF can be announced again.
     deleteVrf(vrfName);
     throw;
   }
@@ -113,7 +113,8 @@ void OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry(
   if (auto const* line = lines.find(key)) {
     if (!record) {
       agentConfig_->overlaySrcMacRewriteIs(vrfId);
-      // Handlers of a new record may have changed the line, the record and the VRF: all as of now.
+      // Handlers of a new record may have changed the line, the record and the VRF: read them
+      // again.
       record = Kiv::Ptr(agentConfig_->overlaySrcMacRewrite(vrfId));
       line = lines.find(key);
       auto const* const live = localVrfNameToId_.find(key.vrfName);

@@ -20,8 +20,9 @@ namespace BfnMacRewrite {
 ///
 /// A VRF is live while it has an id in localVrfNameToId: the id under which all its entries were
 /// written, and the only one ever used to change or remove them. Entries of a VRF that is not live
-/// are pending; they are translated when it gets an id. A VRF that changes its id while it is live,
-/// or is announced twice, ends the process: there is no way to move entries from one id to another.
+/// are pending; they are translated when it gets an id. Deliberate: a VRF that changes its id while
+/// it is live, or is announced twice, ends the process; entries are never moved from one id to
+/// another.
 ///
 /// Ownership: shares the output with its creator. Destruction leaves the output as it is.
 class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
@@ -77,8 +78,8 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
   void deleteVrf(L3::VrfName vrfName);
   void doAddOverlaySrcMacRewriteEntry(L3::VrfName vrfName);
 
-  /// The ids that this machine has applied. An absent name has id 0; only
-  /// localVrfNameToIdHas() tells whether a VRF is live, for 0 is a VRF's id as well.
+  /// The ids that this machine has applied. An absent name has id 0; only localVrfNameToIdHas()
+  /// says whether a VRF is live, for 0 is a VRF's id as well.
   Pex::VrfId localVrfNameToId(L3::VrfName vrfName) const {
     return localVrfNameToId_.get(vrfName).value;
   }

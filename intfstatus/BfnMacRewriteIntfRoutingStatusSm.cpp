@@ -53,7 +53,7 @@ void BfnMacRewriteIntfRoutingStatusSm::mergeAll(Source const& source,
 void BfnMacRewriteIntfRoutingStatusSm::handleInitialized() {
   KIV_TRACE(9, "");
   initializedIs(true);
-  // Not always called by dispatch: whoever watches the output may let go of this machine.
+  // Not always called by dispatch: a handler of the output may release this machine.
   Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> const keep(this);
   mergeAll(l3PortAndLagRoutingStatus(), &Sm::handleL3PortAndLagRoutingStatus);
   mergeAll(vlanIntfRoutingStatus(), &Sm::handleVlanIntfRoutingStatus);

@@ -293,7 +293,7 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::addIpAndIntfId(Ovra::IpAddr ipAddr
   Agent::IpAndIntfId const ipAndIntfId = notifierRaw()->ipAndIntfId(ipAddr);
   Ovra::IntfId const intfId = ipAndIntfId.intfId;
   if (ipAndIntfId.selfIp && sm.fwdVlanIdPerVrf(vrfId().value()) == 0) {
-    // handleFwdVlanIdChange() comes back for the address.
+    // handleFwdVlanIdChange() adds the address later.
     KIV_TRACE(9, "fwdVlan not set yet, returning");
     return;
   }
@@ -304,7 +304,8 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::addIpAndIntfId(Ovra::IpAddr ipAddr
   if (!intfId) return;
   if (oldIntfId) {
     removeIpAndIntfId(ipAddr);
-    // A handler of the removal that changes the address or its VLAN has it handled as of then.
+    // A handler of the removal may have changed the address or its VLAN, which is then already
+    // handled.
     auto const* const now = notifierRaw()->ipAndIntfId().find(ipAddr);
     if (now == nullptr || !(*now == ipAndIntfId) || sm.localVrfIpToIntf(pair)) return;
     if (now->selfIp && sm.fwdVlanIdPerVrf(vrfId().value()) == 0) return;
@@ -314,7 +315,7 @@ void BfnMacRewriteSm::KivMacRewriteVrfStatus::addIpAndIntfId(Ovra::IpAddr ipAddr
     if (sm.routingStatus(intfId) == nullptr) return;
     sm.addOverlaySrcMacRewriteTableEntry(vrfId(), intfId, ipAddr);
   } catch (std::bad_alloc const&) {
-    // As if the address had not come, so that it can come again, and go.
+    // Undoes the addition, so that the address can be added again, or removed.
     sm.indexDel(pair, intfId);
     throw;
   }

@@ -142,7 +142,7 @@ ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::collect(
 bool ShowMacRewriteCommandRequestSm::examine(MatchSpecAndRefCount const& record, RowBatch& batch) {
   auto const installed = overlaySrcMacRewriteMgr_->overlaySrcMacRewriteTable()->action(
       *record.overlaySrcMacRewriteMatchSpec());
-  // Two records can share one row of the chip; the first that goes takes it along.
+  // Two records can share one row of the chip, which the first removal erases.
   if (!installed) return false;
   Agent::IpAndIntfId const& key = record.ipAndIntfId();
   Ovra::EthAddr const mac = Ovra::ethAddrFromOuiStation(installed->oui, installed->station);

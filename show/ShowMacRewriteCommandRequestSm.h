@@ -91,7 +91,7 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
   static Kiv::Type const& _kivType();
 
  private:
-  /// A filter counts when its `...Valid` is true.
+  /// A filter applies when its `...Valid` is true.
   struct Filters {
     bool keep(L3::VrfName name, Ovra::IpAddr ip, Ovra::EthAddr const& mac) const;
 
@@ -109,7 +109,7 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
   Phase collect();
   /// Walks the records from the bookmark to their end or the slice's.
   Phase collect(OverlaySrcMacRewriteManager::Table const& table, RowBatch& batch);
-  /// Takes one record's row into the snapshot when the filters keep it. True when it is the one row
+  /// Adds one record's row to the snapshot when the filters accept it. True when it is the one row
   /// that a VRF and an IP filter together can find.
   bool examine(MatchSpecAndRefCount const& record, RowBatch& batch);
   Phase print();

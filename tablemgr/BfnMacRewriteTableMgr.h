@@ -75,7 +75,7 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgent
                    Ovra::EthAddr const& overlayRewriteSrcMac);
   /// The match spec in the chip for a row. An unknown row is fatal.
   Kiv::Ptr<MatchSpec const> keyToMatchSpecGet(Ovra::IntfId intfId, Ovra::IpAddr overlaySip);
-  /// Asks for the memory in which a row's record is looked up; see HashTable::prefetch.
+  /// Prefetches the memory in which a row's record is looked up; see HashTable::prefetch.
   void prefetch(Ovra::IntfId intfId, Ovra::IpAddr overlaySip) const {
     matchSpecAndRefCount_.map().prefetch({overlaySip, intfId, false});
   }

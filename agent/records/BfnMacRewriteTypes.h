@@ -26,8 +26,8 @@ struct BFN_MAC_REWRITE_EXPORT IpAndMac {
 
   IpAndMac() = default;
   IpAndMac(Ovra::IpAddr ipAddr, Ovra::EthAddr const& ethAddr) : ip(ipAddr), mac(ethAddr) {}
-  /// Parses the form that valueToStrep() writes from the front of [it, end) and moves `it` behind
-  /// it. Throws Kiv::RangeException, naming the field where there is one.
+  /// Parses the form that valueToStrep() writes from the front of [it, end) and moves `it` past it.
+  /// Throws Kiv::RangeException, naming the field where there is one.
   IpAndMac(Kiv::String::Iterator& it, Kiv::String::Iterator const& end);
   Kiv::String valueToStrep() const;
 
@@ -49,8 +49,8 @@ struct BFN_MAC_REWRITE_EXPORT IpAndIntfId {
   IpAndIntfId() = default;
   IpAndIntfId(Ovra::IpAddr ip, Ovra::IntfId intf, bool self)
       : ipAddr(ip), intfId(intf), selfIp(self) {}
-  /// Parses the form that valueToStrep() writes from the front of [it, end) and moves `it` behind
-  /// it. Throws Kiv::RangeException, naming the field where there is one.
+  /// Parses the form that valueToStrep() writes from the front of [it, end) and moves `it` past it.
+  /// Throws Kiv::RangeException, naming the field where there is one.
   IpAndIntfId(Kiv::String::Iterator& it, Kiv::String::Iterator const& end);
   /// "Value('BfnMacRewrite::Agent::IpAndIntfId', ** {'ipAddr': ..., 'intfId': ..., 'selfIp': ...})"
   Kiv::String valueToStrep() const;

@@ -7,8 +7,8 @@ namespace BfnMacRewrite {
 
 namespace {
 
-// What others make by type name: the state database the entities it mounts, and what fills the
-// agent's records from outside, a record to fill.
+// The types that others make by name: the entities that the state database mounts, and the records
+// that are filled from outside.
 Kiv::TypeRegistration const registration{
     &Input::Config::_kivType,
     &Capability::_kivType,

@@ -123,7 +123,7 @@ SliceResult AgentAsyncCommandRequestSm::runDueSlice() {
   return SliceResult::Again;
 }
 
-// The command has printed everything; all that is left is to get rid of it.
+// The command has printed everything; the output has still to be taken by the sink.
 SliceResult AgentAsyncCommandRequestSm::afterLastSlice(bool moved) {
   if (prettyoutPrinter_->buffer().waiting() > 0) return putOff(moved);
   madeProgress();

@@ -8,9 +8,9 @@
 
 namespace Agent {
 
-/// What one call of runSlice() came to.
+/// The result of one call of runSlice().
 enum class SliceResult : Kiv::U8 {
-  Again,      ///< there is more to do at once, after others have had their turn
+  Again,      ///< there is more to do at once, after the other commands' slices
   Wait,       ///< nothing to do before nextSliceTime(), or before wake()
   Completed,  ///< all output has been taken by the sink
   Aborted,    ///< ended before that; what was not taken is lost
@@ -51,7 +51,7 @@ class AgentAsyncCommandRequestSm : public AgentCommandRequestBaseSm {
 
   /// Does one slice, if it is time, and gives the sink its output. Not to be called from within a
   /// slice. After Completed or Aborted it does nothing and says the same again. An exception from
-  /// handleAsyncCommand() or from the sink aborts the command and passes on.
+  /// handleAsyncCommand() or from the sink aborts the command and is rethrown.
   SliceResult runSlice();
   /// Before this time runSlice() does nothing; 0 when it is due.
   double nextSliceTime() const { return nextSliceTime_; }
@@ -68,7 +68,7 @@ class AgentAsyncCommandRequestSm : public AgentCommandRequestBaseSm {
   /// One slice of the command's work.
   virtual void handleAsyncCommand(U32 socket, U32 format) = 0;
   /// Whether this slice should end: its time is used up, or the output buffer is full. Cheap: see
-  /// TimeQuantum for when the clock is read. It is read at every look that follows output, so only
+  /// TimeQuantum for when the clock is read. It is read at every call that follows output, so only
   /// a walk that prints nothing may run over, by kMaxSkipped of its steps at most.
   virtual bool shouldYield();
   /// Resets everything but the configured values to the state before the first slice.
@@ -116,15 +116,15 @@ class AgentAsyncCommandRequestSm : public AgentCommandRequestBaseSm {
   void isTimeQuantaExpiredIs(bool expired) { isTimeQuantaExpired_ = expired; }
   bool isBufferFull() const { return isBufferFull_; }
   void isBufferFullIs(bool full) { isBufferFull_ = full; }
-  /// Slices that returned with work left, for whatever reason; of them, those whose last look found
-  /// the time used up, and those whose last look found the buffer full (a slice may count in both).
+  /// Slices that returned with work left, for any reason; of them, those whose last call found the
+  /// time used up, and those whose last call found the buffer full (a slice may count in both).
   U64 yieldCount() const { return yieldCount_; }
   void yieldCountIs(U64 count) { yieldCount_ = count; }
   U64 timeYieldCount() const { return timeYieldCount_; }
   void timeYieldCountIs(U64 count) { timeYieldCount_ = count; }
   U64 bufferYieldCount() const { return bufferYieldCount_; }
   void bufferYieldCountIs(U64 count) { bufferYieldCount_ = count; }
-  /// How often the buffer was found full: by shouldYield(), and before a slice that it put off.
+  /// How often the buffer was found full: by shouldYield(), and before a slice that was postponed.
   U64 bufferFullCount() const { return bufferFullCount_; }
   void bufferFullCountIs(U64 count) { bufferFullCount_ = count; }
   /// The wait after the next try that moves nothing.

@@ -22,7 +22,7 @@ class DatabaseClient : public Session {
 };
 
 /// The state database inside one process: entities by path, held for as long as the database lives.
-/// embeddedSessionFactory() is an agent's way to it.
+/// An agent gets access through embeddedSessionFactory().
 class Database final : public Kiv::PtrInterface {
  public:
   /// Notifies with the path when an entity is made, after all clients have been called.
@@ -43,7 +43,7 @@ class Database final : public Kiv::PtrInterface {
   /// exception leaves this function. The entity is there all the same.
   Kiv::Ptr<Kiv::Entity> entityIs(Kiv::String const& path, Kiv::String const& typeName);
 
-  /// What entityIs() would make, without putting it anywhere. Throws as entityIs() does.
+  /// Makes what entityIs() would make, without storing it. Throws as entityIs() does.
   static Kiv::Ptr<Kiv::Entity> make(Kiv::String const& path, Kiv::String const& typeName);
   /// Puts an entity at a path where there is none, and announces it as the other form does.
   void entityIs(Kiv::String const& path, Kiv::Ptr<Kiv::Entity> const& entity);

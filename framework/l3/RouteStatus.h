@@ -7,8 +7,8 @@
 
 namespace Routing::Hardware {
 
-/// What the hardware's routing knows of one VRF. Ids are plain numbers here, as the host writes
-/// them: 0 means that there is none, except that the VRF "default" may have the id 0.
+/// The hardware's routing status of one VRF. Ids are plain numbers here, as the host writes them: 0
+/// means that there is none, except that the VRF "default" may have the id 0.
 class VrfStatus final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<void, VrfStatus> kVrfName{258};

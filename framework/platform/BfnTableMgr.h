@@ -19,15 +19,15 @@
 
 namespace BfnAgentLib {
 
-/// The base of everything that owns tables of the chip.
+/// Base of the owners of chip tables.
 ///
 /// A manager declares its tables in its profile's table list (updateTableList) and says how many
 /// wait for initialisation (pendingTableCountIs). The platform then calls initializeTable once for
 /// each, and the manager counts it down (pendingTableCountDec). Later the platform asks for
 /// statistics.
 ///
-/// Lifetime: the table list does not hold the manager; a manager that dies takes its declarations
-/// out of every list it declared in. All calls come from the host's one event thread.
+/// Lifetime: the table list does not hold the manager; a manager that is destroyed removes its
+/// declarations from every list it declared in. All calls come from the host's one event thread.
 class BfnTableMgr : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<void, BfnTableMgr> kProfileEntry{258};
@@ -60,7 +60,7 @@ class BfnTableMgr : public Kiv::Entity {
   bool initialized() const { return initialized_(); }
   void initializedIs(bool initialized) { initialized_.is(initialized); }
 
-  /// Declares the tables, then sets `initialized`. For the derived type's constructor to call.
+  /// Declares the tables, then sets `initialized`. Called by the derived type's constructor.
   virtual void handleInitialized();
   /// Declares the tables and sets the pending count.
   virtual void updateTableList() = 0;

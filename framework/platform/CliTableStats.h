@@ -6,7 +6,7 @@
 
 namespace BfnLib {
 
-/// What a table manager says of one table's fill.
+/// A table manager's statistics of one table.
 struct CliTableStats {
   /// The high watermark of a table that keeps none.
   static constexpr std::int32_t kNoHighWatermark = -1;

@@ -18,7 +18,8 @@
 
 namespace BfOverlaySrcMacRewrite {
 
-/// One row: which packets, and what becomes of them. A plain value that shares its two specs.
+/// One row: which packets, and what the chip does with them. A plain value that shares its two
+/// specs.
 class OverlaySrcMacRewriteTableEntry {
  public:
   /// No row.
@@ -41,7 +42,7 @@ class OverlaySrcMacRewriteTableEntry {
 /// bytes of the chip's keys and actions, and back.
 ///
 /// It keeps no rows of its own: what it reads is what the chip holds, and rows stay in the chip
-/// when it dies. The driver must outlive it.
+/// when it is destroyed. The driver must outlive it.
 ///
 /// Errors: a row that is absent is no error; a driver that fails is a BfTable::BfTableException,
 /// with the driver's reason where it gives one.

@@ -8,7 +8,7 @@
 
 namespace BfnSystem {
 
-/// What the system knows of one hardware profile.
+/// The system's record of one hardware profile.
 class ProfileInfo final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<void, ProfileInfo> kProfileName{258};

@@ -4,8 +4,7 @@
 
 namespace PexTypes {
 
-/// What became of a row that was to be added to a hardware table. The numbers are the forwarding
-/// layer's own.
+/// The result of adding a row to a hardware table. The numbers are the forwarding layer's own.
 enum class TableAddStatus : Kiv::U32 {
   Success = 0,
   ResourcesExhausted = 2,  ///< the table or the system has no room for it

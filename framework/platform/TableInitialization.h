@@ -9,7 +9,7 @@
 
 namespace BfnAgentLib {
 
-/// What the platform hands to table managers when it initialises their tables.
+/// What the platform passes to table managers when it initialises their tables.
 struct TableInitialization {
   /// BfnDriver::TableDriver::opaque() of the chip's driver.
   Kiv::VoidPtr dlHandle = nullptr;
@@ -26,10 +26,10 @@ struct TableInitialization {
 void initializeTable(BfnTableMgr& manager, Kiv::Name const& tableName,
                      TableInitialization const& with);
 
-/// Initialises what waits for it: of each table that is declared in the profile entry when the call
-/// begins, in the order of declaration, and that wants initialisation, while its manager lives and
-/// has tables pending. Gives the number of tables initialised; none for a null entry. Exceptions
-/// from a manager end the walk.
+/// Initialises the tables that are due: each table that is declared in the profile entry when the
+/// call begins, in the order of declaration, and that wants initialisation, while its manager lives
+/// and has tables pending. Returns the number of tables initialised; none for a null entry.
+/// Exceptions from a manager end the walk.
 unsigned initializeTables(Kiv::Ptr<BfnProfileDataEntry> const& entry,
                           TableInitialization const& with);
 

@@ -38,8 +38,8 @@ struct HwTable {
 /// The hardware tables that a profile's managers have declared, in the order of their first
 /// declaration.
 ///
-/// The list keeps no manager alive: a manager that dies takes its tables out, and notifies for
-/// each. The managers keep the list alive.
+/// The list does not hold its managers: a manager that is destroyed removes its tables, with a
+/// notification for each. The managers hold the list.
 class TableList final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<Kiv::String, TableList> kHwTables{258};
@@ -55,11 +55,11 @@ class TableList final : public Kiv::Entity {
 
   /// Declares a table, in place of an earlier declaration of that name, and notifies; an equal one:
   /// nothing. May be called from the manager's constructor. A null manager throws
-  /// NullPointerException. When a handler throws, the earlier declaration is in again, or none, and
-  /// this is notified, too, before the exception passes on.
+  /// NullPointerException. When a handler throws, the earlier declaration, or none, is restored and
+  /// this is notified, too, before the exception is rethrown.
   void hwTablesIs(Kiv::Name name, TableScope scope, bool needsInitialization, bool hasStats,
                   bool persistent, Kiv::Ptr<BfnTableMgr> const& manager);
-  /// Takes a table out and notifies; absent: nothing.
+  /// Removes a table and notifies; absent: nothing.
   void hwTablesDel(Kiv::Name const& name);
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
@@ -68,13 +68,13 @@ class TableList final : public Kiv::Entity {
  private:
   friend class BfnTableMgr;
 
-  /// Takes all of a manager's tables out, then notifies for each. Called by destructors: allocates
-  /// nothing, and what a handler throws ends here.
+  /// Removes all of a manager's tables, then notifies for each. Called by destructors: allocates
+  /// nothing and catches what a handler throws.
   void managerDied(BfnTableMgr const& manager) noexcept;
   void takeBack(Kiv::Name const& name, BfnTableMgr const& manager,
                 std::optional<HwTable> const& earlier) noexcept;
 
-  // A list: declarations of a manager that dies are moved out of it without allocating.
+  // A list: declarations of a manager that is destroyed are moved out of it without allocating.
   std::list<HwTable> hwTables_;
 };
 

@@ -55,7 +55,7 @@ class OutputBuffer {
   void commit(std::size_t size) { end_ += size; }
   void append(std::string_view text);
 
-  /// Offers everything that waits to the sink, once. Returns the number of bytes taken.
+  /// Offers all waiting bytes to the sink, once. Returns the number of bytes taken.
   std::size_t drain();
 
  private:

@@ -14,8 +14,8 @@
 namespace prettyout {
 
 /// Writes one command's output in one form. A command describes its output once, as nested
-/// dictionaries of attributes and as the columns in which people read them; each renderer takes
-/// from that what its form needs. Frills are decoration for people and appear in text only.
+/// dictionaries of attributes and as the columns in which people read them; each renderer uses what
+/// its form needs. Frills are decoration for people and appear in text only.
 ///
 ///   renderer.start();
 ///   renderer.addFrills("%-15s %-20s\n", "VRF name", "Source IP");
@@ -67,7 +67,7 @@ class Renderer {
     doAddFrills(format.columns(), list);
   }
 
-  /// Offers what has been rendered so far to the sink; what it refuses keeps waiting.
+  /// Offers what has been rendered so far to the sink; what it refuses stays in the buffer.
   void ioflush();
 
  protected:

@@ -170,8 +170,8 @@ bool flagIs(Switch& host, std::string_view flag, bool value) {
   return true;
 }
 
-// Who a part of the agent is. Not held, since that would keep it alive after the agent has released
-// it.
+// The identity of a part of the agent. Not held, since that would keep it alive after the agent has
+// released it.
 void const* partId(Switch const& host, std::string_view part) {
   return host.part(part).get();
 }
@@ -250,7 +250,7 @@ void putAgentRecord(Switch& host, bool isConfig, bool make) {
   constexpr char kStatusDel[] = "bfnMacRewriteAgentStatusDel";
   call(host.mount(), isConfig ? kConfigDel : kStatusDel);
   if (!make) return;
-  // Mounting puts everything in place; what the lab has put there, or taken away, stays so.
+  // Mounting fills in everything; what the lab has replaced or taken away stays so.
   Object const cliConfig = getObject(host.mount(), "bfnMacRewriteCliConfig");
   Object const capability = host.capability();
   bool const withoutOther = isConfig ? !host.agentStatus() : !host.agentConfig();
@@ -280,7 +280,7 @@ Answer putInput(Switch& host, std::string const& input, bool make) {
   return {};
 }
 
-// Takes the members out, each with its notification.
+// Removes the members, each with its notification.
 Answer emptyInput(Switch& host, std::string const& input) {
   if (input == "l3-status") {
     delAll(l3Status(host), "vrfNameToId");

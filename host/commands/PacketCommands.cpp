@@ -16,7 +16,7 @@ namespace {
 
 using nlohmann::json;
 
-// So many frames are listed one by one; of a longer capture the rest is only counted.
+// The most frames that are listed one by one; the rest is only counted.
 constexpr std::size_t kMaxListed = 1000;
 
 std::string macText(std::optional<BfnChip::MacBytes> const& mac) {

@@ -104,7 +104,7 @@ Address addressOf(Kiv::String const& strep) {
   return {ip, intf, in.field<bool>("selfIp")};
 }
 
-// By VRF id and address: what lives where.
+// By VRF id and address: the addresses and their interfaces.
 json agentStatus(Object const& status) {
   if (!status) return nullptr;
   json vrfs = json::object();

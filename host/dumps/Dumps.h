@@ -25,7 +25,7 @@ ConfigLine configLineOf(Kiv::String const& strep);
 std::vector<ConfigLine> configLines(Switch const& host);
 
 /// Everything that can be looked at, each whole, with its keys sorted; lists are in the order of
-/// their keys unless the order says something. Null means that it does not exist.
+/// their keys unless the order has a meaning. Null means that it does not exist.
 nlohmann::json dumpChip(Switch& host);
 /// Empties the journal.
 nlohmann::json dumpJournal(Switch& host);

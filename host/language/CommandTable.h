@@ -13,7 +13,7 @@
 
 namespace Host {
 
-/// What a command says.
+/// The answer of a command.
 struct Answer {
   Answer() {}
   /// The text form is that of the JSON, in one line.
@@ -21,7 +21,7 @@ struct Answer {
   Answer(nlohmann::json answer, std::string words)
       : json(std::move(answer)), text(std::move(words)) {}
 
-  /// Null: there is nothing to say.
+  /// Null: no answer.
   nlohmann::json json;
   /// What people read; lines without the last line end.
   std::string text;

@@ -22,7 +22,8 @@ namespace Host {
 class Arguments {
  public:
   bool has(std::string_view key) const { return find(key) != nullptr; }
-  /// The text of what must be there: asking for anything else is a mistake in the command.
+  /// The text of what must be there: asking for anything else is a programming error of the
+  /// command.
   std::string text(std::string_view key) const;
   /// The number, or `otherwise` when it is not given.
   Kiv::U64 number(std::string_view key, Kiv::U64 otherwise = 0) const;
@@ -39,7 +40,7 @@ class Arguments {
   std::vector<std::pair<std::string_view, std::string_view>> values_;
 };
 
-/// How far a line fits what is known, and what could have stood there instead.
+/// How far a line fits the known commands, and what was expected after that.
 struct Mismatch {
   std::size_t at = 0;
   std::vector<std::string> expected;

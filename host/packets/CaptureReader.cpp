@@ -30,7 +30,7 @@ std::string recordName(Kiv::U64 number) {
 }
 
 // The first four bytes of a pcap file say in which unit its time stamps are; libpcap converts them
-// without telling.
+// silently.
 TimeUnit timeUnitOf(std::array<U8, 4> const& magic) {
   constexpr std::array<U8, 4> kMicroseconds{0xa1, 0xb2, 0xc3, 0xd4};
   bool const same = magic == kMicroseconds;

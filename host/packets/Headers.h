@@ -9,10 +9,10 @@
 namespace Host::Packets {
 
 // The headers that the lab's ports read and build. A codec of our own, because the Debian libraries
-// for this know no VXLAN header, or make an object for each header of each packet, which does not
-// go with a million frames a second.
+// for this know no VXLAN header, or make an object for each header of each packet, which is too
+// slow for a million frames a second.
 //
-// Each header has `read`, which gives nothing when the bytes are too few for it and judges nothing
+// Each header has `read`, which gives nothing when the bytes are too few for it and checks nothing
 // else, and `write`, into at least `kSize` bytes. Fields are plain numbers.
 
 namespace EtherType {

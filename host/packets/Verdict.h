@@ -7,7 +7,7 @@
 
 namespace Host::Packets {
 
-/// What became of a frame, and why. Forwarder's comment has the rules.
+/// What was done with a frame, and why. Forwarder's comment has the rules.
 enum class Verdict : Kiv::U8 {
   // Forwarded.
   Rewritten,  ///< a row matched

@@ -59,7 +59,7 @@ class VxlanTunnel {
   std::array<Kiv::U8, kOverhead> headers_{};
 };
 
-/// A VXLAN packet taken apart.
+/// The parts of a VXLAN packet.
 struct VxlanPacket {
   EthernetHeader ethernet;
   Ipv4Header ipv4;

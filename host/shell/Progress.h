@@ -8,8 +8,7 @@
 
 namespace Host {
 
-/// A progress bar for work that takes long: nothing until some time has passed. Wipes itself out at
-/// the end.
+/// A progress bar for work that takes long: shown only after some time. Erases itself at the end.
 class Progress {
  public:
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
@@ -26,7 +25,7 @@ class Progress {
 
   void add(Kiv::U64 work) {
     done_ += work;
-    // The clock is asked now and then only.
+    // The clock is read only now and then.
     if (total_ != 0 && (++calls_ & 0xff) == 0) show();
   }
 

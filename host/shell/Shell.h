@@ -25,7 +25,7 @@ struct ShellOptions {
 /// process. One shell at a time: it takes the process's log messages.
 class Shell {
  public:
-  /// What ends a program.
+  /// How a run ends.
   enum Status : int { kDone = 0, kExpectationFailed = 1, kBadInput = 2 };
 
   /// The host and the stream must outlive the shell.

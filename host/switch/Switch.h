@@ -47,7 +47,7 @@ class Switch {
   Object bfnL3Output() const;
   /// Makes the profile the active one; its entry is null for an unknown name.
   void profileIs(std::string const& name);
-  /// Has the platform initialise what waits for it. Gives the number of tables.
+  /// Has the platform initialise the tables that are due. Returns their number.
   unsigned initializeTables();
   /// Has the platform initialise one table, declared or not. Needs the manager.
   void initializeTable(std::string const& name);
@@ -73,7 +73,7 @@ class Switch {
   Object capability() const { return getObject(mount_, "bfnMacRewriteCapability"); }
   Object agentConfig() const { return getObject(mount_, "bfnMacRewriteAgentConfig"); }
   Object agentStatus() const { return getObject(mount_, "bfnMacRewriteAgentStatus"); }
-  /// Mounts again, for what is not there.
+  /// Mounts again what is missing.
   void mountAgain();
 
   BfnChip::ChipModel chip;

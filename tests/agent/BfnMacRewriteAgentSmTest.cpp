@@ -99,7 +99,7 @@ TEST_F(AgentSmTest, AnotherOutputRunsBothStagesInOrder) {
   agent().overlaySrcMacRewriteManagerDel();
   agent().bfnL3OutputIs(other);
   EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
-  // From now on the other one is heard, and the first is not.
+  // From now on the other one is watched, and the first is not.
   host.l3Shared->bfnL3Output()->initMacRewriteTablesIs(true);
   EXPECT_FALSE(agent().overlaySrcMacRewriteManager());
   other->initMacRewriteTablesIs(true);
@@ -298,7 +298,7 @@ TEST_F(AgentSmTest, AfterDestructionNothingReacts) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-// The manager dies, and so tells the table list, when the last of those that hold it lets go.
+// The manager is destroyed, and so leaves the table list, when its last holder releases it.
 TEST_F(AgentSmTest, DestructionTakesTheCollectionBeforeTheManager) {
   host.createAgent();
   host.stage1();

@@ -75,7 +75,7 @@ TEST_F(EndToEndTest, TheLastRewriteOfAVrfGoesAndComesBack) {
   host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
   host.journal();
   host.rewriteDel("red", "10.0.0.1");
-  // The row keeps its MAC: nobody takes it back.
+  // The row keeps its MAC: it is not reset.
   EXPECT_THAT(host.journal(), IsEmpty());
   EXPECT_EQ(host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewrite(Pex::VrfId(7)), nullptr);
   host.address(7, "10.0.0.2", "Ethernet1");

@@ -4,7 +4,7 @@
 #include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
 
-// Somebody else's handlers on what the agent touches, which mutate it or let go of it meanwhile.
+// Foreign handlers on what the agent touches, which mutate it or release it meanwhile.
 namespace {
 
 using BfnTest::Watcher;
@@ -15,7 +15,7 @@ using ForeignHandlersTest = StagesTest;
 
 TEST_F(ForeignHandlersTest, AForeignHandlerMayStartTheMachinesWhileTheTablesAreAskedFor) {
   auto const watcher = Kiv::makeActive<Watcher>(host.l3Shared->bfnL3Output());
-  host.createAgent();  // registers behind the watcher
+  host.createAgent();  // registers after the watcher
   host.capability->overlaySrcMacRewriteSupportedIs(true);
   watcher->then = [this] { output().startMacRewriteSmIs(true); };
   output().initMacRewriteTablesIs(true);
