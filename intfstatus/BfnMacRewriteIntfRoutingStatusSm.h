@@ -19,7 +19,7 @@ namespace BfnMacRewrite {
 /// vanishes from its source empties that place even when another source or VLAN still has the
 /// interface. Deliberate: nothing is rebuilt from what remains.
 ///
-/// Ownership: shares the output with its creator and leaves it as it is when it dies.
+/// Ownership: shares the output with its creator. Destruction leaves the output as it is.
 class BFN_MAC_REWRITE_EXPORT BfnMacRewriteIntfRoutingStatusSm final
     : public Kiv::StateMachine<BfnMacRewriteIntfRoutingStatusSm> {
   using Sm = BfnMacRewriteIntfRoutingStatusSm;

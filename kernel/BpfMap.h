@@ -14,7 +14,7 @@ namespace BfnKernel {
 /// One map of the kernel, by its file descriptor. Keys and values are plain bytes of the widths
 /// that the map was made with; the typed calls check nothing but their size.
 ///
-/// Calls give the kernel's errno, 0 when all is well, as callers tell them apart.
+/// Calls return the kernel's errno, 0 on success, since callers distinguish them.
 class BpfMap {
  public:
   struct Shape {

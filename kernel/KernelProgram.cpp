@@ -250,7 +250,7 @@ void KernelProgram::finishInterrupted() {
   if (rmdir(directory_.of(kNew).c_str()) != 0) fail(directory_.of(kNew));
 }
 
-// Where a filter of ours is: one that somebody took out stays out.
+// Where a filter of ours is: one that another program removed stays removed.
 void KernelProgram::replaceFilters() {
   auto newOrPresent = [this](char const* name) {
     std::string const path = newPin(name);

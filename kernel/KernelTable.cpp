@@ -28,7 +28,7 @@ using Kiv::U8;
 
 namespace {
 
-/// Keys and actions as they stand in the map, byte for byte.
+/// Keys and actions as in the map, byte for byte.
 using Word = U64;
 
 struct KeyTraits {
@@ -114,8 +114,8 @@ class KernelTable::Table {
   U32 changes_ = 0;
 };
 
-// Whether the row is new is known from the keys, and the kernel says when that is wrong because
-// somebody else has written the map.
+// Whether the row is new is known from the keys, and the kernel reports when that is wrong because
+// another program has written the map.
 int KernelTable::Table::write(Word key, Word action) {
   if (!exists()) return E2BIG;
   changed();

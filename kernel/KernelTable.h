@@ -21,7 +21,7 @@ namespace BfnKernel {
 /// A change costs one system call, an erase two (the row, and its hits); apply() and walk() copy
 /// many rows in one. A frame that is looked up during a change meets the row before or after it.
 /// The number of rows is kept here, with the key of each (16 bytes a row): it is exact as long as
-/// nobody else writes the map, and is put right by a walk from end to end.
+/// no other program writes the map, and is put right by a walk from end to end.
 class KernelTable final : public BfnDriver::TableDriver {
  public:
   static constexpr std::string_view kRewriteTable = "overlaySrcMacRewrite";

@@ -29,9 +29,9 @@ struct Port {
 
 /// Puts the program on the egress of VXLAN devices, and takes it out again.
 ///
-/// A device is known by its name. One that goes takes its filter along, and gets it again when it
-/// comes back, as long as handleEvents() is called: whoever runs the event loop waits for fd() to
-/// be readable. What an earlier process attached is found and kept.
+/// A device is known by its name. A device that is removed loses its filter, and gets it again when
+/// it comes back, provided that handleEvents() is called: the event loop waits for fd() to be
+/// readable. What an earlier process attached is found and kept.
 ///
 /// Touches nothing but its own filter, and the clsact qdisc that it made itself once no filter is
 /// left in it. All devices are those of the network namespace in which the object was made.
@@ -40,8 +40,8 @@ class Ports {
   /// The program must outlive the object. Throws KernelError.
   explicit Ports(KernelProgram& program);
 
-  /// Attaches the device; one that is attached gets the VLAN, and its filter back if somebody took
-  /// it. Throws KernelError when there is no such device or it is no VXLAN device; Kiv's range
+  /// Attaches the device; one that is attached gets the VLAN, and its filter again if it was
+  /// removed. Throws KernelError when there is no such device or it is no VXLAN device; Kiv's range
   /// exception when the VLAN is not 1 to 4094.
   void attach(std::string const& device, std::optional<Kiv::U16> vlan);
   /// False when it is none of ours.

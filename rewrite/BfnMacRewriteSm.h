@@ -36,8 +36,8 @@ namespace BfnMacRewrite {
 /// without a removal in between. A pair stays indexed without routing status, and also when its
 /// row could not be written.
 ///
-/// No way of losing an input as a whole deletes rows: removing a VRF's status, configuration or
-/// route status, a reactor, or this machine leaves rows and indexes as they are.
+/// Deliberate: losing an input as a whole deletes no rows. Removing a VRF's status, configuration
+/// or route status, a reactor, or this machine leaves rows and indexes as they are.
 class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<BfnMacRewriteSm> {
   using Sm = BfnMacRewriteSm;
 
@@ -141,7 +141,7 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
     Pex::VrfId vrfId() const { return notifierRaw()->vrfId(); }
 
     void handleInitialized();
-    /// The configured MAC of one address changed. Removing one leaves its row as it is.
+    /// The configured MAC of one address changed. Deliberate: removing one leaves its row as it is.
     void handleIpAndMac(Ovra::IpAddr ipAddr);
     void handleIpAndMac();
 

@@ -12,7 +12,7 @@
 
 namespace BfnMacRewrite {
 
-/// The operator's configuration, as the state database carries it.
+/// The operator's configuration, as in the state database.
 namespace Input {
 
 /// The key of one configuration line.
@@ -55,8 +55,8 @@ BFN_MAC_REWRITE_EXPORT std::ostream& operator<<(std::ostream& out, VrfIpAndMac c
 
 /// All configuration lines. Mounted read-only by the agent.
 ///
-/// Beside the collection stands an index of the keys of each VRF, kept in the collection's own
-/// order, so that a VRF that appears costs its own lines and not everybody's.
+/// An index has the keys of each VRF, in the collection's own order, so that a VRF that appears
+/// costs time in its own lines only.
 class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
   static constexpr U32 kEntryConstant = 0x5D17A90B;
   struct Itself {
@@ -84,7 +84,7 @@ class BFN_MAC_REWRITE_EXPORT Config final : public Kiv::Entity {
   void overlaySrcMacRewriteEntryDelAll();
 
   /// Calls `f(key)` for every key of one VRF in the order in which a walk of the whole collection
-  /// meets them. Any change by `f` leaves the walk sound; the entity must outlive it.
+  /// meets them. `f` may change anything during the walk; the entity must outlive it.
   template <class F>
   void forEachKeyOfVrf(L3::VrfName const& vrfName, F const& f) const {
     auto const* const found = keysOfVrf_.find(vrfName);

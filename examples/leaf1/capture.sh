@@ -13,7 +13,7 @@
 #   hostb    10.1.2.20    10.1.1.20    10.1.1.40    -                02:aa:00:00:00:0b
 #   hostc    10.1.2.30    -            10.1.1.11    10.9.0.3         02:aa:00:00:00:0c
 #
-# 10.1.1.11 lives in two VLANs: only the VLAN tells its packets apart.
+# 10.1.1.11 lives in two VLANs: its packets differ in the VLAN only.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)

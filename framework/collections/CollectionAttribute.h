@@ -8,8 +8,8 @@
 
 namespace Kiv {
 
-/// What every collection attribute shares: the map that holds its members, to be read, and the
-/// object that they belong to, whose notifiees are told of changes under the attribute's id.
+/// Base of the collection attributes: read access to the map of members, and the object that they
+/// belong to, whose notifiees are notified of changes under the attribute's id.
 template <Attr A, class MapT, class OwnerT>
 class CollectionAttribute {
  public:
@@ -44,7 +44,7 @@ class CollectionAttribute {
   ~CollectionAttribute() = default;
 
   // The key is the mutator's own copy, made before the change: the caller's may be part of a member
-  // that goes, and a copy made afterwards could fail.
+  // that is destroyed, and a copy made afterwards could fail.
   void notify(Key const& key) const { owner_.notify(A.id, &key); }
 
   /// Calls `del(key)` for every member that is there now, in the collection's order.

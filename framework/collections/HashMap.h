@@ -13,7 +13,7 @@ namespace Kiv {
 /// Objects by a key that each object carries and never changes, in the order of HashMap2018. Holds
 /// a reference to each member; the table keeps no copy of the keys.
 ///
-/// Tells nobody of changes; see MemberCollection.
+/// Does not notify; see MemberCollection.
 template <class MemberT, auto KeyOf, U32 kConstant>
 class HashMap {
  public:
@@ -38,7 +38,7 @@ class HashMap {
   size_t heapBytes() const { return table_.heapBytes(); }
   auto begin() const { return table_.begin(); }
   auto end() const { return table_.end(); }
-  /// The member of `key`, or the one behind where it would be.
+  /// The member of `key`, or the one after where it would be.
   auto lowerBound(Key const& key) const { return table_.lowerBound(key); }
 
   /// Null when absent. The collection's reference keeps the member alive only while it is in.
@@ -65,12 +65,12 @@ class HashMap {
   }
   void clear() { table_.clear(); }
 
-  /// A walk that any change between its steps leaves sound; see HashMap2018::Cursor.
+  /// A walk that stays valid across any change between its steps; see HashMap2018::Cursor.
   class Cursor {
    public:
     explicit Cursor(HashMap const& map) : cursor_(map.table_) {}
     Cursor(HashMap const& map, Key const& from) : cursor_(map.table_, from) {}
-    /// The next member, or null at the end. A caller that lets others remove it takes a Ptr.
+    /// The next member, or null at the end. Take a Ptr when it may be removed meanwhile.
     Member* next() {
       Ptr<Member> const* const slot = cursor_.next();
       return slot == nullptr ? nullptr : slot->get();

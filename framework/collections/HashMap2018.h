@@ -24,9 +24,9 @@ struct KeyAndValue {
 /// hash, key), whatever was inserted and removed before. KeyOf is a member of Value, or anything
 /// else that std::invoke takes; kConstant sets the collection's seed apart from the others'.
 ///
-/// Tells nobody of changes; see ValueCollection. Cost: one flat table, nothing while empty. Every
-/// insertion and removal invalidates iterators and pointers to values (a stale iterator is fatal,
-/// in every build); a Cursor survives both.
+/// Does not notify; see ValueCollection. Cost: one flat table, nothing while empty. Every insertion
+/// and removal invalidates iterators and pointers to values (a stale iterator is fatal, in every
+/// build); a Cursor survives both.
 template <class ValueT, auto KeyOf, U32 kConstant>
 class HashMap2018 {
  public:
@@ -84,8 +84,8 @@ class HashMap2018 {
   std::optional<Value> take(Key const& key) { return table_.take(key); }
   void clear() { table_.clear(); }
 
-  /// A walk that any change between its steps leaves sound: it goes on with the first member after
-  /// the last one it gave. The collection must outlive it.
+  /// A walk that stays valid across any change between its steps: it continues with the first
+  /// member after the last one returned. The collection must outlive it.
   class Cursor {
    public:
     explicit Cursor(HashMap2018 const& map) : cursor_(map.table_) {}

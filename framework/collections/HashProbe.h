@@ -8,15 +8,15 @@
 #include <emmintrin.h>
 #endif
 
-/// Looks at four neighbouring hashes of a HashTable at once. Bit i of each result stands for at[i].
+/// Looks at four neighbouring hashes of a HashTable at once. Bit i of each result is about at[i].
 namespace Kiv::HashProbe {
 
-/// What stands in place of the hash of an unused slot: above every hash that a table stores.
+/// The value in place of the hash of an unused slot: above every hash that a table stores.
 inline constexpr U32 kUnused = 0xFFFF'FFFF;
 inline constexpr unsigned kLanes = 4;
 inline constexpr unsigned kAllLanes = (1U << kLanes) - 1;
 
-/// What every machine can do.
+/// The portable form.
 namespace Portable {
 inline unsigned equal(U32 const* at, U32 hash) {
   unsigned lanes = 0;

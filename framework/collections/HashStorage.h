@@ -17,10 +17,10 @@ namespace Kiv {
 
 /// The memory of a HashTable: an array of 32-bit hashes and, in the same allocation, one of slots.
 ///
-/// There are `homes()` home slots, a power of two, and behind them an overflow area for what the
-/// last ones push on; `end()` counts both. Four unused hashes follow the last slot, so that a probe
-/// of four may start anywhere. Without an allocation there are no slots, and every probe finds
-/// unused hashes.
+/// There are `homes()` home slots, a power of two, followed by an overflow area for members
+/// displaced from the last ones; `end()` counts both. Four unused hashes follow the last slot, so
+/// that a probe of four may start anywhere. Without an allocation there are no slots, and every
+/// probe finds unused hashes.
 template <class Slot>
 class HashStorage {
  public:
@@ -71,7 +71,7 @@ class HashStorage {
   U32 const* hashes(size_t at) const { return hashes_ + at; }
   bool used(size_t at) const { return hashes_[at] != HashProbe::kUnused; }
   Slot* slot(size_t at) const { return slots_ + at; }
-  /// Asks for the memory of the slot; there need not be one, so the address is not a pointer yet.
+  /// Prefetches the memory of the slot; it need not exist, so the address is not a pointer yet.
   void prefetchSlot(size_t at) const {
     auto const address = reinterpret_cast<std::uintptr_t>(slots_) + at * sizeof(Slot);
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
@@ -82,7 +82,7 @@ class HashStorage {
     std::construct_at(slots_ + at, std::move(slot));
     hashes_[at] = hash;
   }
-  /// The first unused slot at or behind `at`; end() when there is none.
+  /// The first unused slot at or after `at`; end() when there is none.
   size_t firstUnused(size_t at) const {
     unsigned unused = HashProbe::equal(hashes_ + at, HashProbe::kUnused);
     while (unused == 0) {
@@ -91,7 +91,7 @@ class HashStorage {
     }
     return at + HashProbe::first(unused);
   }
-  /// The first used slot at or behind `at`, or something not below end().
+  /// The first used slot at or after `at`, or something not below end().
   size_t firstUsed(size_t at) const {
     for (; at < end_; at += HashProbe::kLanes) {
       unsigned const lanes = HashProbe::used(hashes_ + at);
@@ -107,7 +107,7 @@ class HashStorage {
     }
     hashes_[from] = HashProbe::kUnused;
   }
-  /// Destroys the slot `at` and moves those behind it down by one, as far as they are displaced.
+  /// Destroys the slot `at` and moves those after it down by one, as far as they are displaced.
   void remove(size_t at) {
     std::destroy_at(slots_ + at);
     for (size_t from = at + 1; used(from) && home(hashes_[from]) < from; ++from, ++at) {
@@ -125,7 +125,7 @@ class HashStorage {
 
  private:
   static constexpr std::align_val_t kAlignment{std::max(alignof(Slot), alignof(U32))};
-  // The hashes that every storage without an allocation shares; nobody writes them.
+  // The hashes that every storage without an allocation shares; they are never written.
   static constexpr U32 kNone[2 + HashProbe::kLanes] = {HashProbe::kUnused, HashProbe::kUnused,
                                                        HashProbe::kUnused, HashProbe::kUnused,
                                                        HashProbe::kUnused, HashProbe::kUnused};

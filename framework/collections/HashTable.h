@@ -29,9 +29,9 @@ namespace Kiv {
 /// none back, clear() gives back all.
 ///
 /// Insertion and removal invalidate iterators and pointers to slots; the use of such an iterator is
-/// fatal, in every build, and in debug builds so is `*end()`. A Cursor survives every change. When
-/// memory runs out, the table is as it was before the call. Slots are destroyed only when the table
-/// is whole again, so their destructors may use it. At most 2^31 members.
+/// fatal, in every build, and in debug builds so is `*end()`. A Cursor survives every change.
+/// Throws std::bad_alloc; the table is then as before the call. Slots are destroyed only when the
+/// table is consistent again, so their destructors may use it. At most 2^31 members.
 ///
 ///   HashTable<NameTraits> table(HashHelper::hashSeed32() ^ 0x1F4E6C39);
 ///   auto const [slot, isNew] = table.insert(Named{key, "r1"});
@@ -99,7 +99,7 @@ class HashTable {
     return at == kAbsent ? nullptr : storage_.slot(at);
   }
   bool contains(Key const& key) const { return locate(key) != kAbsent; }
-  /// Asks for the memory where `key` belongs, so that a look-up soon after need not wait for it.
+  /// Prefetches the memory where `key` belongs, for a look-up soon after.
   void prefetch(Key const& key) const {
     size_t const at = storage_.home(hashOf(key));
     Kiv::prefetch(storage_.hashes(at));
@@ -175,7 +175,7 @@ class HashTable {
         size_t const candidate = at + HashProbe::first(lanes);
         if (Traits::key(*storage_.slot(candidate)) == key) return candidate;
       }
-      // Behind an unused slot, too, there are only greater hashes.
+      // After an unused slot, too, there are only greater hashes.
       if (storage_.hash(at + HashProbe::kLanes - 1) > hash) return kAbsent;
     }
   }
@@ -196,7 +196,7 @@ class HashTable {
     return isAt(at, hash, key) ? at + 1 : at;
   }
 
-  // Makes slot `at`, which may be the one behind the last, an unused one by moving its run up.
+  // Makes slot `at`, which may be one past the last, unused by moving its run up.
   void makeRoom(size_t at) {
     size_t const unused = storage_.firstUnused(at);
     if (unused == storage_.end()) extend();
@@ -283,7 +283,7 @@ class HashTable<Traits>::Iterator {
   friend HashTable;
   static constexpr unsigned kBlock = 4 * HashProbe::kLanes;
 
-  // The first member at or behind index `at`.
+  // The first member at or after index `at`.
   Iterator(HashTable const& table, size_t at)
       : table_(&table), epoch_(table.epoch_), block_(at), lanes_(read()) {
     settle();
@@ -319,10 +319,10 @@ class HashTable<Traits>::Iterator {
   size_t at_ = 0;
 };
 
-/// A walk that any change between its steps leaves sound: growth, insertion, removal of the current
-/// member or of others. It remembers the key of the member that it gave last and goes on with the
-/// first one after it, so that a member that stays throughout is visited exactly once, and one that
-/// is removed and added again is not visited again. The table must outlive it.
+/// A walk that stays valid across any change between its steps: growth, insertion, removal of the
+/// current member or of others. It remembers the key of the member that it returned last and
+/// continues with the first one after it, so that a member that stays throughout is visited exactly
+/// once, and one that is removed and added again is not visited again. The table must outlive it.
 ///
 ///   Cursor cursor(table);
 ///   while (Slot const* slot = cursor.next()) table.erase(keyOf(*slot));
@@ -336,7 +336,7 @@ class HashTable<Traits>::Cursor {
   Cursor(HashTable const& table, Key const& from)
       : table_(&table), epoch_(table.epoch_ - 1), key_(from) {}
 
-  /// The next member, or null at the end; members added behind the last one may follow later. The
+  /// The next member, or null at the end; members added after the last one may follow later. The
   /// pointer is valid until the table changes.
   Slot const* next() {
     Storage const& storage = table_->storage_;

@@ -12,14 +12,14 @@
 
 namespace Kiv {
 
-/// A collection attribute of objects: a HashMap whose owner's notifiees are told, with the member's
-/// key, of every insertion, replacement and removal. A member that is an entity gets the owner as
-/// its parent while it is in.
+/// A collection attribute of objects: a HashMap whose owner's notifiees are notified, with the
+/// member's key, of every insertion, replacement and removal. A member that is an entity gets the
+/// owner as its parent while it is in.
 ///
-/// Each change is stored before anybody is told; what is removed lives until its notification is
+/// Each change is stored before it is notified; what is removed lives until its notification is
 /// over. An entity whose parent changes by it notifies of that afterwards. A handler may change the
-/// collection again, or drop its owner. A mutator that throws for lack of memory has changed
-/// nothing and notified no one.
+/// collection again, or release its owner. A mutator that throws for lack of memory has changed
+/// nothing and notified nothing.
 ///
 /// A const collection gives const members by key and by cursor.
 template <Attr A, class MemberT, auto KeyOf, U32 kConstant>
@@ -53,7 +53,7 @@ class MemberCollection
     if constexpr (kEntities) ownerEntity().kivLeaveChildren();
   }
 
-  /// The member of `key`, or the one behind where it would be.
+  /// The member of `key`, or the one after where it would be.
   auto lowerBound(Key const& key) const { return map_.lowerBound(key); }
   /// Null when absent. Valid while the member is in.
   Member* find(Key const& key) { return map_.find(key); }
@@ -86,8 +86,7 @@ class MemberCollection
     if (changed.moved) keep->notify(Entity::kParent.id);
   }
 
-  // For an owner that has something to do between a change and its notification. The parents change
-  // without one.
+  // For an owner that acts between a change and its notification. The parents change without one.
 
   /// memberIs() without the notification, which announce() makes up for. Whether anything changed.
   bool store(Ptr<Member> const& member) { return put(member).stored; }
@@ -108,7 +107,7 @@ class MemberCollection
     return removed;
   }
   /// Removes every member that is there now, one at a time in the collection's order, each with its
-  /// notification. A member that a handler adds behind the walk stays.
+  /// notification. A member that a handler adds at a place already walked stays.
   void delAll() {
     this->delEach([this](Key const& key) { del(key); });
   }

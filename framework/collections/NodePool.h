@@ -101,7 +101,7 @@ class NodePool {
   size_t bytes_ = 0;
 };
 
-/// Lets a node-based standard container take its nodes from a pool, which must outlive it.
+/// Makes a node-based standard container allocate its nodes from a pool, which must outlive it.
 template <class T>
 class NodePoolAllocator {
  public:

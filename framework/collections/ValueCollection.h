@@ -10,11 +10,12 @@
 
 namespace Kiv {
 
-/// A collection attribute of values: a HashMap2018 whose owner's notifiees are told, with the
+/// A collection attribute of values: a HashMap2018 whose owner's notifiees are notified, with the
 /// member's key, of every insertion, real replacement and removal.
 ///
-/// Each change is stored before anybody is told. A handler may change the collection again, or drop
-/// its owner. A mutator that throws for lack of memory has changed nothing and notified no one.
+/// Each change is stored before it is notified. A handler may change the collection again, or
+/// release its owner. A mutator that throws for lack of memory has changed nothing and notified
+/// nothing.
 template <Attr A, class ValueT, auto KeyOf, U32 kConstant>
 class ValueCollection
     : public CollectionAttribute<A, HashMap2018<ValueT, KeyOf, kConstant>, PtrInterface const> {
@@ -56,7 +57,7 @@ class ValueCollection
     return std::move(*taken);
   }
   /// Removes every member that is there now, one at a time in the collection's order, each with its
-  /// notification. A member that a handler adds behind the walk stays.
+  /// notification. A member that a handler adds at a place already walked stays.
   void delAll() {
     this->delEach([this](Key const& key) { del(key); });
   }

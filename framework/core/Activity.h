@@ -9,7 +9,7 @@ class Activity {
   static Activity& framework();
 };
 
-/// How an activity would hand over one notification; nothing to set with synchronous dispatch.
+/// How an activity would deliver one notification; empty, since dispatch is synchronous.
 class ActivityConfig {};
 
 }  // namespace Kiv

@@ -23,8 +23,8 @@ struct AllocTrackTypeInfo {
   static void trackAllocation(std::type_info const& type);
   static void trackDeallocation(std::type_info const& type);
 
-  /// Every type seen so far, by name. A shared library whose types were counted has to be loaded
-  /// still: the names are in it.
+  /// Every type seen so far, by name. A shared library whose types were counted must still be
+  /// loaded, since it holds the names.
   static std::vector<AllocTrackTypeInfo> snapshot();
   /// The number of framework objects alive now, all types together.
   static U64 liveObjects();

@@ -5,15 +5,14 @@
 
 namespace Kiv {
 
-/// Where a framework object gets the time from, so that a test can hand it another time. Seconds
-/// since some fixed point of the clock's own; never going back.
+/// A source of time, replaceable by tests. Seconds since a fixed point of the clock's own; never
+/// decreasing.
 class Clock : public PtrInterface {
  public:
   virtual double now() const = 0;
 
-  /// Whether time passes between two readings without anybody's doing. Who reads such a clock in a
-  /// tight loop may leave out readings; any other clock stands still unless it is set, and has to
-  /// be read each time.
+  /// Whether time passes between two readings by itself. A tight loop may skip readings of such a
+  /// clock; any other clock changes only when it is set, and has to be read each time.
   virtual bool advancesByItself() const { return false; }
 
  protected:

@@ -30,12 +30,12 @@ class Entity : public PtrInterface {
   Ptr<Entity> parent() const { return Ptr<Entity>(parentRaw()); }
   /// The name of the parent's attribute that holds this entity; empty without a parent.
   String parentAttrName() const;
-  /// This entity itself, as the tree sees it.
+  /// This entity as a node of the tree.
   Ptr<Entity const> entity() const { return Ptr<Entity const>(this); }
 
   /// Puts the entity under `parent`, or under none, and notifies kParent on a real change. The
-  /// caller is what owns it there: the attribute `attribute` of the parent. The death of the parent
-  /// notifies no one. Throws std::bad_alloc; nothing has changed then.
+  /// caller is the attribute `attribute` of the parent, which owns the entity. Destruction of the
+  /// parent does not notify. Throws std::bad_alloc; nothing has changed then.
   void parentIs(Ptr<Entity> const& parent, AttributeId attribute = 0);
 
   // parentIs() in steps, for a collection: it changes the parent together with itself, and only
@@ -47,7 +47,7 @@ class Entity : public PtrInterface {
   bool kivParentStore(Entity& parent, AttributeId attribute) noexcept;
   /// Under no parent any more, if it is under that attribute of `parent`.
   bool kivParentDrop(Entity const& parent, AttributeId attribute) noexcept;
-  /// A collection of a dying entity: no member of it finds a parent any more.
+  /// For a collection of an entity that is being destroyed: its members have no parent any more.
   void kivLeaveChildren() noexcept {
     if (place_ != nullptr) leavePlace();
   }

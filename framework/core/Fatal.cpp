@@ -47,8 +47,8 @@ class ReportBuffer final : public std::streambuf {
   std::array<char, FatalReport::kRoom> room_;
 };
 
-/// At most one report is ever made, but for one within the other, so it is shared. It is in static
-/// memory and never torn down: the process may be ending for lack of memory or in the middle of a
+/// At most one report is made at a time, except for a nested one, so it is shared. It is in static
+/// memory and never destroyed: the process may be ending for lack of memory or in the middle of a
 /// static destructor.
 struct Report {
   ReportBuffer buffer;
@@ -63,8 +63,7 @@ Report& report() noexcept {
 
 unsigned openReports = 0;
 
-/// The C library puts the text of a failed assertion together on the heap, and without memory says
-/// nothing of it.
+/// The C library builds the text of a failed assertion on the heap, and prints none without memory.
 bool hasMemoryForAssertion(size_t textSize) noexcept {
   void* const probe = std::malloc(4 * textSize + 1024);
   std::free(probe);

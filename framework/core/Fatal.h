@@ -63,7 +63,7 @@ template <class... Pieces>
 /// once. Writes `Failed(<condition>) ` and then the pieces, each by its stream operator and bytes
 /// as numbers, to standard error with no line end; then fails the C library's assertion
 /// `"<condition>" == nullptr` with file, line and the full function signature (SIGABRT). Also
-/// without memory: the text is put together in a static buffer.
+/// without memory: the text is built in a static buffer.
 ///
 ///   KIV_CHECK(initialized());
 ///   KIV_CHECK(record != nullptr, "Entry doesn't exist. ", "intfId: ", intfId);

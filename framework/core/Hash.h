@@ -37,7 +37,8 @@ class Hash {
     return *this;
   }
 
-  /// Mixes in `size` bytes. Neighbouring runs of bytes do not run together: their sizes count.
+  /// Mixes in `size` bytes. Sizes are mixed in, so that the boundary between neighbouring runs of
+  /// bytes counts.
   Hash& hashMix(void const* data, size_t size) {
     auto const* at = static_cast<char const*>(data);
     U64 word = 0;
@@ -56,7 +57,7 @@ class Hash {
  private:
   __extension__ using Wide = unsigned __int128;
 
-  // Both halves of the product go on: the upper one spreads high bits downwards, the lower one
+  // Both halves of the product are used: the upper one spreads high bits downwards, the lower one
   // spreads low bits upwards.
   constexpr void fold(U64 word) {
     Wide const product = static_cast<Wide>(state_ ^ word) * kFold;

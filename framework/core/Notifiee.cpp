@@ -30,7 +30,8 @@ void NotifieeList::makeRoom() {
     return;
   }
   if (rep_->used + rep_->reserved < rep_->capacity) return;
-  // A visit in progress goes by the list, not by the block, so the block may move under it.
+  // A visit in progress refers to the list, not to the block, so the block may be reallocated
+  // during it.
   Rep* const grown = allocate(2 * rep_->capacity);
   grown->innermost = rep_->innermost;
   grown->live = rep_->live;

@@ -9,7 +9,7 @@ namespace Kiv {
 class Activity;
 class ActivityConfig;
 
-/// A reactor's base: something that is told of the changes of one notifier.
+/// A reactor's base: receives the changes of one notifier.
 ///
 /// Ownership: holds its notifier; is held by the state machine that made it; leaves the notifier's
 /// list in its own destructor, also when that destructor runs because a constructor threw.
@@ -23,13 +23,12 @@ class NotifieeConst : public PtrInterface {
   virtual void onAttribute(AttributeId id, void const* key) = 0;
   /// The last reference to this notifiee has gone; it is deleted next.
   virtual void onZeroReferences() {}
-  /// The activity hands over a notification. Dispatch here is synchronous, through onAttribute, so
-  /// there is nothing left to do.
+  /// The activity delivers a notification. Empty: dispatch is synchronous, through onAttribute.
   virtual void handleNotification(ActivityConfig*) {}
   /// Switches delivery on or off: on registers with the notifier, off unregisters. Idempotent, so a
   /// reactor switched on by its maker and again by its machine gets one call a change.
   void hasNotificationActiveIs(bool active) override;
-  /// A handler of this notifiee has thrown; the exception goes on to the mutator's caller.
+  /// A handler of this notifiee has thrown; the exception then reaches the mutator's caller.
   virtual void onNotificationException() {}
   /// The state machine this notifiee acts for, or null.
   virtual PtrInterface* actsm() const { return nullptr; }
@@ -46,7 +45,7 @@ class NotifieeConst : public PtrInterface {
   /// was freed and another one made at its address.
   U32 kivBinding() const { return binding_; }
 
-  /// Marks for deletion, and whatever reactors the notifiee has of its own.
+  /// Marks for deletion, including the notifiee's own reactors.
   virtual void kivDoZombieReactors(bool zombie) { kivMarkedForDeletionIs(zombie); }
 
   void handleZeroRef() override;
@@ -87,7 +86,7 @@ class NotifieeRoom {
 };
 
 // A visit in progress, on the stack of visit(). The list knows its visits, innermost first, so that
-// it can tell them when it dies under them.
+// it can end them when it is destroyed during one.
 struct NotifieeList::Visit {
   NotifieeList* list;  // null once the list has died
   Visit* outer;

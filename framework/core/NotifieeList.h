@@ -16,7 +16,7 @@ class NotifieeConst;  // PtrInterface::NotifieeConst
 ///
 /// Re-entrancy: a handler may do anything, also to the list being visited. During a visit
 ///  - a notifiee that removes itself or another one: the removed one is not called any more;
-///  - a notifiee that is added is not called for the change being told, only for later ones;
+///  - a notifiee that is added is not called for the current change, only for later ones;
 ///  - a notifiee that rebinds to another notifier counts as removed;
 ///  - a notifiee may be destroyed, the running one included;
 ///  - the list itself may be destroyed with its owner: the visit ends there.

@@ -2,8 +2,7 @@
 
 namespace Kiv {
 
-/// Asks for the cache line at `address`, which need not be valid, so that reading it soon after
-/// need not wait for memory.
+/// Prefetches the cache line at `address`, which need not be valid.
 [[gnu::always_inline]] inline void prefetch(void const* address) {
   __builtin_prefetch(address);
   // A function that only prefetches counts as one without effect, and g++ drops calls of it; an

@@ -127,5 +127,5 @@ struct std::hash<Kiv::Ptr<T>> {
   size_t operator()(Kiv::Ptr<T> const& p) const { return std::hash<T*>()(p.get()); }
 };
 
-// Behind the class: what the counted objects are is told in terms of Ptr.
+// After the class, since the counted objects are declared in terms of Ptr.
 #include "framework/core/PtrInterface.h"

@@ -70,11 +70,11 @@ class PtrInterface : public VFPtrInterface {
   bool kivMarkedForDeletion() const { return (refWord_ & kMarkedForDeletionBit) != 0; }
   void kivMarkedForDeletionIs(bool marked) { bitIs(kMarkedForDeletionBit, marked); }
 
-  /// The objects told of this object's changes.
+  /// The objects that are notified of this object's changes.
   NotifieeList& notifieeList() const { return notifieeList_; }
 
-  /// Whether this object tells its notifiees of changes. Off after construction; nothing that
-  /// changed while it was off is told later. A notifiee may refuse that it is switched off, by an
+  /// Whether this object notifies its notifiees of changes. Off after construction; changes made
+  /// while it was off are not notified later. A notifiee may refuse that it is switched off, by an
   /// exception.
   bool hasNotificationActive() const { return (refWord_ & kNotificationActiveBit) != 0; }
   virtual void hasNotificationActiveIs(bool active) {
@@ -96,8 +96,8 @@ class PtrInterface : public VFPtrInterface {
   /// A walk over a collection attribute by name. Throws RangeException when there is none.
   std::unique_ptr<GenericIterator> genericIfIterator(std::string_view name);
 
-  /// Tells the notifiees of a change, when notification is active. Called by mutators after the
-  /// change is stored, and at the very end: a handler may destroy this object.
+  /// Notifies of a change when notification is active. Called by mutators after the change is
+  /// stored, and at the very end: a handler may destroy this object.
   void notify(AttributeId id, void const* key = nullptr) const {
     if (hasNotificationActive()) notifieeList_.visit(id, key);
   }
@@ -147,5 +147,5 @@ inline void PtrInterface::kivRefDec() const {
 
 }  // namespace Kiv
 
-// Behind the class: notify() runs inline down to the call of each notifiee.
+// After the class, so that notify() runs inline down to the call of each notifiee.
 #include "framework/core/Notifiee.h"

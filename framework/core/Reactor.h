@@ -41,7 +41,7 @@ constexpr auto keyed(void (C::*handler)(K)) {
 
 /// One dispatch row of a reactor: a change of attribute A runs Handler, a member function of the
 /// owner or of the reactor itself.
-///  - A handler without parameters stands for the whole attribute: it runs on every change, and
+///  - A handler without parameters is for the whole attribute: it runs on every change, and
 ///    once when the reactor is rebound to another notifier.
 ///  - A handler with one parameter gets the member's key; a notification without a key is ignored.
 ///    If a collection is to be handled whole when the reactor is rebound, Whole names the handler.
@@ -127,8 +127,8 @@ struct Rows {
 /// A reactor with handlers of its own names its rows inside its class instead, as `Rows`.
 ///
 /// Construction binds the notifier and calls no handler. An attribute that no row names is ignored.
-/// A reactor that is marked for deletion, or whose owner has gone, dispatches nothing. A handler
-/// may destroy the reactor: nothing of it is touched after a handler has run.
+/// A reactor that is marked for deletion, or whose owner was destroyed, dispatches nothing. A
+/// handler may destroy the reactor: it is not accessed after a handler has run.
 template <class Self, class NotifierT, class OwnerT, class... Row>
 class Reactor : public NotifieeConst {
  public:
@@ -153,7 +153,7 @@ class Reactor : public NotifieeConst {
   /// remaining ones run for the last binding only.
   ///
   /// A handler that throws ends the run; the reactor is bound and registered all the same, and the
-  /// exception goes on. Throws std::bad_alloc before anything has changed.
+  /// exception is rethrown. Throws std::bad_alloc before anything has changed.
   void notifierIs(Ptr<PtrInterface const> const& notifier) override {
     if (notifier) {
       PtrInterface const& object = *notifier;
@@ -181,7 +181,7 @@ class Reactor : public NotifieeConst {
     this->isRegisteredNotifieeIs(true);
   }
 
-  /// A handler may let go of the owner or of the reactor: both are held until it returns.
+  /// A handler may release the owner or the reactor: both are held until it returns.
   void onAttribute(AttributeId id, void const* key) override {
     static_assert(Self::Rows::template kWatch<Notifier>,
                   "a row of the reactor names an attribute of another type than the notifier's");
@@ -194,7 +194,7 @@ class Reactor : public NotifieeConst {
 
   PtrInterface* actsm() const override { return owner_; }
   Owner* owner() const { return owner_; }
-  /// The owner disowns its reactors when it dies: a late notification then runs no handler.
+  /// The owner disowns its reactors when it is destroyed: a late notification then runs no handler.
   void ownerIs(Owner* owner) { owner_ = owner; }
 
   template <class C>

@@ -5,8 +5,8 @@
 
 namespace Kiv {
 
-/// What every state machine shares: its `initialized` flag and the three operations that it passes
-/// on to its reactors.
+/// Base of the state machines: the `initialized` flag and the three operations that are forwarded
+/// to the reactors.
 ///
 /// Derived names its reactors once, in attribute order, and its child machines:
 ///
@@ -14,13 +14,13 @@ namespace Kiv {
 ///   template <class F> void kivEachChild(F f) { f(childSm_); }     // Ptrs; null ones are skipped
 ///
 /// When its last reference goes, before its destructor runs, a machine marks and disowns its
-/// reactors: from then on none of them dispatches anything, also when somebody else still holds it.
-/// A constructor that throws leaves that to the slots, which do it for what they hold.
+/// reactors: from then on none of them dispatches anything, even if it is still referenced
+/// elsewhere. A constructor that throws leaves that to the slots, which do it for what they hold.
 template <class Derived, class Base = PtrInterface>
 class StateMachine : public Base {
  public:
   bool initialized() const { return initialized_; }
-  /// Stores the flag and tells nobody.
+  /// Stores the flag; does not notify.
   void initializedIs(bool initialized) { initialized_ = initialized; }
 
   /// Switches the machine's own notification, its reactors and its child machines. Nothing when

@@ -30,7 +30,7 @@ concept HasStrep = requires(T const& value) {
   { value.valueToStrep() } -> std::same_as<String>;
 };
 
-/// Throws the RangeException that names what was expected and shows what stands there instead.
+/// Throws the RangeException that names what was expected and shows what was found instead.
 [[noreturn]] void throwUnexpected(String::Iterator it, String::Iterator end,
                                   std::string_view expected);
 
@@ -44,18 +44,18 @@ void strepToValueEnd(String::Iterator const& it, String::Iterator const& end);
 /// bytes above 0x7e as \xHH. Every byte string comes back from quotedFromStrep() unchanged.
 String quotedToStrep(std::string_view text);
 /// Reads a quoted text. Bytes that need no escape may be escaped as \xHH, and raw bytes other than
-/// quote and backslash stand for themselves.
+/// quote and backslash are literal.
 std::string quotedFromStrep(String::Iterator& it, String::Iterator const& end);
 
-/// Writes `text` for a human reader: as it is, or escaped when it has control bytes.
+/// Writes `text` for people: verbatim, or escaped when it has control bytes.
 void streamPlain(std::ostream& stream, std::string_view text);
 
 /// An attempt to read a form. Unless it succeeds, texts that the parsers have added to the pool of
-/// names meanwhile are taken out again, so that refused forms cost no memory. Attempts nest; a
-/// parser keeps no name but in the value that it returns.
+/// names meanwhile are removed again, so that refused forms cost no memory. Attempts nest; a parser
+/// keeps no name but in the value that it returns.
 class StrepAttempt {
  public:
-  /// The pool of names: how many it has, and how to take out those that came after.
+  /// The pool of names: its size, and how to remove those added later.
   struct Names {
     U32 (*population)();
     void (*shrink)(U32 population);

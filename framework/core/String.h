@@ -21,7 +21,7 @@ namespace Kiv {
 class String {
  public:
   /// Walks the bytes; what a parser of string forms advances. It points into the string it came
-  /// from and is good for as long as a copy of that string lives.
+  /// from and is valid as long as a copy of that string lives.
   class Iterator {
    public:
     using iterator_concept = std::contiguous_iterator_tag;
@@ -74,7 +74,7 @@ class String {
     if (rep_ != nullptr) release();
   }
 
-  /// The bytes, NUL-terminated; good for as long as a copy of this string lives.
+  /// The bytes, NUL-terminated; valid as long as a copy of this string lives.
   char const* charPtr() const noexcept { return rep_ != nullptr ? rep_->bytes() : kNoBytes; }
   std::string stdString() const { return std::string(view()); }
   std::string_view view() const noexcept { return {charPtr(), size()}; }

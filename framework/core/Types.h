@@ -11,12 +11,11 @@ using U16 = std::uint16_t;
 using U32 = std::uint32_t;
 using U64 = std::uint64_t;
 
-/// An integer of one byte. Whoever writes one for a human reader writes a number, never a
-/// character.
+/// An integer of one byte. Output for people writes one as a number, never as a character.
 template <class T>
 concept ByteInteger = std::integral<T> && sizeof(T) == 1 && !std::same_as<T, bool>;
 
-/// What to hand to a stream in place of `value`: a byte as a number, anything else as it is.
+/// What to write to a stream in place of `value`: a byte as a number, anything else as it is.
 template <class T>
 constexpr decltype(auto) numberIfByte(T const& value) {
   if constexpr (ByteInteger<T>) {
@@ -26,7 +25,7 @@ constexpr decltype(auto) numberIfByte(T const& value) {
   }
 }
 
-/// An opaque handle that the library passes through and never looks into.
+/// An opaque handle that the library passes through and never interprets.
 using VoidPtr = void*;
 
 /// Number of an attribute inside its type. A type derived from PtrInterface numbers its own
@@ -37,8 +36,9 @@ inline constexpr AttributeId kFirstPtrInterfaceAttribute = 130;
 inline constexpr AttributeId kFirstEntityAttribute = 258;
 
 /// An attribute id with two types: the key that a notification for it passes, `void` for a scalar
-/// attribute and the member key for a collection; and the type that has the attribute, so that no
-/// other type's attribute of the same number is taken for it. `void` as owner: not checked.
+/// attribute and the member key for a collection; and the type that has the attribute, so that
+/// another type's attribute of the same number does not compile in its place. `void` as owner: not
+/// checked.
 ///
 ///   static constexpr Kiv::Attr<Ovra::IpAddr, OverlaySrcMacRewrite> kIpAndMac{259};
 template <class KeyT = void, class OwnerT = void>

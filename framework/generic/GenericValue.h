@@ -28,8 +28,8 @@ struct PtrTarget<Ptr<T>> {
 
 }  // namespace detail
 
-/// Any value as the generic interface carries it: nothing, a value in its string form, or an
-/// object. A Kiv::String attribute's string form is its bare text.
+/// Any value of the generic interface: nothing, a value in its string form, or an object. A
+/// Kiv::String attribute's string form is its bare text.
 class GenericValue {
  public:
   GenericValue() = default;

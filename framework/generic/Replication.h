@@ -55,7 +55,7 @@ template <auto Collection, auto Setter, auto Deleter>
 bool copyValue(PtrInterface const& from, PtrInterface& to, void const* key) {
   using T = typename MemberPointer<decltype(Collection)>::Class;
   using C = typename MemberPointer<decltype(Collection)>::Type;
-  // Copies: what the notification points at may go while the change is told.
+  // Copies: what the notification points at may be destroyed while the change is notified.
   auto const own = *static_cast<typename C::Key const*>(key);
   auto& target = static_cast<T&>(to);
   auto const* const wanted = (static_cast<T const&>(from).*Collection).find(own);

@@ -12,7 +12,7 @@
 
 namespace Kiv {
 
-/// What can be done to an attribute by name.
+/// The operations on an attribute by name.
 enum class GenericOp : U8 {
   Get,     ///< scalar: its value; collection: the member under the key given, or nothing
   Set,     ///< scalar: the new value; collection: the value, or the key of a member to make
@@ -21,8 +21,8 @@ enum class GenericOp : U8 {
   Call,    ///< operation: its arguments, in order
 };
 
-/// A walk over one collection, in its order. Any change between steps leaves it sound. Holds the
-/// object that owns the collection.
+/// A walk over one collection, in its order. It stays valid across any change between steps. Holds
+/// the object that owns the collection.
 class GenericIterator {
  public:
   virtual ~GenericIterator() = default;
@@ -31,15 +31,15 @@ class GenericIterator {
   virtual GenericValue iterKey() const = 0;
   virtual GenericValue iterObj() const = 0;
   virtual void iterInc() = 0;
-  /// Removes the current member through its type's deleter and goes on to the next.
+  /// Removes the current member through its type's deleter and moves to the next.
   virtual void iterDel() = 0;
 };
 
 enum class AttributeKind : U8 { Constant, Scalar, Values, Members, Operation };
 
-/// How one attribute of an object is made to follow the same attribute of another object of its
-/// type. Typed underneath: no string form is made. Keys are those that a notification carries. What
-/// an attribute has no use for is null; all null: it cannot be written by name.
+/// Makes one attribute of an object follow the same attribute of another object of its type. Typed:
+/// no string form is made. Keys are those of notifications. Operations that an attribute does not
+/// have are null; all null: it cannot be written by name.
 struct AttributeReplication {
   /// Scalar: the value; collection of values: the member under `key`, or its absence. Through the
   /// type's mutators. False when both were equal already.
@@ -108,8 +108,8 @@ class Type {
 };
 
 /// Announces types, so that they can be found and made by name. One static object a library; it
-/// notes the functions only, the records are built when somebody asks. Withdrawn when the library
-/// is unloaded.
+/// notes the functions only, the records are built on first use. Withdrawn when the library is
+/// unloaded.
 class TypeRegistration {
  public:
   using Record = Type const& (*)();

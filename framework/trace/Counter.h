@@ -6,9 +6,9 @@
 #include "framework/core/Types.h"
 
 namespace Ringlog {
-/// Turns counter readings into wall time. What a tick is worth is measured by the steady clock; the
+/// Turns counter readings into wall time. The length of a tick is measured by the steady clock; the
 /// wall clock is read once, when the records are decoded. So times of one decoding never run
-/// backwards, also when the wall clock was set in between: they are then all by the new setting.
+/// backwards, also when the wall clock was set in between: all of them then use the new setting.
 class TimeLine {
  public:
   using Wall = std::chrono::system_clock::time_point;

@@ -128,8 +128,8 @@ class ReconciledTable {
   /// the newest audit.
   static constexpr Kiv::U64 kAuditMarks = 255;
   Kiv::U64 auditStarted();
-  /// The audit met the key in the chip, with that action. A row that waits for room, and was put
-  /// there by somebody else as it is wanted, waits no longer. False when the row looks wrong.
+  /// The audit met the key in the chip, with that action. A row that waits for room and was written
+  /// by another program as it is wanted waits no longer. False when the row looks wrong.
   bool seen(Kiv::U64 key, Kiv::U64 action, Kiv::U64 audit);
   static bool isSeen(BfnChip::RowTable::Slot const& slot, Kiv::U64 audit);
   /// What is wrong with the key now, by the chip and by what is wanted. Throws what the chip's

@@ -19,7 +19,7 @@ namespace Host {
 /// calls commit() after a whole bring-up, which walks the chip once and makes the difference. So an
 /// agent that starts again over a chip with the right rows writes nothing.
 ///
-/// Running: changes go on to the chip, at once or, with turnsIs(true), at the end of a turn
+/// Running: changes are written to the chip, at once or, with turnsIs(true), at the end of a turn
 /// (flush()): later changes of a row replace earlier ones. A read or a walk flushes first, so what
 /// is read is what the chip holds. entryCount() never does.
 ///

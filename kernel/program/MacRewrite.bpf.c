@@ -118,7 +118,7 @@ static __always_inline void count_hit(const __u64* key) {
   // Another CPU may have added the row's entry meanwhile: then count in that one.
   const __u64 first = 1;
   if (bpf_map_update_elem(&hits, key, &first, BPF_NOEXIST) == 0) {
-    // Whoever erases a row erases its hits after it, but may have done so before they were added.
+    // The eraser of a row erases its hits after it, but may have done so before they were added.
     if (!bpf_map_lookup_elem(&rows, key)) bpf_map_delete_elem(&hits, key);
     return;
   }

@@ -372,7 +372,7 @@ TEST_F(AgentSmTest, TheAttributesStandInTheirOrder) {
 
 // Those who read recorded rings know this trace by its line. When this fails because something
 // above handleStartMacRewriteSm() in agent/BfnMacRewriteAgentSm.cpp has grown or shrunk, move code
-// across the handler until the statement stands on line 51 again; do not change the number here.
+// across the handler until the statement is on line 51 again; do not change the number here.
 TEST_F(AgentSmTest, TheTraceOfStageTwoStandsOnItsLine) {
   host.bringUp();
   auto const found = Ringlog::MsgDesc::find("BfnMacRewriteAgentSm", "handleStartMacRewriteSm");

@@ -1,5 +1,5 @@
-// Two tunnel ends with a host behind each, as they are on any Linux machine: what the far host
-// receives when the program sits on the near end's VXLAN device.
+// Two tunnel ends with a host at each, as they are on any Linux machine: what the far host receives
+// when the program sits on the near end's VXLAN device.
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -237,7 +237,8 @@ TEST_F(Live, TunnelOverIpv6IsTheSame) {
               AllOf(HasSubstr(kRows), Not(HasSubstr(kNearsOwn))));
 }
 
-// The frames go on while there is no process, and a ping of a hundred a second loses none.
+// Frames are still forwarded while there is no process, and a ping of a hundred a second loses
+// none.
 TEST_F(Live, NoPingIsLostWhenTheProcessDiesAndTheNextOneOpensTheTable) {
   pid_t const child = fork();
   ASSERT_GE(child, 0);

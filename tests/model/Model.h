@@ -69,7 +69,7 @@ struct IntfMachine {
   bool exists = false;
   Table<std::int8_t, 3> source;  // ports, VLANs, sub-interfaces
 };
-/// A reactor on one VRF of the route status; it hears nothing while it is bound to another one.
+/// A reactor on one VRF of the route status; it is not notified while it is bound to another one.
 struct RouteReactor {
   bool exists = false;
   bool hears = false;

@@ -42,7 +42,7 @@ class Listener final : public Kiv::NotifieeConst {
 };
 
 // The model of one notifier's list: the serials in order of registration. A visit works on a copy
-// and asks before each call whether that registration still stands; registrations have serials of
+// and asks before each call whether that registration is still valid; registrations have serials of
 // their own, so that one that left and came back is another one.
 struct Registration {
   U64 listener;
@@ -62,7 +62,7 @@ class World {
 
   void step() { act(); }
 
-  // Tells of one change of notifier `at`, checking each call against the model.
+  // Notifies one change of notifier `at`, checking each call against the model.
   void visit(size_t at) {
     Model const before = models_[at];
     Notifier* const notifier = notifiers_[at].get();
@@ -74,7 +74,7 @@ class World {
     } catch (HandlerFailed const&) {
       outer_ = expected.outer;
       --depth_;
-      // A listener that is still registered has been told of its exception.
+      // A listener that is still registered has been notified of its exception.
       if (running_ != 0) {
         EXPECT_EQ(told_, registered(before.notifier, running_) ? running_ : 0);
         running_ = told_ = 0;
@@ -89,7 +89,7 @@ class World {
     }
     outer_ = expected.outer;
     --depth_;
-    // Nobody who was due at the end has been left out.
+    // Every listener that was due at the end has been called.
     EXPECT_EQ(nextDue(expected), before.list.size());
   }
 
@@ -189,7 +189,7 @@ class World {
     model(notifier)->list.push_back({listener, ++numbers_});
   }
   void renewNotifier(size_t at) {
-    // A notifier that is replaced lives on while somebody watches it.
+    // A notifier that is replaced lives on while it is watched.
     if (!models_[at].list.empty()) gone_.push_back(models_[at]);
     notifiers_[at] = makeActive<Notifier>(++serials_);
     models_[at] = {serials_, {}};
@@ -242,7 +242,7 @@ class World {
   std::vector<Ptr<Listener>> listeners_;
   Visit* outer_ = nullptr;
   int depth_ = 0;
-  // The registration whose handler has thrown, and the one that was told of an exception.
+  // The registration whose handler has thrown, and the one that was notified of an exception.
   U64 running_ = 0;
   U64 told_ = 0;
 };

@@ -35,7 +35,7 @@ class Child final : public Kiv::StateMachine<Child> {
   Log* log_;
 };
 
-// Two reactors, a child machine, and a constructor that can be told to fail.
+// Two reactors, a child machine, and a constructor that can be made to fail.
 class Machine final : public Kiv::StateMachine<Machine> {
  public:
   class KivFirst;
@@ -267,8 +267,8 @@ TEST_F(StateMachineTest, InitializedIsStoredAndNobodyIsTold) {
   EXPECT_THAT(log, IsEmpty());
 }
 
-// Stands where a reactor would, and notes what its machine does to it and how the machine is marked
-// by then.
+// Takes the place of a reactor and records what its machine does to it and how the machine is
+// marked by then.
 struct Part {
   char const* name;
   Log* log;

@@ -91,7 +91,7 @@ class RandomRun {
     }
   }
 
-  // Somebody else at the chip.
+  // Another writer of the chip.
   void meddle(Kiv::U32 n) {
     auto const direct = chip_.open({2, 0, BfnId::BfnPipeId(0), "q", kTable}).value();
     std::array<BfnDriver::Change, 1> change;
