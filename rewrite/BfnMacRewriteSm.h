@@ -7,6 +7,7 @@
 #include "agent/records/Export.h"
 #include "framework/collections/HashMap.h"
 #include "framework/collections/HashMap2018.h"
+#include "framework/collections/ReactorCollection.h"
 #include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
 #include "framework/core/StateMachine.h"

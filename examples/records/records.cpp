@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/collections/ReactorCollection.h"
 #include "framework/collections/ReactorSlot.h"
 #include "framework/core/Reactor.h"
 #include "framework/core/StateMachine.h"

@@ -1,4 +1,5 @@
 #pragma once
 
 // The include path of earlier releases, installed beside the others.
+#include "framework/collections/ReactorCollection.h"
 #include "framework/collections/ReactorSlot.h"

@@ -1,3 +1,5 @@
+#include "framework/collections/ReactorCollection.h"
+
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "framework/collections/ReactorSlot.h"
 #include "framework/core/Attribute.h"
 #include "framework/core/Reactor.h"
 #include "framework/core/StateMachine.h"
