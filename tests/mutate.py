@@ -5,8 +5,12 @@ A fault is a comparison turned, a condition negated, a constant changed, a state
 statements swapped. Which ones are planted, and in which order, follows from the seed alone. Faults
 are planted in a copy of the tree below build/mutate, never in the work tree.
 
-A fault that does not compile, or that leaves the optimised object code as it was, does not count.
-It is killed by the first test program that fails or exceeds its time: the room's own suites first,
+Most faults are compiled together, each chosen at run time by KIV_FAULT: `s;` becomes
+`{ if (kivFault(7)) { t; } else { s; } }`. A fault that cannot be written so, in a declaration for
+one, is compiled by itself.
+
+A fault that does not compile, or that leaves the optimised assembly as it was, does not count. It
+is killed by the first test program that fails or exceeds its time: the room's own suites first,
 then every other suite and lab script. Results are kept by source text, so that a run that was
 stopped goes on where it was; after a change of the tests, `--again` tries the survivors once more.
 """
@@ -177,6 +181,73 @@ def faults_of(path, source):
     return sorted(found, key=lambda f: (f[2], f[1], f[3], f[4]))
 
 
+# A whole statement that is no declaration, one that returns or throws included.
+WHOLE = re.compile(STATEMENT.pattern.replace(r"return\s+\S|", "").replace("|throw )", ")"), re.M)
+
+
+def regions_of(source, faults):
+    """The spans of a file that can be written twice: statements, runs of them, and conditions."""
+    text = masked(source)
+    inside, depth = inside_function(text), parentheses(text)
+    statements, conditions = [], []
+    for m in WHOLE.finditer(text):
+        start, end = m.span("text")
+        words = text[start:end]
+        if inside[start] and not depth[start] and not depth[end - 1] and (
+                re.match(r"(return|throw)\b", words) or not DECLARATION.match(words)):
+            statements.append((start, end))
+    for m in CONDITION.finditer(text):
+        close = matching(text, m.end() - 1)
+        if inside[m.start()] and not re.search(
+                r";|[\w>&*] +[*&]?(?:const )?\w+ = ", text[m.end():close]):
+            conditions.append((m.end(), close))
+    statements += [(f["start"], f["end"]) for f in faults if f["what"] == "swapped"]
+    runs = []
+    for start, end in sorted(statements):
+        if runs and start < runs[-1][1]:
+            runs[-1] = (runs[-1][0], max(end, runs[-1][1]))
+        else:
+            runs.append((start, end))
+    return [(*r, "statement") for r in runs] + [(*c, "condition") for c in conditions]
+
+
+def written_together(source, numbered):
+    """The source with all faults in it, each to be chosen by its number; and those left out."""
+    regions = regions_of(source, [f for _, f in numbered])
+    chosen, alone = {}, []
+    for number, fault in numbered:
+        region = next((r for r in regions if r[0] <= fault["start"] and fault["end"] <= r[1]), None)
+        if region:
+            chosen.setdefault(region, []).append((number, fault))
+        else:
+            alone.append(fault)
+    for (start, end, kind), faults in sorted(chosen.items(), reverse=True):
+        old = source[start:end]
+        text = "" if kind == "statement" else "("
+        for number, fault in faults:
+            new = source[start:fault["start"]] + fault["new"] + source[fault["end"]:end]
+            new = re.sub(r"\s*\n\s*", " ", re.sub(r" *//[^\n]*", "", new))
+            text += (f"if (kivFault({number})) {{ {new} }} else " if kind == "statement" else
+                     f"kivFault({number}) ? static_cast<bool>({new}) : ")
+        text = f"{{ {text}{{ {old} }} }}" if kind == "statement" else \
+            f"{text}static_cast<bool>({old}))"
+        source = source[:start] + text + source[end:]
+    return source, alone
+
+
+CHOOSER = """#pragma once
+#include <cstdlib>
+#include <type_traits>
+inline int kivPlantedFault() {
+  static int const number = std::getenv("KIV_FAULT") ? std::atoi(std::getenv("KIV_FAULT")) : 0;
+  return number;
+}
+constexpr bool kivFault(int number) {
+  return std::is_constant_evaluated() ? false : kivPlantedFault() == number;
+}
+"""
+
+
 def faults_of_room(room, seed):
     """All faults of a room in the order in which they are tried."""
     faults = []
@@ -247,23 +318,22 @@ def stop(*_):
 class Check:
     """One program to run: a suite, the model, or a lab script."""
 
-    def __init__(self, name, target, command, folder):
-        self.name, self.target, self.command, self.folder = name, target, command, folder
+    def __init__(self, name, target, command):
+        self.name, self.target, self.command = name, target, command
         self.limit = 300.0
 
 
 class Tree:
     """A copy of the sources with a build of its own."""
 
-    def __init__(self, number):
-        self.source = WORK / f"tree{number}"
-        self.build = WORK / f"build{number}"
-        # Objects of the unchanged sources come from the cache when a fault is taken out again.
-        self.environment = dict(os.environ, CCACHE_DIR=str(WORK / "ccache"), GTEST_FAIL_FAST="1",
-                                CCACHE_BASEDIR=str(WORK), CCACHE_NOHASHDIR="1", GTEST_BRIEF="1",
-                                CCACHE_MAXSIZE="2G")
-        self.environment.pop("CCACHE_DISABLE", None)
-        self.planted = None
+    def __init__(self):
+        self.source = WORK / "tree"
+        self.build = self.source / "build" / "release"
+        self.environment = dict(os.environ, GTEST_FAIL_FAST="1", GTEST_BRIEF="1",
+                                CMAKE_GENERATOR="Ninja")
+        self.environment.pop("KIV_FAULT", None)
+        self.changed = {}
+        self.plain = {}
 
     def prepare(self):
         self.source.mkdir(parents=True, exist_ok=True)
@@ -281,70 +351,79 @@ class Tree:
                 copy.parent.mkdir(parents=True, exist_ok=True)
                 copy.write_bytes(data)
                 shutil.copymode(ROOT / name, copy)
-        # Objects of the unchanged sources may be added to the cache, those of a fault may not.
-        self.environment.pop("CCACHE_READONLY", None)
-        status, output = run(["cmake", "-G", "Ninja", "-S", str(self.source), "-B", str(self.build),
-                              "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_BUILD_TYPE=Plain",
-                              "-DBFN_WERROR=OFF", "-DCMAKE_CXX_FLAGS=-O0 -w",
-                              "-DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON"],
+        (self.source / "kiv_fault.h").write_text(CHOOSER)
+        status, output = run(["cmake", "--preset", "release"], cwd=self.source,
                              env=self.environment)
         if status != 0:
             sys.exit(f"mutate: cmake fails:\n{output[-3000:]}")
 
-    def build_unchanged(self, checks):
-        self.environment.pop("CCACHE_READONLY", None)
-        status, output = self.make(checks, "-j2")
-        if status != 0:
-            sys.exit(f"mutate: the unchanged tree does not build:\n{output[-3000:]}")
-        self.environment["CCACHE_READONLY"] = "1"
-
-    def make(self, checks, jobs="-j1"):
+    def make(self, checks, jobs=1):
         targets = {check.target for check in checks}
         if "macrewrite-lab" in targets:
             targets.add("BfnMacRewrite")  # opened at run time
-        return run(["ninja", "-C", str(self.build), jobs, *sorted(targets)], env=self.environment)
+        return run(["ninja", "-C", str(self.build), f"-j{jobs}", "-k0", *sorted(targets)],
+                   env=self.environment)
 
-    def plant(self, fault):
-        """Puts one fault in, and takes out the one before."""
-        self.clear()
-        path = self.source / fault["file"]
-        source = path.read_text()
-        path.write_text(source[:fault["start"]] + fault["new"] + source[fault["end"]:])
-        self.planted = (path, source)
+    def write(self, name, text):
+        """Changes one file of the copy until clear(). Nothing in it gives a warning."""
+        path = self.source / name
+        self.changed.setdefault(path, (ROOT / name).read_text())
+        text = f'#pragma GCC system_header\n#include "kiv_fault.h"\n#line 1 "{path}"\n{text}'
+        if name.endswith(".cpp"):
+            # The pragma works in an included file alone.
+            path.with_suffix(".cpp.planted").write_text(text)
+            text = f'#include "{name}.planted"\n'
+        path.write_text(text)
 
     def clear(self):
-        if self.planted:
-            path, source = self.planted
+        for path, source in self.changed.items():
             path.write_text(source)
-            self.planted = None
+        self.changed = {}
 
-    def passes(self, check):
-        folder = self.build / check.folder
+    def plant(self, fault):
+        """Puts one fault in, and takes out what was there before."""
+        self.clear()
+        source = (ROOT / fault["file"]).read_text()
+        self.write(fault["file"], source[:fault["start"]] + fault["new"] + source[fault["end"]:])
+
+    def passes(self, check, number=0, worker=0):
+        folder = WORK / f"scratch{worker}"
+        folder.mkdir(exist_ok=True)
         command = [part.replace("@source@", str(self.source)).replace("@build@", str(self.build))
                    for part in check.command]
         # A fault may allocate without end, or leave a core file for each death test.
         command = ["sh", "-c", 'ulimit -c 0; ulimit -v 4000000; exec "$@"', "sh", *command]
-        status, _ = run(command, timeout=check.limit, cwd=folder, env=self.environment)
+        status, _ = run(command, timeout=check.limit, cwd=folder,
+                        env={**self.environment, "KIV_FAULT": str(number)})
         return status == 0
 
-    def same_code(self, fault):
-        """Whether the optimiser makes the same of a source file with its fault and without."""
-        if not fault["file"].endswith(".cpp"):
-            return False
-        path = self.source / fault["file"]
+    def assembly(self, name, text):
+        """What the optimiser makes of a source file with this text."""
+        path = self.source / name
         for entry in json.loads((self.build / "compile_commands.json").read_text()):
             if entry["file"] != str(path):
                 continue
-            command = [word for word in entry["command"].split() if "ccache" not in word]
-            command = command[:command.index("-o")] + ["-O2", "-o", "/dev/stdout", "-S", str(path)]
-            command = command[next(i for i, w in enumerate(command) if w.endswith("g++")):]
-            _, with_fault = run(command, cwd=entry["directory"])
-            planted = path.read_text()
-            path.write_text(self.planted[1])
-            _, without = run(command, cwd=entry["directory"])
-            path.write_text(planted)
-            return with_fault == without
-        return False
+            # Beside the file itself, since it is found by none of its includes.
+            other = path.with_name("kiv_assembly.cpp")
+            other.write_text(f'#line 1 "{path}"\n{text}')
+            words = entry["command"].split()
+            first = next(i for i, word in enumerate(words) if word.endswith("g++"))
+            status, output = run([*words[first:words.index("-o")], "-w", "-S", "-o", "-", str(other)],
+                                 cwd=entry["directory"])
+            other.unlink()
+            return output if status == 0 else None
+        return None
+
+    def same_code(self, fault):
+        name = fault["file"]
+        if not name.endswith(".cpp"):
+            return False
+        source = (ROOT / name).read_text()
+        if name not in self.plain:
+            self.plain[name] = self.assembly(name, source)
+        with_fault = self.assembly(name, source[:fault["start"]] + fault["new"] +
+                                   source[fault["end"]:])
+        return with_fault is not None and with_fault == self.plain[name]
 
 
 def suites_below(folder):
@@ -358,10 +437,10 @@ def suites_below(folder):
 
 def checks_of(room):
     """The room's own suites, then what else can notice a fault in it."""
-    suite = lambda name, folder: Check(name, name, [f"@build@/bin/{name}"], folder)
+    suite = lambda name, _: Check(name, name, [f"@build@/bin/{name}"])
     own = [suite(*s) for s in suites_below(room)]
     wider = [Check("model_run", "model_run", ["@build@/bin/model_run", "--events", "20000",
-                                              "--seed", "1000", "--hash-seed", "1"], ".")]
+                                              "--seed", "1000", "--hash-seed", "1"])]
     # A framework suite is not linked with the plug-in.
     folders = [r for r in PLUGIN_ROOMS + ["model", "faults", "lab"]]
     if room.startswith("framework/"):
@@ -370,26 +449,30 @@ def checks_of(room):
         wider += [suite(*s) for s in suites_below(folder) if s[0] not in {c.name for c in own}]
     for script in sorted((ROOT / "tests" / "lab").glob("*.lab")):
         wider.append(Check(script.name, "macrewrite-lab",
-                           ["@build@/bin/macrewrite-lab", f"@source@/tests/lab/{script.name}"],
-                           "tests/lab"))
+                           ["@build@/bin/macrewrite-lab", f"@source@/tests/lab/{script.name}"]))
     targets = {c.target for c in own}
     return own, [c for c in wider if c.name not in targets]
 
 
-def judge(tree, fault, own, wider):
-    """What becomes of one planted fault."""
+def judge(tree, fault, checks, number=0, worker=0):
+    """What becomes of a fault that is compiled in."""
+    for check in checks:
+        if not tree.passes(check, number, worker):
+            return {"result": "killed", "by": check.name}
+    return {"result": "same code" if tree.same_code(fault) else "survived"}
+
+
+def judge_alone(tree, fault, own, wider):
+    """Compiles one fault by itself, as few programs as will do."""
     tree.plant(fault)
-    stages = [own, wider] if own else [wider]
-    for checks in stages:
+    for checks in [own, wider]:
         status, _ = tree.make(checks)
         if status != 0:
             return {"result": "does not compile"}
-        if checks is wider and tree.same_code(fault):
-            return {"result": "same code"}
-        for check in checks:
-            if not tree.passes(check):
-                return {"result": "killed", "by": check.name}
-    return {"result": "survived"}
+        verdict = judge(tree, fault, checks)
+        if verdict["result"] != "survived":
+            break
+    return verdict
 
 
 # --- A run ----------------------------------------------------------------------------------------
@@ -404,7 +487,37 @@ def measure(tree, checks):
         check.limit = 10.0 + 8.0 * (time.monotonic() - started)
 
 
-def run_room(room, options):
+def compile_together(tree, faults, checks, jobs):
+    """Compiles in what can be, and gives (number, fault) of those, and the faults left over."""
+    alone = []
+    numbered = list(enumerate(faults, 1))
+    for _ in range(12):
+        tree.clear()
+        left_out = []
+        for name in sorted({f["file"] for _, f in numbered}):
+            text, not_here = written_together((ROOT / name).read_text(),
+                                              [(n, f) for n, f in numbered if f["file"] == name])
+            left_out += not_here
+            tree.write(name, text)
+        alone += left_out
+        numbered = [(n, f) for n, f in numbered if f not in left_out]
+        status, output = tree.make(checks, jobs)
+        if status == 0:
+            return numbered, alone
+        # What a compiler complains about is compiled by itself.
+        wrong = {(name, int(line)) for name, line in
+                 re.findall(r"([\w./]+):(\d+):\d+: (?:error|note)", output)}
+        guilty = [f for _, f in numbered if any(
+            name.endswith(f["file"]) and f["line"] <= line <= f["line"] + f["old"].count("\n") + 3
+            for name, line in wrong)]
+        if not guilty:
+            sys.exit(f"mutate: the tree does not build:\n{output[-3000:]}")
+        alone += guilty
+        numbered = [(n, f) for n, f in numbered if f not in guilty]
+    sys.exit("mutate: the tree does not build")
+
+
+def run_room(tree, room, options):
     log = WORK / f"{room.replace('/', '-')}.jsonl"
     done = {}
     if log.exists():
@@ -412,19 +525,18 @@ def run_room(room, options):
             entry = json.loads(line)
             done[entry["key"]] = entry
     faults = faults_of_room(room, options.seed)
-    counted = lambda key: done.get(key, {}).get("result") in ("killed", "survived")
-    own, wider = checks_of(room)
-    trees = options.trees
     lock = threading.Lock()
-    measured = False
+    own, wider = checks_of(room)
+    tried_again = set()
 
     def record(fault, verdict):
         entry = {**{k: fault[k] for k in ("key", "file", "line", "what", "old", "new")}, **verdict}
-        done[fault["key"]] = entry
-        with log.open("a") as out:
-            out.write(json.dumps(entry) + "\n")
-        if verdict["result"] == "survived" or options.verbose:
-            print(f"  {verdict['result']}: {describe(fault)}", flush=True)
+        with lock:
+            done[fault["key"]] = entry
+            with log.open("a") as out:
+                out.write(json.dumps(entry) + "\n")
+            if verdict["result"] == "survived" or options.verbose:
+                print(f"  {verdict['result']}: {describe(fault)}", flush=True)
 
     while True:
         # The sample is the first `count` faults that count; it grows until enough do.
@@ -432,49 +544,41 @@ def run_room(room, options):
         for fault in faults:
             if len(sample) + len(todo) >= options.count:
                 break
-            if fault["key"] not in done:
+            result = done.get(fault["key"], {}).get("result")
+            if result is None or (result == "survived" and options.again and
+                                  fault["key"] not in tried_again):
                 todo.append(fault)
-            elif counted(fault["key"]):
-                if options.again and done[fault["key"]]["result"] == "survived" and \
-                        not done[fault["key"]].get("again"):
-                    todo.append(fault)
-                else:
-                    sample.append(fault)
+                tried_again.add(fault["key"])
+            elif result in ("killed", "survived"):
+                sample.append(fault)
         if not todo:
             break
-        if not measured:
-            for tree in trees:
-                tree.build_unchanged(own + wider)
-            measure(trees[0], own + wider)
-            measured = True
-        # Faults of one file one after the other: taking one out then rebuilds nothing else.
-        todo.sort(key=lambda f: (f["file"], f["start"]))
+        together, alone = compile_together(tree, todo, own + wider, options.jobs)
+        measure(tree, own + wider)
+        queue = list(together)
 
-        def work(tree):
+        def work(worker):
             while True:
                 with lock:
-                    if not todo:
+                    if not queue:
                         return
-                    fault = todo.pop(0)
-                verdict = judge(tree, fault, own, wider)
-                if options.again:
-                    verdict["again"] = True
-                with lock:
-                    record(fault, verdict)
+                    number, fault = queue.pop(0)
+                record(fault, judge(tree, fault, own + wider, number, worker))
 
-        threads = [threading.Thread(target=work, args=(tree,)) for tree in trees]
+        threads = [threading.Thread(target=work, args=(n,)) for n in range(options.jobs)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join()
-    for tree in trees:
-        tree.clear()
+        # Those of one file one after the other: taking one out then rebuilds nothing else.
+        for fault in sorted(alone, key=lambda f: (f["file"], f["start"])):
+            record(fault, judge_alone(tree, fault, own, wider))
+    tree.clear()
     survivors = [f for f in sample if done[f["key"]]["result"] == "survived"]
     print(f"{room}: {len(sample)} planted, {len(sample) - len(survivors)} killed, "
           f"{len(survivors)} survived (seed {options.seed})")
     for fault in sorted(survivors, key=lambda f: (f["file"], f["start"])):
         print(f"  {describe(fault)}")
-    return len(survivors)
 
 
 def describe(fault):
@@ -506,11 +610,10 @@ def main():
         return
     signal.signal(signal.SIGINT, stop)
     signal.signal(signal.SIGTERM, stop)
-    options.trees = [Tree(number) for number in range(options.jobs)]
-    for tree in options.trees:
-        tree.prepare()
+    tree = Tree()
+    tree.prepare()
     for room in rooms:
-        run_room(room, options)
+        run_room(tree, room, options)
 
 
 main()

@@ -31,6 +31,7 @@ class FanOut {
       members_.erase(found);
     } else {
       *found = nullptr;
+      holes_ = true;
     }
   }
 
@@ -50,13 +51,17 @@ class FanOut {
         if (!first) first = std::current_exception();
       }
     }
-    if (--depth_ == 0) std::erase(members_, nullptr);
+    if (--depth_ == 0 && holes_) {
+      std::erase(members_, nullptr);
+      holes_ = false;
+    }
     return first;
   }
 
  private:
   std::vector<T*> members_;  // null: removed during each()
   int depth_ = 0;
+  bool holes_ = false;
 };
 
 }  // namespace Corvo

@@ -60,7 +60,7 @@ class Replica::Node final : public PtrInterface {
     forEachAttribute(original->fwkType(),
                      [this](AttributeDescription const& attribute) { fill(attribute); });
     copy_->hasNotificationActiveIs(true);
-    // The guard is the copy's first notifiee: nothing else watches the copy yet.
+    // The guard is the copy's first notifiee: nobody watches the copy yet.
     guard_ = Kiv::makeActive<Guard>(copy, this);
     source_ = publisher_->source(original_);
     source_->replicas().add(this);
@@ -80,6 +80,7 @@ class Replica::Node final : public PtrInterface {
   }
 
   void follow(AttributeDescription const& attribute, void const* key) {
+    Following const following(*this);
     if (attribute.replication.member != nullptr) {
       followMember(attribute, key);
     } else if (attribute.replication.copy != nullptr) {
@@ -97,7 +98,7 @@ class Replica::Node final : public PtrInterface {
     }
     void ownerIs(Node* owner) { owner_ = owner; }
     void onAttribute(Kiv::AttributeId id, void const* key) override {
-      if (owner_ == nullptr) return;
+      if (owner_ == nullptr || std::exchange(owner_->following_, false)) return;
       if (AttributeDescription const* const attribute = changed(*owner_->original_, id, key)) {
         Ptr<Node> const node(owner_);
         node->guard(*attribute, key);
@@ -111,7 +112,20 @@ class Replica::Node final : public PtrInterface {
     Node* owner_;
   };
 
-  // Keeps the copy's notification off: neither the change nor its reversal is notified.
+  // While a change of the original is done to the copy. Its notification, the first that the guard
+  // gets, needs no check; the handlers after the guard run with following_ off.
+  class Following {
+   public:
+    explicit Following(Node& node) : node_(node) { node_.following_ = true; }
+    Following(Following const&) = delete;
+    Following& operator=(Following const&) = delete;
+    ~Following() { node_.following_ = false; }
+
+   private:
+    Node& node_;
+  };
+
+  // Keeps the copy's notification off: nobody hears of the change, nor of its being taken back.
   class Silence {
    public:
     explicit Silence(Node& node) : node_(node) {
@@ -213,6 +227,7 @@ class Replica::Node final : public PtrInterface {
   std::unordered_map<PtrInterface const*, Ptr<Node>> members_;  // by copy
   Ptr<Guard> guard_;
   Ptr<Publisher::Source> source_;
+  bool following_ = false;
   bool restoring_ = false;
 };
 

@@ -319,6 +319,10 @@ struct Replacement {
   bool manager, merge, core, translator;
 };
 
+void PrintTo(Replacement const& replacement, std::ostream* out) {
+  *out << replacement.input;
+}
+
 class ReplacedInputTest : public BfnTest::PluginTest,
                           public ::testing::WithParamInterface<Replacement> {};
 

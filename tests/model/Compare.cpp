@@ -6,7 +6,7 @@
 
 // The model's numbers against the plug-in's objects and the chip's bytes. The bytes are put
 // together by hand.
-namespace ModelTest {
+namespace BfnTest {
 
 namespace {
 
@@ -262,4 +262,4 @@ Differ stateDiffers(World const& world, State const& s) {
   return report.difference();
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

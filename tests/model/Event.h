@@ -3,82 +3,178 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "tests/model/Universe.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
-enum class Kind : std::uint8_t {
-  // The host agent's VRFs: a = object, b = name, c = id.
-  NameToId,
-  NameToIdDel,
-  IdToName,
-  IdToNameDel,
-  Vrf,
-  VrfDel,
-  // Routing status: a = object, b = interface, c = key VLAN, d = VLAN, e = VRF id.
-  Routing,
-  RoutingDel,
-  RoutingAgain,
-  RoutingVlan,
-  RoutingOther,
-  RoutingDelAll,
-  // Addresses: a = 0 the current status object, 1 the one that the machine watches; b = VRF id, c =
-  // address, d = interface, e = self.
-  Address,
-  AddressDel,
-  AddressDelAll,
-  VrfStatus,
-  VrfStatusDel,
-  VrfStatusDelAll,
-  // Hardware route status: b = name, c = id, d = VLAN.
-  Route,
-  RouteId,
-  RouteVlan,
-  RouteDel,
-  RouteDelAll,
-  // Configuration: a = object, b = name, c = address, d = MAC.
-  Line,
-  LineDel,
-  LineDelAll,
-  // Other objects in the place of those that are there: a = object, 255 for null.
-  UseL3,
-  UsePorts,
-  UseVlans,
-  UseSubIntfs,
-  UseCli,
-  UseEntry,
-  NewAgentConfig,
-  NoAgentConfig,
-  NewAgentStatus,
-  NoAgentStatus,
-  UseCapability,
-  // The profile: a = known name or supported.
-  ProfileName,
-  Supported,
-  // Bring-up.
-  Create,
-  Destroy,
-  Stage1,
-  Stage2,
-  // The chip: a = capacity, pool; faults: a = how many or which, b = way.
-  Capacity,
-  Resources,
-  FailNext,
-  FailNth,
-  FaultsClear,
-  // a = step.
-  Clock,
-  kCount
+/// The events of the sequences. Objects, names, ids and so on are indexes into the universe's
+/// tables; kNone is null where an object may be null.
+namespace event {
+
+// The host agent's VRFs.
+struct NameToId {
+  int l3, name, id;
+};
+struct NameToIdDel {
+  int l3, name;
+};
+struct IdToName {
+  int l3, id, name;
+};
+struct IdToNameDel {
+  int l3, id;
+};
+struct Vrf {
+  int l3, name, id;
+};
+struct VrfDel {
+  int l3, name;
 };
 
-struct Event {
-  Kind kind = Kind::Clock;
-  std::uint8_t a = 0, b = 0, c = 0, d = 0, e = 0;
+// Interfaces' routing status. RoutingVlan changes the object in place and notifies of nothing.
+struct Routing {
+  int object, intf, keyVlan, vlan, vrf;
+};
+struct RoutingDel {
+  int object, intf, keyVlan;
+};
+struct RoutingAgain {
+  int object, intf, keyVlan;
+};
+struct RoutingVlan {
+  int object, intf, keyVlan, vlan;
+};
+struct RoutingOther {
+  int object;
+};
+struct RoutingDelAll {
+  int object;
 };
 
-inline constexpr std::uint8_t kNull = 255;
+// Addresses, in the current status object or in the one that the machine watches.
+struct Address {
+  bool watched;
+  int vrf, ip, intf;
+  bool self;
+};
+struct AddressDel {
+  bool watched;
+  int vrf, ip;
+};
+struct AddressDelAll {
+  bool watched;
+  int vrf;
+};
+struct VrfStatus {
+  bool watched;
+  int vrf;
+};
+struct VrfStatusDel {
+  bool watched;
+  int vrf;
+};
+struct VrfStatusDelAll {
+  bool watched;
+};
+
+// The hardware route status.
+struct Route {
+  int name, id, vlan;
+};
+struct RouteId {
+  int name, id;
+};
+struct RouteVlan {
+  int name, vlan;
+};
+struct RouteDel {
+  int name;
+};
+struct RouteDelAll {};
+
+// The configuration.
+struct Line {
+  int cli, name, ip, mac;
+};
+struct LineDel {
+  int cli, name, ip;
+};
+struct LineDelAll {
+  int cli;
+};
+
+// Other objects in the place of those that are there.
+struct UseL3 {
+  int l3;
+};
+struct UseRouting {
+  int source;  ///< 0 ports, 1 VLANs, 2 sub-interfaces
+  int object;
+};
+struct UseCli {
+  int cli;
+};
+struct UseEntry {
+  int entry;
+};
+struct NewAgentConfig {};
+struct NoAgentConfig {};
+struct NewAgentStatus {};
+struct NoAgentStatus {};
+struct UseCapability {
+  bool there;
+};
+
+// The profile.
+struct ProfileName {
+  bool known;
+};
+struct Supported {
+  bool supported;
+};
+
+// Bring-up.
+struct Create {};
+struct Destroy {};
+struct Stage1 {};
+struct Stage2 {};
+
+// The chip. `how` is a BfnChip::Fault::Kind.
+struct Capacity {
+  int capacity;
+};
+struct Resources {
+  int capacity;
+};
+struct FailNext {
+  int count, how;
+};
+struct FailNth {
+  int number, how;
+};
+struct FaultsClear {};
+
+struct Clock {
+  int step;
+};
+
+}  // namespace event
+
+using Event = std::variant<
+    event::NameToId, event::NameToIdDel, event::IdToName, event::IdToNameDel, event::Vrf,
+    event::VrfDel, event::Routing, event::RoutingDel, event::RoutingAgain, event::RoutingVlan,
+    event::RoutingOther, event::RoutingDelAll, event::Address, event::AddressDel,
+    event::AddressDelAll, event::VrfStatus, event::VrfStatusDel, event::VrfStatusDelAll,
+    event::Route, event::RouteId, event::RouteVlan, event::RouteDel, event::RouteDelAll,
+    event::Line, event::LineDel, event::LineDelAll, event::UseL3, event::UseRouting, event::UseCli,
+    event::UseEntry, event::NewAgentConfig, event::NoAgentConfig, event::NewAgentStatus,
+    event::NoAgentStatus, event::UseCapability, event::ProfileName, event::Supported, event::Create,
+    event::Destroy, event::Stage1, event::Stage2, event::Capacity, event::Resources,
+    event::FailNext, event::FailNth, event::FaultsClear, event::Clock>;
+
 inline constexpr Table<std::size_t, 6> kCapacity{1000, 1000, 20, 8, 3, 0};
 /// In seconds; no sum of them is the log's interval.
 inline constexpr Table<double, 3> kClockStep{1.37, 17.93, 61.11};
@@ -91,4 +187,4 @@ std::vector<Event> randomSequence(std::uint64_t seed, int length);
 /// The event as a statement on a `World world`.
 std::string toCode(Event const& event);
 
-}  // namespace ModelTest
+}  // namespace BfnTest

@@ -1,14 +1,15 @@
 #include "tests/model/Model.h"
 
 #include <algorithm>
+#include <concepts>
 #include <string_view>
 
-namespace ModelTest {
+namespace BfnTest {
 
 namespace {
 
-std::int8_t object(int index) {
-  return static_cast<std::int8_t>(index == kNull ? kNone : index);
+std::int8_t small(int index) {
+  return static_cast<std::int8_t>(index);
 }
 template <class T>
 void fillNone(T& array) {
@@ -39,29 +40,22 @@ Model::Model(Orders const& orders) : orders_(orders), s_() {
   fillNone(s_.nth);
 }
 
-bool Model::possible(Event const& e) const {
-  switch (e.kind) {
-    case Kind::Create:
-      return !s_.agent;
-    case Kind::Destroy:
-      return s_.agent;
-    case Kind::RoutingVlan:
-      return s_.routing[e.a][e.b][e.c].serial != 0;
-    case Kind::RouteId:
-    case Kind::RouteVlan:
-      return s_.route[e.b].serial != 0;
-    case Kind::Address:
-    case Kind::AddressDel:
-    case Kind::AddressDelAll:
-    case Kind::VrfStatus:
-    case Kind::VrfStatusDel:
-    case Kind::VrfStatusDelAll:
-      return currentStatus(e) != kNone;
-    case Kind::FailNext:
-      return s_.runCount < s_.runs.size();
-    default:
-      return true;
-  }
+bool Model::possible(Event const& event) const {
+  return std::visit(
+      [this]<class E>(E const& e) -> bool {
+        if constexpr (std::same_as<E, event::Create>) return !s_.agent;
+        if constexpr (std::same_as<E, event::Destroy>) return s_.agent;
+        if constexpr (std::same_as<E, event::RoutingVlan>) {
+          return s_.routing[e.object][e.intf][e.keyVlan].serial != 0;
+        }
+        if constexpr (std::same_as<E, event::RouteId> || std::same_as<E, event::RouteVlan>) {
+          return s_.route[e.name].serial != 0;
+        }
+        if constexpr (requires { e.watched; }) return statusOf(e.watched) != kNone;
+        if constexpr (std::same_as<E, event::FailNext>) return s_.runCount < s_.runs.size();
+        return true;
+      },
+      event);
 }
 
 std::optional<Death> Model::apply(Event const& event, Effects& effects) {
@@ -69,7 +63,7 @@ std::optional<Death> Model::apply(Event const& event, Effects& effects) {
   effects = {};
   effects_ = &effects;
   try {
-    run(event);
+    std::visit([this](auto const& e) { on(e); }, event);
   } catch (Exception const& exception) {
     effects.thrown = exception.thrown;
   } catch (Death const& death) {
@@ -79,184 +73,190 @@ std::optional<Death> Model::apply(Event const& event, Effects& effects) {
   return std::nullopt;
 }
 
-void Model::run(Event const& e) {
-  switch (e.kind) {
-    case Kind::NameToId:
-      nameToIdIs(e.a, e.b, e.c);
-      break;
-    case Kind::NameToIdDel:
-      nameToIdDel(e.a, e.b);
-      break;
-    case Kind::IdToName:
-      s_.l3[e.a].idToName[e.c] = object(e.b);
-      break;
-    case Kind::IdToNameDel:
-      s_.l3[e.a].idToName[e.c] = kNone;
-      break;
-    case Kind::Vrf: {
-      int const before = s_.l3[e.a].nameToId[e.b];
-      s_.l3[e.a].idToName[e.c] = object(e.b);
-      vrfLeaves(e.a, e.b, before, [&] { nameToIdIs(e.a, e.b, e.c); });
-      break;
-    }
-    case Kind::VrfDel:
-      vrfLeaves(e.a, e.b, s_.l3[e.a].nameToId[e.b], [&] { nameToIdDel(e.a, e.b); });
-      break;
-    case Kind::Routing:
-      routingIs(e.a, e.b, e.c, {++s_.serials, static_cast<std::uint16_t>(kVlanValue[e.d]), e.e});
-      break;
-    case Kind::RoutingDel:
-      if (s_.routing[e.a][e.b][e.c].serial != 0) routingIs(e.a, e.b, e.c, {});
-      break;
-    case Kind::RoutingAgain:
-      routingTell(e.a, e.b, e.c);
-      break;
-    case Kind::RoutingVlan: {
-      // The object may be the one in the merged collection, which then does not notify.
-      IntfStatus& status = s_.routing[e.a][e.b][e.c];
-      status.vlan = static_cast<std::uint16_t>(kVlanValue[e.d]);
-      if (s_.merged[e.b].serial == status.serial) s_.merged[e.b].vlan = status.vlan;
-      break;
-    }
-    case Kind::RoutingOther:
-      break;
-    case Kind::RoutingDelAll:
-      for (int const key : orders_.routing) {
-        int const intf = key / kKeyVlans;
-        int const vlan = key % kKeyVlans;
-        if (s_.routing[e.a][intf][vlan].serial != 0) routingIs(e.a, intf, vlan, {});
-      }
-      break;
-    case Kind::Address:
-      s_.status[currentStatus(e)].present[e.b] = true;
-      if (int const status = currentStatus(e); s_.rewriteMachine.status == status) {
-        s_.rewriteMachine.statusReactor[e.b] = s_.rewriteMachine.exists;
-      }
-      addressIs(currentStatus(e), e.b, e.c, {true, e.d, e.e != 0});
-      break;
-    case Kind::AddressDel:
-      addressDel(currentStatus(e), e.b, e.c);
-      break;
-    case Kind::AddressDelAll:
-      for (int const ip : orders_.statusIps) addressDel(currentStatus(e), e.b, ip);
-      break;
-    case Kind::VrfStatus:
-      s_.status[currentStatus(e)].present[e.b] = true;
-      if (s_.rewriteMachine.exists && s_.rewriteMachine.status == currentStatus(e)) {
-        s_.rewriteMachine.statusReactor[e.b] = true;
-      }
-      break;
-    case Kind::VrfStatusDel:
-      vrfStatusDel(currentStatus(e), e.b);
-      break;
-    case Kind::VrfStatusDelAll:
-      for (int vrf = 0; vrf < kIds; ++vrf) vrfStatusDel(currentStatus(e), vrf);
-      break;
-    case Kind::Route:
-      routeIs(e.b, {++s_.serials, e.c, kVlanValue[e.d]});
-      break;
-    case Kind::RouteId:
-      s_.route[e.b].id = e.c;
-      break;
-    case Kind::RouteVlan: {
-      if (s_.route[e.b].vlan == kVlanValue[e.d]) break;
-      s_.route[e.b].vlan = kVlanValue[e.d];
-      RewriteMachine& machine = s_.rewriteMachine;
-      if (machine.exists && machine.routeReactor[e.b].hears) handleRoute(machine, e.b);
-      break;
-    }
-    case Kind::RouteDel:
-      s_.route[e.b] = {};
-      s_.rewriteMachine.routeReactor[e.b] = {};
-      break;
-    case Kind::RouteDelAll:
-      s_.route = {};
-      s_.rewriteMachine.routeReactor = {};
-      break;
-    case Kind::Line:
-      lineIs(e.a, e.b, e.c, e.d);
-      break;
-    case Kind::LineDel:
-      lineDel(e.a, e.b, e.c);
-      break;
-    case Kind::LineDelAll:
-      for (int const key : orders_.lines) lineDel(e.a, key / kIps, key % kIps);
-      break;
-    case Kind::UseL3:
-      s_.useL3 = object(e.a);
-      break;
-    case Kind::UsePorts:
-      s_.useRouting[0] = object(e.a);
-      break;
-    case Kind::UseVlans:
-      s_.useRouting[1] = object(e.a);
-      break;
-    case Kind::UseSubIntfs:
-      s_.useRouting[2] = object(e.a);
-      break;
-    case Kind::UseCli:
-      s_.useCli = object(e.a);
-      break;
-    case Kind::UseEntry:
-      s_.useEntry = object(e.a);
-      break;
-    case Kind::NewAgentConfig:
-      s_.useConfig = static_cast<std::int8_t>(freeConfig());
-      clear(s_.config[s_.useConfig]);
-      break;
-    case Kind::NoAgentConfig:
-      s_.useConfig = kNone;
-      break;
-    case Kind::NewAgentStatus:
-      s_.useStatus = static_cast<std::int8_t>(freeStatus());
-      clear(s_.status[s_.useStatus]);
-      break;
-    case Kind::NoAgentStatus:
-      s_.useStatus = kNone;
-      break;
-    case Kind::UseCapability:
-      s_.useCapability = e.a != kNull;
-      break;
-    case Kind::ProfileName:
-      s_.profileKnown = e.a != 0;
-      break;
-    case Kind::Supported:
-      s_.supported = e.a != 0;
-      break;
-    case Kind::Create:
-      s_.agent = true;
-      break;
-    case Kind::Destroy:
-      destroy();
-      break;
-    case Kind::Stage1:
-      if (s_.agent) stage1();
-      break;
-    case Kind::Stage2:
-      if (s_.agent) stage2();
-      break;
-    case Kind::Capacity:
-      s_.capacity = kCapacity[e.a];
-      break;
-    case Kind::Resources:
-      s_.resources = kCapacity[e.a];
-      break;
-    case Kind::FailNext:
-      s_.runs[s_.runCount++] = {e.a, e.b};
-      break;
-    case Kind::FailNth:
-      s_.nth[e.a - 1] = static_cast<std::int8_t>(e.b);
-      break;
-    case Kind::FaultsClear:
-      fillNone(s_.nth);
-      s_.runCount = 0;
-      break;
-    case Kind::Clock:
-      s_.clock += kClockStep[e.a];
-      break;
-    case Kind::kCount:
-      break;
+// The host agent's VRFs.
+
+void Model::on(event::NameToId const& e) {
+  nameToIdIs(e.l3, e.name, e.id);
+}
+void Model::on(event::NameToIdDel const& e) {
+  nameToIdDel(e.l3, e.name);
+}
+void Model::on(event::IdToName const& e) {
+  s_.l3[e.l3].idToName[e.id] = small(e.name);
+}
+void Model::on(event::IdToNameDel const& e) {
+  s_.l3[e.l3].idToName[e.id] = kNone;
+}
+void Model::on(event::Vrf const& e) {
+  int const before = s_.l3[e.l3].nameToId[e.name];
+  s_.l3[e.l3].idToName[e.id] = small(e.name);
+  vrfLeaves(e.l3, e.name, before, [&] { nameToIdIs(e.l3, e.name, e.id); });
+}
+void Model::on(event::VrfDel const& e) {
+  vrfLeaves(e.l3, e.name, s_.l3[e.l3].nameToId[e.name], [&] { nameToIdDel(e.l3, e.name); });
+}
+
+// Routing status.
+
+void Model::on(event::Routing const& e) {
+  routingIs(e.object, e.intf, e.keyVlan,
+            {++s_.serials, static_cast<std::uint16_t>(kVlanValue[e.vlan]),
+             static_cast<std::uint8_t>(e.vrf)});
+}
+void Model::on(event::RoutingDel const& e) {
+  if (s_.routing[e.object][e.intf][e.keyVlan].serial != 0) {
+    routingIs(e.object, e.intf, e.keyVlan, {});
   }
+}
+void Model::on(event::RoutingAgain const& e) {
+  routingTell(e.object, e.intf, e.keyVlan);
+}
+void Model::on(event::RoutingVlan const& e) {
+  // The very object may be the one in the merged collection.
+  IntfStatus& status = s_.routing[e.object][e.intf][e.keyVlan];
+  status.vlan = static_cast<std::uint16_t>(kVlanValue[e.vlan]);
+  if (s_.merged[e.intf].serial == status.serial) s_.merged[e.intf].vlan = status.vlan;
+}
+void Model::on(event::RoutingOther const&) {}
+void Model::on(event::RoutingDelAll const& e) {
+  for (int const key : orders_.routing)
+    on(event::RoutingDel{e.object, key / kKeyVlans, key % kKeyVlans});
+}
+
+// Addresses.
+
+void Model::on(event::Address const& e) {
+  int const status = statusOf(e.watched);
+  on(event::VrfStatus{e.watched, e.vrf});
+  addressIs(status, e.vrf, e.ip, {true, static_cast<std::uint8_t>(e.intf), e.self});
+}
+void Model::on(event::AddressDel const& e) {
+  addressDel(statusOf(e.watched), e.vrf, e.ip);
+}
+void Model::on(event::AddressDelAll const& e) {
+  for (int const ip : orders_.statusIps) addressDel(statusOf(e.watched), e.vrf, ip);
+}
+void Model::on(event::VrfStatus const& e) {
+  int const status = statusOf(e.watched);
+  s_.status[status].present[e.vrf] = true;
+  RewriteMachine& machine = s_.rewriteMachine;
+  if (machine.exists && machine.status == status) machine.statusReactor[e.vrf] = true;
+}
+void Model::on(event::VrfStatusDel const& e) {
+  vrfStatusDel(statusOf(e.watched), e.vrf);
+}
+void Model::on(event::VrfStatusDelAll const& e) {
+  for (int vrf = 0; vrf < kIds; ++vrf) vrfStatusDel(statusOf(e.watched), vrf);
+}
+
+// The hardware route status.
+
+void Model::on(event::Route const& e) {
+  routeIs(e.name, {++s_.serials, static_cast<std::uint8_t>(e.id), kVlanValue[e.vlan]});
+}
+void Model::on(event::RouteId const& e) {
+  s_.route[e.name].id = static_cast<std::uint8_t>(e.id);
+}
+void Model::on(event::RouteVlan const& e) {
+  if (s_.route[e.name].vlan == kVlanValue[e.vlan]) return;
+  s_.route[e.name].vlan = kVlanValue[e.vlan];
+  RewriteMachine& machine = s_.rewriteMachine;
+  if (machine.exists && machine.routeReactor[e.name].hears) handleRoute(machine, e.name);
+}
+void Model::on(event::RouteDel const& e) {
+  s_.route[e.name] = {};
+  s_.rewriteMachine.routeReactor[e.name] = {};
+}
+void Model::on(event::RouteDelAll const&) {
+  s_.route = {};
+  s_.rewriteMachine.routeReactor = {};
+}
+
+// The configuration.
+
+void Model::on(event::Line const& e) {
+  lineIs(e.cli, e.name, e.ip, e.mac);
+}
+void Model::on(event::LineDel const& e) {
+  lineDel(e.cli, e.name, e.ip);
+}
+void Model::on(event::LineDelAll const& e) {
+  for (int const key : orders_.lines) lineDel(e.cli, key / kIps, key % kIps);
+}
+
+// Other objects.
+
+void Model::on(event::UseL3 const& e) {
+  s_.useL3 = small(e.l3);
+}
+void Model::on(event::UseRouting const& e) {
+  s_.useRouting[e.source] = small(e.object);
+}
+void Model::on(event::UseCli const& e) {
+  s_.useCli = small(e.cli);
+}
+void Model::on(event::UseEntry const& e) {
+  s_.useEntry = small(e.entry);
+}
+void Model::on(event::NewAgentConfig const&) {
+  s_.useConfig = small(freeConfig());
+  clear(s_.config[s_.useConfig]);
+}
+void Model::on(event::NoAgentConfig const&) {
+  s_.useConfig = kNone;
+}
+void Model::on(event::NewAgentStatus const&) {
+  s_.useStatus = small(freeStatus());
+  clear(s_.status[s_.useStatus]);
+}
+void Model::on(event::NoAgentStatus const&) {
+  s_.useStatus = kNone;
+}
+void Model::on(event::UseCapability const& e) {
+  s_.useCapability = e.there;
+}
+void Model::on(event::ProfileName const& e) {
+  s_.profileKnown = e.known;
+}
+void Model::on(event::Supported const& e) {
+  s_.supported = e.supported;
+}
+
+// Bring-up.
+
+void Model::on(event::Create const&) {
+  s_.agent = true;
+}
+void Model::on(event::Destroy const&) {
+  destroy();
+}
+void Model::on(event::Stage1 const&) {
+  if (s_.agent) stage1();
+}
+void Model::on(event::Stage2 const&) {
+  if (s_.agent) stage2();
+}
+
+// The chip and the clock.
+
+void Model::on(event::Capacity const& e) {
+  s_.capacity = kCapacity[e.capacity];
+}
+void Model::on(event::Resources const& e) {
+  s_.resources = kCapacity[e.capacity];
+}
+void Model::on(event::FailNext const& e) {
+  s_.runs[s_.runCount++] = {static_cast<std::uint8_t>(e.count), static_cast<std::uint8_t>(e.how)};
+}
+void Model::on(event::FailNth const& e) {
+  s_.nth[e.number - 1] = small(e.how);
+}
+void Model::on(event::FaultsClear const&) {
+  fillNone(s_.nth);
+  s_.runCount = 0;
+}
+void Model::on(event::Clock const& e) {
+  s_.clock += kClockStep[e.step];
 }
 
 // The host's setters.
@@ -360,8 +360,8 @@ void Model::lineDel(int cli, int name, int ip) {
   if (s_.cliMachine.exists && s_.cliMachine.cli == cli) handleLine(s_.cliMachine, name, ip);
 }
 
-int Model::currentStatus(Event const& e) const {
-  if (e.a != 0 && s_.rewriteMachine.exists && s_.rewriteMachine.status != kNone) {
+int Model::statusOf(bool watched) const {
+  if (watched && s_.rewriteMachine.exists && s_.rewriteMachine.status != kNone) {
     return s_.rewriteMachine.status;
   }
   return s_.useStatus;
@@ -425,4 +425,4 @@ void Model::destroy() {
   s_.cliMachine = {};
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

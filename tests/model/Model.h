@@ -8,7 +8,7 @@
 #include "tests/model/Event.h"
 #include "tests/model/Universe.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
 // Everything below is plain values: a copy of a State is a state to go back to. Objects that the
 // plug-in compares by identity are numbers: an index where there is a fixed set, else a serial.
@@ -201,7 +201,54 @@ class Model {
     Thrown thrown;
   };
 
-  void run(Event const& event);
+  // One for each kind of event: what the host does, and what comes of it.
+  void on(event::NameToId const& e);
+  void on(event::NameToIdDel const& e);
+  void on(event::IdToName const& e);
+  void on(event::IdToNameDel const& e);
+  void on(event::Vrf const& e);
+  void on(event::VrfDel const& e);
+  void on(event::Routing const& e);
+  void on(event::RoutingDel const& e);
+  void on(event::RoutingAgain const& e);
+  void on(event::RoutingVlan const& e);
+  void on(event::RoutingOther const& e);
+  void on(event::RoutingDelAll const& e);
+  void on(event::Address const& e);
+  void on(event::AddressDel const& e);
+  void on(event::AddressDelAll const& e);
+  void on(event::VrfStatus const& e);
+  void on(event::VrfStatusDel const& e);
+  void on(event::VrfStatusDelAll const& e);
+  void on(event::Route const& e);
+  void on(event::RouteId const& e);
+  void on(event::RouteVlan const& e);
+  void on(event::RouteDel const& e);
+  void on(event::RouteDelAll const& e);
+  void on(event::Line const& e);
+  void on(event::LineDel const& e);
+  void on(event::LineDelAll const& e);
+  void on(event::UseL3 const& e);
+  void on(event::UseRouting const& e);
+  void on(event::UseCli const& e);
+  void on(event::UseEntry const& e);
+  void on(event::NewAgentConfig const& e);
+  void on(event::NoAgentConfig const& e);
+  void on(event::NewAgentStatus const& e);
+  void on(event::NoAgentStatus const& e);
+  void on(event::UseCapability const& e);
+  void on(event::ProfileName const& e);
+  void on(event::Supported const& e);
+  void on(event::Create const& e);
+  void on(event::Destroy const& e);
+  void on(event::Stage1 const& e);
+  void on(event::Stage2 const& e);
+  void on(event::Capacity const& e);
+  void on(event::Resources const& e);
+  void on(event::FailNext const& e);
+  void on(event::FailNth const& e);
+  void on(event::FaultsClear const& e);
+  void on(event::Clock const& e);
 
   // The host's setters: what they store and whom they notify.
   void nameToIdIs(int l3, int name, int id);
@@ -218,7 +265,7 @@ class Model {
   void routeIs(int name, RouteState const& route);
   void lineIs(int cli, int name, int ip, int mac);
   void lineDel(int cli, int name, int ip);
-  int currentStatus(Event const& event) const;
+  int statusOf(bool watched) const;
   int freeConfig() const;
   int freeStatus() const;
 
@@ -266,4 +313,4 @@ class Model {
   Effects* effects_ = nullptr;
 };
 
-}  // namespace ModelTest
+}  // namespace BfnTest

@@ -4,7 +4,7 @@
 #include "tests/model/Model.h"
 
 // What the plug-in's machines do.
-namespace ModelTest {
+namespace BfnTest {
 
 namespace {
 
@@ -357,4 +357,4 @@ void Model::log(int name, int ip) {
   s_.heldBack = 0;
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

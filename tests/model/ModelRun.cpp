@@ -12,7 +12,7 @@
 // Random event sequences against the reference model, until so many events have run.
 namespace {
 
-using namespace ModelTest;
+using namespace BfnTest;
 
 struct Arguments {
   std::uint64_t events = 100'000;

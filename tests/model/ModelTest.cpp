@@ -8,7 +8,7 @@
 // The tests of the comparison itself; the long runs are the program model_run.
 namespace {
 
-using namespace ModelTest;
+using namespace BfnTest;
 using ::testing::HasSubstr;
 using ::testing::Optional;
 
@@ -38,7 +38,8 @@ TEST(ModelComparison, FindsAndShrinksThePlantedFaultOfTheModel) {
   std::vector<Event> const small = shrink(events, options);
   // Bring-up, an address, and a status that is replaced: nothing else is needed.
   EXPECT_LE(small.size(), 7u) << toCode(small);
-  EXPECT_TRUE(std::ranges::any_of(small, [](Event const& e) { return e.kind == Kind::Routing; }));
+  EXPECT_TRUE(std::ranges::any_of(
+      small, [](Event const& e) { return std::holds_alternative<event::Routing>(e); }));
   options.compareEvery = 1;
   EXPECT_THAT(differsInChild(small, options), Optional(HasSubstr("chip calls: plug-in")));
   options.plantedFault = false;
@@ -48,18 +49,18 @@ TEST(ModelComparison, FindsAndShrinksThePlantedFaultOfTheModel) {
 TEST(ModelComparison, TriesOutPredictedDeaths) {
   // The same VRF under another id, an address that moves, a row that was never written.
   std::vector<Event> const events{
-      {Kind::Create},
-      {Kind::Stage1},
-      {Kind::Stage2},
-      {Kind::Vrf, 0, 1, 1},
-      {Kind::Vrf, 0, 1, 2},
-      {Kind::Routing, 0, 1, 0, 0, 1},
-      {Kind::Address, 0, 1, 0, 1, 0},
-      {Kind::Address, 0, 1, 0, 2, 0},
-      {Kind::Capacity, 5},
-      {Kind::Address, 0, 1, 1, 1, 0},
-      {Kind::AddressDel, 0, 1, 1},
-      {Kind::Line, 0, 1, 1, 1},
+      event::Create{},
+      event::Stage1{},
+      event::Stage2{},
+      event::Vrf{0, 1, 1},
+      event::Vrf{0, 1, 2},
+      event::Routing{0, 1, 0, 0, 1},
+      event::Address{false, 1, 0, 1, false},
+      event::Address{false, 1, 0, 2, false},
+      event::Capacity{5},
+      event::Address{false, 1, 1, 1, false},
+      event::AddressDel{false, 1, 1},
+      event::Line{0, 1, 1, 1},
   };
   Options options;
   options.compareEvery = 1;

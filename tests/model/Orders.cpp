@@ -4,7 +4,7 @@
 #include "tests/model/Values.h"
 #include "tests/model/World.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
 namespace {
 
@@ -31,7 +31,7 @@ int indexOf(Value const& value, int count, Make const& make) {
 Orders askOrders() {
   auto const nameOf = [](L3::VrfName const& v) { return indexOf(v, kNames, name); };
   auto const idOf = [](Pex::VrfId v) { return indexOf(v, kIds, id); };
-  auto const ipOf = [](Ovra::IpAddr v) { return indexOf(v, kIps, ip); };
+  auto const ipOf = [](Ovra::IpAddr v) { return indexOf(v, kIps, [](int i) { return ip(i); }); };
   auto const intfOf = [](Ovra::IntfId v) { return indexOf(v, kIntfs, intf); };
   Orders orders;
 
@@ -79,4 +79,4 @@ Orders askOrders() {
   return orders;
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

@@ -4,51 +4,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
 #include "framework/core/AllocTrack.h"
 #include "tests/model/Model.h"
 #include "tests/model/World.h"
+#include "tests/support/InChild.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
 namespace {
 
 Orders const& orders() {
   static Orders const asked = askOrders();
   return asked;
-}
-
-struct ChildEnd {
-  int status = 0;
-  std::string text;
-};
-
-// Runs `body` in a child with `fd` led into a pipe; `body` gives the child's exit code.
-template <class Body>
-ChildEnd inChild(int fd, Body const& body) {
-  int ends[2];
-  if (::pipe(ends) != 0) std::abort();
-  pid_t const child = ::fork();
-  if (child < 0) std::abort();
-  if (child == 0) {
-    ::close(ends[0]);
-    ::dup2(ends[1], fd);
-    ::_exit(body());
-  }
-  ::close(ends[1]);
-  ChildEnd end;
-  char buffer[4096];
-  ssize_t got = 0;
-  while ((got = ::read(ends[0], buffer, sizeof buffer)) > 0) {
-    end.text.append(buffer, static_cast<std::size_t>(got));
-  }
-  ::close(ends[0]);
-  while (::waitpid(child, &end.status, 0) < 0) {
-  }
-  return end;
 }
 
 // Whether the event ends the process as predicted; else what it did instead.
@@ -61,7 +31,7 @@ std::optional<std::string> diesOtherwise(World& world, Event const& event, Death
     }
     return kSurvived;
   });
-  if (WIFEXITED(end.status) && WEXITSTATUS(end.status) == kSurvived) {
+  if (end.exitedWith(kSurvived)) {
     return "predicted to end the process, but did not";
   }
   if (death.texts.empty()) return std::nullopt;
@@ -145,7 +115,7 @@ std::optional<std::string> differsInChild(std::vector<Event> const& events,
       return ::write(STDERR_FILENO, text.data(), text.size()) < 0 ? kDiffers + 1 : kDiffers;
     }
   });
-  if (WIFEXITED(end.status) && WEXITSTATUS(end.status) == 0) return std::nullopt;
+  if (end.exitedWith(0)) return std::nullopt;
   if (WIFSIGNALED(end.status)) {
     return "the process ended by signal " + std::to_string(WTERMSIG(end.status)) + ": " + end.text;
   }
@@ -194,7 +164,7 @@ std::optional<std::uint64_t> failingSeed(Batch& batch) {
     if (next.seed != expected) break;
     last = next;
   }
-  if (last.done && WIFEXITED(end.status) && WEXITSTATUS(end.status) == 0) {
+  if (last.done && end.exitedWith(0)) {
     batch.tally = last.tally;
     return std::nullopt;
   }
@@ -231,4 +201,4 @@ std::string toCode(std::vector<Event> const& events) {
   return code;
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

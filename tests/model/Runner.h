@@ -7,7 +7,7 @@
 
 #include "tests/model/Event.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
 struct Options {
   /// The whole state is compared after every so many events, and at the end; what an event did is
@@ -68,4 +68,4 @@ std::vector<Event> shrink(std::vector<Event> events, Options const& options);
 /// The sequence as statements on a `World world`.
 std::string toCode(std::vector<Event> const& events);
 
-}  // namespace ModelTest
+}  // namespace BfnTest

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-namespace ModelTest {
+namespace BfnTest {
 
 std::string ipText(int ip) {
   auto const& b = kIpBytes[ip];
@@ -22,4 +22,4 @@ std::string macText(int mac) {
   return text;
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

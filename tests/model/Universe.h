@@ -8,7 +8,7 @@
 
 /// What the random sequences are about: a few values of each kind, named by their index, so that
 /// events meet each other often. Small enough that the reference model is a plain struct.
-namespace ModelTest {
+namespace BfnTest {
 
 /// An array that takes an index of any integer type.
 template <class T, std::size_t N>
@@ -102,4 +102,4 @@ struct Orders {
   Table<int, kNames * kIps> lines{};         ///< of the configuration: name * kIps + address
 };
 
-}  // namespace ModelTest
+}  // namespace BfnTest

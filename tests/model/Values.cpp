@@ -2,7 +2,7 @@
 
 #include "tests/support/PluginHost.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
 L3::VrfName name(int index) {
   static auto const names = [] {
@@ -18,7 +18,7 @@ Pex::VrfId id(int index) {
 Ovra::IpAddr ip(int index) {
   static auto const ips = [] {
     Table<Ovra::IpAddr, kIps> all;
-    for (int i = 0; i < kIps; ++i) all[i] = BfnTest::ip(ipText(i).c_str());
+    for (int i = 0; i < kIps; ++i) all[i] = ip(ipText(i).c_str());
     return all;
   }();
   return ips[index];
@@ -34,7 +34,7 @@ Ovra::IntfId intf(int index) {
 Ovra::EthAddr mac(int index) {
   static auto const macs = [] {
     Table<Ovra::EthAddr, kMacs> all;
-    for (int i = 0; i < kMacs; ++i) all[i] = BfnTest::mac(macText(i).c_str());
+    for (int i = 0; i < kMacs; ++i) all[i] = mac(macText(i).c_str());
     return all;
   }();
   return macs[index];
@@ -43,4 +43,4 @@ Pex::PortVlanPair key(int intfIndex, int vlan) {
   return {intf(intfIndex), kKeyVlanValue[vlan]};
 }
 
-}  // namespace ModelTest
+}  // namespace BfnTest

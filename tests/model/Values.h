@@ -9,7 +9,7 @@
 #include "tests/model/Universe.h"
 
 // The universe's values as the plug-in's.
-namespace ModelTest {
+namespace BfnTest {
 
 L3::VrfName name(int index);
 Pex::VrfId id(int index);
@@ -18,4 +18,4 @@ Ovra::IntfId intf(int index);
 Ovra::EthAddr mac(int index);
 Pex::PortVlanPair key(int intfIndex, int vlan);
 
-}  // namespace ModelTest
+}  // namespace BfnTest

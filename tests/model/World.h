@@ -10,49 +10,38 @@
 #include "tests/model/Universe.h"
 #include "tests/support/PluginHost.h"
 
-namespace ModelTest {
+namespace BfnTest {
 
-/// The plug-in with a host around it, for the events of the sequences. Takes the process's log
-/// service for as long as it lives.
-class World {
+/// A host for the events of the sequences: with several objects of each kind, of which it gives the
+/// plug-in the first ones. Takes the process's log service for as long as it lives.
+class World : public PluginHost {
  public:
   World();
-  World(World const&) = delete;
-  World& operator=(World const&) = delete;
   ~World();
 
-  /// Brings the event about; false exceptions are given back by their kind, any other one passes.
+  /// Brings the event about; expected exceptions are returned by their kind, any other one passes.
   Thrown apply(Event const& event);
 
   // What events are made of.
-  Kiv::Ptr<BfnMacRewrite::Agent::Status> status(int which) const;
+
+  /// The current status object, or the one that the machine watches.
+  Kiv::Ptr<BfnMacRewrite::Agent::Status> status(bool watched) const;
   void routingStatus(int object, Pex::PortVlanPair const& key, unsigned vlan, unsigned vrfId);
   void routingVlan(int object, Pex::PortVlanPair const& key, unsigned vlan);
-  void addressDel(int which, Pex::VrfId vrfId, Ovra::IpAddr ip);
-  void addressDelAll(int which, Pex::VrfId vrfId);
-  void route(L3::VrfName name, unsigned vrfId, unsigned vlan);
-  void routeId(L3::VrfName name, unsigned vrfId);
-  void routeVlan(L3::VrfName name, unsigned vlan);
+  void useRouting(int source, Kiv::Ptr<BfnL3::L3RoutingStatus> const& object);
+  void addressDel(bool watched, Pex::VrfId vrfId, Ovra::IpAddr ip);
+  void addressDelAll(bool watched, Pex::VrfId vrfId);
+  void routeIs(L3::VrfName name, unsigned vrfId, unsigned vlan);
+  void routeIdIs(L3::VrfName name, unsigned vrfId);
+  void routeVlanIs(L3::VrfName name, unsigned vlan);
   void newAgentConfig();
   void newAgentStatus();
-  void supported(bool supported);
-  void create();
-  void stage1();
-  void stage2();
 
   double clock = 1000;
-  BfnChip::ChipModel chip{1000};
-  Kiv::Ptr<BfnSystem::SystemStatus> systemStatus;
-  Table<Kiv::Ptr<BfnAgentLib::BfnProfileData>, kEntries> profileData;
   Table<Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry>, kEntries> entry;
-  Kiv::Ptr<BfnMacRewrite::BfnMacRewriteMount> mount;
   Table<Kiv::Ptr<BfnMacRewrite::Input::Config>, kClis> cli;
-  Kiv::Ptr<BfnMacRewrite::Capability> capability;
-  Kiv::Ptr<BfnMacRewrite::BfnMacRewriteL3Shared> l3Shared;
   Table<Kiv::Ptr<Pex::L3Status>, kL3> l3;
   Table<Kiv::Ptr<BfnL3::L3RoutingStatus>, kRouting> routing;
-  Kiv::Ptr<Routing::Hardware::RouteStatus> routeStatus;
-  Kiv::Ptr<BfnMacRewrite::AgentSm> agent;
   /// Every interface status ever made, by the model's serial; the serials run over the route status
   /// as well.
   std::vector<Kiv::Ptr<BfnL3::L3IntfRoutingStatus>> made{nullptr};
@@ -68,4 +57,4 @@ std::optional<std::string> effectsDiffer(World& world, Thrown thrown, Effects co
 /// What differs between the world and the model's state.
 std::optional<std::string> stateDiffers(World const& world, State const& expected);
 
-}  // namespace ModelTest
+}  // namespace BfnTest

@@ -3,10 +3,9 @@
 #include <cstddef>
 #include <new>
 
-namespace BfnTest {
+#include "tests/support/AllocationCount.h"
 
-/// Has the `n`-th allocation from now fail with std::bad_alloc, once; 0: none.
-void failAllocation(size_t n);
+namespace BfnTest {
 
 /// Runs `event(world)` in fresh worlds of `make()`, each time failing one allocation more distant,
 /// until a run needs so few that none fails; calls `check(world)` after each run that failed.

@@ -48,15 +48,12 @@ PluginHost::PluginHost(std::size_t capacity)
       vlans(Kiv::makeActive<BfnL3::L3RoutingStatus>()),
       subIntfs(Kiv::makeActive<BfnL3::L3RoutingStatus>()),
       routeStatus(Kiv::makeActive<Routing::Hardware::RouteStatus>()) {
-  BfnSystem::ChipCapabilities capabilities;
-  capabilities.overlaySrcMacRewriteSupported = true;
-  capabilities.overlaySrcMacRewriteTableSize = 1000;
-  systemStatus->profileInfoIs(kProfile)->chipCapabilitiesIs(capabilities);
+  supportedIs(true);
 }
 
 PluginHost::~PluginHost() = default;
 
-void PluginHost::createAgent() {
+void PluginHost::connect() {
   mount->bfnMacRewriteCliConfigIs(cliConfig);
   mount->bfnMacRewriteCapabilityIs(capability);
   mount->bfnMacRewriteAgentConfigIs();
@@ -67,7 +64,22 @@ void PluginHost::createAgent() {
   l3Shared->l3SubIntfRoutingStatusIs(subIntfs);
   l3Shared->bfnL3Output()->profileNameIs(kProfile);
   l3Shared->bfnL3Output()->profileEntryIs(profileEntry);
+}
+
+void PluginHost::agentIs() {
   agent = BfnMacRewrite::agentSmFactory(systemStatus, profileData, mount, l3Shared, routeStatus);
+}
+
+void PluginHost::createAgent() {
+  connect();
+  agentIs();
+}
+
+void PluginHost::supportedIs(bool supported) {
+  BfnSystem::ChipCapabilities capabilities;
+  capabilities.overlaySrcMacRewriteSupported = supported;
+  capabilities.overlaySrcMacRewriteTableSize = 1000;
+  systemStatus->profileInfoIs(kProfile)->chipCapabilitiesIs(capabilities);
 }
 
 void PluginHost::stage1() {

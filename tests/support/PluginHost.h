@@ -29,14 +29,20 @@ class PluginHost {
   explicit PluginHost(std::size_t capacity = BfnChip::ChipModel::kDefaultCapacity);
   ~PluginHost();
 
-  /// Makes the agent through agentSmFactory; nothing is set up yet.
+  /// Gives the plug-in the records below: mount, shared object, profile.
+  void connect();
+  /// Makes the agent through agentSmFactory, in place of an earlier one; nothing is set up yet.
+  void agentIs();
+  /// Both.
   void createAgent();
   /// Flips initMacRewriteTables and has the platform initialise what is declared.
   void stage1();
   /// Flips startMacRewriteSm.
   void stage2();
-  /// All three.
+  /// createAgent() and both stages.
   void bringUp();
+  /// What the chip says of the profile: whether it has the table, with 1,000 rows.
+  void supportedIs(bool supported);
 
   // The host agent's hand.
   void vrf(char const* name, unsigned id) { l3Status->vrfIs(L3::VrfName(name), Pex::VrfId(id)); }

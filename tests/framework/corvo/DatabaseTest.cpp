@@ -8,10 +8,10 @@
 
 namespace {
 
+using BfnTest::kL3StatusType;
+using BfnTest::kRouteStatusType;
 using Corvo::Database;
 using Corvo::MountException;
-using corvotest::kL3StatusType;
-using corvotest::kRouteStatusType;
 using ::testing::ElementsAre;
 using ::testing::StrEq;
 using ::testing::ThrowsMessage;
@@ -24,8 +24,8 @@ TEST(Database, HasNothingAtAPathThatNobodyMade) {
 
 TEST(Database, AnEntityIsMadeOnceWithNotificationOnAndAnnounced) {
   auto const database = Kiv::makeActive<Database>();
-  corvotest::Log log;
-  auto const watcher = Kiv::makeActive<corvotest::Changes>(database, "database", log);
+  BfnTest::Log log;
+  auto const watcher = Kiv::makeActive<BfnTest::Changes>(database, "database", log);
   auto const made = database->entityIs("a", kL3StatusType);
   ASSERT_TRUE(Kiv::ptrCast<Pex::L3Status>(made));
   EXPECT_TRUE(made->hasNotificationActive());
@@ -56,12 +56,12 @@ TEST(Database, WhatItCannotMakeIsRefusedAndSettlesNothing) {
   EXPECT_THAT([&] { database->entityIs("a", "X::Y"); },
               ThrowsMessage<MountException>(StrEq("cannot mount \"a\": unknown type X::Y")));
   EXPECT_THAT(
-      [&] { database->entityIs("a", corvotest::kUnmakeableType); },
+      [&] { database->entityIs("a", BfnTest::kUnmakeableType); },
       ThrowsMessage<MountException>(StrEq("cannot mount \"a\": Routing::Hardware::VrfStatus "
                                           "cannot be constructed by name")));
-  EXPECT_THAT([&] { database->entityIs("a", corvotest::kNoEntityType); },
+  EXPECT_THAT([&] { database->entityIs("a", BfnTest::kNoEntityType); },
               ThrowsMessage<MountException>(
-                  StrEq("cannot mount \"a\": corvotest::NoEntity is not the type of an entity")));
+                  StrEq("cannot mount \"a\": BfnTest::NoEntity is not the type of an entity")));
   EXPECT_THAT([&] { database->entityIs("", kL3StatusType); },
               ThrowsMessage<MountException>(StrEq("cannot mount \"\": the path is empty")));
   EXPECT_EQ(database->typeName("a"), "");

@@ -13,14 +13,14 @@
 
 namespace {
 
+using BfnTest::Changes;
+using BfnTest::kL3StatusType;
+using BfnTest::kRouteStatusType;
+using BfnTest::Log;
 using Corvo::Mount;
 using Corvo::MountException;
 using Corvo::MountRequest;
 using Corvo::ReadOnlyException;
-using corvotest::Changes;
-using corvotest::kL3StatusType;
-using corvotest::kRouteStatusType;
-using corvotest::Log;
 using L3::VrfName;
 using Pex::L3Status;
 using Pex::VrfId;

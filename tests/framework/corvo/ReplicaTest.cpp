@@ -13,11 +13,11 @@
 
 namespace {
 
+using BfnTest::Changes;
+using BfnTest::Log;
+using BfnTest::textOf;
 using Corvo::ReadOnlyException;
 using Corvo::Replica;
-using corvotest::Changes;
-using corvotest::Log;
-using corvotest::textOf;
 using L3::VrfName;
 using Pex::VrfId;
 using Routing::Hardware::RouteStatus;

@@ -2,7 +2,7 @@
 
 #include "framework/generic/Describe.h"
 
-namespace corvotest {
+namespace BfnTest {
 
 namespace {
 
@@ -25,4 +25,4 @@ Kiv::TypeRegistration const registration{
 
 }  // namespace
 
-}  // namespace corvotest
+}  // namespace BfnTest

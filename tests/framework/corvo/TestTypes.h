@@ -15,12 +15,12 @@
 // What the suite's files share. TestTypes.cpp announces the types that the database makes here:
 // Pex::L3Status, with collections of values; Routing::Hardware::RouteStatus, with a collection of
 // objects that have numbers; a type that cannot be made by name and one that is not an entity.
-namespace corvotest {
+namespace BfnTest {
 
 constexpr char const* kL3StatusType = "Pex::L3Status";
 constexpr char const* kRouteStatusType = "Routing::Hardware::RouteStatus";
 constexpr char const* kUnmakeableType = "Routing::Hardware::VrfStatus";
-constexpr char const* kNoEntityType = "corvotest::NoEntity";
+constexpr char const* kNoEntityType = "BfnTest::NoEntity";
 
 using Log = std::vector<std::string>;
 
@@ -54,4 +54,4 @@ inline std::string textOf(Kiv::PtrInterface const& object) {
   return text.str();
 }
 
-}  // namespace corvotest
+}  // namespace BfnTest

@@ -8,7 +8,7 @@
 #include "framework/core/Notifiee.h"
 #include "framework/core/Ptr.h"
 
-namespace l3test {
+namespace BfnTest {
 
 /// Notes the changes of one collection as "<key>", and those of every other attribute as "#<id>".
 template <class Key>
@@ -45,4 +45,4 @@ class LoggedRecord : public ::testing::Test {
   Kiv::Ptr<Log> log = Kiv::makeActive<Log>(status, A);
 };
 
-}  // namespace l3test
+}  // namespace BfnTest

@@ -18,7 +18,7 @@ using ::testing::SizeIs;
 PortVlanPair const kKey(Ovra::IntfId("Ethernet1"), 0);
 
 using L3RoutingStatusTest =
-    l3test::LoggedRecord<L3RoutingStatus, L3RoutingStatus::kL3IntfRoutingStatus>;
+    BfnTest::LoggedRecord<L3RoutingStatus, L3RoutingStatus::kL3IntfRoutingStatus>;
 
 TEST_F(L3RoutingStatusTest, AMemberIsMadeOnceEmptyAndSwitchedOn) {
   auto const member = status->l3IntfRoutingStatusIs(kKey);
@@ -84,7 +84,7 @@ TEST_F(L3RoutingStatusTest, AMembersVlanAndVrfAreItsOwnAffair) {
   auto const member = status->l3IntfRoutingStatusIs(kKey);
   log->changes.clear();
   auto const own =
-      Kiv::makeActive<l3test::KeyLog<PortVlanPair>>(member, L3RoutingStatus::kL3IntfRoutingStatus);
+      Kiv::makeActive<BfnTest::KeyLog<PortVlanPair>>(member, L3RoutingStatus::kL3IntfRoutingStatus);
   member->vlanIdIs(65535);
   member->vlanIdIs(65535);
   member->vrfIdIs(Pex::VrfId(7));

@@ -19,7 +19,7 @@ using ::testing::IsEmpty;
 VrfName const kRed("red");
 VrfName const kBlue("blue");
 
-using L3StatusTest = l3test::LoggedRecord<L3Status, L3Status::kVrfNameToId>;
+using L3StatusTest = BfnTest::LoggedRecord<L3Status, L3Status::kVrfNameToId>;
 
 TEST_F(L3StatusTest, KnowsNobodyAtFirst) {
   EXPECT_EQ(status->vrfNameToId(kRed), nullptr);

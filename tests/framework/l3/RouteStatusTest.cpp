@@ -15,7 +15,7 @@ using ::testing::ElementsAre;
 
 VrfName const kRed("red");
 
-using RouteStatusTest = l3test::LoggedRecord<RouteStatus, RouteStatus::kVrfStatus>;
+using RouteStatusTest = BfnTest::LoggedRecord<RouteStatus, RouteStatus::kVrfStatus>;
 
 TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
   auto const red = status->vrfStatusIs(kRed);
@@ -30,7 +30,7 @@ TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
 
 TEST_F(RouteStatusTest, NumbersAreTakenAsTheyAreAndToldOnARealChange) {
   auto const red = status->vrfStatusIs(kRed);
-  auto const own = Kiv::makeActive<l3test::KeyLog<VrfName>>(red, RouteStatus::kVrfStatus);
+  auto const own = Kiv::makeActive<BfnTest::KeyLog<VrfName>>(red, RouteStatus::kVrfStatus);
   log->changes.clear();
   red->vrfIdIs(4294967295u);
   red->vrfIdIs(4294967295u);

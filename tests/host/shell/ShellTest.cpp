@@ -25,6 +25,10 @@ struct BadLine {
   char const* line;
   char const* error;
 };
+void PrintTo(BadLine const& bad, std::ostream* out) {
+  *out << bad.line;
+}
+
 class BadInputTest : public HostTest::ShellFixture,
                      public ::testing::WithParamInterface<BadLine> {};
 
