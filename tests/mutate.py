@@ -15,6 +15,7 @@ then every other suite and lab script. Results are kept by source text, so that 
 stopped goes on where it was; after a change of the tests, `--again` tries the survivors once more.
 """
 import argparse
+import fnmatch
 import hashlib
 import json
 import os
@@ -236,6 +237,8 @@ def written_together(source, numbered):
 
 
 CHOOSER = """#pragma once
+// What the optimiser warns of, in other headers too, once a fault is in.
+@ignored@
 #include <cstdlib>
 #include <type_traits>
 inline int kivPlantedFault() {
@@ -246,6 +249,13 @@ constexpr bool kivFault(int number) {
   return std::is_constant_evaluated() ? false : kivPlantedFault() == number;
 }
 """
+
+
+CHOOSER = CHOOSER.replace("@ignored@", "\n".join(
+    f'#pragma GCC diagnostic ignored "-W{name}"' for name in
+    ["array-bounds", "maybe-uninitialized", "uninitialized", "nonnull", "null-dereference",
+     "stringop-overflow", "stringop-overread", "dangling-pointer", "use-after-free",
+     "free-nonheap-object", "return-type", "return-local-addr", "infinite-recursion", "restrict"]))
 
 
 def faults_of_room(room, seed):
@@ -368,7 +378,7 @@ class Tree:
         """Changes one file of the copy until clear(). Nothing in it gives a warning."""
         path = self.source / name
         self.changed.setdefault(path, (ROOT / name).read_text())
-        text = f'#pragma GCC system_header\n#include "kiv_fault.h"\n#line 1 "{path}"\n{text}'
+        text = f'#include "kiv_fault.h"\n#pragma GCC system_header\n#line 1 "{path}"\n{text}'
         if name.endswith(".cpp"):
             # The pragma works in an included file alone.
             path.with_suffix(".cpp.planted").write_text(text)
@@ -511,6 +521,8 @@ def compile_together(tree, faults, checks, jobs):
             name.endswith(f["file"]) and f["line"] <= line <= f["line"] + f["old"].count("\n") + 3
             for name, line in wrong)]
         if not guilty:
+            guilty = [f for _, f in numbered if f["file"].endswith(".h")]
+        if not guilty:
             sys.exit(f"mutate: the tree does not build:\n{output[-3000:]}")
         alone += guilty
         numbered = [(n, f) for n, f in numbered if f not in guilty]
@@ -524,7 +536,8 @@ def run_room(tree, room, options):
         for line in log.read_text().splitlines():
             entry = json.loads(line)
             done[entry["key"]] = entry
-    faults = faults_of_room(room, options.seed)
+    faults = [fault for fault in faults_of_room(room, options.seed)
+              if fnmatch.fnmatch(fault["file"], options.only)]
     lock = threading.Lock()
     own, wider = checks_of(room)
     tried_again = set()
@@ -593,6 +606,8 @@ def main():
     parser.add_argument("rooms", nargs="*", metavar="ROOM", help="default: " + " ".join(ROOMS))
     parser.add_argument("--seed", type=int, default=1, help="which faults are planted (default 1)")
     parser.add_argument("--count", type=int, default=300, help="faults a room (default 300)")
+    parser.add_argument("--only", default="*", metavar="PATTERN",
+                        help="faults in these files alone, such as '*.cpp', which compile fastest")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="faults at a time")
     parser.add_argument("--again", action="store_true",
                         help="try the recorded survivors again, after a change of the tests")
