@@ -11,7 +11,7 @@ namespace BfnKernel {
 
 inline constexpr std::size_t kFrameVerdicts = MAC_REWRITE_VERDICTS;
 
-/// What became of the frames that the program has seen.
+/// The verdicts on the frames that the program has seen.
 struct FrameCounters {
   std::array<Kiv::U64, kFrameVerdicts> byVerdict{};
 

@@ -44,7 +44,7 @@ class KernelProgram {
   /// then.
   bool exists() const { return static_cast<bool>(program_); }
   std::filesystem::path const& directory() const { return directory_.path(); }
-  /// What was found that is not as asked for; lines for people to read.
+  /// The differences from what was requested; lines for people to read.
   std::vector<std::string> const& notices() const { return notices_; }
 
   /// Rows by the chip's key; hits by the same key, one number for each CPU.
@@ -58,11 +58,11 @@ class KernelProgram {
   /// The kernel's number of the program.
   Kiv::U32 id() const;
 
-  /// What became of the frames since the table was made or the counters were last cleared.
+  /// The verdicts on the frames since the table was made or the counters were last cleared.
   FrameCounters counters() const;
   void countersClear();
 
-  /// Takes maps and program out of the directory, and the directory away. Devices must have been
+  /// Removes maps and program from the directory, and the directory. Devices must have been
   /// detached; one that is not keeps program and maps alive. The object can do nothing after it.
   void remove();
 

@@ -21,7 +21,7 @@ struct Link {
   bool ipv6Underlay = false;
 };
 
-/// What a message of type RTM_NEWLINK or RTM_DELLINK says; nothing for any other message.
+/// Reads a message of type RTM_NEWLINK or RTM_DELLINK; nothing for any other message.
 std::optional<Link> readLink(nlmsghdr const& head);
 
 /// All devices of the namespace. Throws KernelError.

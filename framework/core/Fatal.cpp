@@ -47,7 +47,7 @@ class ReportBuffer final : public std::streambuf {
   std::array<char, FatalReport::kRoom> room_;
 };
 
-/// At most one report is made at a time, except for a nested one, so it is shared. It is in static
+/// At most one report is ever made, except for a nested one, so it is shared. It is in static
 /// memory and never destroyed: the process may be ending for lack of memory or in the middle of a
 /// static destructor.
 struct Report {

@@ -39,8 +39,8 @@ class Database final : public Kiv::PtrInterface {
   /// Throws MountException for the empty path, for a type that is not known, cannot be made or is
   /// not an entity's, and for another type than the entity has.
   ///
-  /// An announcement reaches every client, whatever another one throws; afterwards the first
-  /// exception leaves this function. The entity is there all the same.
+  /// An announcement reaches every client, whatever another one throws; the first exception is
+  /// rethrown afterwards. The entity is there all the same.
   Kiv::Ptr<Kiv::Entity> entityIs(Kiv::String const& path, Kiv::String const& typeName);
 
   /// Makes what entityIs() would make, without storing it. Throws as entityIs() does.
@@ -52,7 +52,7 @@ class Database final : public Kiv::PtrInterface {
 
   /// The publisher of the entity at `path`, or null.
   Kiv::Ptr<Publisher> publisher(Kiv::String const& path) const;
-  /// A client must be taken out before it dies.
+  /// A client must be removed before it is destroyed.
   void clientIs(DatabaseClient& client) { clients_.add(&client); }
   void clientDel(DatabaseClient& client) { clients_.remove(&client); }
 
@@ -60,7 +60,7 @@ class Database final : public Kiv::PtrInterface {
   static Kiv::Type const& _kivType();
 
  private:
-  // The type by name, not by its record: the record goes when its library is unloaded.
+  // The type by name, not by its record: the record is destroyed when its library is unloaded.
   struct Place {
     Kiv::String typeName;
     Kiv::Ptr<Kiv::Entity> entity;

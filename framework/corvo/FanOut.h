@@ -11,10 +11,9 @@ namespace Corvo {
 
 /// Objects that are called in turn, all of them, also when a call throws.
 ///
-/// Ownership: holds none of its members; each leaves before it dies.
-/// Re-entrancy: a call may add and remove members, and may call each() again. One that is removed
-/// is not called any more; one that is added is called from the next each() on. The list itself
-/// must outlive each().
+/// Ownership: holds none of its members; each leaves before it is destroyed. Re-entrancy: a call
+/// may add and remove members, and may call each() again. One that is removed is not called any
+/// more; one that is added is called from the next each() on. The list itself must outlive each().
 template <class T>
 class FanOut {
  public:

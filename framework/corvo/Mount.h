@@ -34,7 +34,7 @@ class MountFilter {
   bool filtered_;
 };
 
-/// A wish to have one entity of the state database: its path, its type's name and how it will be
+/// A request for one entity of the state database: its path, its type's name and how it will be
 /// used.
 class Mount {
  public:

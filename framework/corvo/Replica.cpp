@@ -46,9 +46,9 @@ class Publisher::Source final : public Kiv::NotifieeConst {
   FanOut<Replica::Node> replicas_;
 };
 
-// One object and its copy. Follower and guard go by what both objects hold now, never by what a
-// notification may have meant when it was sent: so handlers may change the original again while a
-// change is being notified, and every order of the nested calls ends equal.
+// One object and its copy. Follower and guard compare what both objects hold now and ignore what a
+// notification meant when it was sent: handlers may change the original again while a change is
+// being notified, and every order of the nested calls ends equal.
 class Replica::Node final : public PtrInterface {
  public:
   Node(Ptr<Publisher> const& publisher, Ptr<PtrInterface const> const& original,
@@ -163,7 +163,7 @@ class Replica::Node final : public PtrInterface {
     if (isCopyOf(there, wanted)) return;
     Ptr<PtrInterface> made;
     if (wanted) {
-      // Filled before it goes in, so that it comes complete, as one change.
+      // Filled before it is inserted, so that it is announced complete, as one change.
       made = replication.makeMember(key);
       members_.emplace(made.get(), Kiv::make<Node>(publisher_, wanted, made, name_));
     }

@@ -48,7 +48,7 @@ class Publisher final : public Kiv::PtrInterface {
 class Replica {
  public:
   /// Fills `copy`, of the same type as the original and not watched yet, and switches its
-  /// notification on. `name` is what a ReadOnlyException says of it. Throws MountException when the
+  /// notification on. `name` is its name in a ReadOnlyException. Throws MountException when the
   /// types differ.
   Replica(Kiv::Ptr<Publisher> const& publisher, Kiv::Ptr<Kiv::PtrInterface> const& copy,
           Kiv::String const& name);

@@ -8,8 +8,8 @@
 
 namespace Corvo {
 
-/// One agent's access to the state database, with the operations that its host has: mounting and
-/// unmounting. An interface: the database may be in this process (EmbeddedSession) or elsewhere.
+/// One agent's access to the state database, with the host's operations: mounting and unmounting.
+/// An interface: the database may be in this process (EmbeddedSession) or elsewhere.
 ///
 /// Several agents may mount one path. A write through one of them reaches all others before the
 /// mutator returns, each with its normal notifications, whatever another one's handlers throw; the

@@ -35,7 +35,7 @@ class L3Status final : public Kiv::Entity {
 
   /// Sets a VRF in both directions, the id's name first, so that a handler of the name's id finds
   /// the name. Of several VRFs with one id, the last one set names it. A VRF that had another id
-  /// leaves that one last, as vrfDel() does.
+  /// leaves that one at the end, as vrfDel() does.
   void vrfIs(L3::VrfName vrfName, VrfId vrfId);
   /// Removes a VRF in both directions. An id that it names gets the name of another VRF that has
   /// this id, the smallest one, or none. Cost: linear in the number of VRFs.

@@ -48,7 +48,7 @@ struct Finding {
   friend bool operator==(Finding const&, Finding const&) = default;
 };
 
-/// What a commit or a repair did.
+/// The result of a commit or a repair.
 struct Applied {
   /// Ok, or why nothing was done: the chip could not be read, or its driver has no walk.
   BfnDriver::Status status = BfnDriver::Status::Ok;
@@ -77,7 +77,7 @@ class ReconciledTable {
     /// Whether changes are made at the end of a turn.
     bool turns = false;
   };
-  /// Called with the number of rows that wait for room whenever that is news.
+  /// Called with the number of rows that wait for room when it is to be reported.
   using Warn = std::function<void(std::size_t)>;
 
   /// Chip, clock and options must outlive it.

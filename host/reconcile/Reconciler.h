@@ -12,7 +12,7 @@
 
 namespace Host {
 
-/// A driver in front of another one that holds the rows which the plug-in wants, and brings the
+/// A driver that forwards to another one, holds the rows that the plug-in wants, and brings the
 /// chip to them.
 ///
 /// Held, as it begins: changes only collect; the chip keeps and uses the rows that it has. The host
