@@ -25,7 +25,7 @@ void clsactDel(int device);
 std::optional<Kiv::U32> program(int device);
 /// Puts the program there, in one step when another one is there.
 void programIs(int device, int program);
-/// Takes out what is in our place.
+/// Removes the filter that is in our place.
 void programDel(int device);
 
 /// Whether the device's clsact qdisc has any filter, on egress or ingress.

@@ -114,7 +114,7 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgent
  private:
   /// Whether this very record is the one of its key.
   bool holds(MatchSpecAndRefCount const& record) const;
-  /// Takes back what addEntry() counted for a row that could not be written.
+  /// Undoes what addEntry() counted for a row that could not be written.
   void notWritten(MatchSpecAndRefCount& record);
   /// addEntry() for callers by name: gives the status as its number.
   U32 addEntryByName(L3::VrfName vrfName, Bridging::VlanId l3Aintf, Ovra::IntfId intfId,

@@ -18,8 +18,8 @@ class PtrInterface;
 /// An intrusive reference-counted pointer to a framework object.
 ///
 /// Copying counts one reference more, destruction one less; a move counts nothing. Assignment and
-/// reset empty the pointer before the old object is released, so that a destructor that looks at
-/// this very pointer never finds a dying object. Counting is atomic only when
+/// reset empty the pointer before the old object is released, so that a destructor that reads this
+/// pointer never finds an object under destruction. Counting is atomic only when
 /// VFPtrInterface::threadSafePointers_ is set. Dereferencing a null Ptr ends the process, in every
 /// build type.
 ///

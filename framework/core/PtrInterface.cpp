@@ -53,8 +53,8 @@ void PtrInterface::kivMemFree(void* memory) noexcept {
 }
 
 void PtrInterface::kivLastRefGone() {
-  // The destructor's own reference: a temporary Ptr made while the object dies must not bring it
-  // here a second time.
+  // The destructor's own reference: a temporary Ptr made during destruction must not destroy the
+  // object a second time.
   ++refWord_;
   handleZeroRef();
 }

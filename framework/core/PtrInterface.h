@@ -34,10 +34,10 @@ class VFPtrInterface {
 /// The base of every framework object.
 ///
 /// Ownership: objects are made by Kiv::make, which alone may allocate one, and held through
-/// Kiv::Ptr; an object dies when its last Ptr goes. During its own constructor and destructor an
+/// Kiv::Ptr; an object is destroyed with its last Ptr. During its own constructor and destructor an
 /// object holds a reference to itself, so a constructor may hand out `Ptr(this)` freely: a
 /// temporary one never deletes the object. An object on the stack is fatal in debug builds, when it
-/// dies.
+/// is destroyed.
 ///
 /// The reference word: the low bits count references, bit 31 is the marked-for-deletion flag and
 /// bit 29 the notification-active flag. 2^29 - 1 references are the limit; one more is fatal in
@@ -59,8 +59,7 @@ class PtrInterface : public VFPtrInterface {
   static void kivMemFree(void* memory) noexcept;
 
   void kivRefInc() const noexcept;
-  /// Drops one reference. The one that brings the count to zero hands the object to
-  /// handleZeroRef().
+  /// Drops one reference. The one that lowers the count to zero calls the object's handleZeroRef().
   void kivRefDec() const;
   /// The whole word, for tests and for a look inside.
   U32 kivRefWord() const { return refWord_; }

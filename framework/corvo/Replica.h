@@ -40,8 +40,8 @@ class Publisher final : public Kiv::PtrInterface {
 /// own. Constants, and what a type does not let be written by name, are not copied.
 ///
 /// What changes in the original is done to the copy at once, through the type's own mutators. A
-/// change of the copy that does not come from the original is taken back before any other notifiee
-/// of the copy is called, and its author gets a ReadOnlyException; so does the one who switches the
+/// change of the copy that does not come from the original is undone before any other notifiee of
+/// the copy is called, and its author gets a ReadOnlyException; so does the one who switches the
 /// copy's notification off, which stays on.
 ///
 /// Ownership: holds both objects. The copy outlives it and is no longer updated then.

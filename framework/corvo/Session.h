@@ -22,9 +22,9 @@ class Session : public EntityManager {
 
   /// A new request without mounts.
   virtual Kiv::Ptr<MountRequest> mountRequest() = 0;
-  /// Gives up what is mounted at `path`; nothing mounted: nothing. An entity that was mounted for
-  /// reading stays with its holders, no longer follows the database and may be written. One that
-  /// was mounted for writing is still the database's.
+  /// Unmounts `path`; nothing mounted: nothing. An entity that was mounted for reading stays with
+  /// its holders, no longer follows the database and may be written. One that was mounted for
+  /// writing is still the database's.
   virtual void unmount(Kiv::String const& path) = 0;
 };
 

@@ -43,8 +43,8 @@ Status statusOf(EraseResult result);
 /// is closed.
 enum class TableHandle : Kiv::U32 {};
 
-/// What a caller says about itself and the table when it opens it. Device and table name say which
-/// table it is; session, pipe and profile only who works on it.
+/// What a caller says about itself and the table when it opens it. Device and table name identify
+/// the table; session, pipe and profile only the caller.
 struct TableAddress {
   Kiv::U32 session = 0;
   /// Which of the session's chips.
@@ -155,8 +155,8 @@ class TableDriver {
 
   // Counts.
 
-  /// Rows in the table, and the most it takes. Zero for an unknown handle. The binding asks after
-  /// every change, so a driver has the number at hand.
+  /// Rows in the table, and the most it takes. Zero for an unknown handle. The binding calls these
+  /// after every change, so a driver keeps the numbers.
   virtual std::size_t entryCount(TableHandle table) const = 0;
   virtual std::size_t capacity(TableHandle table) const = 0;
 

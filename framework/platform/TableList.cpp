@@ -81,7 +81,8 @@ void TableList::hwTablesDel(Kiv::Name const& name) {
 }
 
 void TableList::managerDied(BfnTableMgr const& manager) noexcept {
-  // All of its tables go before the first notification: a handler never meets the dying manager.
+  // All of its tables are removed before the first notification: a handler never finds a manager
+  // under destruction.
   std::list<HwTable> gone;
   for (auto table = hwTables_.begin(); table != hwTables_.end();) {
     auto const at = table++;

@@ -24,8 +24,8 @@ ConfigLine configLineOf(Kiv::String const& strep);
 /// The operator's configuration by VRF name and address; empty when it has been taken away.
 std::vector<ConfigLine> configLines(Switch const& host);
 
-/// Everything that can be looked at, each whole, with its keys sorted; lists are in the order of
-/// their keys unless the order has a meaning. Null means that it does not exist.
+/// All dumps, each whole, with its keys sorted; lists are in the order of their keys unless the
+/// order has a meaning. Null means that it does not exist.
 nlohmann::json dumpChip(Switch& host);
 /// Empties the journal.
 nlohmann::json dumpJournal(Switch& host);

@@ -16,7 +16,7 @@ using BfnDriver::Status;
 using BfnDriver::TableHandle;
 using BfnDriver::WriteResult;
 
-// The limit is the caller's, who logs on news only.
+// The limit is the caller's, which logs changes only.
 Kiv::LogHandle rowsWaiting(
     "BFN_VXLAN_MAC_REWRITE_ROWS_WAITING", Kiv::LogSeverity::warning,
     "VXLAN forwarding source MAC address rewrites that wait for hardware resources: %s.",
