@@ -84,7 +84,7 @@ struct ForwardTotals {
 ///   IPv4: ends before its total length                          dropped: Ipv4CutShort
 ///   IPv4: has a wrong header checksum                           dropped: BadIpv4Checksum
 ///   IPv4: any other; also fragments, each by itself, options,   forwarded: Rewritten, NoMac,
-///     any time to live, and padding after the packet          or NoRow
+///     any time to live, and padding after the packet              or NoRow
 ///
 /// The forwarding VLAN is that of the tag (a service tag counts as well), or the access VLAN
 /// without a tag or with VLAN 0. Jumbo frames are forwarded up to maxFrame.
