@@ -9,9 +9,8 @@
 
 namespace Kiv {
 
-/// The reactors of a state machine on the members of one collection, keyed like the members. What
-/// ReactorSlot says of its reactor holds for each of them. Walks are in hash order and tolerate
-/// changes.
+/// The reactors of a state machine on the members of one collection, keyed like the members. The
+/// contract of ReactorSlot holds for each of them. Walks are in hash order and tolerate changes.
 template <class KeyT, class R, class Notifier, class Owner, U32 kConstant>
 class ReactorCollection {
  public:

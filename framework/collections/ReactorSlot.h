@@ -8,8 +8,8 @@ namespace Kiv {
 
 namespace detail {
 
-/// Makes a reactor and switches it on. It may run handlers, down to one that drops the owner, which
-/// does not know of the reactor yet: the caller holds the owner.
+/// Makes a reactor and switches it on. It may run handlers, including one that releases the owner,
+/// which does not hold the reactor yet: the caller holds the owner.
 template <class R, class Notifier, class Owner>
 Ptr<R> makeReactor(Ptr<Notifier> const& notifier, Owner* owner) {
   Ptr<R> const reactor = make<R>(notifier, owner);
@@ -17,7 +17,7 @@ Ptr<R> makeReactor(Ptr<Notifier> const& notifier, Owner* owner) {
   return reactor;
 }
 
-/// Ends a reactor whose owner dies: others may still hold it.
+/// Ends a reactor whose owner is being destroyed; the reactor may still be referenced elsewhere.
 template <class R>
 void endReactor(R& reactor) {
   reactor.kivDoZombieReactors(true);
@@ -31,8 +31,8 @@ void endReactor(R& reactor) {
 /// both.
 ///
 /// A reactor in the slot is registered. One that leaves it is marked for deletion, so that it
-/// dispatches nothing more when it is held elsewhere. With the slot it loses its owner, too, also
-/// where the owner's constructor throws.
+/// dispatches nothing more when it is held elsewhere. Destroying the slot also clears the reactor's
+/// owner, even where the owner's constructor throws.
 template <class R, class Notifier = typename R::Notifier, class Owner = typename R::Owner>
 class ReactorSlot {
  public:
