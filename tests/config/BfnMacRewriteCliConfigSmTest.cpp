@@ -147,6 +147,9 @@ TEST_F(CliConfigTest, TracesOfAConstruction) {
           "void BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm::addVrf(L3::VrfName): vrfName: red",
           "void BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm::doAddOverlaySrcMacRewriteEntry("
           "L3::VrfName): vrfName: red"));
+  for (auto const& trace : TraceCapture::records()) {
+    EXPECT_EQ(trace.statement->level(), 9u) << trace.text;
+  }
 }
 
 TEST_F(CliConfigTest, LevelsAreFourForDecisionsAndNineForTheRest) {
@@ -156,6 +159,7 @@ TEST_F(CliConfigTest, LevelsAreFourForDecisionsAndNineForTheRest) {
   host.rewriteDel("red", "10.0.0.1");
   host.rewrite("blue", "10.0.0.1", kMac1);
   host.rewriteDel("blue", "10.0.0.1");
+  host.l3Status->vrfDel(name("red"));
   for (auto const& trace : TraceCapture::records()) {
     bool const decision = trace.text.find("): vrfId: ") != std::string::npos ||
                           trace.text.find("): Vrf doesn't exist") != std::string::npos;
@@ -455,6 +459,19 @@ TEST_F(CliConfigTest, ALineOrVrfThatGoesWhileItsRecordIsAnnouncedIsNotTranslated
     }
     sm.reset();
   }
+}
+
+TEST_F(CliConfigTest, ALineReplacedByAnotherWhileItsRecordIsAnnouncedIsNotTranslated) {
+  host.vrf("red", 5);
+  start();
+  auto const watcher = Kiv::makeActive<Watcher>(config);
+  watcher->then = [&] {
+    watcher->then = nullptr;
+    host.rewriteDel("red", "10.0.0.1");
+    host.rewrite("red", "10.0.0.2", kMac2);
+  };
+  host.rewrite("red", "10.0.0.1", kMac1);
+  EXPECT_THAT(output(), ElementsAre("5 10.0.0.2 02:00:00:00:00:02"));
 }
 
 TEST_F(CliConfigTest, AVrfAnnouncedAgainWhileItsLastLineGoesKeepsItsNewLine) {
