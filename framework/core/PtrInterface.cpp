@@ -13,8 +13,8 @@ bool VFPtrInterface::threadSafePointers_ = false;
 
 namespace {
 
-// Whether the address is on the calling thread's stack.
-bool onStack(void const* address) {
+// Whether the address is on the calling thread's stack. Debug builds ask.
+[[maybe_unused]] bool onStack(void const* address) {
   struct Bounds {
     std::uintptr_t from = 0;
     size_t size = 0;
