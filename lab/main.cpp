@@ -46,16 +46,16 @@ int run(Options const& options) {
   bool const none = options.files.empty();
   if (none && ::isatty(STDIN_FILENO) == 1) {
     Host::runPrompt(shell, std::cerr);
-    return Host::Shell::kDone;
+    return Host::Shell::Done;
   }
   if (none) return shell.runStream(std::cin, "stdin", std::cerr);
   for (std::string const& file : options.files) {
-    if (auto const status = shell.runFile(file, std::cerr); status != Host::Shell::kDone) {
+    if (auto const status = shell.runFile(file, std::cerr); status != Host::Shell::Done) {
       return status;
     }
     if (shell.exited()) break;
   }
-  return Host::Shell::kDone;
+  return Host::Shell::Done;
 }
 
 int parseAndRun(int argc, char** argv) {
@@ -77,7 +77,7 @@ int parseAndRun(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
-    return app.exit(error) == 0 ? 0 : Host::Shell::kBadInput;
+    return app.exit(error) == 0 ? 0 : Host::Shell::BadInput;
   }
   return run(options);
 }
@@ -91,6 +91,6 @@ int main(int argc, char** argv) {
   } catch (std::exception const& error) {
     std::cout.flush();
     std::cerr << "macrewrite-lab: error: " << error.what() << std::endl;
-    return Host::Shell::kBadInput;
+    return Host::Shell::BadInput;
   }
 }

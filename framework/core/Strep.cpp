@@ -118,7 +118,7 @@ void streamPlain(std::ostream& stream, std::string_view text) {
   }
 }
 
-namespace Impl {
+namespace detail {
 
 bool boolFromStrep(String::Iterator& it, String::Iterator const& end) {
   if (it != end && *it == 'T') {
@@ -147,7 +147,7 @@ std::int64_t signedFromStrep(String::Iterator& it, String::Iterator const& end, 
   return static_cast<std::int64_t>(U64{0} - magnitude);
 }
 
-}  // namespace Impl
+}  // namespace detail
 
 StrepReader::StrepReader(String::Iterator& it, String::Iterator const& end, std::string_view type)
     : it_(it), end_(end) {

@@ -78,12 +78,12 @@ class StrepAttempt {
   bool succeeded_ = false;
 };
 
-namespace Impl {
+namespace detail {
 bool boolFromStrep(String::Iterator& it, String::Iterator const& end);
 U64 unsignedFromStrep(String::Iterator& it, String::Iterator const& end, U64 max);
 std::int64_t signedFromStrep(String::Iterator& it, String::Iterator const& end, std::int64_t min,
                              std::int64_t max);
-}  // namespace Impl
+}  // namespace detail
 
 String valueToStrep(std::same_as<bool> auto value) {
   return value ? "True" : "False";
@@ -106,14 +106,14 @@ String valueToStrep(T const& value) {
 template <class T>
 T strepToValue(String::Iterator& it, String::Iterator const& end) {
   if constexpr (std::same_as<T, bool>) {
-    return Impl::boolFromStrep(it, end);
+    return detail::boolFromStrep(it, end);
   } else if constexpr (std::unsigned_integral<T>) {
     static_assert(StrepInteger<T>);
-    return static_cast<T>(Impl::unsignedFromStrep(it, end, std::numeric_limits<T>::max()));
+    return static_cast<T>(detail::unsignedFromStrep(it, end, std::numeric_limits<T>::max()));
   } else if constexpr (std::integral<T>) {
     static_assert(StrepInteger<T>);
-    return static_cast<T>(Impl::signedFromStrep(it, end, std::numeric_limits<T>::min(),
-                                                std::numeric_limits<T>::max()));
+    return static_cast<T>(detail::signedFromStrep(it, end, std::numeric_limits<T>::min(),
+                                                  std::numeric_limits<T>::max()));
   } else if constexpr (std::same_as<T, String>) {
     return quotedFromStrep(it, end);
   } else {

@@ -3,20 +3,20 @@
 namespace prettyout {
 
 void Renderer::start() {
-  KIV_CHECK_AS(state_ == State::kNew, "!started()", "output is started once");
-  state_ = State::kRunning;
+  KIV_CHECK_AS(state_ == State::New, "!started()", "output is started once");
+  state_ = State::Running;
   doStart();
 }
 
 void Renderer::end() {
-  checkRunning();
+  checRunning();
   KIV_CHECK_AS(depth_ == 0, "depth() == 0", depth_, " dictionaries or entries are still open");
   doEnd();
-  state_ = State::kEnded;
+  state_ = State::Ended;
 }
 
 void Renderer::open(std::string_view key, bool isEntry) {
-  checkRunning();
+  checRunning();
   KIV_CHECK_AS(depth_ < kMaxDepth, "depth() < kMaxDepth", "dictionaries are nested too deeply");
   doOpen(key);
   levels_[++depth_] = Level{isEntry, false};
@@ -33,14 +33,14 @@ void Renderer::startDictEntry(Attribute const& attribute) {
 }
 
 void Renderer::endDict() {
-  checkRunning();
+  checRunning();
   KIV_CHECK_AS(depth_ > 0 && !levels_[depth_].isEntry, "inDict()", "no dictionary to end here");
   --depth_;
   doClose();
 }
 
 void Renderer::endDictEntry() {
-  checkRunning();
+  checRunning();
   KIV_CHECK_AS(depth_ > 0 && levels_[depth_].isEntry, "inDictEntry()", "no entry to end here");
   --depth_;
   doClose();

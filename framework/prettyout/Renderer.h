@@ -54,7 +54,7 @@ class Renderer {
   void addAttributes(ColumnFormat<sizeof...(Attributes)> const& format, std::size_t count,
                      Attributes const&... attributes) {
     KIV_CHECK(count == sizeof...(Attributes), count, " attributes announced");
-    checkRunning();
+    checRunning();
     std::array<Attribute, sizeof...(Attributes)> const list{attributes...};
     doAddAttributes(format.columns(), list);
   }
@@ -62,7 +62,7 @@ class Renderer {
   /// Text that only people see; the arguments are anything that converts to std::string_view.
   template <class... Texts>
   void addFrills(ColumnFormat<sizeof...(Texts)> const& format, Texts const&... texts) {
-    checkRunning();
+    checRunning();
     std::array<std::string_view, sizeof...(Texts)> const list{std::string_view(texts)...};
     doAddFrills(format.columns(), list);
   }
@@ -83,7 +83,7 @@ class Renderer {
   }
 
  private:
-  enum class State : Kiv::U8 { kNew, kRunning, kEnded };
+  enum class State : Kiv::U8 { New, Running, Ended };
   struct Level {
     bool isEntry = false;
     bool hasMembers = false;
@@ -96,11 +96,11 @@ class Renderer {
   virtual void doAddAttributes(Columns const& format, std::span<Attribute const> attributes) = 0;
   virtual void doAddFrills(Columns const& format, std::span<std::string_view const> texts) = 0;
 
-  void checkRunning() const { KIV_CHECK_AS(state_ == State::kRunning, "started() && !ended()"); }
+  void checRunning() const { KIV_CHECK_AS(state_ == State::Running, "started() && !ended()"); }
   void open(std::string_view key, bool isEntry);
 
   OutputBuffer& buffer_;
-  State state_ = State::kNew;
+  State state_ = State::New;
   std::size_t depth_ = 0;                      // open dictionaries and entries
   std::array<Level, kMaxDepth + 1> levels_{};  // levels_[0] is the output as a whole
 };

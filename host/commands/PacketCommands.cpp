@@ -6,6 +6,7 @@
 #include "framework/values/IpAddr.h"
 #include "host/commands/Commands.h"
 #include "host/language/InputError.h"
+#include "host/language/Lexer.h"
 #include "host/packets/CaptureReader.h"
 #include "host/packets/ForwardCapture.h"
 #include "host/switch/Switch.h"
@@ -91,6 +92,17 @@ void checkCapture(std::filesystem::path const& file) {
   }
 }
 
+// The text of an error that begins with the name of one of both files, with an excerpt in its
+// place.
+std::string withExcerpt(std::string_view error, std::filesystem::path const& in,
+                        std::filesystem::path const& out) {
+  for (std::filesystem::path const& each : {in, out}) {
+    std::string const name = each.string();
+    if (error.starts_with(name)) return excerpt(name) + std::string(error.substr(name.size()));
+  }
+  return std::string(error);
+}
+
 // Hits count once the output is whole: after a failed write they are as they were.
 void forwardOrUncount(BfnChip::ChipModel& chip, std::filesystem::path const& in,
                       std::filesystem::path const& out, Host::Packets::Forwarder& forwarder,
@@ -129,7 +141,7 @@ Answer packets(Switch& host, std::filesystem::path const& in, Arguments const& g
     }
     return {std::move(answer), text + totalsText(totals)};
   } catch (Host::Packets::CaptureError const& error) {
-    throw InputError(error.what());
+    throw InputError(withExcerpt(error.what(), in, out));
   }
 }
 

@@ -127,7 +127,7 @@ Shell::Status Shell::guarded(std::ostream& err, F const& run) {
   try {
     run();
     flush();
-    return kDone;
+    return Done;
   } catch (Failure const& failure) {
     if (options_.json) out_ << jsonText({{"error", failure.what()}}) << '\n';
     out_.flush();
@@ -141,7 +141,7 @@ Shell::Status Shell::runFile(std::filesystem::path const& file, std::ostream& er
     try {
       readFile(file);
     } catch (InputError const& error) {
-      throw Failure(kBadInput, file.string() + ": error: " + error.what());
+      throw Failure(BadInput, file.string() + ": error: " + error.what());
     }
   });
 }
@@ -188,7 +188,7 @@ std::size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 siz
 }
 
 void Shell::flush() {
-  if (!out_.flush()) throw Failure(kBadInput, "error: the output cannot be written");
+  if (!out_.flush()) throw Failure(BadInput, "error: the output cannot be written");
 }
 
 bool Shell::carryOut(std::string_view line) {
@@ -201,7 +201,7 @@ bool Shell::carryOut(std::string_view line) {
     print(answerTo(words), line);
     return true;
   } catch (InputError const& error) {
-    throw Failure(kBadInput, where() + "error: " + error.what());
+    throw Failure(BadInput, where() + "error: " + error.what());
   }
 }
 
@@ -238,9 +238,9 @@ Answer Shell::expect(Arguments const& given) {
   if (expected.is_discarded()) throw InputError("expected JSON behind ==");
   nlohmann::json const found = answerTo(words).json;
   if (found == expected) return {};
-  throw Failure(kExpectationFailed, place_.name + ':' + std::to_string(place_.line) +
-                                        ": expectation failed\n  expected: " + jsonText(expected) +
-                                        "\n  found:    " + jsonText(found));
+  throw Failure(ExpectationFailed, place_.name + ':' + std::to_string(place_.line) +
+                                       ": expectation failed\n  expected: " + jsonText(expected) +
+                                       "\n  found:    " + jsonText(found));
 }
 
 Answer Shell::measure(Arguments const& given) {

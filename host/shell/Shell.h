@@ -26,7 +26,7 @@ struct ShellOptions {
 class Shell {
  public:
   /// How a run ends.
-  enum Status : int { kDone = 0, kExpectationFailed = 1, kBadInput = 2 };
+  enum Status : int { Done = 0, ExpectationFailed = 1, BadInput = 2 };
 
   /// The host and the stream must outlive the shell.
   Shell(Switch& host, std::ostream& out, ShellOptions const& options = {});

@@ -9,6 +9,7 @@
 
 #include "framework/core/Notifiee.h"
 #include "framework/core/Ptr.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -257,7 +258,7 @@ void Listener::onNotificationException() {
 class NotifieeListRandomTest : public ::testing::TestWithParam<U64> {};
 
 TEST_P(NotifieeListRandomTest, VisitsCallWhomThePlainModelCalls) {
-  U64 const seed = GetParam() != 0 ? GetParam() : std::random_device()();
+  U64 const seed = GetParam() != 0 ? GetParam() : BfnTest::testSeed(std::random_device{}());
   SCOPED_TRACE("seed " + std::to_string(seed));
   RecordProperty("seed", std::to_string(seed));
 #ifdef NDEBUG

@@ -104,6 +104,11 @@ class ReactorTest : public ::testing::Test {
   Ptr<Machine> machine = Kiv::makeActive<Machine>(watched, &log);
 };
 
+// A second row for one id would never run, and an attribute of another type would read past the
+// key: neither compiles.
+static_assert(detail::distinctIds<258, 259, 130>());
+static_assert(!detail::distinctIds<258, 259, 258>());
+
 TEST_F(ReactorTest, ConstructionCallsNoHandler) {
   EXPECT_THAT(log, IsEmpty());
 }

@@ -10,6 +10,7 @@
 #include "framework/corvo/Exceptions.h"
 #include "framework/l3/L3RoutingStatus.h"
 #include "tests/framework/corvo/TestTypes.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -278,7 +279,7 @@ TEST(Replica, OfAnotherTypeIsRefused) {
 }
 
 TEST(Replica, AnyChangesKeepTheCopyEqual) {
-  unsigned const seed = std::random_device()();
+  unsigned const seed = BfnTest::testSeed(std::random_device{}());
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 generator(seed);
   auto const random = [&generator] { return static_cast<unsigned>(generator()); };

@@ -34,7 +34,7 @@ class CommandsTest : public HostTest::ShellFixture {
     return {std::istreambuf_iterator<char>(in), {}};
   }
   std::string errorOf(std::string const& line) {
-    EXPECT_EQ(run(line), Host::Shell::kBadInput);
+    EXPECT_EQ(run(line), Host::Shell::BadInput);
     return err.str();
   }
 
@@ -123,7 +123,7 @@ TEST_F(CommandsTest, BriefShowsTheFirstAndLastLinesOnly) {
 TEST_F(CommandsTest, MeasureAddsSecondsAndBytes) {
   EXPECT_THAT(printed("measure print one"),
               MatchesRegex("one\n  [0-9]+\\.[0-9][0-9][0-9] s, [-+][0-9]+ bytes\n"));
-  EXPECT_EQ(run("measure shutdown"), Host::Shell::kBadInput);
+  EXPECT_EQ(run("measure shutdown"), Host::Shell::BadInput);
 }
 
 TEST_F(CommandsTest, AGeneratedScaleLoadsIntoThatManyRows) {
@@ -232,6 +232,8 @@ TEST_F(CommandsTest, WithJsonShowPrintsTheCommandsOwnBytes) {
 TEST_F(CommandsTest, AnErrorQuotesAtMostSixtyCharactersOfAWord) {
   std::string const error = errorOf(std::string(5000, 'x'));
   EXPECT_THAT(error, EndsWith("found " + std::string(60, 'x') + "...\n"));
+  EXPECT_THAT(errorOf("packets " + std::string(200, 'z') + " out.pcap"),
+              StartsWith("case:1: error: " + std::string(60, 'z') + "...: "));
 }
 
 TEST_F(CommandsTest, ARunningConfigOfAVrfNamedLikeTheSignIsReadBack) {
@@ -271,10 +273,10 @@ TEST_F(CommandsTest, TheListOfFramesSaysWhenItIsCut) {
   }
   EXPECT_THAT(printed("packets " + merged + ' ' + path("out.pcap")), HasSubstr("... and 2 more\n"));
   EXPECT_EQ(run("expect packets " + merged + ' ' + path("out.pcap") + " == 1"),
-            Host::Shell::kExpectationFailed);
+            Host::Shell::ExpectationFailed);
   EXPECT_THAT(err.str(), HasSubstr("\"framesNotListed\":2,"));
   EXPECT_EQ(run("expect packets " LAB_CAPTURE " " + path("out.pcap") + " == 1"),
-            Host::Shell::kExpectationFailed);
+            Host::Shell::ExpectationFailed);
   EXPECT_EQ(err.str().find("framesNotListed"), std::string::npos);
 }
 

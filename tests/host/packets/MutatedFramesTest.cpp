@@ -10,6 +10,7 @@
 #include "host/packets/ForwardCapture.h"
 #include "host/packets/Forwarder.h"
 #include "tests/host/packets/Samples.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -20,12 +21,6 @@ using Samples::ethernet;
 using Samples::kHost;
 using Samples::tagged;
 using Samples::udpFrame;
-
-// BFN_TEST_SEED repeats a run.
-unsigned seed() {
-  char const* given = std::getenv("BFN_TEST_SEED");
-  return given != nullptr ? static_cast<unsigned>(std::stoul(given)) : std::random_device{}();
-}
 
 class MutatedFrames : public testing::Test {
  protected:
@@ -74,7 +69,7 @@ class MutatedFrames : public testing::Test {
   std::vector<Buffer> frames;
 
  private:
-  unsigned const seed_ = seed();
+  unsigned const seed_ = BfnTest::testSeed(std::random_device{}());
   std::mt19937 random_{seed_};
 };
 

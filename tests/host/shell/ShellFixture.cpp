@@ -13,7 +13,7 @@ Host::Shell::Status ShellFixture::run(std::string const& lines) {
 }
 
 std::string ShellFixture::printed(std::string const& lines) {
-  EXPECT_EQ(run(lines), Host::Shell::kDone) << err.str();
+  EXPECT_EQ(run(lines), Host::Shell::Done) << err.str();
   return out.str();
 }
 

@@ -35,7 +35,7 @@ class BadInputTest : public HostTest::ShellFixture,
 TEST_P(BadInputTest, SaysWhereAndWhatWasExpectedAndChangesNothing) {
   bringUp();
   std::string const before = printed("dump inputs\ndump chip\ndump config");
-  EXPECT_EQ(run(std::string("# a comment\n") + GetParam().line), Host::Shell::kBadInput);
+  EXPECT_EQ(run(std::string("# a comment\n") + GetParam().line), Host::Shell::BadInput);
   EXPECT_EQ(err.str(), std::string("case:2: error: ") + GetParam().error + '\n');
   EXPECT_EQ(printed("dump inputs\ndump chip\ndump config"), before);
 }
@@ -109,14 +109,14 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"host vrf \"red", "expected a closing quote before the end of the line"}));
 
 TEST_F(ShellTest, TheFirstBadLineEndsTheRun) {
-  EXPECT_EQ(run("print one\nbad\nprint two"), Host::Shell::kBadInput);
+  EXPECT_EQ(run("print one\nbad\nprint two"), Host::Shell::BadInput);
   EXPECT_EQ(out.str(), "one\n");
 }
 
 TEST_F(ShellTest, ABadLineOfALoadedFileIsToldWithItsOwnPlace) {
   std::string const file = ::testing::TempDir() + "/bad.lab";
   std::ofstream(file) << "print one\n\nhost\n";
-  EXPECT_EQ(run("print zero\nload " + file), Host::Shell::kBadInput);
+  EXPECT_EQ(run("print zero\nload " + file), Host::Shell::BadInput);
   EXPECT_THAT(err.str(), StartsWith(file + ":3: error: expected vrf"));
   std::filesystem::remove(file);
 }
@@ -124,18 +124,18 @@ TEST_F(ShellTest, ABadLineOfALoadedFileIsToldWithItsOwnPlace) {
 TEST_F(ShellTest, AFileThatLoadsItselfIsRefused) {
   std::string const file = ::testing::TempDir() + "/self.lab";
   std::ofstream(file) << "load self.lab\n";
-  EXPECT_EQ(run("load " + file), Host::Shell::kBadInput);
+  EXPECT_EQ(run("load " + file), Host::Shell::BadInput);
   EXPECT_THAT(err.str(), HasSubstr("files are loaded within each other too deep"));
   std::filesystem::remove(file);
 }
 
 TEST_F(ShellTest, AMissingFileOfTheCommandLineIsBadInput) {
-  EXPECT_EQ(shell.runFile("no-such-file.lab", err), Host::Shell::kBadInput);
+  EXPECT_EQ(shell.runFile("no-such-file.lab", err), Host::Shell::BadInput);
   EXPECT_EQ(err.str(), "no-such-file.lab: error: expected a file of commands that can be read\n");
 }
 
 TEST_F(ShellTest, AFailedExpectationShowsBothSides) {
-  EXPECT_EQ(run("expect dump capability == {\"a\": [1]}"), Host::Shell::kExpectationFailed);
+  EXPECT_EQ(run("expect dump capability == {\"a\": [1]}"), Host::Shell::ExpectationFailed);
   EXPECT_EQ(err.str(),
             "case:1: expectation failed\n"
             "  expected: {\"a\":[1]}\n"
@@ -182,7 +182,7 @@ TEST_F(JsonShellTest, EveryAnswerIsOneJsonLine) {
 }
 
 TEST_F(JsonShellTest, AnErrorIsAJsonLineToo) {
-  EXPECT_EQ(run("dump chips"), Host::Shell::kBadInput);
+  EXPECT_EQ(run("dump chips"), Host::Shell::BadInput);
   EXPECT_THAT(out.str(), StartsWith("{\"error\":\"case:1: error: expected chip"));
 }
 
@@ -206,7 +206,7 @@ TEST_F(JsonShellTest, NamesStayApartInAnswersCommandsAndErrorsWhateverBytesTheyH
   std::set<std::string> errors;
   for (std::string const& name : names) {
     out.str("");
-    EXPECT_EQ(run("dump " + name), Host::Shell::kBadInput);
+    EXPECT_EQ(run("dump " + name), Host::Shell::BadInput);
     errors.insert(nlohmann::json::parse(out.str()).at("error").get<std::string>());
   }
   EXPECT_EQ(errors.size(), std::size(names));
@@ -216,7 +216,7 @@ TEST_F(ShellTest, NamesGivenAsJsonAreReadBackAsTheyAreWritten) {
   printed("host vrf \xff id 7\nhost vrf \xc3\xbf id 8");
   std::string const written = printed("dump inputs");
   EXPECT_THAT(written, HasSubstr("\xf4\x8f\xbf\xbf"));
-  EXPECT_EQ(run("expect dump inputs == " + written), Host::Shell::kDone) << err.str();
+  EXPECT_EQ(run("expect dump inputs == " + written), Host::Shell::Done) << err.str();
 }
 
 class EchoShellTest : public HostTest::ShellFixture {

@@ -1,0 +1,4 @@
+#pragma once
+
+// The include path of earlier releases, installed beside the others.
+#include "rewrite/BfnMacRewriteSm.h"
