@@ -44,7 +44,7 @@ class EventScope {
   EventScope& operator=(EventScope const&) = delete;
 
   /// The stamp of a record written now.
-  static U64 now() noexcept {
+  [[gnu::always_inline]] static U64 now() noexcept {
     if (--state_.left >= 0) [[likely]]
       return state_.stamp;
     U64 const counter = readCounter();

@@ -16,7 +16,7 @@ namespace Ringlog {
 /// How an argument of type T is stored in a record. A specialisation has
 ///
 ///   static constexpr U32 kMaxWords;                        // at most this many words
-///   static void put(Message& message, T const& value) noexcept;
+///   [[gnu::always_inline]] static void put(Message& message, T const& value) noexcept;
 ///   static void render(std::ostream& stream, WordReader& words);
 ///
 /// put() allocates and traces nothing; render() writes what `stream << value` would. There is one
@@ -57,7 +57,7 @@ concept TraceArg = requires {
 struct TextArgTraits {
   static constexpr U32 kMaxWords = 1 + wordsFor(kMaxArgBytes);
 
-  static void put(Message& message, std::string_view text) noexcept {
+  [[gnu::always_inline]] static void put(Message& message, std::string_view text) noexcept {
     size_t const kept = std::min<size_t>(text.size(), kMaxArgBytes);
     message.word(U64{text.size()} << 8 | kept);
     message.bytes(text.data(), kept);
@@ -71,7 +71,7 @@ struct ArgTraits<T> : TextArgTraits {};
 /// C strings; a null pointer is "(null)".
 template <>
 struct ArgTraits<char const*> : TextArgTraits {
-  static void put(Message& message, char const* text) noexcept {
+  [[gnu::always_inline]] static void put(Message& message, char const* text) noexcept {
     TextArgTraits::put(message, text != nullptr ? std::string_view(text) : "(null)");
   }
 };
@@ -83,7 +83,7 @@ template <ValueArg T>
 struct ArgTraits<T> {
   static constexpr U32 kMaxWords = wordsFor(sizeof(T));
 
-  static void put(Message& message, T const& value) noexcept {
+  [[gnu::always_inline]] static void put(Message& message, T const& value) noexcept {
     char bytes[sizeof(T)];
     std::memcpy(bytes, &value, sizeof(T));
     message.bytes(bytes, sizeof(T));

@@ -16,13 +16,13 @@ namespace Ringlog {
 /// A record that is being written: between startMsg and endMsg. Meant to live in registers.
 class Message {
  public:
-  void word(U64 value) noexcept {
+  [[gnu::always_inline]] void word(U64 value) noexcept {
     *at_++ = value;
     check_ = RecordLayout::mix(check_, value);
   }
 
   /// `size` bytes, the last word filled up with zeroes. At most kMaxArgBytes.
-  void bytes(char const* from, size_t size) noexcept {
+  [[gnu::always_inline]] void bytes(char const* from, size_t size) noexcept {
     for (; size >= sizeof(U64); from += sizeof(U64), size -= sizeof(U64)) word(load(from));
     if (size > 0) word(loadShort(from, size));
   }
@@ -57,7 +57,7 @@ class Message {
     return value;
   }
   /// 1 to 7 bytes, by two loads that may overlap; in memory order where bytes are little-endian.
-  static U64 loadShort(char const* from, size_t size) noexcept {
+  [[gnu::always_inline]] static U64 loadShort(char const* from, size_t size) noexcept {
     if constexpr (std::endian::native == std::endian::little) {
       if (size >= 4) {
         return loadPart<U32>(from) | loadPart<U32>(from + size - 4) << (8 * (size - 4));
@@ -105,8 +105,8 @@ class RingBuf {
   ~RingBuf() = default;
 
   /// Opens a record of at most `maxWords` words, header included. Only one is open at a time.
-  Message startMsg(TraceFile const& traceFile, MsgId msgId,
-                   U32 maxWords = RecordLayout::kMaxWords) noexcept {
+  [[gnu::always_inline]] Message startMsg(TraceFile const& traceFile, MsgId msgId,
+                                          U32 maxWords = RecordLayout::kMaxWords) noexcept {
     U64 position = head_.load(std::memory_order_relaxed);
     U64 const mask = size_ - 1;
     // A record never wraps; what is left of the round stays unused.
@@ -117,7 +117,7 @@ class RingBuf {
   }
 
   /// Makes the record readable.
-  void endMsg(Message const& message) noexcept {
+  [[gnu::always_inline]] void endMsg(Message const& message) noexcept {
     auto const words = static_cast<U32>(message.at_ - message.record_);
     U64 const identity = RecordLayout::pack({sequence_, words, 0, 0}) | message.identity_;
     message.record_[2] = identity;
