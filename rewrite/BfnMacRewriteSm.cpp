@@ -144,10 +144,6 @@ void BfnMacRewriteSm::prefetch(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfI
   if (manager_) manager_->prefetch(intfId, pair.ipAddr());
 }
 
-bool BfnMacRewriteSm::rowIsYetToCome(Ovra::IntfId intfId, Ovra::IpAddr ipAddr) const {
-  return addingRows_ && !manager_->matchSpecAndRefCount({ipAddr, intfId, false});
-}
-
 Ovra::EthAddr BfnMacRewriteSm::configuredMac(Pex::VrfId vrfId, Ovra::IpAddr ipAddr) const {
   auto const* const all = overlaySrcMacRewriteAgentConfig_.notifierRaw();
   auto const* const config = all == nullptr ? nullptr : all->overlaySrcMacRewrite(vrfId);

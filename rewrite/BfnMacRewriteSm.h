@@ -274,7 +274,9 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
   void indexIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId);
   void indexDel(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId);
   /// Whether a pass in progress has yet to add the row, which is then not there to be changed.
-  bool rowIsYetToCome(Ovra::IntfId intfId, Ovra::IpAddr ipAddr) const;
+  bool rowIsYetToCome(Ovra::IntfId intfId, Ovra::IpAddr ipAddr) const {
+    return addingRows_ && !manager_->matchSpecAndRefCount({ipAddr, intfId, false});
+  }
   /// Prefetches the index slots and the record of a pair, so that their cache misses overlap.
   void prefetch(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) const;
   /// The configured MAC, all-zero when there is none.

@@ -156,7 +156,8 @@ PexTypes::TableAddStatus OverlaySrcMacRewriteManager::addEntry(
     throw;
   }
   KIV_TRACE(9, "Table programming successful");
-  if (holds(*record)) matchSpecAndRefCount_.announce(key);
+  // Without notifiees the look-up can be saved.
+  if (!notifieeList().empty() && holds(*record)) matchSpecAndRefCount_.announce(key);
   return PexTypes::TableAddStatus::Success;
 }
 

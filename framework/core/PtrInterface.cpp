@@ -64,16 +64,4 @@ void PtrInterface::handleZeroRef() {
   delete this;
 }
 
-void PtrInterface::bitIs(U32 bit, bool on) {
-  if (threadSafePointers_) {
-    if (on) {
-      __atomic_fetch_or(&refWord_, bit, __ATOMIC_RELAXED);
-    } else {
-      __atomic_fetch_and(&refWord_, ~bit, __ATOMIC_RELAXED);
-    }
-  } else {
-    refWord_ = on ? refWord_ | bit : refWord_ & ~bit;
-  }
-}
-
 }  // namespace Kiv

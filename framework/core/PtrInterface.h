@@ -144,6 +144,18 @@ inline void PtrInterface::kivRefDec() const {
   }
 }
 
+inline void PtrInterface::bitIs(U32 bit, bool on) {
+  if (threadSafePointers_) [[unlikely]] {
+    if (on) {
+      __atomic_fetch_or(&refWord_, bit, __ATOMIC_RELAXED);
+    } else {
+      __atomic_fetch_and(&refWord_, ~bit, __ATOMIC_RELAXED);
+    }
+  } else {
+    refWord_ = on ? refWord_ | bit : refWord_ & ~bit;
+  }
+}
+
 }  // namespace Kiv
 
 // After the class, so that notify() runs inline down to the call of each notifiee.
