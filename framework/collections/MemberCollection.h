@@ -98,7 +98,8 @@ class MemberCollection
 
   /// Removes, then notifies, and gives the member back; absent: nothing, and null.
   Ptr<Member> del(Key const& key) {
-    Key const own = key;
+    // The key may be the member's own, and a handler may release the member.
+    Key const own = key;  // NOLINT(performance-unnecessary-copy-initialization)
     Ptr<Member> removed = map_.take(own);
     if (!removed) return nullptr;
     bool const left = unparent(*removed);

@@ -12,7 +12,7 @@ namespace detail {
 /// which does not hold the reactor yet: the caller holds the owner.
 template <class R, class Notifier, class Owner>
 Ptr<R> makeReactor(Ptr<Notifier> const& notifier, Owner* owner) {
-  Ptr<R> const reactor = make<R>(notifier, owner);
+  Ptr<R> reactor = make<R>(notifier, owner);
   reactor->hasNotificationActiveIs(true);
   return reactor;
 }

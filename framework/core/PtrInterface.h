@@ -17,8 +17,9 @@ class Type;
 enum class GenericOp : U8;
 template <class T>
 class Ptr;
+// The one friend that reaches operator new; defined in Ptr.h.
 template <class T, class... Args>
-[[nodiscard]] Ptr<T> make(Args&&... args);
+[[nodiscard]] Ptr<T> make(Args&&... args);  // NOLINT(readability-redundant-declaration)
 
 /// What the reference counting of every framework object shares.
 class VFPtrInterface {

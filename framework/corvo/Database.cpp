@@ -58,7 +58,7 @@ Kiv::Ptr<Publisher> Database::publisher(Kiv::String const& path) const {
 Kiv::Ptr<Kiv::Entity> Database::entityIs(Kiv::String const& path, Kiv::String const& typeName) {
   auto const found = places_.find(path);
   if (found == places_.end()) {
-    Kiv::Ptr<Kiv::Entity> const made = make(path, typeName);
+    Kiv::Ptr<Kiv::Entity> made = make(path, typeName);
     entityIs(path, made);
     return made;
   }

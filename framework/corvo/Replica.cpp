@@ -249,7 +249,7 @@ Publisher::~Publisher() = default;
 Ptr<Publisher::Source> Publisher::source(Ptr<PtrInterface const> const& object) {
   auto const found = sources_.find(object.get());
   if (found != sources_.end()) return found->second;
-  auto const made = Kiv::makeActive<Source>(object);
+  auto made = Kiv::makeActive<Source>(object);
   sources_.emplace(object.get(), made);
   return made;
 }

@@ -10,7 +10,7 @@ namespace Host {
 /// one-to-one as Kiv::utf8FromBytes() does it, so that different names stay different.
 
 /// In one line, keys sorted.
-std::string jsonText(nlohmann::json const& json);
+std::string jsonText(nlohmann::json const& value);
 
 /// Reads such a text. What is no JSON gives a value with is_discarded().
 nlohmann::json parsedJson(std::string_view text);

@@ -106,8 +106,8 @@ class ReactorTest : public ::testing::Test {
 
 // A second row for one id would never run, and an attribute of another type would read past the
 // key: neither compiles.
-static_assert(detail::distinctIds<258, 259, 130>());
-static_assert(!detail::distinctIds<258, 259, 258>());
+static_assert(Kiv::detail::distinctIds<258, 259, 130>());
+static_assert(!Kiv::detail::distinctIds<258, 259, 258>());
 
 TEST_F(ReactorTest, ConstructionCallsNoHandler) {
   EXPECT_THAT(log, IsEmpty());
