@@ -61,12 +61,23 @@ NoMemory::NoMemory(std::size_t spared) {
 void* operator new(std::size_t size) {
   return counted([](std::size_t bytes, std::size_t) { return std::malloc(bytes); }, size, 0);
 }
+// The form that does not throw is a sanitizer's own unless it is replaced, too.
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+  try {
+    return operator new(size);
+  } catch (std::bad_alloc const&) {
+    return nullptr;
+  }
+}
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return counted([](std::size_t bytes,
                     std::size_t to) { return std::aligned_alloc(to, (bytes + to - 1) / to * to); },
                  size, static_cast<std::size_t>(alignment));
 }
 void operator delete(void* block) noexcept {
+  release(block);
+}
+void operator delete(void* block, std::nothrow_t const&) noexcept {
   release(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
