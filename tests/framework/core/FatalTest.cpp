@@ -112,7 +112,16 @@ TEST(FatalCheckDeathTest, NamesBothConditionsWhenAPieceFailsACheckItself) {
                      HasSubstr("\"evaluations < -1\" == nullptr")));
 }
 
-#ifndef __SANITIZE_ADDRESS__  // its allocator ends the process without memory
+// The sanitizer's allocator ends the process without memory.
+#if defined(__SANITIZE_ADDRESS__)
+#define FATAL_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FATAL_TEST_SANITIZED 1
+#endif
+#endif
+
+#ifndef FATAL_TEST_SANITIZED
 void useUpTheMemory() {
   rlimit const none{0, 0};
   ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
