@@ -5,15 +5,9 @@
 #include <new>
 #include <utility>
 
+#include "framework/core/AddressSanitizer.h"
 #include "framework/core/Types.h"
 
-#ifdef __SANITIZE_ADDRESS__
-#define KIV_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KIV_ADDRESS_SANITIZER 1
-#endif
-#endif
 #ifdef KIV_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif

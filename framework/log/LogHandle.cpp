@@ -10,7 +10,7 @@ namespace {
 
 // By name. Never destroyed: handles of other libraries unregister until the very end of the
 // process.
-std::multimap<std::string, LogHandle*, std::less<>>& registry() {
+std::multimap<std::string, LogHandle*, std::less<>>& logHandles() {
   static auto* handles = new std::multimap<std::string, LogHandle*, std::less<>>;
   return *handles;
 }
@@ -36,14 +36,14 @@ LogHandle::LogHandle(char const* name, LogSeverity severity, char const* format,
       rateLimitArgs_(rateLimitArgs),
       idHash_(nameHash(name_)),
       limiter_(interval, burst) {
-  registry().emplace(name_, this);
+  logHandles().emplace(name_, this);
 }
 
 LogHandle::~LogHandle() {
-  auto const [first, last] = registry().equal_range(name_);
+  auto const [first, last] = logHandles().equal_range(name_);
   for (auto it = first; it != last; ++it) {
     if (it->second != this) continue;
-    registry().erase(it);
+    logHandles().erase(it);
     return;
   }
 }
@@ -64,12 +64,12 @@ void LogHandle::log(LogString const& arguments) {
 }
 
 LogHandle* LogHandle::find(std::string_view name) {
-  auto const found = registry().find(name);
-  return found != registry().end() ? found->second : nullptr;
+  auto const found = logHandles().find(name);
+  return found != logHandles().end() ? found->second : nullptr;
 }
 
 void LogHandle::forEach(std::function<void(LogHandle&)> const& visit) {
-  for (auto const& [name, handle] : registry()) visit(*handle);
+  for (auto const& [name, handle] : logHandles()) visit(*handle);
 }
 
 }  // namespace Kiv

@@ -9,6 +9,8 @@
 
 namespace Host::Packets {
 
+constexpr Kiv::U32 kNanosecondsPerSecond = 1'000'000'000;
+
 /// A capture file cannot be read or written. The text names the file and what was expected of it.
 class CaptureError : public std::runtime_error {
  public:
@@ -21,7 +23,7 @@ enum class TimeUnit : Kiv::U8 { Microseconds, Nanoseconds };
 /// When a frame was captured, since 1970 in UTC.
 struct Timestamp {
   Kiv::U64 seconds = 0;
-  Kiv::U32 nanoseconds = 0;  ///< below 1,000,000,000
+  Kiv::U32 nanoseconds = 0;  ///< below kNanosecondsPerSecond
 
   friend auto operator<=>(Timestamp const&, Timestamp const&) = default;
 };

@@ -14,8 +14,6 @@ namespace {
 using Kiv::U32;
 using Kiv::U8;
 
-constexpr U32 kNanosecondsPerSecond = 1'000'000'000;
-
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };

@@ -10,7 +10,6 @@ namespace Host::Packets {
 
 namespace {
 
-constexpr Kiv::U32 kNanosecondsPerSecond = 1'000'000'000;
 constexpr Kiv::U32 kNanosecondsPerMicrosecond = 1'000;
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/core/AddressSanitizer.h"
 #include "framework/core/Types.h"
 
 namespace Kiv {
