@@ -33,6 +33,7 @@ class ReactorCollection {
       return;
     }
     Ptr<Owner> const keep(owner);
+    table_.reserve(table_.size() + 1);  // nothing may fail after the reactor's handlers have run
     table_.insert(Slot{key, detail::makeReactor<R>(member, owner)});
   }
   /// Destroys the reactor only; absent: nothing.

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "framework/core/Notifiee.h"
 #include "framework/core/Ptr.h"
 
 namespace Kiv {
@@ -12,7 +13,9 @@ namespace detail {
 /// which does not hold the reactor yet: the caller holds the owner.
 template <class R, class Notifier, class Owner>
 Ptr<R> makeReactor(Ptr<Notifier> const& notifier, Owner* owner) {
+  NotifieeRoom room{Ptr<PtrInterface const>(notifier)};  // nothing may fail after the handlers
   Ptr<R> reactor = make<R>(notifier, owner);
+  room.give();
   reactor->hasNotificationActiveIs(true);
   return reactor;
 }

@@ -243,4 +243,18 @@ TEST_F(ReactorCollectionTest, AReactorWithoutMemoryIsNotStoredAndCanBeAskedForAg
   }
 }
 
+TEST_F(ReactorCollectionTest, AHandlerOfAConstructionRunsOnlyWhenTheReactorCanBeStored) {
+  machine->handleAtConstruction = true;
+  machine->log.reserve(1);
+  for (U32 number = 0; number < 40; ++number) {
+    auto const port = makeActive<Port>(number);
+    auto const failed = BfnTest::failEachAllocation(
+        [&] { machine->portIs(port); },
+        [&](size_t n) { EXPECT_THAT(machine->log, IsEmpty()) << number << ", " << n; });
+    EXPECT_GE(failed, 2u);
+    EXPECT_EQ(machine->log.size(), 1u);
+    machine->log.clear();
+  }
+}
+
 }  // namespace
