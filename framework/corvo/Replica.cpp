@@ -60,7 +60,7 @@ class Replica::Node final : public PtrInterface {
     forEachAttribute(original->fwkType(),
                      [this](AttributeDescription const& attribute) { fill(attribute); });
     copy_->hasNotificationActiveIs(true);
-    // The guard is the copy's first notifiee: nobody watches the copy yet.
+    // The guard is the copy's first notifiee: nothing else watches the copy yet.
     guard_ = Kiv::makeActive<Guard>(copy, this);
     source_ = publisher_->source(original_);
     source_->replicas().add(this);
@@ -125,7 +125,7 @@ class Replica::Node final : public PtrInterface {
     Node& node_;
   };
 
-  // Keeps the copy's notification off: nobody hears of the change, nor of its being taken back.
+  // Keeps the copy's notification off: neither the change nor its reversal is notified.
   class Silence {
    public:
     explicit Silence(Node& node) : node_(node) {
