@@ -341,28 +341,14 @@ Status KernelTable::refused() const {
 WriteResult KernelTable::write(TableHandle handle, ByteView key, ByteView action) {
   Table* const table = tableOf(handle);
   bool const valid = table != nullptr && isKey(key) && isAction(action);
-  switch (valid ? told(table->write(wordOf(key), wordOf(action))) : refused()) {
-    case Status::Ok:
-      return WriteResult::Ok;
-    case Status::TableFull:
-      return WriteResult::TableFull;
-    case Status::NoSysResources:
-      return WriteResult::NoSysResources;
-    default:
-      return WriteResult::Error;
-  }
+  return BfnDriver::writeResultOf(valid ? told(table->write(wordOf(key), wordOf(action)))
+                                        : refused());
 }
 
 EraseResult KernelTable::erase(TableHandle handle, ByteView key) {
   Table* const table = tableOf(handle);
-  switch (table != nullptr && isKey(key) ? told(table->erase(wordOf(key))) : refused()) {
-    case Status::Ok:
-      return EraseResult::Ok;
-    case Status::NotFound:
-      return EraseResult::NotFound;
-    default:
-      return EraseResult::Error;
-  }
+  bool const valid = table != nullptr && isKey(key);
+  return BfnDriver::eraseResultOf(valid ? told(table->erase(wordOf(key))) : refused());
 }
 
 // Runs of writes and of erases, each run in as few system calls as the kernel lets it.

@@ -32,6 +32,30 @@ Status statusOf(EraseResult result) {
   return Status::Error;
 }
 
+WriteResult writeResultOf(Status status) {
+  switch (status) {
+    case Status::Ok:
+      return WriteResult::Ok;
+    case Status::TableFull:
+      return WriteResult::TableFull;
+    case Status::NoSysResources:
+      return WriteResult::NoSysResources;
+    default:
+      return WriteResult::Error;
+  }
+}
+
+EraseResult eraseResultOf(Status status) {
+  switch (status) {
+    case Status::Ok:
+      return EraseResult::Ok;
+    case Status::NotFound:
+      return EraseResult::NotFound;
+    default:
+      return EraseResult::Error;
+  }
+}
+
 TableDriver::~TableDriver() = default;
 
 void TableDriver::closeSession(Kiv::U32) {}

@@ -38,6 +38,9 @@ enum class Status : Kiv::U8 {
 
 Status statusOf(WriteResult result);
 Status statusOf(EraseResult result);
+/// The other way; what the narrower result has no word for is its Error.
+WriteResult writeResultOf(Status status);
+EraseResult eraseResultOf(Status status);
 
 /// Names one table as one session sees it. Given out by TableDriver::open, valid until its session
 /// is closed.

@@ -62,6 +62,10 @@ void Audit::stepWanted(std::size_t rows) {
       suspects_.push_back(BfnChip::RowTable::keyOf(*slot));
     }
     place_ = slot->mixedKey + 1;
+    if (place_ == 0) {
+      phase_ = Phase::Suspects;
+      return;
+    }
   }
 }
 

@@ -4,7 +4,7 @@
 #include <exception>
 #include <utility>
 
-#include "framework/core/Fatal.h"
+#include "host/reconcile/Batch.h"
 
 namespace Host {
 
@@ -12,7 +12,6 @@ namespace {
 
 using BfnChip::ActionBytes;
 using BfnChip::KeyBytes;
-using BfnDriver::Change;
 using BfnDriver::EraseResult;
 using BfnDriver::Status;
 using BfnDriver::WriteResult;
@@ -23,50 +22,6 @@ constexpr double kLongestPause = 60;
 constexpr double kWarnAgain = 60;
 constexpr std::size_t kWalkRows = 4096;
 constexpr std::size_t kBatch = 1024;
-
-WriteResult writeResultOf(Status status) {
-  switch (status) {
-    case Status::Ok:
-      return WriteResult::Ok;
-    case Status::TableFull:
-      return WriteResult::TableFull;
-    case Status::NoSysResources:
-      return WriteResult::NoSysResources;
-    default:
-      return WriteResult::Error;
-  }
-}
-
-// A batch of changes together with the bytes that they refer to.
-class Batch {
- public:
-  void write(U64 key, U64 action) { add(Change::Kind::Write, key, action); }
-  void erase(U64 key) { add(Change::Kind::Erase, key, 0); }
-  std::size_t size() const { return rows_.size(); }
-
-  std::vector<Status> const& apply(BfnDriver::TableDriver& chip, BfnDriver::TableHandle table) {
-    changes_.clear();
-    for (Row const& row : rows_) changes_.push_back({row.kind, row.key, row.action});
-    results_.assign(rows_.size(), Status::Error);
-    chip.apply(table, changes_, results_);
-    rows_.clear();
-    return results_;
-  }
-
- private:
-  struct Row {
-    Change::Kind kind;
-    KeyBytes key;
-    ActionBytes action;
-  };
-  void add(Change::Kind kind, U64 key, U64 action) {
-    rows_.push_back({kind, BfnChip::unpacked(key), BfnChip::unpacked(action)});
-  }
-
-  std::vector<Row> rows_;
-  std::vector<Change> changes_;
-  std::vector<Status> results_;
-};
 
 }  // namespace
 
@@ -97,7 +52,7 @@ ReconciledTable::ReconciledTable(BfnDriver::TableDriver& chip, Kiv::Clock const&
 
 // --- Rows and their state
 
-void ReconciledTable::stateIs(Slot& slot, State state) const {
+void ReconciledTable::stateIs(Slot& slot, State state) {
   slot.word = (slot.word & ~U64{7}) | static_cast<U64>(state);
 }
 
@@ -108,6 +63,13 @@ bool ReconciledTable::isQueued(Slot const& slot) {
 
 bool ReconciledTable::isDue(Slot const& slot) {
   return stateOf(slot) == State::Installed || stateOf(slot) == State::Failing;
+}
+
+void ReconciledTable::allCollected() {
+  for (U64 place = 0; Slot const* const slot = wanted_.notBelow(place);) {
+    stateIs(*wanted_.find(BfnChip::RowTable::keyOf(*slot)), State::Collected);
+    if ((place = slot->mixedKey + 1) == 0) break;
+  }
 }
 
 ReconciledTable::Slot& ReconciledTable::insertWanted(U64 key, U64 action) {
@@ -123,15 +85,24 @@ Status ReconciledTable::chipCall(Call const& call) {
   error_.clear();
   try {
     Status const status = call();
-    if (status == Status::Error) error_ = chip_.lastError();
+    if (status == Status::Error) errorIs(chip_.lastError().c_str());
     return status;
   } catch (std::exception const& exception) {
     if (!options_.waiting) throw;
-    error_ = exception.what();
+    errorIs(exception.what());
   } catch (...) {
     if (!options_.waiting) throw;
   }
   return Status::Error;
+}
+
+// Without the memory to keep it, the text is empty.
+void ReconciledTable::errorIs(char const* text) noexcept {
+  try {
+    error_ = text;
+  } catch (...) {
+    error_.clear();
+  }
 }
 
 Status ReconciledTable::chipWrite(U64 key, U64 action) {
@@ -150,7 +121,7 @@ ReconciledTable::Fill ReconciledTable::fill() const {
   return {chip_.entryCount(*handle_), chip_.capacity(*handle_)};
 }
 
-void ReconciledTable::wrote(U64 key, Status status, std::string const& error) {
+void ReconciledTable::wrote(U64 key, Status status) {
   // The chip's driver may have run code that changed what is wanted.
   Slot* const slot = wanted_.find(key);
   if (slot == nullptr) return;
@@ -165,7 +136,7 @@ void ReconciledTable::wrote(U64 key, Status status, std::string const& error) {
     refusedAt_ = fill();
     enqueue(*slot, status);
   } else {
-    fail(key, error);
+    fail(key);
     stateIs(*slot, State::Failing);
   }
 }
@@ -179,29 +150,59 @@ bool ReconciledTable::isThere(U64 key) const {
   }
 }
 
-void ReconciledTable::enqueue(Slot& slot, Status status) {
+void ReconciledTable::enqueue(Slot& slot, Status status) noexcept {
+  if (lost_) return;
   if (queue_.empty()) room_.restart(clock_.now());
-  queue_.emplace(sequenceOf(slot), BfnChip::RowTable::keyOf(slot));
+  try {
+    queue_.emplace(sequenceOf(slot), BfnChip::RowTable::keyOf(slot));
+  } catch (...) {
+    lose();
+    return;
+  }
   stateIs(slot, status == Status::NoSysResources ? State::QueuedForResources : State::Queued);
 }
 
-void ReconciledTable::fail(U64 key, std::string const& error) {
+Status ReconciledTable::whyQueued() const {
+  bool const resources = !queue_.empty() && stateOf(*wanted_.find(queue_.begin()->second)) ==
+                                                State::QueuedForResources;
+  return resources ? Status::NoSysResources : Status::TableFull;
+}
+
+// The text is that of error_, which is lost.
+void ReconciledTable::fail(U64 key) noexcept {
+  if (lost_) return;
   if (failures_.empty()) retry_.restart(clock_.now());
-  failures_[key] = error;
+  try {
+    failures_[key].swap(error_);
+  } catch (...) {
+    lose();
+  }
 }
 
 // --- Held
 
-void ReconciledTable::hold() {
-  if (!held_ && handle_) flush();
-  held_ = true;
-  wanted_ = {};
+void ReconciledTable::forgetChanges() noexcept {
   queue_.clear();
   failures_.clear();
   pending_.clear();
   pendingIndex_ = {};
   pendingRows_ = 0;
   warned_ = 0;
+}
+
+void ReconciledTable::lose() noexcept {
+  forgetChanges();
+  held_ = true;
+  lost_ = true;
+  retry_.restart(clock_.now());
+}
+
+void ReconciledTable::hold() {
+  flush();
+  held_ = true;
+  lost_ = false;
+  wanted_ = {};
+  forgetChanges();
 }
 
 Applied ReconciledTable::commit() {
@@ -211,96 +212,125 @@ Applied ReconciledTable::commit() {
     applied.status = Status::NotFound;
     return applied;
   }
+  if (lost_) allCollected();
+  // All memory is taken before anything changes.
   std::vector<U64> extra;
   std::vector<U64> different;
-  std::vector<U64> equal;
+  std::vector<U64> missing;
+  Batch batch(kBatch);
+  try {
+    applied.status = compareAll(extra, different);
+    if (applied.status == Status::Ok) missing = collected();
+  } catch (...) {
+    allCollected();
+    throw;
+  }
+  if (applied.status != Status::Ok) {
+    allCollected();
+    return applied;
+  }
+  held_ = false;
+  lost_ = false;
+  applyErases(extra, batch, applied);
+  applyWrites(different, false, batch, applied);
+  applyWrites(missing, true, batch, applied);
+  noteQueue();
+  return applied;
+}
+
+// Walks the chip. Rows that are there and wanted are Installed after it.
+Status ReconciledTable::compareAll(std::vector<U64>& extra, std::vector<U64>& different) {
   std::vector<KeyBytes> keys(kWalkRows);
   std::vector<ActionBytes> actions(kWalkRows);
   BfnDriver::WalkCursor cursor;
   while (!cursor.ended) {
     std::size_t rows = 0;
-    applied.status = chip_.walk(*handle_, cursor, {keys[0].data(), kWalkRows * BfnChip::kKeyBytes},
-                                {actions[0].data(), kWalkRows * BfnChip::kActionBytes}, rows);
-    if (applied.status != Status::Ok) return applied;
+    Status const status =
+        chip_.walk(*handle_, cursor, {keys[0].data(), kWalkRows * BfnChip::kKeyBytes},
+                   {actions[0].data(), kWalkRows * BfnChip::kActionBytes}, rows);
+    if (status != Status::Ok) return status;
     for (std::size_t i = 0; i < rows; ++i) {
       U64 const key = BfnChip::packed(keys[i]);
-      Slot const* const slot = wanted_.find(key);
-      std::vector<U64>& kind = slot == nullptr                               ? extra
-                               : slot->action == BfnChip::packed(actions[i]) ? equal
-                                                                             : different;
-      kind.push_back(key);
+      Slot* const slot = wanted_.find(key);
+      if (slot == nullptr) {
+        extra.push_back(key);
+        continue;
+      }
+      if (slot->action != BfnChip::packed(actions[i])) different.push_back(key);
+      stateIs(*slot, State::Installed);
     }
   }
-  // Nothing fails from here on: the chip's refusals wait.
-  for (U64 const key : equal) stateIs(*wanted_.find(key), State::Installed);
-  for (U64 const key : different) stateIs(*wanted_.find(key), State::Installed);
-  std::vector<std::pair<U64, U64>> missing;
-  missing.reserve(wanted_.size() - std::min(wanted_.size(), equal.size() + different.size()));
-  for (U64 place = 0; Slot const* const slot = wanted_.notBelow(place);) {
-    if (stateOf(*slot) == State::Collected) {
-      missing.emplace_back(sequenceOf(*slot), BfnChip::RowTable::keyOf(*slot));
-    }
-    place = slot->mixedKey + 1;
-  }
-  std::ranges::sort(missing);
-  held_ = false;
-
-  applyErases(extra, applied);
-  applyWrites(different, false, applied);
-  std::vector<U64> inserts;
-  inserts.reserve(missing.size());
-  for (auto const& [sequence, key] : missing) inserts.push_back(key);
-  applyWrites(inserts, true, applied);
-  noteQueue();
-  return applied;
+  return Status::Ok;
 }
 
-void ReconciledTable::applyErases(std::span<U64 const> keys, Applied& applied) {
-  Batch batch;
-  for (std::size_t from = 0; from < keys.size(); from += kBatch) {
-    auto const part = keys.subspan(from, std::min(kBatch, keys.size() - from));
-    for (U64 const key : part) batch.erase(key);
-    std::vector<Status> const& results = batch.apply(chip_, *handle_);
-    for (std::size_t i = 0; i < part.size(); ++i) {
+// The keys of the rows that were never asked of the chip, in the order in which they came.
+std::vector<U64> ReconciledTable::collected() const {
+  std::vector<std::pair<U64, U64>> bySequence;
+  for (U64 place = 0; Slot const* const slot = wanted_.notBelow(place);) {
+    if (stateOf(*slot) == State::Collected) {
+      bySequence.emplace_back(sequenceOf(*slot), BfnChip::RowTable::keyOf(*slot));
+    }
+    if ((place = slot->mixedKey + 1) == 0) break;
+  }
+  std::ranges::sort(bySequence);
+  std::vector<U64> keys;
+  keys.reserve(bySequence.size());
+  for (auto const& [sequence, key] : bySequence) keys.push_back(key);
+  return keys;
+}
+
+void ReconciledTable::applyErases(std::span<U64 const> keys, Batch& batch, Applied& applied) {
+  for (std::size_t from = 0; from < keys.size(); from += batch.room()) {
+    batch.clear();
+    for (U64 const key : keys.subspan(from, std::min(batch.room(), keys.size() - from))) {
+      batch.erase(key);
+    }
+    std::span<Status const> const results = batch.apply(chip_, *handle_);
+    for (std::size_t i = 0; i < results.size(); ++i) {
       if (results[i] == Status::Ok || results[i] == Status::NotFound) {
-        failures_.erase(part[i]);
+        failures_.erase(batch.key(i));
         if (results[i] == Status::Ok) ++applied.erased;
       } else {
-        fail(part[i], chip_.lastError());
+        errorIs(chip_.lastError().c_str());
+        fail(batch.key(i));
         ++applied.waiting;
       }
     }
   }
 }
 
-void ReconciledTable::applyWrites(std::span<U64 const> keys, bool inserts, Applied& applied) {
-  Batch batch;
+// Only as many new rows are tried as there is room for, and none before those that wait.
+std::size_t ReconciledTable::insertable() const {
+  if (!queue_.empty()) return 0;
+  Fill const at = fill();
+  return at.capacity - std::min(at.capacity, at.rows);
+}
+
+void ReconciledTable::applyWrites(std::span<U64 const> keys, bool inserts, Batch& batch,
+                                  Applied& applied) {
   std::size_t from = 0;
   while (from < keys.size()) {
-    // Only as many new rows are tried as there is room for, and none past those that wait.
-    std::size_t count = std::min(kBatch, keys.size() - from);
-    if (inserts) {
-      Fill const at = fill();
-      std::size_t const room = at.capacity - std::min(at.capacity, at.rows);
-      count = queue_.empty() ? std::min(count, room) : 0;
-    }
+    std::size_t count = std::min(batch.room(), keys.size() - from);
+    if (inserts) count = std::min(count, insertable());
     if (count == 0) break;
-    auto const part = keys.subspan(from, count);
-    for (U64 const key : part) batch.write(key, wanted_.find(key)->action);
-    std::vector<Status> const& results = batch.apply(chip_, *handle_);
-    for (std::size_t i = 0; i < part.size(); ++i) {
-      wrote(part[i], results[i], results[i] == Status::Error ? chip_.lastError() : std::string());
+    batch.clear();
+    for (U64 const key : keys.subspan(from, count)) {
+      if (Slot const* const slot = wanted_.find(key)) batch.write(key, slot->action);
+    }
+    std::span<Status const> const results = batch.apply(chip_, *handle_);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+      errorIs(results[i] == Status::Error ? chip_.lastError().c_str() : "");
+      wrote(batch.key(i), results[i]);
       ++(results[i] != Status::Ok ? applied.waiting
          : inserts                ? applied.inserted
                                   : applied.overwritten);
     }
     from += count;
   }
-  Status const why =
-      !queue_.empty() && stateOf(*wanted_.find(queue_.begin()->second)) == State::QueuedForResources
-          ? Status::NoSysResources
-          : Status::TableFull;
-  for (; from < keys.size(); ++from, ++applied.waiting) enqueue(*wanted_.find(keys[from]), why);
+  Status const why = whyQueued();
+  for (; from < keys.size(); ++from, ++applied.waiting) {
+    if (Slot* const slot = wanted_.find(keys[from])) enqueue(*slot, why);
+  }
 }
 
 // --- Changes
@@ -348,9 +378,7 @@ WriteResult ReconciledTable::writeNow(U64 key, U64 action) {
       // Its removal failed, so the row is there still.
       stateIs(*slot, State::Failing);
     } else if (options_.waiting && !queue_.empty()) {
-      enqueue(*slot, stateOf(*wanted_.find(queue_.begin()->second)) == State::QueuedForResources
-                         ? Status::NoSysResources
-                         : Status::TableFull);
+      enqueue(*slot, whyQueued());
       admit();
       noteQueue();
       return WriteResult::Ok;
@@ -365,12 +393,12 @@ WriteResult ReconciledTable::writeNow(U64 key, U64 action) {
   }
   if (!options_.waiting && status != Status::Ok) {
     if (isNew) wanted_.erase(key);
-    return writeResultOf(status);
+    return BfnDriver::writeResultOf(status);
   }
   if (!isNew) {
     if (Slot* const there = wanted_.find(key)) there->action = action;
   }
-  wrote(key, status, error_);
+  wrote(key, status);
   noteQueue();
   return WriteResult::Ok;
 }
@@ -402,7 +430,7 @@ EraseResult ReconciledTable::eraseNow(U64 key) {
   if (!options_.waiting && status == Status::Error) return EraseResult::Error;
   if (status == Status::Error) {
     if (!known) return EraseResult::Error;
-    fail(key, error_);
+    fail(key);
     wanted_.erase(key);
     return EraseResult::Ok;
   }
@@ -420,10 +448,8 @@ Status ReconciledTable::clear() {
   if (!handle_) return Status::Error;
   Status const status = chip_.clear(*handle_);
   if (status != Status::Ok) return status;
-  bool const held = held_;
-  held_ = true;
-  hold();
-  held_ = held;
+  wanted_ = {};
+  forgetChanges();
   return status;
 }
 
@@ -442,6 +468,8 @@ void ReconciledTable::pend(U64 key, bool there, std::optional<U64> action) {
 
 void ReconciledTable::makePending() {
   if (pending_.empty()) return;
+  // All memory is taken before anything changes.
+  Batch batch(std::min(kBatch, pending_.size()));
   std::vector<U64> erases;
   std::vector<U64> overwrites;
   std::vector<U64> inserts;
@@ -463,14 +491,19 @@ void ReconciledTable::makePending() {
   pendingIndex_ = {};
   pendingRows_ = 0;
   Applied applied;
-  applyErases(erases, applied);
-  applyWrites(overwrites, false, applied);
+  applyErases(erases, batch, applied);
+  applyWrites(overwrites, false, batch, applied);
   if (!queue_.empty()) admit();
-  applyWrites(inserts, true, applied);
+  applyWrites(inserts, true, batch, applied);
 }
 
 void ReconciledTable::flush() {
-  if (held_ || !handle_) return;
+  if (!handle_) return;
+  if (lost_ && clock_.now() >= retry_.due) {
+    retry_.grow(clock_.now());
+    commit();
+  }
+  if (held_) return;
   makePending();
   if (!queue_.empty()) admit();
   if (!failures_.empty() && clock_.now() >= retry_.due) retryFailures();
@@ -478,6 +511,8 @@ void ReconciledTable::flush() {
 }
 
 std::optional<double> ReconciledTable::nextRetry() const {
+  if (!handle_) return std::nullopt;
+  if (lost_) return retry_.due;
   if (held_) return std::nullopt;
   std::optional<double> next;
   if (!queue_.empty()) next = room_.due;
@@ -508,9 +543,8 @@ void ReconciledTable::admit() {
       room_.grow(clock_.now());
       return;
     }
+    wrote(key, status);
     queue_.erase(sequence);
-    stateIs(*slot, State::Collected);
-    wrote(key, status, error_);
     if (status == Status::Ok) {
       refusedAt_.reset();
       room_.restart(clock_.now());
@@ -525,10 +559,10 @@ void ReconciledTable::retryFailures() {
     (wanted_.find(key) == nullptr ? erases : writes).push_back(key);
   }
   std::size_t const before = failures_.size();
-  for (U64 const key : erases) failures_.erase(key);
+  Batch batch(std::min(kBatch, before));
   Applied applied;
-  applyErases(erases, applied);
-  applyWrites(writes, false, applied);
+  applyErases(erases, batch, applied);
+  applyWrites(writes, false, batch, applied);
   if (failures_.size() < before) {
     retry_.restart(clock_.now());
   } else {
@@ -563,9 +597,13 @@ void ReconciledTable::noteQueue() {
   bool const news =
       rows == 0 || warned_ == 0 || rows >= 2 * warned_ || clock_.now() - warnedAt_ >= kWarnAgain;
   if (!news) return;
+  try {
+    if (warn_) warn_(rows);
+  } catch (...) {
+    return;  // it is reported at the next change
+  }
   warned_ = rows;
   warnedAt_ = clock_.now();
-  if (warn_) warn_(rows);
 }
 
 // --- Audit
@@ -594,6 +632,7 @@ bool ReconciledTable::isSeen(Slot const& slot, U64 audit) {
 }
 
 std::optional<Finding> ReconciledTable::compare(U64 key) const {
+  if (!handle_) return std::nullopt;
   Slot const* const slot = wanted_.find(key);
   Finding finding;
   finding.key = BfnChip::unpacked(key);
@@ -619,31 +658,32 @@ Applied ReconciledTable::repair(std::span<Finding const> findings) {
     return applied;
   }
   flush();
+  // All that may throw comes before anything changes.
+  std::vector<Finding> wrong;
   std::vector<U64> erases;
   std::vector<U64> overwrites;
   std::vector<U64> inserts;
   for (Finding const& each : findings) {
-    U64 const key = BfnChip::packed(each.key);
-    std::optional<Finding> const now = compare(key);
-    if (!now) continue;
-    switch (now->kind) {
-      case Finding::Kind::Extra:
-        erases.push_back(key);
-        break;
-      case Finding::Kind::Different:
-        if (Slot& slot = *wanted_.find(key); isQueued(slot)) dequeue(slot);
-        overwrites.push_back(key);
-        break;
-      case Finding::Kind::Missing:
-        failures_.erase(key);
-        stateIs(*wanted_.find(key), State::Collected);
-        inserts.push_back(key);
-        break;
-    }
+    if (auto const now = compare(BfnChip::packed(each.key))) wrong.push_back(*now);
   }
-  applyErases(erases, applied);
-  applyWrites(overwrites, false, applied);
-  applyWrites(inserts, true, applied);
+  for (Finding const& each : wrong) {
+    (each.kind == Finding::Kind::Extra       ? erases
+     : each.kind == Finding::Kind::Different ? overwrites
+                                             : inserts)
+        .push_back(BfnChip::packed(each.key));
+  }
+  Batch batch(std::min(kBatch, std::max<std::size_t>(wrong.size(), 1)));
+
+  for (U64 const key : overwrites) {
+    if (Slot& slot = *wanted_.find(key); isQueued(slot)) dequeue(slot);
+  }
+  for (U64 const key : inserts) {
+    failures_.erase(key);
+    stateIs(*wanted_.find(key), State::Collected);
+  }
+  applyErases(erases, batch, applied);
+  applyWrites(overwrites, false, batch, applied);
+  applyWrites(inserts, true, batch, applied);
   noteQueue();
   return applied;
 }

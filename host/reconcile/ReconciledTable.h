@@ -14,6 +14,8 @@
 
 namespace Host {
 
+class Batch;
+
 /// Why a row is not in the chip as it is wanted.
 enum class WaitReason : Kiv::U8 {
   TableFull,       ///< the table has no room for it
@@ -68,7 +70,9 @@ struct Applied {
 /// Costs 36 bytes a row that is installed; a row that waits about 100 more.
 ///
 /// Errors: with waiting on, only reading calls let an exception of the chip's driver out. Without
-/// memory for a new row, std::bad_alloc leaves everything as it was.
+/// memory for a new row or for a batch, std::bad_alloc leaves everything as it was. Without memory
+/// for a change that is to wait, nothing is thrown: the table is held until a later flush(), which
+/// walks the chip and applies the difference.
 class ReconciledTable {
  public:
   struct Options {
@@ -92,7 +96,8 @@ class ReconciledTable {
   /// Collects from now on, and forgets what was wanted. Changes of the current turn are made first.
   void hold();
   /// Brings the chip to what is wanted, and runs from then on. Extra rows go first; rows that are
-  /// there and wanted stay, before new ones get room. Anything but Ok: still held, nothing changed.
+  /// there and wanted stay, before new ones get room. Anything but Ok, or an exception: still held,
+  /// nothing changed.
   Applied commit();
 
   BfnDriver::WriteResult write(Kiv::U64 key, Kiv::U64 action);
@@ -163,7 +168,8 @@ class ReconciledTable {
 
   static State stateOf(Slot const& slot) { return static_cast<State>(slot.word & 7); }
   static Kiv::U64 sequenceOf(Slot const& slot) { return slot.word >> kSequenceShift; }
-  void stateIs(Slot& slot, State state) const;
+  static void stateIs(Slot& slot, State state);
+  void allCollected();
   static bool isQueued(Slot const& slot);
   Slot& insertWanted(Kiv::U64 key, Kiv::U64 action);
 
@@ -172,24 +178,35 @@ class ReconciledTable {
   BfnDriver::Status chipErase(Kiv::U64 key);
   template <class Call>
   BfnDriver::Status chipCall(Call const& call);
+  void errorIs(char const* text) noexcept;
   BfnDriver::WriteResult writeNow(Kiv::U64 key, Kiv::U64 action);
   BfnDriver::EraseResult eraseNow(Kiv::U64 key);
   void pend(Kiv::U64 key, bool there, std::optional<Kiv::U64> action);
   void makePending();
 
-  /// The result of a new row's write, or of an overwrite: installs, queues or fails it.
-  void wrote(Kiv::U64 key, BfnDriver::Status status, std::string const& error);
-  void enqueue(Slot& slot, BfnDriver::Status status);
+  BfnDriver::Status compareAll(std::vector<Kiv::U64>& extra, std::vector<Kiv::U64>& different);
+  std::vector<Kiv::U64> collected() const;
+
+  /// The result of a new row's write, or of an overwrite: installs, queues or fails it. The reason
+  /// of a failure is in error_.
+  void wrote(Kiv::U64 key, BfnDriver::Status status);
+  void enqueue(Slot& slot, BfnDriver::Status status) noexcept;
   void dequeue(Slot& slot);
-  void fail(Kiv::U64 key, std::string const& error);
+  void fail(Kiv::U64 key) noexcept;
+  /// Why the first row that waits for room does, and so those after it.
+  BfnDriver::Status whyQueued() const;
+  /// There is no memory to remember what waits: holds what is wanted, until flush() compares it
+  /// with the chip again.
+  void lose() noexcept;
+  void forgetChanges() noexcept;
   /// Whether the chip has the row, which a failed write leaves open. No answer: not there.
   bool isThere(Kiv::U64 key) const;
   void admit();
   void retryFailures();
   void noteQueue();
   /// Makes changes of one kind after the other, in few calls, and takes their results in.
-  void applyErases(std::span<Kiv::U64 const> keys, Applied& applied);
-  void applyWrites(std::span<Kiv::U64 const> keys, bool inserts, Applied& applied);
+  void applyErases(std::span<Kiv::U64 const> keys, Batch& batch, Applied& applied);
+  void applyWrites(std::span<Kiv::U64 const> keys, bool inserts, Batch& batch, Applied& applied);
 
   static constexpr unsigned kAuditShift = 3;
   static constexpr unsigned kSequenceShift = 11;
@@ -200,6 +217,8 @@ class ReconciledTable {
   Warn warn_;
   std::optional<BfnDriver::TableHandle> handle_;
   bool held_ = true;
+  /// Held for lack of memory only.
+  bool lost_ = false;
   BfnChip::RowTable wanted_;
   Kiv::U64 sequence_ = 0;
   Kiv::U64 audit_ = 0;
@@ -215,6 +234,7 @@ class ReconciledTable {
     friend bool operator==(Fill const&, Fill const&) = default;
   };
   Fill fill() const;
+  std::size_t insertable() const;
   std::optional<Fill> refusedAt_;
   std::string error_;
   std::vector<Pending> pending_;

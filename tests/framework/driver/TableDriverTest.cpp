@@ -65,6 +65,17 @@ TEST(TableDriver, ReadRowOfADriverWithoutItAsksRead) {
   EXPECT_EQ(action[0], 11);
 }
 
+TEST(TableDriver, AStatusWithoutAWordInAResultIsItsError) {
+  for (WriteResult const result :
+       {WriteResult::Ok, WriteResult::TableFull, WriteResult::NoSysResources, WriteResult::Error})
+    EXPECT_EQ(BfnDriver::writeResultOf(BfnDriver::statusOf(result)), result);
+  for (EraseResult const result : {EraseResult::Ok, EraseResult::NotFound, EraseResult::Error})
+    EXPECT_EQ(BfnDriver::eraseResultOf(BfnDriver::statusOf(result)), result);
+  EXPECT_EQ(BfnDriver::writeResultOf(Status::NotFound), WriteResult::Error);
+  EXPECT_EQ(BfnDriver::writeResultOf(Status::NotSupported), WriteResult::Error);
+  EXPECT_EQ(BfnDriver::eraseResultOf(Status::TableFull), EraseResult::Error);
+}
+
 TEST(TableDriver, WhatADriverHasNothingForIsNotSupported) {
   PlainDriver driver;
   U8 const key[] = {1};
