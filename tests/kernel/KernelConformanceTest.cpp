@@ -1,9 +1,10 @@
-// The kernel's table does what every driver has to.
+// The kernel's table does what every driver has to, and so does the reconciler over it.
 #include <linux/bpf.h>
 #include <optional>
 #include <string>
 
 #include "host/packets/Headers.h"
+#include "host/reconcile/Reconciler.h"
 #include "kernel/KernelTable.h"
 #include "tests/driver/DriverConformance.h"
 #include "tests/kernel/KernelFixture.h"
@@ -60,8 +61,35 @@ class KernelUnderTest {
   BfnKernel::KernelTable driver_;
 };
 
+/// The reconciler over the kernel's table: committed, and with waiting off, so that the answers are
+/// the kernel's.
+class ReconciledKernelUnderTest {
+ public:
+  static constexpr bool kCountsHits = true;
+
+  static std::optional<std::string> whyNot() { return KernelTest::whyNot(); }
+
+  explicit ReconciledKernelUnderTest(std::size_t capacity) : kernel_(capacity) {
+    reconciler_.waitingIs(false);
+    for (Kiv::U8 device = 0; device < 2; ++device) {
+      reconciler_.open(
+          {99, device, BfnId::BfnPipeId(0), "", BfnKernel::KernelTable::kRewriteTable});
+    }
+    reconciler_.commit();
+  }
+
+  BfnDriver::TableDriver& driver() { return reconciler_; }
+  void packet(DriverKey const& key) { kernel_.packet(key); }
+
+ private:
+  KernelUnderTest kernel_;
+  Host::Reconciler reconciler_{kernel_.driver(), Kiv::makeActive<Kiv::ManualClock>()};
+};
+
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Kernel, DriverConformance, KernelUnderTest);
+INSTANTIATE_TYPED_TEST_SUITE_P(ReconcilerOverTheKernel, DriverConformance,
+                               ReconciledKernelUnderTest);
 
 }  // namespace BfnTest
