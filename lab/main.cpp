@@ -7,6 +7,7 @@
 
 #include "framework/core/Hash.h"
 #include "framework/trace/TraceHandle.h"
+#include "host/kernel/OpenTable.h"
 #include "host/prompt/Prompt.h"
 #include "host/shell/Shell.h"
 
@@ -20,7 +21,11 @@ constexpr char kExamples[] =
     "  macrewrite-lab --json --trace 9 case.lab     answers for a program, traces on stderr\n"
     "  macrewrite-lab                               a prompt; help lists the commands\n"
     "\n"
-    "Exit status: 0 all is well, 1 an expectation failed, 2 bad input.";
+    "Exit status: 0 all is well, 1 an expectation failed, 2 bad input, 3 this machine has not "
+    "what\n"
+    "the kernel's table needs.";
+
+constexpr char kKernelDirectory[] = "/run/macrewrite";
 
 std::filesystem::path besideProgram(char const* file) {
   std::error_code error;
@@ -32,16 +37,34 @@ struct Options {
   std::string plugin = besideProgram("libBfnMacRewrite.so").string();
   std::optional<Kiv::U32> hashSeed;
   std::optional<unsigned> traceLevel;
+  std::string table = "model";
+  std::optional<bool> reconcile;
   Host::ShellOptions shell;
   std::vector<std::string> files;
 };
+
+bool isKernel(std::string const& table) {
+  return table == "kernel" || table.starts_with("kernel:");
+}
+
+Host::SwitchTable tableOf(Options const& options) {
+  Host::SwitchTable table;
+  bool const kernel = isKernel(options.table);
+  if (kernel) {
+    std::size_t const colon = options.table.find(':');
+    table.hardware = Host::openKernelTable(
+        colon == std::string::npos ? kKernelDirectory : options.table.substr(colon + 1));
+  }
+  table.reconcile = options.reconcile.value_or(kernel);
+  return table;
+}
 
 int run(Options const& options) {
   if (options.hashSeed) Kiv::HashHelper::hashSeed32Is(*options.hashSeed);
   if (options.traceLevel) {
     Kiv::TraceHandle::defaultLevelsIs((Kiv::U32{2} << *options.traceLevel) - 1);
   }
-  Host::Switch host{Host::Plugin(options.plugin)};
+  Host::Switch host(Host::Plugin(options.plugin), tableOf(options));
   Host::Shell shell(host, std::cout, options.shell);
   bool const none = options.files.empty();
   if (none && ::isatty(STDIN_FILENO) == 1) {
@@ -69,6 +92,18 @@ int parseAndRun(int argc, char** argv) {
       ->type_name("PATH");
   app.add_option("--hash-seed", options.hashSeed, "walk hashed collections in a repeatable order")
       ->type_name("N");
+  app.add_option("--table", options.table,
+                 "where the rows are: the chip model, or the kernel's table, which is kept in DIR\n"
+                 "(default: /run/macrewrite)")
+      ->check([](std::string const& table) {
+        bool const known = table == "model" || (isKernel(table) && table != "kernel:");
+        return known ? "" : "expected model, kernel or kernel:DIR";
+      })
+      ->type_name("model|kernel[:DIR]");
+  bool reconcile = false;
+  CLI::Option const* const reconcileFlag = app.add_flag(
+      "--reconcile,!--no-reconcile", reconcile,
+      "whether rows go through the reconciler (default: only into the kernel's table)");
   app.add_flag("--json", options.shell.json, "every answer is a JSON line");
   app.add_option("--trace", options.traceLevel, "traces up to that level as text on standard error")
       ->check(CLI::Range(0u, 30u))
@@ -79,6 +114,7 @@ int parseAndRun(int argc, char** argv) {
   } catch (CLI::ParseError const& error) {
     return app.exit(error) == 0 ? 0 : Host::Shell::BadInput;
   }
+  if (reconcileFlag->count() > 0) options.reconcile = reconcile;
   return run(options);
 }
 
@@ -88,6 +124,9 @@ int main(int argc, char** argv) {
   try {
     std::ios::sync_with_stdio(false);
     return parseAndRun(argc, argv);
+  } catch (Host::TableUnavailable const& error) {
+    std::cerr << "macrewrite-lab: " << error.what() << std::endl;
+    return Host::kTableUnavailableStatus;
   } catch (std::exception const& error) {
     std::cout.flush();
     std::cerr << "macrewrite-lab: error: " << error.what() << std::endl;

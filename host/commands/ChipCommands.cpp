@@ -1,4 +1,5 @@
 #include "host/commands/Commands.h"
+#include "host/dumps/Dumps.h"
 #include "host/language/InputError.h"
 #include "host/switch/Switch.h"
 
@@ -31,27 +32,89 @@ BfnChip::Fault faultOf(std::string const& how) {
   return {kind, nullptr};
 }
 
+// What only the model can be told.
+BfnChip::ChipModel& model(Switch& host) {
+  if (host.hardware() != nullptr) throw InputError("the rows are not in the chip model");
+  return host.chip;
+}
+
+HardwareTable& hardware(Switch& host) {
+  if (host.hardware() == nullptr) throw InputError("the chip model has no ports");
+  return *host.hardware();
+}
+
 Answer failWrites(Switch& host, Arguments const& given) {
-  host.chip.faults().failNext(given.number("next"), faultOf(given.text("full")));
+  model(host).faults().failNext(given.number("next"), faultOf(given.text("full")));
   return {};
 }
 
 Answer failErasesOrReads(Switch& host, Arguments const& given) {
   BfnChip::FaultPlan& plan =
-      given.text("erase") == "erase" ? host.chip.eraseFaults() : host.chip.readFaults();
+      given.text("erase") == "erase" ? model(host).eraseFaults() : model(host).readFaults();
   plan.failNext(given.number("next"), faultOf(given.text("other")));
   return {};
 }
 
+void hitsClear(Switch& host) {
+  if (host.hardware() == nullptr) return host.chip.hitsClear();
+  auto const table = host.table().open({0, 0, {}, "", BfnChip::ChipModel::kRewriteTable});
+  if (!table || host.table().tableHitsClear(*table) != BfnDriver::Status::Ok) {
+    throw std::runtime_error("the hit counts could not be cleared");
+  }
+}
+
 Answer clear(Switch& host, Arguments const& given) {
   if (given.text("faults") == "hits") {
-    host.chip.hitsClear();
+    hitsClear(host);
   } else {
-    host.chip.faults().clear();
-    host.chip.eraseFaults().clear();
-    host.chip.readFaults().clear();
+    model(host).faults().clear();
+    model(host).eraseFaults().clear();
+    model(host).readFaults().clear();
   }
   return {};
+}
+
+Answer waitingIs(Switch& host, Arguments const& given) {
+  if (host.reconciler() == nullptr) {
+    throw InputError("there is no reconciler; the option --reconcile makes one");
+  }
+  host.reconciler()->waitingIs(given.text("on") == "on");
+  return {};
+}
+
+Answer counters(Switch& host) {
+  nlohmann::json const all = dumpCounters(host);
+  std::string text;
+  for (auto const& [word, count] : all.items()) {
+    text += (text.empty() ? "" : "\n") + word + ' ' + count.dump();
+  }
+  return {all, text.empty() ? "no frames" : text};
+}
+
+void addPorts(CommandGroup& group, Switch& host) {
+  auto& add = group.commands;
+  add.emplace_back("chip port <DEVICE> vlan <N:1-4094>",
+                   "frames that enter this VXLAN device are looked up, in that VLAN",
+                   "chip port vx100 vlan 100", [&host](Arguments const& given) {
+                     hardware(host).portIs(given.text("port"),
+                                           static_cast<Kiv::U16>(given.number("vlan")));
+                     return Answer();
+                   });
+  add.emplace_back("chip port <DEVICE> vni-map",
+                   "the same, in the VLAN of their VNI, else of their tag",
+                   "chip port vx100 vni-map", [&host](Arguments const& given) {
+                     hardware(host).portIs(given.text("port"), std::nullopt);
+                     return Answer();
+                   });
+  add.emplace_back("no chip port <DEVICE>", "the device is left as it was", "no chip port vx100",
+                   [&host](Arguments const& given) {
+                     if (!hardware(host).portDel(given.text("port"))) {
+                       throw InputError("there is no such port");
+                     }
+                     return Answer();
+                   });
+  add.emplace_back("chip counters", "what became of the packets", "chip counters",
+                   [&host](Arguments const&) { return counters(host); });
 }
 
 }  // namespace
@@ -73,12 +136,13 @@ CommandGroup chipCommands(Switch& host) {
                    });
   add.emplace_back("chip capacity <N>", "rows that the table takes", "chip capacity 2",
                    [&host](Arguments const& given) {
-                     host.chip.tableIs(BfnChip::ChipModel::kRewriteTable, given.number("capacity"));
+                     model(host).tableIs(BfnChip::ChipModel::kRewriteTable,
+                                         given.number("capacity"));
                      return Answer();
                    });
   add.emplace_back("chip resources <N>", "units of the pool that every row takes one of",
                    "chip resources 3", [&host](Arguments const& given) {
-                     host.chip.resourcesIs(given.number("resources"));
+                     model(host).resourcesIs(given.number("resources"));
                      return Answer();
                    });
   add.emplace_back("chip fail next <N> full|no-resources|other|exception",
@@ -91,6 +155,11 @@ CommandGroup chipCommands(Switch& host) {
   add.emplace_back("chip clear faults|hits", "no more faults; all hit counts zero",
                    "chip clear hits",
                    [&host](Arguments const& given) { return clear(host, given); });
+  add.emplace_back("chip waiting on|off",
+                   "whether rows that the chip refuses wait in the reconciler, on from the start",
+                   "chip waiting off",
+                   [&host](Arguments const& given) { return waitingIs(host, given); });
+  addPorts(group, host);
   return group;
 }
 

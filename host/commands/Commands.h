@@ -9,12 +9,15 @@
 namespace Host {
 
 class Switch;
+struct Applied;
 
 /// The commands of each kind, acting on a host that must outlive them.
 CommandGroup operatorCommands(Switch& host);
 CommandGroup hostCommands(Switch& host);
 CommandGroup chipCommands(Switch& host);
 CommandGroup lookCommands(Switch& host);
+/// What a commit or a repair did, for people.
+std::string text(Applied const& applied);
 /// Makes the folder, and those that it lies in. Throws InputError.
 void makeFolder(std::filesystem::path const& folder);
 /// The same for the folder of a file that is about to be written.

@@ -201,7 +201,23 @@ Answer initTables(Switch& host, Arguments const& given) {
   return said(text);
 }
 
-Answer start(Switch& host, Arguments const& given) {
+// What a reconciler did with the rows at the end of stage 2, as a line of its own.
+std::string commitRows(Switch& host) {
+  Reconciler* const reconciler = host.reconciler();
+  if (reconciler == nullptr || !reconciler->held()) return "";
+  auto const held = [](std::string const& why) {
+    return "\nrows: held as they are in the chip, " + why;
+  };
+  if (auto const lacks = host.bringUpLacks()) return held(*lacks);
+  Applied const applied = reconciler->commit();
+  if (applied.status != BfnDriver::Status::Ok) {
+    std::string const& why = host.table().lastError();
+    return held("which could not be read" + (why.empty() ? "" : ": " + why));
+  }
+  return "\nrows: " + text(applied);
+}
+
+Answer runStage2(Switch& host, Arguments const& given) {
   constexpr char const* kMachines[] = {"bfnMacRewriteIntfRoutingStatusSm", "bfnMacRewriteSm",
                                        "overlaySrcMacRewriteCliConfigSm"};
   std::vector<void const*> before;
@@ -224,6 +240,13 @@ Answer start(Switch& host, Arguments const& given) {
   std::string text = "stage 2: " + counted(made, "state machine") + " made";
   if (replaced > 0) text += ", " + std::to_string(replaced) + " replaced";
   return said(text);
+}
+
+Answer start(Switch& host, Arguments const& given) {
+  Answer answer = runStage2(host, given);
+  answer.text += commitRows(host);
+  answer.json = answer.text;
+  return answer;
 }
 
 // --- Inputs as wholes

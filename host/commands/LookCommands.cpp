@@ -1,7 +1,10 @@
 #include <cstdio>
+#include <stdexcept>
 
 #include "host/commands/Commands.h"
 #include "host/dumps/Dumps.h"
+#include "host/language/InputError.h"
+#include "host/reconcile/Audit.h"
 #include "host/switch/Switch.h"
 
 namespace Host {
@@ -24,7 +27,105 @@ Answer showChip(Switch& host) {
   return {rows, text};
 }
 
+std::string counted(std::size_t count, std::string const& what) {
+  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
+
+// A row's VLAN and address in columns, or what is above them.
+std::string rowColumns(nlohmann::json const& row) {
+  char line[64];
+  std::snprintf(line, sizeof line, "\n%-5u %-16s ", row["vlan"].get<unsigned>(),
+                row["sip"].get_ref<std::string const&>().c_str());
+  return line;
+}
+constexpr char kRowColumns[] = "VLAN  Source IP        ";
+
+Reconciler& reconcilerOf(Switch& host) {
+  if (host.reconciler() == nullptr) {
+    throw InputError("there is no reconciler; the option --reconcile makes one");
+  }
+  return *host.reconciler();
+}
+
+nlohmann::json waitingOf(Switch& host) {
+  reconcilerOf(host);
+  return dumpWaiting(host);
+}
+
+Answer showWaiting(Switch& host) {
+  nlohmann::json const changes = waitingOf(host);
+  std::string text = std::string(kRowColumns) + "Source MAC         Waits because";
+  for (nlohmann::json const& change : changes) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%-18s ", change.value("mac", "to be deleted").c_str());
+    text += rowColumns(change) + line + change["reason"].get<std::string>();
+    if (change.contains("error")) text += ": " + change["error"].get<std::string>();
+  }
+  return {changes, text + "\n" + counted(changes.size(), "row") + " waiting"};
+}
+
+// All that differs, in all tables.
+struct Audited {
+  ReconciledTable* table;
+  std::vector<Finding> findings;
+};
+std::vector<Audited> auditAll(Switch& host) {
+  Reconciler const& reconciler = reconcilerOf(host);
+  if (reconciler.held()) {
+    throw std::runtime_error("the chip's rows are held until the bring-up is whole");
+  }
+  std::vector<Audited> all;
+  for (std::size_t i = 0; i < reconciler.tables(); ++i) {
+    Audit audit(reconciler.table(i));
+    while (!audit.step()) continue;
+    if (audit.status() != BfnDriver::Status::Ok) {
+      throw std::runtime_error("the chip's rows could not be read");
+    }
+    all.push_back({&reconciler.table(i), audit.findings()});
+  }
+  return all;
+}
+
+Answer audit(Switch& host) {
+  nlohmann::json findings = nlohmann::json::array();
+  for (Audited const& each : auditAll(host)) {
+    for (auto& finding : findingsJson(each.findings)) findings.push_back(std::move(finding));
+  }
+  if (findings.empty()) return {findings, "audit: the chip has the rows that are wanted"};
+  std::string text = std::string(kRowColumns) + "Finding    Wanted             In the chip";
+  for (nlohmann::json const& finding : findings) {
+    char line[96];
+    std::snprintf(line, sizeof line, "%-10s %-18s %s",
+                  finding["finding"].get_ref<std::string const&>().c_str(),
+                  finding.value("wanted", "-").c_str(), finding.value("installed", "-").c_str());
+    text += rowColumns(finding) + line;
+  }
+  return {findings, text + "\naudit: " + counted(findings.size(), "finding")};
+}
+
+Answer repair(Switch& host) {
+  Applied all;
+  for (Audited const& each : auditAll(host)) {
+    Applied const one = each.table->repair(each.findings);
+    all.inserted += one.inserted;
+    all.overwritten += one.overwritten;
+    all.erased += one.erased;
+    all.waiting += one.waiting;
+  }
+  return {{{"deleted", all.erased},
+           {"inserted", all.inserted},
+           {"overwritten", all.overwritten},
+           {"waiting", all.waiting}},
+          "repair: " + text(all)};
+}
+
 }  // namespace
+
+std::string text(Applied const& applied) {
+  return counted(applied.inserted, "row") + " inserted, " + std::to_string(applied.overwritten) +
+         " overwritten, " + std::to_string(applied.erased) + " deleted, " +
+         std::to_string(applied.waiting) + " waiting";
+}
 
 CommandGroup lookCommands(Switch& host) {
   CommandGroup group{"look inside", {}};
@@ -43,6 +144,13 @@ CommandGroup lookCommands(Switch& host) {
   add("dump stats", "the table's statistics; null before it is initialised", dumpStats);
   add("dump log", "log messages", [](Switch&) { return dumpLog(); });
   add("dump objects", "live framework objects by type", [](Switch&) { return dumpObjects(); });
+  add("dump waiting", "changes that the reconciler waits to make, with the reason", waitingOf);
+  group.commands.emplace_back("show waiting", "the same in columns", "show waiting",
+                              [&host](Arguments const&) { return showWaiting(host); });
+  group.commands.emplace_back("audit", "compare the chip's rows with those that are wanted",
+                              "audit", [&host](Arguments const&) { return audit(host); });
+  group.commands.emplace_back("repair", "the same, and make the chip's rows those that are wanted",
+                              "repair", [&host](Arguments const&) { return repair(host); });
   group.commands.emplace_back("show chip", "the chip's rows in columns", "show chip",
                               [&host](Arguments const&) { return showChip(host); });
   return group;

@@ -117,6 +117,7 @@ void forwardOrUncount(BfnChip::ChipModel& chip, std::filesystem::path const& in,
 }
 
 Answer packets(Switch& host, std::filesystem::path const& in, Arguments const& given) {
+  if (host.hardware() != nullptr) throw InputError("captures go through the chip model only");
   Host::Packets::ForwarderConfig config;
   config.accessVlan = static_cast<Kiv::U16>(given.number("access-vlan", config.accessVlan));
   config.judgeTruncated = given.has("truncated") && given.text("drop") == "by-headers";

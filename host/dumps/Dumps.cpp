@@ -62,11 +62,16 @@ json keyFields(BfnChip::KeyBytes const& key) {
                            (driver.lastError().empty() ? "" : ": " + driver.lastError()));
 }
 
+/// The rewrite table as the dumps see it. Device 0's is there in every chip.
+std::optional<BfnDriver::TableHandle> opened(BfnDriver::TableDriver& driver) {
+  constexpr Kiv::U32 kOwnSession = ~Kiv::U32{0};
+  return driver.open({kOwnSession, 0, {}, "", BfnChip::ChipModel::kRewriteTable});
+}
+
 /// The rewrite table's rows by VLAN and address, and their hits, as the driver gives them; no hits
 /// where the chip does not count.
 std::vector<BfnChip::Row> rowsOf(BfnDriver::TableDriver& driver) {
-  constexpr Kiv::U32 kOwnSession = ~Kiv::U32{0};
-  auto const table = driver.open({kOwnSession, 0, {}, "", BfnChip::ChipModel::kRewriteTable});
+  auto const table = opened(driver);
   if (!table) return {};
   constexpr std::size_t kRoom = 1024;
   std::vector<BfnChip::KeyBytes> keys(kRoom);
@@ -198,7 +203,7 @@ std::vector<ConfigLine> configLines(Switch const& host) {
 
 json dumpChip(Switch& host) {
   json rows = json::array();
-  for (BfnChip::Row const& row : rowsOf(host.chip)) {
+  for (BfnChip::Row const& row : rowsOf(host.table())) {
     json fields = keyFields(row.key);
     fields["mac"] = macText(row.action);
     fields["hits"] = row.hits;
@@ -207,12 +212,62 @@ json dumpChip(Switch& host) {
   return rows;
 }
 
+std::size_t tableCapacity(Switch& host) {
+  auto const table = opened(host.table());
+  return table ? host.table().capacity(*table) : 0;
+}
+
+json dumpCounters(Switch& host) {
+  json counters = json::object();
+  if (host.hardware() != nullptr) {
+    for (auto const& [word, count] : host.hardware()->counters()) counters[word] = count;
+    return counters;
+  }
+  auto const table = opened(host.table());
+  BfnDriver::TableHits hits;
+  if (table && host.table().tableHits(*table, hits) == BfnDriver::Status::Error) {
+    throwUnread(host.table());
+  }
+  return {{"matched", hits.matched}, {"notMatched", hits.notMatched}};
+}
+
+json dumpWaiting(Switch& host) {
+  json changes = json::array();
+  Reconciler& reconciler = *host.reconciler();
+  for (std::size_t i = 0; i < reconciler.tables(); ++i) {
+    for (WaitingChange const& each : reconciler.table(i).waiting()) {
+      json fields = keyFields(each.key);
+      fields["op"] = each.removal ? "delete" : "write";
+      if (!each.removal) fields["mac"] = macText(each.action);
+      fields["reason"] = text(each.reason);
+      if (!each.error.empty()) fields["error"] = each.error;
+      changes.push_back(std::move(fields));
+    }
+  }
+  return changes;
+}
+
+json findingsJson(std::span<Finding const> findings) {
+  using Kind = Finding::Kind;
+  json list = json::array();
+  for (Finding const& each : findings) {
+    json fields = keyFields(each.key);
+    fields["finding"] = each.kind == Kind::Missing ? "missing"
+                        : each.kind == Kind::Extra ? "extra"
+                                                   : "different";
+    if (each.kind != Kind::Extra) fields["wanted"] = macText(each.wanted);
+    if (each.kind != Kind::Missing) fields["installed"] = macText(each.installed);
+    list.push_back(std::move(fields));
+  }
+  return list;
+}
+
 json dumpJournal(Switch& host) {
   json entries = json::array();
-  if (auto const dropped = host.chip.journal().dropped(); dropped > 0) {
+  if (auto const dropped = host.journal().dropped(); dropped > 0) {
     entries.push_back({{"dropped", dropped}});
   }
-  for (BfnChip::JournalEntry const& entry : host.chip.journal().take()) {
+  for (BfnChip::JournalEntry const& entry : host.journal().take()) {
     json fields = keyFields(entry.key);
     bool const write = entry.operation == BfnChip::Operation::Write;
     fields["op"] = write ? "write" : "delete";

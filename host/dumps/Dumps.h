@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <span>
 #include <vector>
 
 #include "framework/core/String.h"
@@ -11,6 +12,7 @@
 namespace Host {
 
 class Switch;
+struct Finding;
 
 /// One line of the operator's configuration.
 struct ConfigLine {
@@ -27,6 +29,15 @@ std::vector<ConfigLine> configLines(Switch const& host);
 /// All dumps, each whole, with its keys sorted; lists are in the order of their keys unless the
 /// order has a meaning. Null means that it does not exist.
 nlohmann::json dumpChip(Switch& host);
+/// Rows that the table takes.
+std::size_t tableCapacity(Switch& host);
+/// Packets that were looked up, and what became of the others where the table counts them.
+nlohmann::json dumpCounters(Switch& host);
+/// Changes that a reconciler waits to make: rows in the order in which they get room, then failed
+/// ones. Needs the reconciler.
+nlohmann::json dumpWaiting(Switch& host);
+/// How the chip's rows differ from what the reconciler wants.
+nlohmann::json findingsJson(std::span<Finding const> findings);
 /// Empties the journal.
 nlohmann::json dumpJournal(Switch& host);
 nlohmann::json dumpRecords(Switch const& host);

@@ -209,7 +209,9 @@ Answer Shell::answerTo(std::span<std::string const> words) {
   auto const [command, arguments] = table_.find(words);
   flush();
   try {
-    return command->handler(arguments);
+    Answer answer = command->handler(arguments);
+    host_.turnEnds();
+    return answer;
   } catch (InputError const&) {
     throw;
   } catch (Failure const&) {

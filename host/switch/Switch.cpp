@@ -15,18 +15,24 @@ std::string_view routingStatusAttribute(std::string_view which) {
   return "l3SubIntfRoutingStatus";
 }
 
-Switch::Switch(Plugin plugin)
+Switch::Switch(Plugin plugin, SwitchTable table)
     : clock(Kiv::makeActive<Kiv::ManualClock>()),
       systemStatus(Kiv::makeActive<BfnSystem::SystemStatus>()),
       profileData(Kiv::makeActive<BfnAgentLib::BfnProfileData>()),
       routeStatus(Kiv::makeActive<Routing::Hardware::RouteStatus>()),
       plugin_(std::move(plugin)),
+      hardware_(std::move(table.hardware)),
       database_(Kiv::makeActive<Corvo::Database>()),
       session_(Corvo::embeddedSessionFactory(database_)),
       cliConfig_(database_->entityIs("vxlan/hardware/srcMacRewrite/config",
                                      "BfnMacRewrite::Input::Config")),
       mount_(makeByName("BfnMacRewrite::BfnMacRewriteMount")),
       l3Shared_(makeByName("BfnMacRewrite::BfnMacRewriteL3Shared")) {
+  if (hardware_) recorder_.emplace(hardware_->driver());
+  if (table.reconcile) {
+    reconciler_.emplace(this->table(), Kiv::Ptr<Kiv::Clock const>(clock));
+    reconciler_->turnsIs(true);
+  }
   mountAgain();
   set(l3Shared_, "l3Status", {Kiv::makeActive<Pex::L3Status>()});
   for (char const* const which : {"port", "vlan", "subinterface"}) {
@@ -62,6 +68,43 @@ void Switch::agentIs() {
   agent_ = plugin_.agentSmFactory()(systemStatus, profileData, mount, shared, routeStatus);
 }
 
+void Switch::agentDel() {
+  agent_.reset();
+  if (reconciler_) reconciler_->hold();
+}
+
+BfnDriver::TableDriver& Switch::table() {
+  if (reconciler_) return *reconciler_;
+  if (recorder_) return *recorder_;
+  return chip;
+}
+
+std::optional<std::string> Switch::bringUpLacks() const {
+  if (!hasAgent()) return "there is no agent";
+  Object const manager = part("overlaySrcMacRewriteManager");
+  if (!manager || !getObject(manager, "overlaySrcMacRewriteTable")) {
+    return "the table is not initialised";
+  }
+  for (std::string_view const machine :
+       {"bfnMacRewriteIntfRoutingStatusSm", "bfnMacRewriteSm", "overlaySrcMacRewriteCliConfigSm"}) {
+    if (!part(machine)) return "there is no " + std::string(machine);
+  }
+  if (!cliConfig_) return "there is no cli-config";
+  if (!agentConfig()) return "there is no agent-config";
+  if (!agentStatus()) return "there is no agent-status";
+  if (!routeStatus) return "there is no route-status";
+  if (!l3Status()) return "there is no l3-status";
+  for (std::string_view const which : {"port", "vlan", "subinterface"}) {
+    if (!routingStatus(which)) return "there is no " + std::string(which) + "-status";
+  }
+  return std::nullopt;
+}
+
+void Switch::turnEnds() {
+  if (hardware_) hardware_->handleEvents();
+  if (reconciler_) reconciler_->flush();
+}
+
 Object Switch::bfnL3Output() const {
   return getObject(l3Shared_, "bfnL3Output");
 }
@@ -75,9 +118,10 @@ void Switch::profileIs(std::string const& name) {
 
 namespace {
 
-BfnAgentLib::TableInitialization initialization(BfnChip::ChipModel& chip, Object const& output) {
+BfnAgentLib::TableInitialization initialization(BfnDriver::TableDriver& table,
+                                                Object const& output) {
   BfnAgentLib::TableInitialization with;
-  with.dlHandle = chip.opaque();
+  with.dlHandle = table.opaque();
   with.profile = BfnDriver::BfnDevProfile(getText(output, "profileName"));
   return with;
 }
@@ -88,12 +132,12 @@ unsigned Switch::initializeTables() {
   Object const output = bfnL3Output();
   auto const entry =
       Kiv::ptrCast<BfnAgentLib::BfnProfileDataEntry>(getObject(output, "profileEntry"));
-  return BfnAgentLib::initializeTables(entry, initialization(chip, output));
+  return BfnAgentLib::initializeTables(entry, initialization(table(), output));
 }
 
 void Switch::initializeTable(std::string const& name) {
   BfnAgentLib::initializeTable(*tableManager(), Kiv::Name(name),
-                               initialization(chip, bfnL3Output()));
+                               initialization(table(), bfnL3Output()));
 }
 
 Object Switch::part(std::string_view attribute) const {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "chip/ChipModel.h"
+#include "chip/JournalingDriver.h"
 #include "framework/core/Clock.h"
 #include "framework/corvo/Database.h"
 #include "framework/corvo/Session.h"
@@ -16,10 +18,20 @@
 #include "framework/values/IntfId.h"
 #include "framework/values/IpAddr.h"
 #include "framework/values/VrfId.h"
+#include "host/reconcile/Reconciler.h"
 #include "host/switch/Generic.h"
+#include "host/switch/HardwareTable.h"
 #include "host/switch/Plugin.h"
 
 namespace Host {
+
+/// What a switch keeps its rows in.
+struct SwitchTable {
+  /// None: the chip model.
+  std::unique_ptr<HardwareTable> hardware;
+  /// Whether a Reconciler is between the plug-in and the table.
+  bool reconcile = false;
+};
 
 /// Everything that a switch has around the plug-in: the chip, the platform's records, the host
 /// agent's records, the state database; and the agent once it has been made.
@@ -28,7 +40,7 @@ namespace Host {
 /// makes the agent. They outlive it. A null member means that the input is not there.
 class Switch {
  public:
-  explicit Switch(Plugin plugin);
+  explicit Switch(Plugin plugin, SwitchTable table = {});
   Switch(Switch const&) = delete;
   Switch& operator=(Switch const&) = delete;
   ~Switch();
@@ -42,7 +54,8 @@ class Switch {
   Object const& agent() const { return agent_; }
   /// Makes the agent through the plug-in's factory, in place of an earlier one.
   void agentIs();
-  void agentDel() { agent_.reset(); }
+  /// A reconciler then holds what the chip has.
+  void agentDel();
   /// The host's output to the plug-in: active profile, bring-up flags.
   Object bfnL3Output() const;
   /// Makes the profile the active one; its entry is null for an unknown name.
@@ -54,6 +67,21 @@ class Switch {
   /// Whether tables are initialised only when that is asked for.
   bool manualTables() const { return manualTables_; }
   void manualTablesIs(bool manual) { manualTables_ = manual; }
+
+  // The table.
+
+  /// What the plug-in writes to, and what is shown of the table is read from.
+  BfnDriver::TableDriver& table();
+  /// Null when the rows are in the chip model.
+  HardwareTable* hardware() { return hardware_.get(); }
+  /// Null when there is none.
+  Reconciler* reconciler() { return reconciler_ ? &*reconciler_ : nullptr; }
+  /// Writes and erases that reached the chip, whichever it is.
+  BfnChip::Journal& journal() { return recorder_ ? recorder_->journal() : chip.journal(); }
+  /// Why the bring-up is not whole, so that the wanted rows may be too few; nothing when it is.
+  std::optional<std::string> bringUpLacks() const;
+  /// Ends a turn of the event loop: what waits for that goes to the chip.
+  void turnEnds();
 
   // The agent's parts; null before their stage.
 
@@ -76,6 +104,7 @@ class Switch {
   /// Mounts again what is missing.
   void mountAgain();
 
+  /// Without a row when the rows are in hardware().
   BfnChip::ChipModel chip;
   /// The lab's time: it advances by command only.
   Kiv::Ptr<Kiv::ManualClock> clock;
@@ -90,6 +119,9 @@ class Switch {
 
  private:
   Plugin plugin_;
+  std::unique_ptr<HardwareTable> hardware_;
+  std::optional<BfnChip::JournalingDriver> recorder_;
+  std::optional<Reconciler> reconciler_;
   Kiv::Ptr<Corvo::Database> database_;
   Kiv::Ptr<Corvo::Session> session_;
   Object cliConfig_;

@@ -1,0 +1,95 @@
+#include "chip/JournalingDriver.h"
+
+#include <algorithm>
+#include <new>
+
+namespace BfnChip {
+
+namespace {
+
+using BfnDriver::ByteView;
+using BfnDriver::EraseResult;
+using BfnDriver::Status;
+using BfnDriver::TableHandle;
+using BfnDriver::WriteResult;
+
+Outcome outcomeOf(Status status) {
+  switch (status) {
+    case Status::Ok:
+      return Outcome::Ok;
+    case Status::NotFound:
+      return Outcome::NotFound;
+    case Status::TableFull:
+      return Outcome::TableFull;
+    case Status::NoSysResources:
+      return Outcome::NoSysResources;
+    case Status::NotSupported:
+    case Status::Error:
+      break;
+  }
+  return Outcome::Error;
+}
+
+}  // namespace
+
+std::optional<TableHandle> JournalingDriver::open(BfnDriver::TableAddress const& address) {
+  auto const table = chip_.open(address);
+  if (table) pipes_.insert_or_assign(*table, address.pipe);
+  return table;
+}
+
+WriteResult JournalingDriver::write(TableHandle table, ByteView key, ByteView action) {
+  journal_.makeRoom();
+  try {
+    WriteResult const result = chip_.write(table, key, action);
+    record(table, key, action, Operation::Write, outcomeOf(BfnDriver::statusOf(result)));
+    return result;
+  } catch (...) {
+    record(table, key, action, Operation::Write, Outcome::Exception);
+    throw;
+  }
+}
+
+EraseResult JournalingDriver::erase(TableHandle table, ByteView key) {
+  journal_.makeRoom();
+  try {
+    EraseResult const result = chip_.erase(table, key);
+    record(table, key, {}, Operation::Erase, outcomeOf(BfnDriver::statusOf(result)));
+    return result;
+  } catch (...) {
+    record(table, key, {}, Operation::Erase, Outcome::Exception);
+    throw;
+  }
+}
+
+void JournalingDriver::apply(TableHandle table, std::span<BfnDriver::Change const> changes,
+                             std::span<Status> results) {
+  chip_.apply(table, changes, results);
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    BfnDriver::Change const& change = changes[i];
+    bool const write = change.kind == BfnDriver::Change::Kind::Write;
+    try {
+      journal_.makeRoom();
+    } catch (std::bad_alloc const&) {
+      return;
+    }
+    record(table, change.key, write ? change.action : ByteView(),
+           write ? Operation::Write : Operation::Erase, outcomeOf(results[i]));
+  }
+}
+
+void JournalingDriver::record(TableHandle table, ByteView key, ByteView action, Operation operation,
+                              Outcome outcome) {
+  auto const pipe = pipes_.find(table);
+  if (pipe == pipes_.end() || key.size() != kKeyBytes) return;
+  if (operation == Operation::Write && action.size() != kActionBytes) return;
+  JournalEntry entry;
+  std::ranges::copy(key, entry.key.begin());
+  std::ranges::copy(action, entry.action.begin());
+  entry.pipe = pipe->second;
+  entry.operation = operation;
+  entry.outcome = outcome;
+  journal_.append(entry);
+}
+
+}  // namespace BfnChip

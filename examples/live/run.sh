@@ -1,0 +1,102 @@
+#!/usr/bin/env bash
+# Shows rows that the plug-in has written at work on real packets: two leaf switches, an underlay,
+# two VLANs with a host in each at both leaves. Everything is made in namespaces of its own, which
+# go with this script, also when it is interrupted or killed.
+#
+#   run.sh LAB    LAB: the lab's program
+set -euo pipefail
+
+if [[ ${1-} != --inside ]]; then
+  lab=$(realpath "$1")
+  if ((EUID != 0)); then
+    echo 'live: it makes network namespaces and fills a table in the kernel: run it as root' >&2
+    exit 3
+  fi
+  exec unshare --net --mount --pid --fork --kill-child --mount-proc "$(realpath "$0")" --inside "$lab"
+fi
+lab=$2
+here=$(dirname "$0")
+trap 'exit 130' INT TERM HUP
+
+# Seen by this script and its children alone.
+mount -t tmpfs none /mnt
+table=kernel:/mnt/table
+
+# --- The network: leaf1 leaf2, and the hosts a1 b1 at leaf 1, a2 b2 at leaf 2
+
+declare -A namespace
+for name in leaf1 leaf2 a1 b1 a2 b2; do
+  unshare --net sleep infinity &
+  namespace[$name]=$!
+done
+in_ns() { # NAME COMMAND...
+  nsenter --net="/proc/${namespace[$1]}/ns/net" "${@:2}"
+}
+own=$(readlink /proc/self/ns/net)
+for name in "${!namespace[@]}"; do
+  while [[ $(readlink "/proc/${namespace[$name]}/ns/net") == "$own" ]]; do sleep 0.01; done
+  in_ns "$name" ip link set lo up
+done
+
+wire() { # NAME DEVICE NAME DEVICE
+  in_ns "$1" ip link add "$2" type veth peer name "$4" netns "${namespace[$3]}"
+}
+wire leaf1 underlay leaf2 underlay
+for leaf in 1 2; do
+  other=$((3 - leaf))
+  in_ns leaf$leaf ip -b - << END
+link set underlay mtu 1600 up
+addr add 192.0.2.$leaf/24 dev underlay
+END
+  for vlan in 100 200; do
+    host=$([[ $vlan == 100 ]] && echo a || echo b)$leaf
+    wire leaf$leaf "port$vlan" "$host" eth0
+    in_ns leaf$leaf ip -b - << END
+link add vx$vlan type vxlan id 10$vlan dstport 4789 local 192.0.2.$leaf remote 192.0.2.$other
+link add br$vlan type bridge mcast_snooping 0
+link set vx$vlan master br$vlan up
+link set port$vlan master br$vlan up
+link set br$vlan up
+END
+    in_ns "$host" ip -b - << END
+link set eth0 address 02:aa:00:00:0${vlan:0:1}:0$leaf up
+addr add 10.1.0.$leaf/24 dev eth0
+END
+  done
+done
+
+cat << 'END'
+Network: the same addresses in two VLANs; leaf 1's VXLAN devices are looked up in the kernel's table
+
+  a1 10.1.0.1 -- VLAN 100 -- leaf 1 == VXLAN 10100 == leaf 2 -- VLAN 100 -- a2 10.1.0.2   VRF red
+  b1 10.1.0.1 -- VLAN 200 -- leaf 1 == VXLAN 10200 == leaf 2 -- VLAN 200 -- b2 10.1.0.2   VRF blue
+
+END
+
+# A ping from the near host, as tcpdump shows it at the far one.
+ping_seen() { # LETTER
+  local log=/mnt/tcpdump-$1
+  in_ns "${1}2" timeout 5 tcpdump -i eth0 -Q in -c 1 -e -n -t -l icmp > "$log" 2> "$log.err" &
+  local capture=$!
+  until grep -q '^listening' "$log.err"; do sleep 0.01; done
+  in_ns "${1}1" ping -q -c 3 -i 0.05 10.1.0.2 | sed -n "s/^3 packets/  ${1}1: 3 packets/p"
+  wait "$capture"
+  cut -d, -f1,3- "$log" | sed -E 's/ethertype [^,]*, //; s/^/  '"${1}"'2: /'
+}
+
+# Status 3, with the lab's line, when this machine cannot.
+in_ns leaf1 "$lab" --table "$table" /dev/null
+
+echo 'Ping before: the far host sees the MAC of the near one'
+ping_seen a
+ping_seen b
+echo
+echo 'The plug-in on leaf 1: bring-up, the VRFs, their lines'
+in_ns leaf1 "$lab" --table "$table" "$here/leaf1.lab" | sed 's/^/  /'
+echo
+echo 'Ping after: it sees the MAC of the row, though no process is there any more'
+ping_seen a
+ping_seen b
+echo
+echo 'The lab once more, over the same table: no row is written'
+in_ns leaf1 "$lab" --table "$table" "$here/look.lab" | sed 's/^/  /'

@@ -1,0 +1,10 @@
+#include "host/kernel/OpenTable.h"
+
+namespace Host {
+
+std::unique_ptr<HardwareTable> openKernelTable(std::filesystem::path const&) {
+  throw TableUnavailable(
+      "this build has no kernel's table: clang, bpftool or libbpf was not there");
+}
+
+}  // namespace Host

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "host/switch/HardwareTable.h"
+
+namespace Host {
+
+/// The kernel's table in that directory, see docs/kernel.md; made when it is missing. What is not
+/// as asked for is a line on standard error. Throws TableUnavailable where this machine, process or
+/// build lacks what it needs, std::runtime_error when the directory is in use or the kernel
+/// refuses.
+std::unique_ptr<HardwareTable> openKernelTable(std::filesystem::path const& directory);
+
+}  // namespace Host
