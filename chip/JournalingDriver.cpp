@@ -33,7 +33,7 @@ Outcome outcomeOf(Status status) {
 }  // namespace
 
 std::optional<TableHandle> JournalingDriver::open(BfnDriver::TableAddress const& address) {
-  auto const table = chip_.open(address);
+  auto const table = next().open(address);
   if (table) pipes_.insert_or_assign(*table, address.pipe);
   return table;
 }
@@ -41,7 +41,7 @@ std::optional<TableHandle> JournalingDriver::open(BfnDriver::TableAddress const&
 WriteResult JournalingDriver::write(TableHandle table, ByteView key, ByteView action) {
   journal_.makeRoom();
   try {
-    WriteResult const result = chip_.write(table, key, action);
+    WriteResult const result = next().write(table, key, action);
     record(table, key, action, Operation::Write, outcomeOf(BfnDriver::statusOf(result)));
     return result;
   } catch (...) {
@@ -53,7 +53,7 @@ WriteResult JournalingDriver::write(TableHandle table, ByteView key, ByteView ac
 EraseResult JournalingDriver::erase(TableHandle table, ByteView key) {
   journal_.makeRoom();
   try {
-    EraseResult const result = chip_.erase(table, key);
+    EraseResult const result = next().erase(table, key);
     record(table, key, {}, Operation::Erase, outcomeOf(BfnDriver::statusOf(result)));
     return result;
   } catch (...) {
@@ -64,7 +64,7 @@ EraseResult JournalingDriver::erase(TableHandle table, ByteView key) {
 
 void JournalingDriver::apply(TableHandle table, std::span<BfnDriver::Change const> changes,
                              std::span<Status> results) {
-  chip_.apply(table, changes, results);
+  next().apply(table, changes, results);
   for (std::size_t i = 0; i < changes.size(); ++i) {
     BfnDriver::Change const& change = changes[i];
     bool const write = change.kind == BfnDriver::Change::Kind::Write;

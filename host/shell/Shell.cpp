@@ -209,9 +209,15 @@ Answer Shell::answerTo(std::span<std::string const> words) {
   auto const [command, arguments] = table_.find(words);
   flush();
   try {
-    Answer answer = command->handler(arguments);
-    host_.turnEnds();
-    return answer;
+    // What an exception left undone does not keep what was done before it from the chip.
+    try {
+      Answer answer = command->handler(arguments);
+      host_.turnEnds();
+      return answer;
+    } catch (...) {
+      host_.turnEnds();
+      throw;
+    }
   } catch (InputError const&) {
     throw;
   } catch (Failure const&) {

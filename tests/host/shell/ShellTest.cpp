@@ -45,8 +45,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         BadLine{
             "shutdown",
-            "expected brief, chip, clock, dump, exit, expect, generate, help, host, load, measure, "
-            "no, packets, print, show or vxlan, found shutdown"},
+            "expected audit, brief, chip, clock, dump, exit, expect, generate, help, host, load, "
+            "measure, no, packets, print, repair, show or vxlan, found shutdown"},
         BadLine{"vxlan forwarding match vrf red src-ip 10.0.0.256 action rewrite src-mac "
                 "02:00:00:00:00:01",
                 "expected an IPv4 address such as 10.0.0.1, found 10.0.0.256"},
@@ -91,10 +91,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"chip fail next 1 sometimes",
                 "expected full, no-resources, other or exception, found sometimes"},
         BadLine{"chip capacity many", "expected a number from 0 to 4294967295, found many"},
-        BadLine{
-            "dump everything",
-            "expected chip, journal, records, indexes, config, inputs, capability, stats, log or "
-            "objects, found everything"},
+        BadLine{"dump everything",
+                "expected chip, journal, records, indexes, config, inputs, capability, stats, log, "
+                "objects or waiting, found everything"},
         BadLine{"packets no-such.pcap out.pcap",
                 "no-such.pcap: expected a capture file that can be read: No such "
                 "file or directory"},
