@@ -45,7 +45,7 @@ struct Table {
   }
   void fill() { driver.apply(handle, changes, results); }
 
-  BfnKernel::KernelProgram program{{KernelTest::enterSandbox() / "bpf", kRows}};
+  BfnKernel::KernelProgram program{{BfnTest::enterSandbox() / "bpf", kRows}};
   BfnKernel::KernelTable driver{program};
   BfnDriver::TableHandle handle =
       *driver.open({0, 0, {}, "", BfnKernel::KernelTable::kRewriteTable});
@@ -56,8 +56,8 @@ struct Table {
 };
 
 bool cannotRun(benchmark::State& state) {
-  if (!KernelTest::whyNot()) return false;
-  state.SkipWithError(KernelTest::whyNot()->c_str());
+  if (!BfnTest::whyNot()) return false;
+  state.SkipWithError(BfnTest::whyNot()->c_str());
   return true;
 }
 

@@ -12,7 +12,7 @@ one, is compiled by itself.
 A fault that does not compile, or that leaves the optimised assembly as it was, does not count. It
 is killed by the first test program that fails or exceeds its time: the room's own suites first,
 then every other suite and lab script. Results are kept by source text, so that a run that was
-stopped goes on where it was; after a change of the tests, `--again` tries the survivors once more.
+stopped continues where it was; after a change of the tests, `--again` tries the survivors once more.
 """
 import argparse
 import fnmatch
@@ -344,6 +344,7 @@ class Tree:
         self.environment.pop("KIV_FAULT", None)
         self.changed = {}
         self.plain = {}
+        self.assembling = threading.Lock()
 
     def prepare(self):
         self.source.mkdir(parents=True, exist_ok=True)
@@ -429,11 +430,12 @@ class Tree:
         if not name.endswith(".cpp"):
             return False
         source = (ROOT / name).read_text()
-        if name not in self.plain:
-            self.plain[name] = self.assembly(name, source)
-        with_fault = self.assembly(name, source[:fault["start"]] + fault["new"] +
-                                   source[fault["end"]:])
-        return with_fault is not None and with_fault == self.plain[name]
+        with_fault = source[:fault["start"]] + fault["new"] + source[fault["end"]:]
+        with self.assembling:  # every assembly has the same file name in it
+            if name not in self.plain:
+                self.plain[name] = self.assembly(name, source)
+            code = self.assembly(name, with_fault)
+        return code is not None and code == self.plain[name]
 
 
 def suites_below(folder):

@@ -1,20 +1,21 @@
 #include <algorithm>
 
 #include "framework/core/Exceptions.h"
-#include "tests/agent/StagesTest.h"
+#include "tests/agent/AgentSmStagesTest.h"
 #include "tests/support/Watcher.h"
 
 // The two stages of bring-up, and what running them again replaces.
 namespace {
 
 using BfnMacRewrite::AgentSm;
+using BfnTest::AgentSmStagesTest;
 using BfnTest::Watcher;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-TEST_F(StagesTest, StageOneSetsTheTableUp) {
+TEST_F(AgentSmStagesTest, StageOneSetsTheTableUp) {
   host.createAgent();
   output().initMacRewriteTablesIs(true);
   ASSERT_TRUE(agent().intfIdToRoutingStatus());
@@ -32,7 +33,7 @@ TEST_F(StagesTest, StageOneSetsTheTableUp) {
   EXPECT_FALSE(manager->overlaySrcMacRewriteTable());
 }
 
-TEST_F(StagesTest, WhenTheTableIsDeclaredTheCollectionAndTheCapabilitiesAreThere) {
+TEST_F(AgentSmStagesTest, WhenTheTableIsDeclaredTheCollectionAndTheCapabilitiesAreThere) {
   host.createAgent();
   auto const watcher = Kiv::makeActive<Watcher>(host.profileEntry->tableList());
   watcher->then = [this] {
@@ -44,7 +45,7 @@ TEST_F(StagesTest, WhenTheTableIsDeclaredTheCollectionAndTheCapabilitiesAreThere
   EXPECT_EQ(watcher->changes.size(), 1u);
 }
 
-TEST_F(StagesTest, WhenTheCapabilityIsWrittenTheMachinesAreThere) {
+TEST_F(AgentSmStagesTest, WhenTheCapabilityIsWrittenTheMachinesAreThere) {
   host.createAgent();
   host.stage1();
   auto const watcher = Kiv::makeActive<Watcher>(host.capability);
@@ -57,7 +58,7 @@ TEST_F(StagesTest, WhenTheCapabilityIsWrittenTheMachinesAreThere) {
   EXPECT_EQ(watcher->changes.size(), 1u);
 }
 
-TEST_F(StagesTest, StageTwoMakesTheThreeMachinesInTheirOrder) {
+TEST_F(AgentSmStagesTest, StageTwoMakesTheThreeMachinesInTheirOrder) {
   host.createAgent();
   host.stage1();
   TraceCapture::clear();
@@ -93,7 +94,7 @@ TEST_F(StagesTest, StageTwoMakesTheThreeMachinesInTheirOrder) {
   EXPECT_TRUE(host.capability->overlaySrcMacRewriteSupported());
 }
 
-TEST_F(StagesTest, StageTwoBeforeStageOneReportsUnsupported) {
+TEST_F(AgentSmStagesTest, StageTwoBeforeStageOneReportsUnsupported) {
   host.createAgent();
   host.capability->overlaySrcMacRewriteSupportedIs(true);
   host.stage2();
@@ -104,7 +105,7 @@ TEST_F(StagesTest, StageTwoBeforeStageOneReportsUnsupported) {
   EXPECT_THAT(traces(), ::testing::Not(Contains(HasSubstr("AgentSm"))));
 }
 
-TEST_F(StagesTest, AChipWithoutTheTableStaysWithoutMachines) {
+TEST_F(AgentSmStagesTest, AChipWithoutTheTableStaysWithoutMachines) {
   profileIs(BfnTest::PluginHost::kProfile, false);
   host.capability->overlaySrcMacRewriteSupportedIs(true);
   TraceCapture::clear();
@@ -118,7 +119,7 @@ TEST_F(StagesTest, AChipWithoutTheTableStaysWithoutMachines) {
   EXPECT_THAT(traces(), ::testing::Not(Contains(HasSubstr("AgentSm::handleStart"))));
 }
 
-TEST_F(StagesTest, AnUnknownProfileReadsAsAChipWithoutTheTable) {
+TEST_F(AgentSmStagesTest, AnUnknownProfileReadsAsAChipWithoutTheTable) {
   host.createAgent();
   output().profileNameIs("nobody's");
   host.stage1();
@@ -128,7 +129,7 @@ TEST_F(StagesTest, AnUnknownProfileReadsAsAChipWithoutTheTable) {
   EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
 }
 
-TEST_F(StagesTest, OnlyTheSupportedFlagIsWrittenAndOnlyOnce) {
+TEST_F(AgentSmStagesTest, OnlyTheSupportedFlagIsWrittenAndOnlyOnce) {
   host.createAgent();
   host.stage1();
   auto const watcher = Kiv::makeActive<Watcher>(host.capability);
@@ -137,7 +138,7 @@ TEST_F(StagesTest, OnlyTheSupportedFlagIsWrittenAndOnlyOnce) {
   EXPECT_EQ(watcher->changes.size(), 1u);
 }
 
-TEST_F(StagesTest, RunningAStageAgainWithTheSameInputsChangesNothingWhateverTheFlags) {
+TEST_F(AgentSmStagesTest, RunningAStageAgainWithTheSameInputsChangesNothingWhateverTheFlags) {
   host.bringUp();
   row();
   auto const collection = agent().intfIdToRoutingStatus();
@@ -162,7 +163,7 @@ TEST_F(StagesTest, RunningAStageAgainWithTheSameInputsChangesNothingWhateverTheF
                                     "AgentSm::handleStartMacRewriteSm: "));
 }
 
-TEST_F(StagesTest, AStageTwoThatMeetsAVlanOutOfRangeLeavesTheRowsBeforeIt) {
+TEST_F(AgentSmStagesTest, AStageTwoThatMeetsAVlanOutOfRangeLeavesTheRowsBeforeIt) {
   host.createAgent();
   host.stage1();
   row();
@@ -183,7 +184,7 @@ TEST_F(StagesTest, AStageTwoThatMeetsAVlanOutOfRangeLeavesTheRowsBeforeIt) {
   EXPECT_EQ(static_cast<size_t>(std::ranges::count(counts, 2u)), left);
 }
 
-TEST_F(StagesTest, TheMachinesStayWhenTheCapabilityIsLost) {
+TEST_F(AgentSmStagesTest, TheMachinesStayWhenTheCapabilityIsLost) {
   host.bringUp();
   auto const merge = agent().bfnMacRewriteIntfRoutingStatusSm();
   auto const sm = agent().bfnMacRewriteSm();
@@ -198,7 +199,7 @@ TEST_F(StagesTest, TheMachinesStayWhenTheCapabilityIsLost) {
   EXPECT_TRUE(cli->hasNotificationActive());
 }
 
-TEST_F(StagesTest, NullInputsKeepTheChildrenToo) {
+TEST_F(AgentSmStagesTest, NullInputsKeepTheChildrenToo) {
   host.cliConfig = nullptr;
   host.capability = nullptr;
   host.l3Status = nullptr;
@@ -218,7 +219,7 @@ TEST_F(StagesTest, NullInputsKeepTheChildrenToo) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(StagesTest, ANullProfileEntryReadsAsAChipWithoutTheTableForTheManager) {
+TEST_F(AgentSmStagesTest, ANullProfileEntryReadsAsAChipWithoutTheTableForTheManager) {
   host.createAgent();
   output().profileEntryIs(nullptr);
   host.stage1();
@@ -227,7 +228,7 @@ TEST_F(StagesTest, ANullProfileEntryReadsAsAChipWithoutTheTableForTheManager) {
   EXPECT_TRUE(agent().bfnMacRewriteSm());
 }
 
-TEST_F(StagesTest, MissingRecordsOfTheMountMeanNoContribution) {
+TEST_F(AgentSmStagesTest, MissingRecordsOfTheMountMeanNoContribution) {
   host.createAgent();
   host.mount->bfnMacRewriteAgentConfigDel();
   host.mount->bfnMacRewriteAgentStatusDel();
@@ -239,7 +240,7 @@ TEST_F(StagesTest, MissingRecordsOfTheMountMeanNoContribution) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(StagesTest, ANewProfileEntryReplacesTheManagerAndTheCoreMachineFollowsInStageTwo) {
+TEST_F(AgentSmStagesTest, ANewProfileEntryReplacesTheManagerAndTheCoreMachineFollowsInStageTwo) {
   host.bringUp();
   auto const manager = agent().overlaySrcMacRewriteManager();
   auto const sm = agent().bfnMacRewriteSm();
@@ -257,7 +258,7 @@ TEST_F(StagesTest, ANewProfileEntryReplacesTheManagerAndTheCoreMachineFollowsInS
   EXPECT_EQ(agent().overlaySrcMacRewriteCliConfigSm(), cli);
 }
 
-TEST_F(StagesTest, ANewManagerOnTheSameListTakesTheDeclarationOver) {
+TEST_F(AgentSmStagesTest, ANewManagerOnTheSameListTakesTheDeclarationOver) {
   host.bringUp();
   host.l3Shared->l3StatusIs(Kiv::makeActive<Pex::L3Status>());
   host.stage1();
@@ -267,7 +268,7 @@ TEST_F(StagesTest, ANewManagerOnTheSameListTakesTheDeclarationOver) {
   EXPECT_EQ(declared->manager, agent().overlaySrcMacRewriteManager().get());
 }
 
-TEST_F(StagesTest, ALostCapabilityLeavesTheMachinesRunning) {
+TEST_F(AgentSmStagesTest, ALostCapabilityLeavesTheMachinesRunning) {
   host.bringUp();
   auto const sm = agent().bfnMacRewriteSm();
   profileIs(BfnTest::PluginHost::kProfile, false);
@@ -281,7 +282,7 @@ TEST_F(StagesTest, ALostCapabilityLeavesTheMachinesRunning) {
 }
 
 // The machines may meet VLANs out of range, which the host set long before.
-TEST_F(StagesTest, AMachineThatThrowsInTheMakingLeavesNothingRegistered) {
+TEST_F(AgentSmStagesTest, AMachineThatThrowsInTheMakingLeavesNothingRegistered) {
   host.vrf("red", 7);
   host.port("Ethernet1", 0, 7);
   host.createAgent();
@@ -300,7 +301,7 @@ TEST_F(StagesTest, AMachineThatThrowsInTheMakingLeavesNothingRegistered) {
   EXPECT_TRUE(host.capability->overlaySrcMacRewriteSupported());
 }
 
-TEST_F(StagesTest, AReplacementThatThrowsLeavesTheOldMachineInPlace) {
+TEST_F(AgentSmStagesTest, AReplacementThatThrowsLeavesTheOldMachineInPlace) {
   host.bringUp();
   auto const sm = agent().bfnMacRewriteSm();
   host.mount->bfnMacRewriteAgentStatusDel();

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "tests/agent/StagesTest.h"
+#include "tests/agent/AgentSmStagesTest.h"
 #include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
 
@@ -11,7 +11,7 @@ using BfnTest::Watcher;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-using ForeignHandlersTest = StagesTest;
+using ForeignHandlersTest = BfnTest::AgentSmStagesTest;
 
 TEST_F(ForeignHandlersTest, AForeignHandlerMayStartTheMachinesWhileTheTablesAreAskedFor) {
   auto const watcher = Kiv::makeActive<Watcher>(host.l3Shared->bfnL3Output());

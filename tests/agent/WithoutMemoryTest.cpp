@@ -1,7 +1,7 @@
 #include <memory>
 #include <string>
 
-#include "tests/agent/StagesTest.h"
+#include "tests/agent/AgentSmStagesTest.h"
 #include "tests/support/AllocationFault.h"
 
 // Every allocation of an event fails in turn: the event has then changed nothing that keeps it from
@@ -15,7 +15,7 @@ using ::testing::IsEmpty;
 
 constexpr char const* kMac = "02:00:00:00:00:01";
 
-class WithoutMemoryTest : public StagesTest {
+class WithoutMemoryTest : public BfnTest::AgentSmStagesTest {
  protected:
   // Whatever is made once for the whole process is made before the first allocation that fails.
   void SetUp() override {
@@ -26,7 +26,7 @@ class WithoutMemoryTest : public StagesTest {
     first.rewriteDel("red", "10.0.0.1");
     first.l3Status->vrfDel(L3::VrfName("red"));
     first.portDel("Ethernet1");
-    StagesTest::SetUp();
+    AgentSmStagesTest::SetUp();
   }
   static void fill(PluginHost& world) {
     world.vrf("red", 7);

@@ -30,7 +30,7 @@ L3::VrfName name(char const* text) {
   return L3::VrfName(text);
 }
 
-class CliConfigTest : public BfnTest::PluginTest {
+class CliConfigSmTest : public BfnTest::PluginTest {
  protected:
   void TearDown() override {
     sm.reset();
@@ -62,7 +62,7 @@ class CliConfigTest : public BfnTest::PluginTest {
   Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> sm;
 };
 
-TEST_F(CliConfigTest, TheFactoryWatchesItsInputsAndTranslatesWhatIsThere) {
+TEST_F(CliConfigSmTest, TheFactoryWatchesItsInputsAndTranslatesWhatIsThere) {
   host.vrf("red", 5);
   host.vrf("blue", 6);
   host.rewrite("red", "10.0.0.1", kMac1);
@@ -78,7 +78,7 @@ TEST_F(CliConfigTest, TheFactoryWatchesItsInputsAndTranslatesWhatIsThere) {
               ElementsAre("5 10.0.0.1 02:00:00:00:00:01", "6 10.0.0.2 02:00:00:00:00:02"));
 }
 
-TEST_F(CliConfigTest, NullInputsContributeNothing) {
+TEST_F(CliConfigSmTest, NullInputsContributeNothing) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   for (unsigned mask = 0; mask < 7; ++mask) {
@@ -100,7 +100,7 @@ TEST_F(CliConfigTest, NullInputsContributeNothing) {
   }
 }
 
-TEST_F(CliConfigTest, AnEntryWaitsForItsVrf) {
+TEST_F(CliConfigSmTest, AnEntryWaitsForItsVrf) {
   start();
   host.rewrite("red", "10.0.0.1", kMac1);
   EXPECT_THAT(output(), IsEmpty());
@@ -116,7 +116,7 @@ TEST_F(CliConfigTest, AnEntryWaitsForItsVrf) {
   EXPECT_THAT(output(), ElementsAre("5 10.0.0.1 02:00:00:00:00:01"));
 }
 
-TEST_F(CliConfigTest, TracesOfAVrfThatComesAndGoes) {
+TEST_F(CliConfigSmTest, TracesOfAVrfThatComesAndGoes) {
   host.rewrite("red", "10.0.0.1", kMac1);
   host.rewrite("blue", "10.0.0.2", kMac1);
   start();
@@ -134,7 +134,7 @@ TEST_F(CliConfigTest, TracesOfAVrfThatComesAndGoes) {
                                     "OverlaySrcMacRewriteCliConfigSm::deleteVrf: vrfName: red"));
 }
 
-TEST_F(CliConfigTest, TracesOfAConstruction) {
+TEST_F(CliConfigSmTest, TracesOfAConstruction) {
   host.vrf("red", 5);
   TraceCapture::clear();
   sm = OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSmIs(host.cliConfig, config,
@@ -152,7 +152,7 @@ TEST_F(CliConfigTest, TracesOfAConstruction) {
   }
 }
 
-TEST_F(CliConfigTest, LevelsAreFourForDecisionsAndNineForTheRest) {
+TEST_F(CliConfigSmTest, LevelsAreFourForDecisionsAndNineForTheRest) {
   start();
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
@@ -167,7 +167,7 @@ TEST_F(CliConfigTest, LevelsAreFourForDecisionsAndNineForTheRest) {
   }
 }
 
-TEST_F(CliConfigTest, TheLastEntryOfAVrfTakesItsRecordAlong) {
+TEST_F(CliConfigSmTest, TheLastEntryOfAVrfTakesItsRecordAlong) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   host.rewrite("red", "10.0.0.2", kMac1);
@@ -188,7 +188,7 @@ TEST_F(CliConfigTest, TheLastEntryOfAVrfTakesItsRecordAlong) {
   EXPECT_THAT(output(), ElementsAre("5 10.0.0.2 02:00:00:00:00:02"));
 }
 
-TEST_F(CliConfigTest, ARemovalInAnUnknownVrfOnlyTraces) {
+TEST_F(CliConfigSmTest, ARemovalInAnUnknownVrfOnlyTraces) {
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
   host.rewriteDel("red", "10.0.0.1");
@@ -201,7 +201,7 @@ TEST_F(CliConfigTest, ARemovalInAnUnknownVrfOnlyTraces) {
   EXPECT_THAT(output(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, ARemovalWhoseRecordIsGoneCreatesNone) {
+TEST_F(CliConfigSmTest, ARemovalWhoseRecordIsGoneCreatesNone) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -212,7 +212,7 @@ TEST_F(CliConfigTest, ARemovalWhoseRecordIsGoneCreatesNone) {
   EXPECT_THAT(watcher->changes, IsEmpty());
 }
 
-TEST_F(CliConfigTest, AVrfThatComesBackUnderAnotherIdHasEverythingThere) {
+TEST_F(CliConfigSmTest, AVrfThatComesBackUnderAnotherIdHasEverythingThere) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   host.rewrite("red", "10.0.0.2", kMac2);
@@ -226,7 +226,7 @@ TEST_F(CliConfigTest, AVrfThatComesBackUnderAnotherIdHasEverythingThere) {
   EXPECT_EQ(sm->localVrfNameToId(name("red")), VrfId(7));
 }
 
-TEST_F(CliConfigTest, AnotherMacOverwritesAndAnEqualOneIsNotTold) {
+TEST_F(CliConfigSmTest, AnotherMacOverwritesAndAnEqualOneIsNotTold) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -239,7 +239,7 @@ TEST_F(CliConfigTest, AnotherMacOverwritesAndAnEqualOneIsNotTold) {
   EXPECT_EQ(watcher->changes.size(), 1u);
 }
 
-TEST_F(CliConfigTest, AnUnknownNameDeletesRecordZero) {
+TEST_F(CliConfigSmTest, AnUnknownNameDeletesRecordZero) {
   config->overlaySrcMacRewriteIs(VrfId(0))->ipAndMacIs({ip("10.0.0.9"), mac(kMac1)});
   config->overlaySrcMacRewriteIs(VrfId(5));
   host.vrf("red", 5);
@@ -250,7 +250,7 @@ TEST_F(CliConfigTest, AnUnknownNameDeletesRecordZero) {
   EXPECT_FALSE(sm->localVrfNameToIdHas(name("nobody")));
 }
 
-TEST_F(CliConfigTest, AVrfWithIdZeroIsLive) {
+TEST_F(CliConfigSmTest, AVrfWithIdZeroIsLive) {
   start();
   host.vrf("default", 0);
   host.rewrite("default", "10.0.0.1", kMac1);
@@ -259,7 +259,7 @@ TEST_F(CliConfigTest, AVrfWithIdZeroIsLive) {
   EXPECT_THAT(output(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, AVrfAddedWithoutAPublishedIdGetsIdZero) {
+TEST_F(CliConfigSmTest, AVrfAddedWithoutAPublishedIdGetsIdZero) {
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
   sm->addVrf(name("red"));
@@ -267,7 +267,7 @@ TEST_F(CliConfigTest, AVrfAddedWithoutAPublishedIdGetsIdZero) {
   EXPECT_THAT(output(), ElementsAre("0 10.0.0.1 02:00:00:00:00:01"));
 }
 
-TEST_F(CliConfigTest, OnlyTheAppliedIdIsUsed) {
+TEST_F(CliConfigSmTest, OnlyTheAppliedIdIsUsed) {
   host.vrf("red", 5);
   start();
   sm->localVrfNameToIdIs(name("red"), VrfId(9));
@@ -277,7 +277,7 @@ TEST_F(CliConfigTest, OnlyTheAppliedIdIsUsed) {
   EXPECT_THAT(output(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, TheLocalMapInsertsOverwritesAndForgets) {
+TEST_F(CliConfigSmTest, TheLocalMapInsertsOverwritesAndForgets) {
   start();
   EXPECT_EQ(sm->localVrfNameToId(name("red")), VrfId(0));
   sm->localVrfNameToIdIs(name("red"), VrfId(5));
@@ -293,7 +293,7 @@ TEST_F(CliConfigTest, TheLocalMapInsertsOverwritesAndForgets) {
   EXPECT_FALSE(sm->localVrfNameToIdHas(name("blue")));
 }
 
-TEST_F(CliConfigTest, TwoNamesOfOneIdShareARecordThatEitherTakesAway) {
+TEST_F(CliConfigSmTest, TwoNamesOfOneIdShareARecordThatEitherTakesAway) {
   host.rewrite("red", "10.0.0.1", kMac1);
   host.rewrite("blue", "10.0.0.2", kMac2);
   start();
@@ -306,7 +306,7 @@ TEST_F(CliConfigTest, TwoNamesOfOneIdShareARecordThatEitherTakesAway) {
   EXPECT_TRUE(sm->localVrfNameToIdHas(name("blue")));
 }
 
-TEST_F(CliConfigTest, OtherAttributesAndMissingKeysAreIgnored) {
+TEST_F(CliConfigSmTest, OtherAttributesAndMissingKeysAreIgnored) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -320,7 +320,7 @@ TEST_F(CliConfigTest, OtherAttributesAndMissingKeysAreIgnored) {
   EXPECT_THAT(traces(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, BeforeInitialisationTheHandlersAreSilent) {
+TEST_F(CliConfigSmTest, BeforeInitialisationTheHandlersAreSilent) {
   host.vrf("red", 5);
   start();
   sm->initializedIs(false);
@@ -329,7 +329,7 @@ TEST_F(CliConfigTest, BeforeInitialisationTheHandlersAreSilent) {
   EXPECT_THAT(traces(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, DestructionLeavesTheOutputAndHearsNoMore) {
+TEST_F(CliConfigSmTest, DestructionLeavesTheOutputAndHearsNoMore) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -340,7 +340,7 @@ TEST_F(CliConfigTest, DestructionLeavesTheOutputAndHearsNoMore) {
   EXPECT_THAT(traces(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, AHandlerOfTheOutputMayDropTheMachineAtAnyWrite) {
+TEST_F(CliConfigSmTest, AHandlerOfTheOutputMayDropTheMachineAtAnyWrite) {
   for (bool const whole : {false, true}) {
     SCOPED_TRACE(whole);
     config = Kiv::makeActive<BfnMacRewrite::Agent::Config>();
@@ -370,14 +370,14 @@ TEST_F(CliConfigTest, AHandlerOfTheOutputMayDropTheMachineAtAnyWrite) {
   }
 }
 
-TEST_F(CliConfigTest, ANameThatIsNotLiveAndNotPublishedDeletesRecordZero) {
+TEST_F(CliConfigSmTest, ANameThatIsNotLiveAndNotPublishedDeletesRecordZero) {
   start();
   config->overlaySrcMacRewriteIs(VrfId(0));
   sm->handleVrfId(name("nobody"));
   EXPECT_THAT(output(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, AVrfIsLiveUntilItsRecordHasGone) {
+TEST_F(CliConfigSmTest, AVrfIsLiveUntilItsRecordHasGone) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -388,7 +388,7 @@ TEST_F(CliConfigTest, AVrfIsLiveUntilItsRecordHasGone) {
   EXPECT_FALSE(sm->localVrfNameToIdHas(name("red")));
 }
 
-TEST_F(CliConfigTest, ARemovalThatFindsTheRecordEmptyDeletesIt) {
+TEST_F(CliConfigSmTest, ARemovalThatFindsTheRecordEmptyDeletesIt) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -398,7 +398,7 @@ TEST_F(CliConfigTest, ARemovalThatFindsTheRecordEmptyDeletesIt) {
   EXPECT_THAT(output(), IsEmpty());
 }
 
-TEST_F(CliConfigTest, AHandlerThatThrowsAtARemovalLeavesTheVrfFreeToReturn) {
+TEST_F(CliConfigSmTest, AHandlerThatThrowsAtARemovalLeavesTheVrfFreeToReturn) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -413,7 +413,7 @@ TEST_F(CliConfigTest, AHandlerThatThrowsAtARemovalLeavesTheVrfFreeToReturn) {
   EXPECT_THAT(output(), ElementsAre("6 10.0.0.1 02:00:00:00:00:01"));
 }
 
-TEST_F(CliConfigTest, ALineChangedWhileItsRecordIsAnnouncedKeepsTheChange) {
+TEST_F(CliConfigSmTest, ALineChangedWhileItsRecordIsAnnouncedKeepsTheChange) {
   host.vrf("red", 5);
   start();
   auto const watcher = Kiv::makeActive<Watcher>(config);
@@ -425,7 +425,7 @@ TEST_F(CliConfigTest, ALineChangedWhileItsRecordIsAnnouncedKeepsTheChange) {
   EXPECT_THAT(output(), ElementsAre("5 10.0.0.1 02:00:00:00:00:02"));
 }
 
-TEST_F(CliConfigTest, ALineGoesIntoTheRecordThatReplacedTheAnnouncedOne) {
+TEST_F(CliConfigSmTest, ALineGoesIntoTheRecordThatReplacedTheAnnouncedOne) {
   host.vrf("red", 5);
   start();
   auto const watcher = Kiv::makeActive<Watcher>(config);
@@ -438,7 +438,7 @@ TEST_F(CliConfigTest, ALineGoesIntoTheRecordThatReplacedTheAnnouncedOne) {
   EXPECT_THAT(output(), ElementsAre("5 10.0.0.1 02:00:00:00:00:01"));
 }
 
-TEST_F(CliConfigTest, ALineOrVrfThatGoesWhileItsRecordIsAnnouncedIsNotTranslated) {
+TEST_F(CliConfigSmTest, ALineOrVrfThatGoesWhileItsRecordIsAnnouncedIsNotTranslated) {
   for (bool const vrf : {false, true}) {
     SCOPED_TRACE(vrf);
     host.vrf("red", 5);
@@ -461,7 +461,7 @@ TEST_F(CliConfigTest, ALineOrVrfThatGoesWhileItsRecordIsAnnouncedIsNotTranslated
   }
 }
 
-TEST_F(CliConfigTest, ALineReplacedByAnotherWhileItsRecordIsAnnouncedIsNotTranslated) {
+TEST_F(CliConfigSmTest, ALineReplacedByAnotherWhileItsRecordIsAnnouncedIsNotTranslated) {
   host.vrf("red", 5);
   start();
   auto const watcher = Kiv::makeActive<Watcher>(config);
@@ -474,7 +474,7 @@ TEST_F(CliConfigTest, ALineReplacedByAnotherWhileItsRecordIsAnnouncedIsNotTransl
   EXPECT_THAT(output(), ElementsAre("5 10.0.0.2 02:00:00:00:00:02"));
 }
 
-TEST_F(CliConfigTest, AVrfAnnouncedAgainWhileItsLastLineGoesKeepsItsNewLine) {
+TEST_F(CliConfigSmTest, AVrfAnnouncedAgainWhileItsLastLineGoesKeepsItsNewLine) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -490,7 +490,7 @@ TEST_F(CliConfigTest, AVrfAnnouncedAgainWhileItsLastLineGoesKeepsItsNewLine) {
   EXPECT_THAT(output(), ElementsAre("5 10.0.0.2 02:00:00:00:00:02"));
 }
 
-using CliConfigDeathTest = CliConfigTest;
+using CliConfigSmDeathTest = CliConfigSmTest;
 
 auto diesAs(std::string const& line) {
   return AllOf(HasSubstr("Failed(!localVrfNameToIdHas( vrfName )) " + line),
@@ -498,14 +498,14 @@ auto diesAs(std::string const& line) {
                HasSubstr("\"!localVrfNameToIdHas( vrfName )\" == nullptr"));
 }
 
-TEST_F(CliConfigDeathTest, AnIdThatChangesUnderALiveVrfIsFatal) {
+TEST_F(CliConfigSmDeathTest, AnIdThatChangesUnderALiveVrfIsFatal) {
   host.vrf("red", 5);
   start();
   EXPECT_DEATH(host.l3Status->vrfNameToIdIs(name("red"), VrfId(7)),
                diesAs("vrfId for red changed from 5 to 7"));
 }
 
-TEST_F(CliConfigDeathTest, ASecondAnnouncementOfALiveVrfIsFatal) {
+TEST_F(CliConfigSmDeathTest, ASecondAnnouncementOfALiveVrfIsFatal) {
   host.vrf("red", 5);
   start();
   L3::VrfName const key = name("red");
@@ -514,7 +514,7 @@ TEST_F(CliConfigDeathTest, ASecondAnnouncementOfALiveVrfIsFatal) {
   EXPECT_DEATH(sm->handleVrfId(), diesAs("vrfId for red changed from 5 to 5"));
 }
 
-TEST_F(CliConfigDeathTest, TheInternalOperationsAssertInitialisation) {
+TEST_F(CliConfigSmDeathTest, TheInternalOperationsAssertInitialisation) {
   start();
   sm->initializedIs(false);
   // Each by itself: they call one another.
@@ -529,7 +529,7 @@ TEST_F(CliConfigDeathTest, TheInternalOperationsAssertInitialisation) {
                diesIn("doAddOverlaySrcMacRewriteEntry"));
 }
 
-TEST_F(CliConfigDeathTest, OnlyTheBulkPassTracesBeforeItAsserts) {
+TEST_F(CliConfigSmDeathTest, OnlyTheBulkPassTracesBeforeItAsserts) {
   start();
   sm->initializedIs(false);
   auto const traceTo = [] {

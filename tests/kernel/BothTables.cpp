@@ -84,12 +84,12 @@ class Wire {
  public:
   explicit Wire(BfnKernel::KernelProgram const& kernel, U32 vlan) {
     auto const program = (kernel.directory() / "program").string();
-    check(KernelTest::shell("ip link add va type veth peer name vb && for d in va vb; do "
-                            "echo 1 > /proc/sys/net/ipv6/conf/$d/disable_ipv6; "
-                            "ip link set $d mtu 65535 arp off up || exit; done && "
-                            "tc qdisc add dev va clsact && "
-                            "tc filter add dev va egress bpf da object-pinned " +
-                            program) == 0,
+    check(BfnTest::shell("ip link add va type veth peer name vb && for d in va vb; do "
+                         "echo 1 > /proc/sys/net/ipv6/conf/$d/disable_ipv6; "
+                         "ip link set $d mtu 65535 arp off up || exit; done && "
+                         "tc qdisc add dev va clsact && "
+                         "tc filter add dev va egress bpf da object-pinned " +
+                         program) == 0,
           "no pair of devices");
     mac_rewrite_device device{};
     device.vlan = vlan;
@@ -153,7 +153,7 @@ class BothTables {
  public:
   BothTables(Buffer rows, U16 deviceVlan, U16 accessVlan)
       : rows_(std::move(rows)),
-        kernel_({KernelTest::enterSandbox() / "bpf", rowCount() + 1}),
+        kernel_({BfnTest::enterSandbox() / "bpf", rowCount() + 1}),
         chip_(rowCount() + 1),
         forwarder_(chip_, configOf(accessVlan)),
         wire_(kernel_, deviceVlan) {
@@ -214,7 +214,7 @@ class BothTables {
   }
 
   std::string_view throughKernel(Buffer const& frame, Buffer& left) {
-    if (auto ran = KernelTest::run(kernel_.fd(), frame)) {
+    if (auto ran = BfnTest::run(kernel_.fd(), frame)) {
       ++tested_;
       check(ran->result == -1, "a frame that is not passed on");
       left = std::move(ran->frame);
@@ -272,7 +272,7 @@ void run(char** arguments) {
 int main(int count, char** arguments) {
   if (count != 6) return 2;
   try {
-    if (auto const& why = KernelTest::whyNot()) {
+    if (auto const& why = BfnTest::whyNot()) {
       std::cout << "skipped: " << *why << '\n';
       return kSkipped;
     }

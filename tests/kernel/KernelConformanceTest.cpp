@@ -19,7 +19,7 @@ class KernelUnderTest {
  public:
   static constexpr bool kCountsHits = true;
 
-  static std::optional<std::string> whyNot() { return KernelTest::whyNot(); }
+  static std::optional<std::string> whyNot() { return BfnTest::whyNot(); }
 
   explicit KernelUnderTest(std::size_t capacity)
       : first_({directory(), capacity}), second_({directory(), capacity}) {
@@ -46,12 +46,12 @@ class KernelUnderTest {
     auto const packet = std::span(frame).subspan(14);
     header.write(packet);
     Host::Packets::ipv4ChecksumIs(packet);
-    ASSERT_TRUE(KernelTest::run(first_.fd(), frame).has_value());
+    ASSERT_TRUE(BfnTest::run(first_.fd(), frame).has_value());
   }
 
  private:
   static std::filesystem::path directory() {
-    static std::filesystem::path const scratch = KernelTest::enterSandbox();
+    static std::filesystem::path const scratch = BfnTest::enterSandbox();
     static int number = 0;
     return scratch / std::to_string(++number);
   }

@@ -3,7 +3,7 @@
 #include <bpf/bpf.h>
 #include <linux/bpf.h>
 
-namespace KernelTest {
+namespace BfnTest {
 
 std::optional<Ran> run(int program, std::span<Kiv::U8 const> frame, int device) {
   Ran ran;
@@ -25,4 +25,4 @@ std::optional<Ran> run(int program, std::span<Kiv::U8 const> frame, int device) 
   return ran;
 }
 
-}  // namespace KernelTest
+}  // namespace BfnTest

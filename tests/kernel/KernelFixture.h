@@ -13,7 +13,7 @@
 #include "kernel/KernelProgram.h"
 #include "tests/kernel/Sandbox.h"
 
-namespace KernelTest {
+namespace BfnTest {
 
 /// A test in namespaces of its own, skipped where it cannot run.
 class KernelFixture : public ::testing::Test {
@@ -41,4 +41,4 @@ struct Ran {
 /// nothing when the kernel does not take it for a test.
 std::optional<Ran> run(int program, std::span<Kiv::U8 const> frame, int device = 1);
 
-}  // namespace KernelTest
+}  // namespace BfnTest

@@ -32,7 +32,7 @@ using ::testing::ThrowsMessage;
 constexpr U64 kKey = 0x0100000a'00640005;
 constexpr U64 kAction = 0x00332211'00aabbcc;
 
-class KernelProgramTest : public KernelTest::KernelFixture {
+class KernelProgramTest : public BfnTest::KernelFixture {
  protected:
   std::string pin(std::string const& name) const { return (directory() / name).string(); }
 
@@ -128,16 +128,16 @@ TEST_F(KernelProgramTest, NewerLayoutIsRefusedAndLeftAlone) {
 }
 
 TEST_F(KernelProgramTest, ProgramOfAnOlderBuildIsReplacedOnItsDevices) {
-  ASSERT_EQ(KernelTest::shell("ip link add vx0 type vxlan id 1 dstport 4789"), 0);
+  ASSERT_EQ(BfnTest::shell("ip link add vx0 type vxlan id 1 dstport 4789"), 0);
   {
     KernelProgram program(options());
     rowIs(program);
     BfnKernel::Ports(program).attach("vx0", 100);
   }
   otherProgramIs(pin("program"));
-  ASSERT_EQ(KernelTest::shell("tc filter replace dev vx0 egress protocol all pref 9 handle "
-                              "0x4b6976 bpf da object-pinned " +
-                              pin("program")),
+  ASSERT_EQ(BfnTest::shell("tc filter replace dev vx0 egress protocol all pref 9 handle "
+                           "0x4b6976 bpf da object-pinned " +
+                           pin("program")),
             0);
   KernelProgram program(options());
   EXPECT_THAT(program.notices(),
@@ -150,7 +150,7 @@ TEST_F(KernelProgramTest, ProgramOfAnOlderBuildIsReplacedOnItsDevices) {
 }
 
 TEST_F(KernelProgramTest, LayoutWithoutAStampIsMigrated) {
-  ASSERT_EQ(KernelTest::shell("ip link add vx0 type vxlan id 1 dstport 4789"), 0);
+  ASSERT_EQ(BfnTest::shell("ip link add vx0 type vxlan id 1 dstport 4789"), 0);
   { KernelProgram const fileSystem(options(0)); }
   {
     BpfMap const rows{FileDescriptor(
@@ -164,9 +164,9 @@ TEST_F(KernelProgramTest, LayoutWithoutAStampIsMigrated) {
     ASSERT_EQ(bpf_obj_pin(rows.fd(), pin("rows").c_str()), 0);
     ASSERT_EQ(bpf_obj_pin(devices.fd(), pin("device_vlan").c_str()), 0);
     otherProgramIs(pin("program"));
-    ASSERT_EQ(KernelTest::shell("tc qdisc add dev vx0 clsact && tc filter add dev vx0 egress "
-                                "protocol all pref 9 handle 0x4b6976 bpf da object-pinned " +
-                                pin("program")),
+    ASSERT_EQ(BfnTest::shell("tc qdisc add dev vx0 clsact && tc filter add dev vx0 egress "
+                             "protocol all pref 9 handle 0x4b6976 bpf da object-pinned " +
+                             pin("program")),
               0);
   }
   KernelProgram program(options(50));
@@ -211,17 +211,17 @@ TEST_F(KernelProgramTest, RemovalLeavesNothingBehind) {
   KernelProgram program(options());
   program.remove();
   EXPECT_FALSE(std::filesystem::exists(directory()));
-  EXPECT_NE(KernelTest::shell("grep -q bpf /proc/self/mounts"), 0);
+  EXPECT_NE(BfnTest::shell("grep -q bpf /proc/self/mounts"), 0);
 }
 
 TEST_F(KernelProgramTest, FileSystemThatWasThereStays) {
   ASSERT_EQ(mkdir(directory().c_str(), 0700), 0);
-  ASSERT_EQ(KernelTest::shell("mount -t bpf bpf " + directory().string()), 0);
+  ASSERT_EQ(BfnTest::shell("mount -t bpf bpf " + directory().string()), 0);
   BfnKernel::KernelOptions const below{directory() / "one", 10};
   KernelProgram program(below);
   program.remove();
   EXPECT_FALSE(std::filesystem::exists(below.directory));
-  EXPECT_EQ(KernelTest::shell("grep -q bpf /proc/self/mounts"), 0);
+  EXPECT_EQ(BfnTest::shell("grep -q bpf /proc/self/mounts"), 0);
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ Bytes bytesOf(U64 number) {
   return bytes;
 }
 
-class KernelTableTest : public KernelTest::KernelFixture {
+class KernelTableTest : public BfnTest::KernelFixture {
  protected:
   void openWith(std::size_t rows) {
     kernel_ = std::make_unique<KernelProgram>(options(rows));

@@ -17,8 +17,8 @@ namespace {
 using BfnKernel::KernelProgram;
 using BfnKernel::KernelTable;
 using BfnKernel::Ports;
-using KernelTest::Host;
-using KernelTest::shell;
+using BfnTest::OtherHost;
+using BfnTest::shell;
 using Kiv::U16;
 using Kiv::U64;
 using ::testing::AllOf;
@@ -34,7 +34,7 @@ constexpr char kRows[] = "02:5e:10:01:02:03 > ";
 
 /// Near host, near end (this process), far end, far host. The underlay and the hosts have IPv4 and
 /// IPv6.
-class Live : public KernelTest::KernelFixture {
+class Live : public BfnTest::KernelFixture {
  protected:
   void SetUp() override {
     KernelFixture::SetUp();
@@ -42,9 +42,9 @@ class Live : public KernelTest::KernelFixture {
     if (shell("which ping tcpdump python3 > /dev/null") != 0) {
       GTEST_SKIP() << "ping, tcpdump or python3 is missing";
     }
-    nearHost_ = std::make_unique<Host>();
-    farEnd_ = std::make_unique<Host>();
-    farHost_ = std::make_unique<Host>();
+    nearHost_ = std::make_unique<OtherHost>();
+    farEnd_ = std::make_unique<OtherHost>();
+    farHost_ = std::make_unique<OtherHost>();
     wire("under", nullptr, "under", farEnd_.get());
     wire("port", nullptr, "eth0", nearHost_.get());
     wire("port", farEnd_.get(), "eth0", farHost_.get());
@@ -55,16 +55,16 @@ class Live : public KernelTest::KernelFixture {
   }
 
   // A wire from a device here, or on `from`, to one on `to`.
-  static void wire(std::string const& device, Host const* from, std::string const& peer,
-                   Host const* to) {
+  static void wire(std::string const& device, OtherHost const* from, std::string const& peer,
+                   OtherHost const* to) {
     std::string const other = " netns " + std::to_string(to->pid());
     on(from,
        "ip link add " + device + " mtu 2000 type veth peer name " + peer + " mtu 2000" + other);
   }
-  static void on(Host const* host, std::string const& line) {
+  static void on(OtherHost const* host, std::string const& line) {
     ASSERT_EQ(host != nullptr ? host->shell(line) : shell(line), 0) << line;
   }
-  static void end(Host const* host, int self, int peer) {
+  static void end(OtherHost const* host, int self, int peer) {
     std::string const me = std::to_string(self);
     std::string const other = std::to_string(peer);
     on(host, "ip addr add 192.0.2." + me + "/24 dev under && ip addr add 2001:db8::" + me +
@@ -75,7 +75,7 @@ class Live : public KernelTest::KernelFixture {
        "ip link add br0 type bridge mcast_snooping 0 && for d in port vx0; do "
        "ip link set $d master br0 up || exit; done && ip link set br0 up");
   }
-  static void host(Host const& host, int number) {
+  static void host(OtherHost const& host, int number) {
     std::string const me = std::to_string(number);
     on(&host, "ip link set eth0 mtu 1500 address 02:aa:00:00:00:0" + me +
                   " up && ip addr add 10.1.0." + me + "/24 dev eth0 && ip addr add fd00::" + me +
@@ -98,7 +98,7 @@ class Live : public KernelTest::KernelFixture {
     return captured(frames, filter, line, *farHost_, "eth0", nearHost_.get());
   }
   std::string captured(std::size_t frames, std::string const& filter, std::string const& line,
-                       Host const& where, std::string const& device, Host const* from) {
+                       OtherHost const& where, std::string const& device, OtherHost const* from) {
     std::string const file = (directory().parent_path() / "capture").string();
     shell("rm -f " + file + "*");
     auto capture =
@@ -109,14 +109,14 @@ class Live : public KernelTest::KernelFixture {
               0);
     EXPECT_EQ(from != nullptr ? from->shell(line) : shell(line), 0) << line;
     EXPECT_EQ(capture.wait(), 0) << "too few frames";
-    return KernelTest::outputOf("tcpdump -e -n -v -r " + file + " 2> /dev/null");
+    return BfnTest::outputOf("tcpdump -e -n -v -r " + file + " 2> /dev/null");
   }
 
   U64 counted(mac_rewrite_verdict verdict) const { return kernel_->counters().of(verdict); }
 
-  std::unique_ptr<Host> nearHost_;
-  std::unique_ptr<Host> farEnd_;
-  std::unique_ptr<Host> farHost_;
+  std::unique_ptr<OtherHost> nearHost_;
+  std::unique_ptr<OtherHost> farEnd_;
+  std::unique_ptr<OtherHost> farHost_;
   std::unique_ptr<KernelProgram> kernel_;
   std::unique_ptr<KernelTable> table_;
   std::unique_ptr<Ports> ports_;
@@ -225,8 +225,8 @@ TEST_F(Live, VniOfTheFramesMetadataSaysTheVlanOverEitherUnderlay) {
 
 TEST_F(Live, TunnelOverIpv6IsTheSame) {
   programIs();
-  for (Host const* host :
-       {static_cast<Host const*>(nullptr), static_cast<Host const*>(farEnd_.get())}) {
+  for (OtherHost const* host :
+       {static_cast<OtherHost const*>(nullptr), static_cast<OtherHost const*>(farEnd_.get())}) {
     std::string const ends = host == nullptr ? "local 2001:db8::1 remote 2001:db8::2"
                                              : "local 2001:db8::2 remote 2001:db8::1";
     on(host, "ip link del vx0 && ip link add vx0 type vxlan id 10100 dstport 4789 " + ends +

@@ -17,8 +17,8 @@ using BfnKernel::KernelError;
 using BfnKernel::KernelProgram;
 using BfnKernel::Port;
 using BfnKernel::Ports;
-using KernelTest::outputOf;
-using KernelTest::shell;
+using BfnTest::outputOf;
+using BfnTest::shell;
 using Kiv::U32;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -27,7 +27,7 @@ using ::testing::Not;
 using ::testing::Pair;
 using ::testing::ThrowsMessage;
 
-class PortsTest : public KernelTest::KernelFixture {
+class PortsTest : public BfnTest::KernelFixture {
  protected:
   void SetUp() override {
     KernelFixture::SetUp();

@@ -10,7 +10,7 @@
 namespace {
 
 using namespace Host::Packets;
-using namespace Host::Packets::Samples;
+using namespace BfnTest;
 using BfnKernel::KernelProgram;
 using BfnKernel::KernelTable;
 using Kiv::U16;
@@ -20,7 +20,7 @@ using Kiv::U64;
 constexpr U16 kVlan = 100;
 constexpr int kReturned = -1;  // TC_ACT_UNSPEC
 
-class Program : public KernelTest::KernelFixture {
+class Program : public BfnTest::KernelFixture {
  protected:
   void SetUp() override {
     KernelFixture::SetUp();
@@ -52,7 +52,7 @@ class Program : public KernelTest::KernelFixture {
   void expect(Buffer const& frame, mac_rewrite_verdict verdict, MacBytes const& mac) {
     BfnKernel::FrameCounters wanted = kernel_->counters();
     ++wanted.byVerdict[verdict];
-    auto const ran = KernelTest::run(kernel_->fd(), frame);
+    auto const ran = BfnTest::run(kernel_->fd(), frame);
     ASSERT_TRUE(ran.has_value());
     Buffer expected = frame;
     storeBytes(expected, EthernetHeader::kSourceAt, mac);
@@ -181,7 +181,7 @@ TEST_F(Program, FrameThatEndsInItsTagIsTooShort) {
 }
 
 TEST_F(Program, HitsOfARowOutliveAnOverwriteAndNotAnErase) {
-  for (int i = 0; i < 3; ++i) KernelTest::run(kernel_->fd(), udpFrame());
+  for (int i = 0; i < 3; ++i) BfnTest::run(kernel_->fd(), udpFrame());
   EXPECT_EQ(hits(kVlan, kHost), 3u);
   rowIs(kVlan, kHost, kPeerMac);
   EXPECT_EQ(hits(kVlan, kHost), 3u);
@@ -192,12 +192,12 @@ TEST_F(Program, HitsOfARowOutliveAnOverwriteAndNotAnErase) {
 }
 
 TEST_F(Program, HitsOfTheTableAreItsCounters) {
-  KernelTest::run(kernel_->fd(), udpFrame());
+  BfnTest::run(kernel_->fd(), udpFrame());
   rowIs(kVlan, kHost, {});
-  KernelTest::run(kernel_->fd(), udpFrame());
+  BfnTest::run(kernel_->fd(), udpFrame());
   ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kVlan, kHost)), BfnDriver::EraseResult::Ok);
-  KernelTest::run(kernel_->fd(), udpFrame());
-  KernelTest::run(kernel_->fd(), ethernet(EtherType::kArp, counting(28)));
+  BfnTest::run(kernel_->fd(), udpFrame());
+  BfnTest::run(kernel_->fd(), ethernet(EtherType::kArp, counting(28)));
   BfnDriver::TableHits hits;
   ASSERT_EQ(table_->tableHits(handle_, hits), BfnDriver::Status::Ok);
   EXPECT_EQ(hits, (BfnDriver::TableHits{2, 1}));

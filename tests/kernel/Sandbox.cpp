@@ -19,7 +19,7 @@
 #include "kernel/KernelProgram.h"
 #include "kernel/Rights.h"
 
-namespace KernelTest {
+namespace BfnTest {
 
 namespace {
 
@@ -101,14 +101,14 @@ std::string outputOf(std::string const& line) {
   return output;
 }
 
-Host::Host() : pid_(-1) {
+OtherHost::OtherHost() : pid_(-1) {
   int ends[2];
   check(pipe(ends) == 0, "pipe");
   pid_ = fork();
   check(pid_ >= 0, "fork");
   if (pid_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    bool const ready = unshare(CLONE_NEWNET) == 0 && KernelTest::shell("ip link set lo up") == 0;
+    bool const ready = unshare(CLONE_NEWNET) == 0 && BfnTest::shell("ip link set lo up") == 0;
     [[maybe_unused]] ssize_t const written = write(ends[1], ready ? "y" : "n", 1);
     while (true) pause();
   }
@@ -118,24 +118,24 @@ Host::Host() : pid_(-1) {
   close(ends[1]);
 }
 
-Host::~Host() {
+OtherHost::~OtherHost() {
   kill(pid_, SIGKILL);
   waitpid(pid_, nullptr, 0);
 }
 
-std::string Host::inside(std::string const& line) const {
+std::string OtherHost::inside(std::string const& line) const {
   return "nsenter --net=/proc/" + std::to_string(pid_) + "/ns/net sh -c '" + line + "'";
 }
 
-int Host::shell(std::string const& line) const {
-  return KernelTest::shell(inside(line));
+int OtherHost::shell(std::string const& line) const {
+  return BfnTest::shell(inside(line));
 }
 
-std::string Host::outputOf(std::string const& line) const {
-  return KernelTest::outputOf(inside(line));
+std::string OtherHost::outputOf(std::string const& line) const {
+  return BfnTest::outputOf(inside(line));
 }
 
-Running Host::start(std::string const& line) const {
+Running OtherHost::start(std::string const& line) const {
   std::FILE* const pipe = popen(inside(line).c_str(), "r");
   check(pipe != nullptr, line);
   return Running(pipe);
@@ -147,4 +147,4 @@ int Running::wait() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-}  // namespace KernelTest
+}  // namespace BfnTest

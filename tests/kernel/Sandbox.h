@@ -6,7 +6,7 @@
 #include <string>
 #include <sys/types.h>
 
-namespace KernelTest {
+namespace BfnTest {
 
 /// Why tests of the kernel's table cannot run here; nothing when they can. Asks once.
 std::optional<std::string> const& whyNot();
@@ -38,12 +38,12 @@ class Running {
 
 /// A process in a network namespace of its own, as another host; it dies with the object, or with
 /// this process. Shares this process's mounts.
-class Host {
+class OtherHost {
  public:
-  Host();
-  Host(Host const&) = delete;
-  Host& operator=(Host const&) = delete;
-  ~Host();
+  OtherHost();
+  OtherHost(OtherHost const&) = delete;
+  OtherHost& operator=(OtherHost const&) = delete;
+  ~OtherHost();
 
   pid_t pid() const { return pid_; }
   /// Runs a line of the shell on the host.
@@ -57,4 +57,4 @@ class Host {
   pid_t pid_;
 };
 
-}  // namespace KernelTest
+}  // namespace BfnTest

@@ -6,14 +6,14 @@
 
 namespace {
 
-using KernelTest::outputOf;
-using KernelTest::shell;
+using BfnTest::outputOf;
+using BfnTest::shell;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class ToolTest : public KernelTest::KernelFixture {
+class ToolTest : public BfnTest::KernelFixture {
  protected:
   void SetUp() override {
     KernelFixture::SetUp();

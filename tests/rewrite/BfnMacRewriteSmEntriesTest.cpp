@@ -18,7 +18,7 @@ using ::testing::UnorderedElementsAre;
 
 constexpr char const* kZero = "00:00:00:00:00:00";
 
-class EntriesTest : public BfnTest::PluginTest {
+class BfnMacRewriteSmEntriesTest : public BfnTest::PluginTest {
  protected:
   void SetUp() override {
     host.bringUp();
@@ -42,7 +42,7 @@ class EntriesTest : public BfnTest::PluginTest {
   }
 };
 
-TEST_F(EntriesTest, AConfiguredMacAloneWritesNothingAndIsInTheLaterRow) {
+TEST_F(BfnMacRewriteSmEntriesTest, AConfiguredMacAloneWritesNothingAndIsInTheLaterRow) {
   config(7, "10.0.0.1", "02:00:00:00:00:01");
   host.port("Ethernet1", 100);
   EXPECT_THAT(host.journal(), IsEmpty());
@@ -50,7 +50,7 @@ TEST_F(EntriesTest, AConfiguredMacAloneWritesNothingAndIsInTheLaterRow) {
   EXPECT_THAT(host.journal(), ElementsAre("write 100 10.0.0.1 02:00:00:00:00:01"));
 }
 
-TEST_F(EntriesTest, AnAddressWithoutRoutingStatusIsOnlyIndexed) {
+TEST_F(BfnMacRewriteSmEntriesTest, AnAddressWithoutRoutingStatusIsOnlyIndexed) {
   host.address(7, "10.0.0.1", "Ethernet1");
   EXPECT_THAT(host.journal(), IsEmpty());
   EXPECT_EQ(indexed(7, "10.0.0.1"), Ovra::IntfId("Ethernet1"));
@@ -58,7 +58,7 @@ TEST_F(EntriesTest, AnAddressWithoutRoutingStatusIsOnlyIndexed) {
   EXPECT_THAT(host.journal(), ElementsAre("write 100 10.0.0.1 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, RemovingAnAddressWithoutRoutingStatusClearsTheIndexesOnly) {
+TEST_F(BfnMacRewriteSmEntriesTest, RemovingAnAddressWithoutRoutingStatusClearsTheIndexesOnly) {
   host.address(7, "10.0.0.1", "Ethernet1");
   host.addressDel(7, "10.0.0.1");
   EXPECT_THAT(host.journal(), IsEmpty());
@@ -66,7 +66,7 @@ TEST_F(EntriesTest, RemovingAnAddressWithoutRoutingStatusClearsTheIndexesOnly) {
   EXPECT_EQ(sm().localIntfToVrfIp(Ovra::IntfId("Ethernet1")), nullptr);
 }
 
-TEST_F(EntriesTest, RoutingStatusThatGoesTakesTheRowsAndItsReturnBringsThemBack) {
+TEST_F(BfnMacRewriteSmEntriesTest, RoutingStatusThatGoesTakesTheRowsAndItsReturnBringsThemBack) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   host.address(8, "10.0.0.1", "Ethernet2");
@@ -80,7 +80,7 @@ TEST_F(EntriesTest, RoutingStatusThatGoesTakesTheRowsAndItsReturnBringsThemBack)
                                                    "write 101 10.0.0.2 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, AReplacedRoutingStatusCountsAReferenceAndKeepsTheOldVlan) {
+TEST_F(BfnMacRewriteSmEntriesTest, AReplacedRoutingStatusCountsAReferenceAndKeepsTheOldVlan) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   host.journal();
@@ -92,7 +92,7 @@ TEST_F(EntriesTest, AReplacedRoutingStatusCountsAReferenceAndKeepsTheOldVlan) {
   EXPECT_EQ(refCount("Ethernet1", "10.0.0.1"), 1);
 }
 
-TEST_F(EntriesTest, AChangeOfAnAddressOnTheSameInterfaceDeletesAndAddsItsRow) {
+TEST_F(BfnMacRewriteSmEntriesTest, AChangeOfAnAddressOnTheSameInterfaceDeletesAndAddsItsRow) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   host.route("red", 7, 300);
@@ -103,7 +103,7 @@ TEST_F(EntriesTest, AChangeOfAnAddressOnTheSameInterfaceDeletesAndAddsItsRow) {
   EXPECT_EQ(refCount("Ethernet1", "10.0.0.1"), 1);
 }
 
-TEST_F(EntriesTest, AnAddressThatBecomesASelfIpWithoutVlanKeepsItsRowForNow) {
+TEST_F(BfnMacRewriteSmEntriesTest, AnAddressThatBecomesASelfIpWithoutVlanKeepsItsRowForNow) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   host.journal();
@@ -114,7 +114,7 @@ TEST_F(EntriesTest, AnAddressThatBecomesASelfIpWithoutVlanKeepsItsRowForNow) {
               ElementsAre("erase 100 10.0.0.1", "write 300 10.0.0.1 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, RemovingAWaitingSelfIpDoesNothing) {
+TEST_F(BfnMacRewriteSmEntriesTest, RemovingAWaitingSelfIpDoesNothing) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
   host.addressDel(7, "10.0.0.1");
@@ -122,14 +122,14 @@ TEST_F(EntriesTest, RemovingAWaitingSelfIpDoesNothing) {
   EXPECT_FALSE(indexed(7, "10.0.0.1"));
 }
 
-TEST_F(EntriesTest, RemovingAWaitingSelfIpDoesNothingWhateverTheEmptyInterfaceHas) {
+TEST_F(BfnMacRewriteSmEntriesTest, RemovingAWaitingSelfIpDoesNothingWhateverTheEmptyInterfaceHas) {
   host.port("", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
   host.addressDel(7, "10.0.0.1");
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(EntriesTest, OneAddressLessLeavesTheOthersOfItsInterface) {
+TEST_F(BfnMacRewriteSmEntriesTest, OneAddressLessLeavesTheOthersOfItsInterface) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   host.address(7, "10.0.0.2", "Ethernet1");
@@ -149,14 +149,14 @@ TEST_F(EntriesTest, OneAddressLessLeavesTheOthersOfItsInterface) {
   EXPECT_FALSE(sm().localIntfToVrfIp(Ovra::IntfId("Ethernet1")));
 }
 
-TEST_F(EntriesTest, AnAddressOnNoInterfaceIsNotIndexed) {
+TEST_F(BfnMacRewriteSmEntriesTest, AnAddressOnNoInterfaceIsNotIndexed) {
   host.port("", 100);
   host.address(7, "10.0.0.1", "");
   EXPECT_THAT(host.journal(), IsEmpty());
   EXPECT_EQ(sm().localIntfToVrfIp(Ovra::IntfId()), nullptr);
 }
 
-TEST_F(EntriesTest, AForwardingVlanChangeRebuildsSelfIpsOnly) {
+TEST_F(BfnMacRewriteSmEntriesTest, AForwardingVlanChangeRebuildsSelfIpsOnly) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
   host.address(7, "10.0.0.2", "Ethernet1");
@@ -176,7 +176,7 @@ TEST_F(EntriesTest, AForwardingVlanChangeRebuildsSelfIpsOnly) {
   EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.2 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, ARouteStatusWithoutVrfIdIsIgnoredUnlessItIsTheDefaultVrf) {
+TEST_F(BfnMacRewriteSmEntriesTest, ARouteStatusWithoutVrfIdIsIgnoredUnlessItIsTheDefaultVrf) {
   host.route("red", 0, 300);
   EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(0));
   host.route("default", 0, 300);
@@ -186,19 +186,19 @@ TEST_F(EntriesTest, ARouteStatusWithoutVrfIdIsIgnoredUnlessItIsTheDefaultVrf) {
   EXPECT_THAT(host.journal(), ElementsAre("write 300 10.0.0.1 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, TheDefaultVrfWithAnotherIdIsTakenUnderThatId) {
+TEST_F(BfnMacRewriteSmEntriesTest, TheDefaultVrfWithAnotherIdIsTakenUnderThatId) {
   host.route("default", 9, 300);
   EXPECT_EQ(sm().fwdVlanIdPerVrf(9), 300u);
   EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(0));
 }
 
-TEST_F(EntriesTest, AVrfIdChangeAloneIsNotReactedTo) {
+TEST_F(BfnMacRewriteSmEntriesTest, AVrfIdChangeAloneIsNotReactedTo) {
   host.route("red", 7, 300);
   host.routeStatus->vrfStatus(L3::VrfName("red"))->vrfIdIs(8);
   EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(8));
 }
 
-TEST_F(EntriesTest, AConfiguredMacUpdatesTheRowInPlaceAndItsRemovalLeavesIt) {
+TEST_F(BfnMacRewriteSmEntriesTest, AConfiguredMacUpdatesTheRowInPlaceAndItsRemovalLeavesIt) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
@@ -212,7 +212,7 @@ TEST_F(EntriesTest, AConfiguredMacUpdatesTheRowInPlaceAndItsRemovalLeavesIt) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(EntriesTest, AConfiguredZeroMacIsAConfiguredMac) {
+TEST_F(BfnMacRewriteSmEntriesTest, AConfiguredZeroMacIsAConfiguredMac) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
@@ -221,13 +221,14 @@ TEST_F(EntriesTest, AConfiguredZeroMacIsAConfiguredMac) {
   EXPECT_THAT(host.journal(), ElementsAre("write 100 10.0.0.1 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, AMacForAnAddressWithoutRoutingStatusWritesNothing) {
+TEST_F(BfnMacRewriteSmEntriesTest, AMacForAnAddressWithoutRoutingStatusWritesNothing) {
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(EntriesTest, AMacForAnAddressThatIsNotIndexedWritesNothingWhateverTheEmptyInterfaceHas) {
+TEST_F(BfnMacRewriteSmEntriesTest,
+       AMacForAnAddressThatIsNotIndexedWritesNothingWhateverTheEmptyInterfaceHas) {
   host.port("", 100);
   traces();
   config(7, "10.0.0.1", "02:00:00:00:00:01");
@@ -237,7 +238,7 @@ TEST_F(EntriesTest, AMacForAnAddressThatIsNotIndexedWritesNothingWhateverTheEmpt
             "populated, overlayRewriteSrcMac: 02:00:00:00:00:01");
 }
 
-TEST_F(EntriesTest, TheVrfNameOfAnAddIsTheOneOfThatMoment) {
+TEST_F(BfnMacRewriteSmEntriesTest, TheVrfNameOfAnAddIsTheOneOfThatMoment) {
   host.port("Ethernet1", 100);
   host.l3Status->vrfNameIs(Pex::VrfId(7), L3::VrfName("blue"));
   traces();
@@ -250,7 +251,7 @@ TEST_F(EntriesTest, TheVrfNameOfAnAddIsTheOneOfThatMoment) {
   EXPECT_THAT(traces(), ::testing::Contains(HasSubstr("addEntry: vrfName:  l3Aintf: 100")));
 }
 
-TEST_F(EntriesTest, AnInterfaceVlanOutOfRangeThrowsAndLeavesThePairIndexed) {
+TEST_F(BfnMacRewriteSmEntriesTest, AnInterfaceVlanOutOfRangeThrowsAndLeavesThePairIndexed) {
   for (unsigned const vlan : {0u, 4095u}) {
     SCOPED_TRACE(vlan);
     std::string const intf = "Ethernet" + std::to_string(vlan);
@@ -266,14 +267,14 @@ TEST_F(EntriesTest, AnInterfaceVlanOutOfRangeThrowsAndLeavesThePairIndexed) {
   EXPECT_EQ(indexed(7, "10.0.0.1"), Ovra::IntfId("Ethernet0"));
 }
 
-TEST_F(EntriesTest, AnInvalidInterfaceVlanThrowsForASelfIpToo) {
+TEST_F(BfnMacRewriteSmEntriesTest, AnInvalidInterfaceVlanThrowsForASelfIpToo) {
   host.route("red", 7, 300);
   host.port("Ethernet1", 0);
   EXPECT_THROW(host.address(7, "10.0.0.1", "Ethernet1", true), Kiv::RangeException);
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(EntriesTest, AForwardingVlanOutOfRangeThrowsAndLeavesThePairIndexed) {
+TEST_F(BfnMacRewriteSmEntriesTest, AForwardingVlanOutOfRangeThrowsAndLeavesThePairIndexed) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
   EXPECT_THROW(host.route("red", 7, 4095), Kiv::RangeException);
@@ -281,7 +282,7 @@ TEST_F(EntriesTest, AForwardingVlanOutOfRangeThrowsAndLeavesThePairIndexed) {
   EXPECT_EQ(indexed(7, "10.0.0.1"), Ovra::IntfId("Ethernet1"));
 }
 
-TEST_F(EntriesTest, AFlapAfterTheWholeStatusHasGoneReadsNoSelfIp) {
+TEST_F(BfnMacRewriteSmEntriesTest, AFlapAfterTheWholeStatusHasGoneReadsNoSelfIp) {
   host.route("red", 7, 300);
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
@@ -294,7 +295,7 @@ TEST_F(EntriesTest, AFlapAfterTheWholeStatusHasGoneReadsNoSelfIp) {
               ElementsAre("erase 300 10.0.0.1", "write 100 10.0.0.1 00:00:00:00:00:00"));
 }
 
-TEST_F(EntriesTest, TracesOfAnAddressThatBecomesARow) {
+TEST_F(BfnMacRewriteSmEntriesTest, TracesOfAnAddressThatBecomesARow) {
   host.port("Ethernet1", 100);
   traces();
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -315,7 +316,7 @@ TEST_F(EntriesTest, TracesOfAnAddressThatBecomesARow) {
           "OverlaySrcMacRewriteManager::addEntry: Table programming successful"));
 }
 
-TEST_F(EntriesTest, TracesOfAMacThatUpdatesARow) {
+TEST_F(BfnMacRewriteSmEntriesTest, TracesOfAMacThatUpdatesARow) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
@@ -333,7 +334,7 @@ TEST_F(EntriesTest, TracesOfAMacThatUpdatesARow) {
           "overlayRewriteSrcMac: 02:00:00:00:00:02"));
 }
 
-TEST_F(EntriesTest, TracesOfAForwardingVlan) {
+TEST_F(BfnMacRewriteSmEntriesTest, TracesOfAForwardingVlan) {
   host.port("Ethernet1", 100);
   traces();
   host.address(7, "10.0.0.1", "Ethernet1", true);
@@ -368,7 +369,7 @@ TEST_F(EntriesTest, TracesOfAForwardingVlan) {
           "returning"));
 }
 
-TEST_F(EntriesTest, AFlapAfterTheForwardingVlanHasGoneTracesThatItIsNotSet) {
+TEST_F(BfnMacRewriteSmEntriesTest, AFlapAfterTheForwardingVlanHasGoneTracesThatItIsNotSet) {
   host.route("red", 7, 300);
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
@@ -382,7 +383,7 @@ TEST_F(EntriesTest, AFlapAfterTheForwardingVlanHasGoneTracesThatItIsNotSet) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(EntriesTest, TracesCarryTheFullSignatureFileAndLevels) {
+TEST_F(BfnMacRewriteSmEntriesTest, TracesCarryTheFullSignatureFileAndLevels) {
   host.port("Ethernet1", 100);
   TraceCapture::clear();
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -400,7 +401,7 @@ TEST_F(EntriesTest, TracesCarryTheFullSignatureFileAndLevels) {
 }
 
 // "vrfId: 7" and the like are entries; what is decided within them is not, but for two texts.
-TEST_F(EntriesTest, LevelsAreFourForDecisionsAndNineForTheRest) {
+TEST_F(BfnMacRewriteSmEntriesTest, LevelsAreFourForDecisionsAndNineForTheRest) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);
   host.address(7, "10.0.0.2", "Ethernet1");
@@ -435,7 +436,7 @@ TEST_F(EntriesTest, LevelsAreFourForDecisionsAndNineForTheRest) {
                           "updateOverlaySrcMacRewriteTableEntry"));
 }
 
-TEST_F(EntriesTest, TracesOfAnInterface) {
+TEST_F(BfnMacRewriteSmEntriesTest, TracesOfAnInterface) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   traces();
@@ -451,7 +452,7 @@ TEST_F(EntriesTest, TracesOfAnInterface) {
               ::testing::Contains("BfnMacRewriteSm::handleL3IntfRoutingStatus: intfId: Ethernet2"));
 }
 
-TEST_F(EntriesTest, AForwardingVlanThatIsReportedAgainRebuildsItsRowsAllTheSame) {
+TEST_F(BfnMacRewriteSmEntriesTest, AForwardingVlanThatIsReportedAgainRebuildsItsRowsAllTheSame) {
   host.port("Ethernet1", 100);
   host.route("red", 7, 300);
   host.address(7, "10.0.0.1", "Ethernet1", true);
@@ -465,7 +466,8 @@ TEST_F(EntriesTest, AForwardingVlanThatIsReportedAgainRebuildsItsRowsAllTheSame)
                                   "vrfId: 7 old: 300 new: 300"));
 }
 
-TEST_F(EntriesTest, AForwardingVlanIsStoredBeforeItIsPropagatedAndAlsoWithoutAStatus) {
+TEST_F(BfnMacRewriteSmEntriesTest,
+       AForwardingVlanIsStoredBeforeItIsPropagatedAndAlsoWithoutAStatus) {
   host.route("red", 7, 300);
   EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 300u);
   EXPECT_THAT(traces(), ::testing::Not(::testing::Contains(HasSubstr("handleFwdVlanIdChange"))));
@@ -476,7 +478,7 @@ TEST_F(EntriesTest, AForwardingVlanIsStoredBeforeItIsPropagatedAndAlsoWithoutASt
   EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 301u);
 }
 
-TEST_F(EntriesTest, AReactorThatIsNotInitializedIsSilent) {
+TEST_F(BfnMacRewriteSmEntriesTest, AReactorThatIsNotInitializedIsSilent) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
@@ -495,10 +497,10 @@ TEST_F(EntriesTest, AReactorThatIsNotInitializedIsSilent) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-using EntriesDeathTest = EntriesTest;
+using BfnMacRewriteSmEntriesDeathTest = BfnMacRewriteSmEntriesTest;
 
 // The whole passes of the two reactors differ in a full stop.
-TEST_F(EntriesDeathTest, TheWholePassesOfTheReactorsAssertTheirOwnInitialization) {
+TEST_F(BfnMacRewriteSmEntriesDeathTest, TheWholePassesOfTheReactorsAssertTheirOwnInitialization) {
   host.address(7, "10.0.0.1", "Ethernet1");
   config(7, "10.0.0.1", "02:00:00:00:00:01");
   auto* const status = sm().macRewriteVrfStatus(Pex::VrfId(7));
@@ -515,7 +517,7 @@ TEST_F(EntriesDeathTest, TheWholePassesOfTheReactorsAssertTheirOwnInitialization
                                 uninitialized));
 }
 
-TEST_F(EntriesDeathTest, AnAddressThatMovesWithoutADeleteIsFatal) {
+TEST_F(BfnMacRewriteSmEntriesDeathTest, AnAddressThatMovesWithoutADeleteIsFatal) {
   host.address(7, "10.0.0.1", "Ethernet1");
   EXPECT_DEATH(
       host.address(7, "10.0.0.1", "Ethernet2"),
@@ -526,13 +528,14 @@ TEST_F(EntriesDeathTest, AnAddressThatMovesWithoutADeleteIsFatal) {
           HasSubstr("BfnMacRewriteSm.cpp")));
 }
 
-TEST_F(EntriesDeathTest, ASelfIpWithoutVlanThatMovesIsNotLookedAt) {
+TEST_F(BfnMacRewriteSmEntriesDeathTest, ASelfIpWithoutVlanThatMovesIsNotLookedAt) {
   host.address(7, "10.0.0.1", "Ethernet1");
   host.address(7, "10.0.0.1", "Ethernet2", true);
   EXPECT_EQ(indexed(7, "10.0.0.1"), Ovra::IntfId("Ethernet1"));
 }
 
-TEST_F(EntriesDeathTest, ADeleteBeforeInitializationIsFatalWhereAddAndUpdateAreSilent) {
+TEST_F(BfnMacRewriteSmEntriesDeathTest,
+       ADeleteBeforeInitializationIsFatalWhereAddAndUpdateAreSilent) {
   sm().initializedIs(false);
   Pex::VrfId const vrfId(7);
   Ovra::IntfId const intfId("Ethernet1");
@@ -547,14 +550,14 @@ TEST_F(EntriesDeathTest, ADeleteBeforeInitializationIsFatalWhereAddAndUpdateAreS
           HasSubstr("\"initialized()\" == nullptr"), HasSubstr("BfnMacRewriteSm.cpp")));
 }
 
-TEST_F(EntriesDeathTest, TheBulkPassAssertsInitialization) {
+TEST_F(BfnMacRewriteSmEntriesDeathTest, TheBulkPassAssertsInitialization) {
   sm().initializedIs(false);
   EXPECT_DEATH(sm().handleL3IntfRoutingStatus(),
                ::testing::AllOf(HasSubstr("Failed(initialized()) Sm not initialized yet."),
                                 HasSubstr("\"initialized()\" == nullptr")));
 }
 
-TEST_F(EntriesDeathTest, AFailedAddStaysIndexedAndItsDeletionIsFatal) {
+TEST_F(BfnMacRewriteSmEntriesDeathTest, AFailedAddStaysIndexedAndItsDeletionIsFatal) {
   host.chip.faults().failNext(1, {BfnChip::Fault::Kind::TableFull, nullptr});
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");

@@ -12,7 +12,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-class StateTest : public BfnTest::PluginTest {
+class BfnMacRewriteSmStateTest : public BfnTest::PluginTest {
  protected:
   BfnMacRewriteSm& sm() { return *host.agent->bfnMacRewriteSm(); }
   Kiv::Ptr<BfnMacRewriteSm> make(bool status, bool config, bool routing, bool route) {
@@ -26,7 +26,7 @@ class StateTest : public BfnTest::PluginTest {
   }
 };
 
-TEST_F(StateTest, EverythingPresentIsWrittenOnceInTheOnePass) {
+TEST_F(BfnMacRewriteSmStateTest, EverythingPresentIsWrittenOnceInTheOnePass) {
   host.vrf("red", 7);
   host.route("red", 7, 300);
   host.port("Ethernet1", 100, 7);
@@ -46,7 +46,7 @@ TEST_F(StateTest, EverythingPresentIsWrittenOnceInTheOnePass) {
   }
 }
 
-TEST_F(StateTest, ConstructionTracesConfigThenRoutesThenStatusThenThePass) {
+TEST_F(BfnMacRewriteSmStateTest, ConstructionTracesConfigThenRoutesThenStatusThenThePass) {
   host.vrf("red", 7);
   host.route("red", 7, 300);
   host.createAgent();
@@ -68,7 +68,7 @@ TEST_F(StateTest, ConstructionTracesConfigThenRoutesThenStatusThenThePass) {
           "BfnMacRewriteSm::handleInitialized: ", "BfnMacRewriteSm::handleL3IntfRoutingStatus: "));
 }
 
-TEST_F(StateTest, NullInputsContributeNothingAndDoNotCrash) {
+TEST_F(BfnMacRewriteSmStateTest, NullInputsContributeNothingAndDoNotCrash) {
   host.bringUp();
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -88,7 +88,7 @@ TEST_F(StateTest, NullInputsContributeNothingAndDoNotCrash) {
   }
 }
 
-TEST_F(StateTest, WithoutRouteStatusSelfIpsStayUnindexed) {
+TEST_F(BfnMacRewriteSmStateTest, WithoutRouteStatusSelfIpsStayUnindexed) {
   host.bringUp();
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.2", "Ethernet1", true);
@@ -96,7 +96,7 @@ TEST_F(StateTest, WithoutRouteStatusSelfIpsStayUnindexed) {
   EXPECT_FALSE(machine->localVrfIpToIntf({Pex::VrfId(7), ip("10.0.0.2")}));
 }
 
-TEST_F(StateTest, RemovingAWholeRecordRemovesItsReactorOnly) {
+TEST_F(BfnMacRewriteSmStateTest, RemovingAWholeRecordRemovesItsReactorOnly) {
   host.bringUp();
   host.vrf("red", 7);
   host.port("Ethernet1", 100);
@@ -119,7 +119,7 @@ TEST_F(StateTest, RemovingAWholeRecordRemovesItsReactorOnly) {
   EXPECT_TRUE(sm().localVrfIpToIntf({Pex::VrfId(7), ip("10.0.0.1")}));
 }
 
-TEST_F(StateTest, TheSameElementAgainMakesNoSecondReactorAndRunsNoHandler) {
+TEST_F(BfnMacRewriteSmStateTest, TheSameElementAgainMakesNoSecondReactorAndRunsNoHandler) {
   host.bringUp();
   host.address(7, "10.0.0.1", "Ethernet1");
   auto const status = host.mount->bfnMacRewriteAgentStatus()->vrfStatusIs(Pex::VrfId(7));
@@ -130,7 +130,7 @@ TEST_F(StateTest, TheSameElementAgainMakesNoSecondReactorAndRunsNoHandler) {
   EXPECT_THAT(traces(), IsEmpty());
 }
 
-TEST_F(StateTest, AnotherObjectUnderTheKeyRebindsAndIsHandledWhole) {
+TEST_F(BfnMacRewriteSmStateTest, AnotherObjectUnderTheKeyRebindsAndIsHandledWhole) {
   host.bringUp();
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -145,7 +145,7 @@ TEST_F(StateTest, AnotherObjectUnderTheKeyRebindsAndIsHandledWhole) {
   EXPECT_THAT(host.journal(), IsEmpty()) << "the old object is not watched any more";
 }
 
-TEST_F(StateTest, NotificationOffSilencesEveryReactor) {
+TEST_F(BfnMacRewriteSmStateTest, NotificationOffSilencesEveryReactor) {
   host.bringUp();
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -159,7 +159,7 @@ TEST_F(StateTest, NotificationOffSilencesEveryReactor) {
   EXPECT_EQ(sm().fwdVlanIdPerVrf(7), 300u);
 }
 
-TEST_F(StateTest, ARenamedVrfTouchesNoRow) {
+TEST_F(BfnMacRewriteSmStateTest, ARenamedVrfTouchesNoRow) {
   host.bringUp();
   host.vrf("red", 7);
   host.port("Ethernet1", 100);
@@ -169,7 +169,7 @@ TEST_F(StateTest, ARenamedVrfTouchesNoRow) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(StateTest, DestructionLeavesTheRowsAndAHeldReactorSilent) {
+TEST_F(BfnMacRewriteSmStateTest, DestructionLeavesTheRowsAndAHeldReactorSilent) {
   host.bringUp();
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1");
@@ -183,7 +183,7 @@ TEST_F(StateTest, DestructionLeavesTheRowsAndAHeldReactorSilent) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(StateTest, AVlanOutOfRangeInThePassLeavesNothingRegistered) {
+TEST_F(BfnMacRewriteSmStateTest, AVlanOutOfRangeInThePassLeavesNothingRegistered) {
   host.bringUp();
   host.port("Ethernet1", 0);
   EXPECT_THROW(host.address(7, "10.0.0.1", "Ethernet1"), Kiv::RangeException);
@@ -194,7 +194,7 @@ TEST_F(StateTest, AVlanOutOfRangeInThePassLeavesNothingRegistered) {
   EXPECT_TRUE(make(true, true, true, true)->initialized());
 }
 
-TEST_F(StateTest, ADroppedReactorLeavesIndexesRowsAndVlansAndHearsNoMore) {
+TEST_F(BfnMacRewriteSmStateTest, ADroppedReactorLeavesIndexesRowsAndVlansAndHearsNoMore) {
   host.bringUp();
   host.vrf("red", 7);
   host.port("Ethernet1", 100);
@@ -242,7 +242,7 @@ TEST_F(StateTest, ADroppedReactorLeavesIndexesRowsAndVlansAndHearsNoMore) {
   }
 }
 
-TEST_F(StateTest, ADroppedSingletonReactorMeansThatItsInputIsNotWatched) {
+TEST_F(BfnMacRewriteSmStateTest, ADroppedSingletonReactorMeansThatItsInputIsNotWatched) {
   host.bringUp();
   host.port("Ethernet1", 100);
   sm().macRewriteStatusDel();
@@ -263,7 +263,7 @@ TEST_F(StateTest, ADroppedSingletonReactorMeansThatItsInputIsNotWatched) {
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
-TEST_F(StateTest, DestructionEmptiesThePairsOfTheInterfacesAndSilencesEveryReactor) {
+TEST_F(BfnMacRewriteSmStateTest, DestructionEmptiesThePairsOfTheInterfacesAndSilencesEveryReactor) {
   host.bringUp();
   host.vrf("red", 7);
   host.port("Ethernet1", 100);
@@ -283,7 +283,7 @@ TEST_F(StateTest, DestructionEmptiesThePairsOfTheInterfacesAndSilencesEveryReact
   }
 }
 
-TEST_F(StateTest, AnotherObjectUnderTheKeyIsHandledWholeByTheOtherReactorsToo) {
+TEST_F(BfnMacRewriteSmStateTest, AnotherObjectUnderTheKeyIsHandledWholeByTheOtherReactorsToo) {
   host.bringUp();
   host.port("Ethernet1", 100);
   host.route("red", 7, 300);
@@ -309,7 +309,7 @@ TEST_F(StateTest, AnotherObjectUnderTheKeyIsHandledWholeByTheOtherReactorsToo) {
               ElementsAre("erase 300 10.0.0.2", "write 301 10.0.0.2 00:00:00:00:00:00"));
 }
 
-TEST_F(StateTest, IndexOperations) {
+TEST_F(BfnMacRewriteSmStateTest, IndexOperations) {
   host.bringUp();
   Ovra::IntfId const intf("Ethernet1");
   Pex::VrfAndIpAddr const pair(Pex::VrfId(7), ip("10.0.0.1"));
@@ -354,7 +354,7 @@ TEST_F(StateTest, IndexOperations) {
   EXPECT_FALSE(sm().fwdVlanIdPerVrfHas(4));
 }
 
-TEST_F(StateTest, BeforeInitialisationNoVrfIsTakenUpOrDropped) {
+TEST_F(BfnMacRewriteSmStateTest, BeforeInitialisationNoVrfIsTakenUpOrDropped) {
   host.bringUp();
   host.route("red", 7, 300);
   host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");

@@ -4,8 +4,9 @@
 #include <gtest/gtest.h>
 #include <random>
 
-namespace Kiv {
 namespace {
+
+using namespace Kiv;
 
 TEST(HashProbe, FindsTheLanesThatAreEqualAndBelow) {
   std::array<U32, 4> const hashes{5, 0x8000'0000, 5, 0xFFFF'FFFF};
@@ -36,4 +37,3 @@ TEST(HashProbe, GivesWhatThePortableFormGives) {
 }
 
 }  // namespace
-}  // namespace Kiv

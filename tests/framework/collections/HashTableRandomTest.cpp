@@ -10,8 +10,9 @@
 #include "framework/collections/HashTable.h"
 #include "framework/core/Hash.h"
 
-namespace Kiv {
 namespace {
+
+using namespace Kiv;
 
 // What each kind of hash does to a key. Keys are below 2^16.
 struct GoodHash {
@@ -258,4 +259,3 @@ TEST(HashTableRandomLarge, ManyMembersInARandomOrderGiveWhatAModelGives) {
 }
 
 }  // namespace
-}  // namespace Kiv

@@ -37,8 +37,9 @@ void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
   std::free(memory);
 }
 
-namespace Kiv {
 namespace {
+
+using namespace Kiv;
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -426,4 +427,3 @@ TEST(HashTableDeathTest, AStaleIteratorIsFatal) {
 }
 
 }  // namespace
-}  // namespace Kiv

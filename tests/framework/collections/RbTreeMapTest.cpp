@@ -13,8 +13,9 @@
 #include "framework/core/AddressSanitizer.h"
 #include "framework/core/Types.h"
 
-namespace Kiv {
 namespace {
+
+using namespace Kiv;
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -238,4 +239,3 @@ TEST(RbTreeMapDeathTest, InsertingAPresentKeyIsFatal) {
 }
 
 }  // namespace
-}  // namespace Kiv

@@ -10,12 +10,13 @@
 #include "framework/generic/Type.h"
 #include "tests/framework/command/ListCommandSm.h"
 
-namespace Agent {
 namespace {
 
-using test::Client;
-using test::ListCommandSm;
-using test::listed;
+using namespace Agent;
+
+using BfnTest::Client;
+using BfnTest::ListCommandSm;
+using BfnTest::listed;
 
 class AgentAsyncCommandRequestSmTest : public testing::Test {
  protected:
@@ -408,4 +409,3 @@ TEST_F(AgentAsyncCommandRequestSmDeathTest, ASliceWithinASliceIsFatal) {
 }
 
 }  // namespace
-}  // namespace Agent

@@ -5,8 +5,9 @@
 #include "framework/core/Exceptions.h"
 #include "tests/framework/command/ListCommandSm.h"
 
-namespace Agent {
 namespace {
+
+using namespace Agent;
 
 TEST(AgentCommandRequest, KnowsTextAndJsonOnly) {
   EXPECT_EQ(Kiv::make<AgentCommandRequest>(3u, 1u, nullptr)->format(), 1u);
@@ -16,11 +17,10 @@ TEST(AgentCommandRequest, KnowsTextAndJsonOnly) {
 
 TEST(AgentCommandRequest, WithoutASinkTheOutputIsDiscarded) {
   auto const request = Kiv::make<AgentCommandRequest const>(3u, 0u, nullptr);
-  auto const command = Kiv::make<test::ListCommandSm>("list", request, 1.0, nullptr, 100000u);
+  auto const command = Kiv::make<BfnTest::ListCommandSm>("list", request, 1.0, nullptr, 100000u);
   while (command->runSlice() != SliceResult::Completed) {
   }
   EXPECT_EQ(command->prettyoutPrinter()->buffer().taken(), 900000u);
 }
 
 }  // namespace
-}  // namespace Agent

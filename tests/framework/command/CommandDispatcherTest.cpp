@@ -11,12 +11,13 @@
 #include "framework/generic/Describe.h"
 #include "tests/framework/command/ListCommandSm.h"
 
-namespace Agent {
 namespace {
 
-using test::Client;
-using test::ListCommandSm;
-using test::listed;
+using namespace Agent;
+
+using BfnTest::Client;
+using BfnTest::ListCommandSm;
+using BfnTest::listed;
 using testing::ElementsAre;
 
 /// A framework type that can be made by name and is no command.
@@ -25,7 +26,7 @@ class NoCommand final : public Kiv::PtrInterface {
   static int made;
   NoCommand() { ++made; }
   static Kiv::Type const& _kivType() {
-    static Kiv::Type const type("Agent::test::NoCommand", &Kiv::PtrInterface::_kivType(), {},
+    static Kiv::Type const type("BfnTest::NoCommand", &Kiv::PtrInterface::_kivType(), {},
                                 Kiv::describeDefault<NoCommand>());
     return type;
   }
@@ -57,14 +58,14 @@ class CommandDispatcherTest : public testing::Test {
 TEST_F(CommandDispatcherTest, MakesACommandByTheNameOfItsTypeFromAnArgumentArray) {
   auto const command = list(one_, "12", 9);
   ASSERT_NE(command, nullptr);
-  EXPECT_EQ(command->name(), "Agent::test::ListCommandSm-1");
+  EXPECT_EQ(command->name(), "BfnTest::ListCommandSm-1");
   EXPECT_EQ(command->request()->socket(), 9u);
   EXPECT_EQ(command->maxRunTime(), 0.005);
   EXPECT_EQ(command->clock(), clock_);
   EXPECT_TRUE(command->hasNotificationActive());
   EXPECT_EQ(dispatcher_.runSlices(), kNever);
   EXPECT_EQ(one_.received, listed(12));
-  EXPECT_THAT(ends_, ElementsAre("Agent::test::ListCommandSm-1 ok"));
+  EXPECT_THAT(ends_, ElementsAre("BfnTest::ListCommandSm-1 ok"));
   EXPECT_EQ(dispatcher_.commands(), 0u);
 }
 
@@ -73,8 +74,8 @@ TEST_F(CommandDispatcherTest, WrongNamesAndArgumentsMakeNoCommand) {
   std::vector<Kiv::GenericValue> const good{Kiv::GenericValue("12")};
   std::vector<Kiv::GenericValue> const many{Kiv::GenericValue("1"), Kiv::GenericValue("2")};
   std::vector<Kiv::GenericValue> const bad{Kiv::GenericValue("twelve")};
-  EXPECT_THROW(dispatcher_.commandIs("Agent::test::Unknown", request, good), Kiv::RangeException);
-  EXPECT_THROW(dispatcher_.commandIs("Agent::test::NoCommand", request, {}), Kiv::RangeException);
+  EXPECT_THROW(dispatcher_.commandIs("BfnTest::Unknown", request, good), Kiv::RangeException);
+  EXPECT_THROW(dispatcher_.commandIs("BfnTest::NoCommand", request, {}), Kiv::RangeException);
   EXPECT_EQ(NoCommand::made, 0);
   EXPECT_THROW(dispatcher_.commandIs(ListCommandSm::kTypeName, request, {}), Kiv::RangeException);
   EXPECT_THROW(dispatcher_.commandIs(ListCommandSm::kTypeName, request, many), Kiv::RangeException);
@@ -93,8 +94,7 @@ TEST_F(CommandDispatcherTest, CommandsHaveTheirSlicesInTurn) {
   EXPECT_EQ(order, "12|12|1|1");
   EXPECT_EQ(one_.received, listed(4));
   EXPECT_EQ(two_.received, listed(2));
-  EXPECT_THAT(ends_,
-              ElementsAre("Agent::test::ListCommandSm-2 ok", "Agent::test::ListCommandSm-1 ok"));
+  EXPECT_THAT(ends_, ElementsAre("BfnTest::ListCommandSm-2 ok", "BfnTest::ListCommandSm-1 ok"));
 }
 
 TEST_F(CommandDispatcherTest, SaysWhenTheNextCommandIsDue) {
@@ -120,7 +120,7 @@ TEST_F(CommandDispatcherTest, AnAbortedCommandIsReportedAndReleased) {
   for (double next = 0; next != kNever; next = dispatcher_.runSlices()) {
     clock_->nowIs(std::max(clock_->now(), next));
   }
-  EXPECT_THAT(ends_, ElementsAre("Agent::test::ListCommandSm-1 aborted"));
+  EXPECT_THAT(ends_, ElementsAre("BfnTest::ListCommandSm-1 aborted"));
   EXPECT_EQ(dispatcher_.commands(), 0u);
 }
 
@@ -131,8 +131,8 @@ TEST_F(CommandDispatcherTest, AClosedSocketEndsItsCommandsOnly) {
   EXPECT_EQ(dispatcher_.runSlices(), kNever);
   EXPECT_EQ(one_.received, "");
   EXPECT_EQ(two_.received, listed(10));
-  EXPECT_THAT(ends_, ElementsAre("Agent::test::ListCommandSm-1 aborted",
-                                 "Agent::test::ListCommandSm-2 ok"));
+  EXPECT_THAT(ends_,
+              ElementsAre("BfnTest::ListCommandSm-1 aborted", "BfnTest::ListCommandSm-2 ok"));
 }
 
 TEST_F(CommandDispatcherTest, ACommandMadeWithinASliceHasItsFirstOneInTheNextRound) {
@@ -151,8 +151,8 @@ TEST_F(CommandDispatcherTest, AnExceptionEndsItsCommandAndNoOther) {
   EXPECT_THROW(dispatcher_.runSlices(), Kiv::RangeException);
   EXPECT_EQ(two_.received, listed(10));
   EXPECT_EQ(dispatcher_.commands(), 0u);
-  EXPECT_THAT(ends_, ElementsAre("Agent::test::ListCommandSm-1 aborted",
-                                 "Agent::test::ListCommandSm-2 ok"));
+  EXPECT_THAT(ends_,
+              ElementsAre("BfnTest::ListCommandSm-1 aborted", "BfnTest::ListCommandSm-2 ok"));
   EXPECT_EQ(dispatcher_.runSlices(), kNever);
 }
 
@@ -171,4 +171,3 @@ TEST_F(CommandDispatcherDeathTest, RunningSlicesWithinASliceIsFatal) {
 }
 
 }  // namespace
-}  // namespace Agent

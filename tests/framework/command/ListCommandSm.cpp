@@ -4,7 +4,11 @@
 
 #include "framework/generic/Describe.h"
 
-namespace Agent::test {
+namespace BfnTest {
+
+using Agent::AgentAsyncCommandRequestSm;
+using Agent::AgentCommandRequest;
+using Kiv::U32;
 
 ListCommandSm::ListCommandSm(Kiv::String name, Kiv::Ptr<AgentCommandRequest const> const& request,
                              double maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock, U32 count)
@@ -75,4 +79,4 @@ Kiv::Ptr<AgentCommandRequest const> Client::request(U32 format, U32 socket) {
   });
 }
 
-}  // namespace Agent::test
+}  // namespace BfnTest

@@ -3,8 +3,9 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
-namespace Agent {
 namespace {
+
+using namespace Agent;
 
 /// A clock that advances by a fixed amount for each step of the work, and counts its readings.
 class WorkClock final : public Kiv::Clock {
@@ -125,4 +126,3 @@ TEST(TimeQuantum, AClockThatWentBackExpiresNothing) {
 }
 
 }  // namespace
-}  // namespace Agent

@@ -8,11 +8,11 @@
 
 namespace {
 
+using BfnTest::Log;
+using BfnTest::Probe;
+using BfnTest::Watched;
 using Kiv::makeActive;
 using Kiv::Ptr;
-using probe::Log;
-using probe::Probe;
-using probe::Watched;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

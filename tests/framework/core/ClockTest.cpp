@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-namespace Kiv {
 namespace {
+
+using namespace Kiv;
 
 TEST(ManualClock, ShowsWhatItWasSetTo) {
   Ptr<ManualClock> const clock = make<ManualClock>(3.5);
@@ -28,4 +29,3 @@ TEST(SteadyClock, NeverGoesBackAndGoesOnByItself) {
 }
 
 }  // namespace
-}  // namespace Kiv

@@ -149,10 +149,10 @@ TEST(Entity, TheDestructorsOfItsMembersFindNoParent) {
 }
 
 TEST(Entity, EachRealChangeOfItsParentNotifies) {
-  probe::Log log;
+  BfnTest::Log log;
   auto const root = makeActive<Node>(1u);
   auto const child = makeActive<Node>(2u);
-  auto const listener = makeActive<probe::Probe>(child, "parent", &log);
+  auto const listener = makeActive<BfnTest::Probe>(child, "parent", &log);
   Ptr<Kiv::Entity> seen;
   listener->action = [&] { seen = child->parent(); };
   child->parentIs(nullptr);
@@ -169,11 +169,11 @@ TEST(Entity, EachRealChangeOfItsParentNotifies) {
 }
 
 TEST(Entity, ACollectionAndTheParentAreBothStoredBeforeEitherNotifies) {
-  probe::Log log;
+  BfnTest::Log log;
   auto const root = makeActive<Node>(1u);
   auto const child = makeActive<Node>(2u);
-  auto const ofRoot = makeActive<probe::Probe>(root, "collection", &log);
-  auto const ofChild = makeActive<probe::Probe>(child, "parent", &log);
+  auto const ofRoot = makeActive<BfnTest::Probe>(root, "collection", &log);
+  auto const ofChild = makeActive<BfnTest::Probe>(child, "parent", &log);
   ofRoot->action = [&] { EXPECT_EQ(child->parent(), root); };
   ofChild->action = [&] { EXPECT_EQ(root->child().find(2), child.get()); };
   root->child().memberIs(child);

@@ -9,12 +9,12 @@
 
 namespace {
 
+using BfnTest::Log;
+using BfnTest::Probe;
+using BfnTest::Watched;
 using Kiv::make;
 using Kiv::makeActive;
 using Kiv::Ptr;
-using probe::Log;
-using probe::Probe;
-using probe::Watched;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

@@ -9,7 +9,7 @@
 #include "framework/core/Notifiee.h"
 #include "framework/core/Ptr.h"
 
-namespace probe {
+namespace BfnTest {
 
 using Log = std::vector<std::string>;
 
@@ -52,4 +52,4 @@ class Probe final : public Kiv::NotifieeConst {
   Log* log_;
 };
 
-}  // namespace probe
+}  // namespace BfnTest

@@ -16,11 +16,11 @@
 
 namespace {
 
+using BfnTest::Log;
 using BfnTest::NoMemory;
+using BfnTest::Watched;
 using Kiv::makeActive;
 using Kiv::Ptr;
-using probe::Log;
-using probe::Watched;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -238,7 +238,7 @@ TEST_F(StateMachineTest, SwitchingOnWithoutMemoryCanBeRepeated) {
   auto const machine = makeActive<Machine>(first, second, &log);
   machine->hasNotificationActiveIs(false);
   // No room is left in the second list: one more notifiee than it has had.
-  auto const other = makeActive<probe::Probe>(second, "other", &log);
+  auto const other = makeActive<BfnTest::Probe>(second, "other", &log);
   {
     NoMemory const none;
     EXPECT_THROW(machine->hasNotificationActiveIs(true), std::bad_alloc);
@@ -250,7 +250,7 @@ TEST_F(StateMachineTest, SwitchingOnWithoutMemoryCanBeRepeated) {
 
 TEST_F(StateMachineTest, AMachineMayDieInItsOwnHandler) {
   auto machine = makeActive<Machine>(first, second, &log);
-  auto const killer = makeActive<probe::Probe>(first, "killer", &log);
+  auto const killer = makeActive<BfnTest::Probe>(first, "killer", &log);
   killer->action = [&machine] { machine.reset(); };
   first->numberIs(1);
   EXPECT_THAT(log, ElementsAre("first", "killer", "child deleted", "machine deleted"));
@@ -259,7 +259,7 @@ TEST_F(StateMachineTest, AMachineMayDieInItsOwnHandler) {
 
 TEST_F(StateMachineTest, InitializedIsStoredAndNobodyIsTold) {
   auto const machine = makeActive<Machine>(first, second, &log);
-  auto const listener = makeActive<probe::Probe>(machine, "told", &log);
+  auto const listener = makeActive<BfnTest::Probe>(machine, "told", &log);
   machine->initializedIs(false);
   EXPECT_FALSE(machine->initialized());
   EXPECT_THAT(log, IsEmpty());

@@ -6,7 +6,7 @@
 #include "framework/core/Ptr.h"
 #include "framework/prettyout/Printer.h"
 
-namespace prettyout::test {
+namespace BfnTest {
 
 /// A sink that keeps what it takes, and takes no more than it is allowed to at each call.
 struct Capture {
@@ -14,7 +14,7 @@ struct Capture {
   std::size_t calls = 0;
   std::size_t perCall = std::string_view::npos;
 
-  Sink sink() {
+  prettyout::Sink sink() {
     return [this](std::string_view offered) {
       ++calls;
       std::string_view const taken = offered.substr(0, perCall);
@@ -26,35 +26,35 @@ struct Capture {
 
 /// A printer of the given form with a limit of `limit` bytes, and its output.
 struct Output {
-  explicit Output(Format format, std::size_t limit = 65536)
-      : printer(Kiv::make<Printer>(format, limit, capture.sink())) {}
+  explicit Output(prettyout::Format format, std::size_t limit = 65536)
+      : printer(Kiv::make<prettyout::Printer>(format, limit, capture.sink())) {}
 
-  Renderer& renderer() const { return printer->renderer(); }
+  prettyout::Renderer& renderer() const { return printer->renderer(); }
   std::string const& flushed() const {
     renderer().ioflush();
     return capture.bytes;
   }
 
   Capture capture;
-  Kiv::Ptr<Printer> printer;
+  Kiv::Ptr<prettyout::Printer> printer;
 };
 
 /// The rewrite table's header as its show command prints it.
-inline void printHeader(Renderer& renderer) {
+inline void printHeader(prettyout::Renderer& renderer) {
   renderer.addFrills("\n");
   renderer.addFrills("%-15s %-20s %-20s\n", "VRF name", "Source IP", "Source MAC");
   renderer.addFrills("------------------------------------------------------------\n");
 }
 
 /// One row of that table.
-inline void printRow(Renderer& renderer, std::string_view vrf, std::string_view ip,
+inline void printRow(prettyout::Renderer& renderer, std::string_view vrf, std::string_view ip,
                      std::string_view mac) {
-  Attribute const vrfName{"vrfName", vrf};
-  Attribute const sip{"sip", ip};
-  Attribute const smac{"smac", mac};
+  prettyout::Attribute const vrfName{"vrfName", vrf};
+  prettyout::Attribute const sip{"sip", ip};
+  prettyout::Attribute const smac{"smac", mac};
   renderer.startDictEntry(sip);
   renderer.addAttributes("%-15s %-20s %-20s\n", 3, vrfName, sip, smac);
   renderer.endDictEntry();
 }
 
-}  // namespace prettyout::test
+}  // namespace BfnTest

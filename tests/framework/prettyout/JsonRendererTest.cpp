@@ -10,18 +10,19 @@
 #include "tests/framework/prettyout/Capture.h"
 #include "tests/support/Seed.h"
 
-namespace prettyout {
 namespace {
 
+using namespace prettyout;
+
+using BfnTest::Output;
 using nlohmann::json;
-using test::Output;
 
 std::string render(std::string_view vrf) {
   Output output(Format::kJson);
   Renderer& renderer = output.renderer();
   renderer.start();
   renderer.startDict(vrf);
-  test::printRow(renderer, vrf, "10.0.0.1", "02:00:00:00:00:01");
+  BfnTest::printRow(renderer, vrf, "10.0.0.1", "02:00:00:00:00:01");
   renderer.endDict();
   renderer.end();
   return output.flushed();
@@ -43,8 +44,8 @@ TEST(JsonRenderer, NestsDictionariesEntriesAndAttributesByteForByte) {
   for (char const* vrf : {"blue", "red"}) {
     renderer.startDict(vrf);
     renderer.startDict("addresses");
-    test::printRow(renderer, vrf, "10.0.0.1", "02:00:00:00:00:01");
-    test::printRow(renderer, vrf, "10.0.0.2", "02:00:00:00:00:02");
+    BfnTest::printRow(renderer, vrf, "10.0.0.1", "02:00:00:00:00:01");
+    BfnTest::printRow(renderer, vrf, "10.0.0.2", "02:00:00:00:00:02");
     renderer.endDict();
     renderer.endDict();
   }
@@ -64,7 +65,7 @@ TEST(JsonRenderer, NestsDictionariesEntriesAndAttributesByteForByte) {
 TEST(JsonRenderer, FrillsPrintNothing) {
   Output output(Format::kJson);
   output.renderer().start();
-  test::printHeader(output.renderer());
+  BfnTest::printHeader(output.renderer());
   output.renderer().end();
   EXPECT_EQ(output.flushed(), "{}\n");
 }
@@ -180,7 +181,7 @@ TEST(JsonRenderer, StaysValidOverManyDrainsOfATinyBuffer) {
   for (int vrf = 0; vrf < 50; ++vrf) {
     renderer.startDict(std::to_string(vrf));
     for (int row = 0; row < vrf; ++row) {
-      test::printRow(renderer, "v\xFF", std::to_string(row), "02:00:00:00:00:01");
+      BfnTest::printRow(renderer, "v\xFF", std::to_string(row), "02:00:00:00:00:01");
     }
     renderer.endDict();
     renderer.ioflush();
@@ -196,4 +197,3 @@ TEST(JsonRenderer, StaysValidOverManyDrainsOfATinyBuffer) {
 }
 
 }  // namespace
-}  // namespace prettyout

@@ -8,10 +8,11 @@
 #include "tests/framework/prettyout/Capture.h"
 #include "tests/support/Seed.h"
 
-namespace prettyout {
 namespace {
 
-using test::Capture;
+using namespace prettyout;
+
+using BfnTest::Capture;
 
 TEST(OutputBuffer, HoldsWhatIsAppendedUntilItIsDrained) {
   Capture capture;
@@ -180,4 +181,3 @@ TEST(OutputBufferDeathTest, ALimitOfNothingIsFatal) {
 }
 
 }  // namespace
-}  // namespace prettyout

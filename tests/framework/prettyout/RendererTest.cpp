@@ -5,10 +5,11 @@
 
 #include "tests/framework/prettyout/Capture.h"
 
-namespace prettyout {
 namespace {
 
-using test::Output;
+using namespace prettyout;
+
+using BfnTest::Output;
 
 // Only literals are formats; a text that is made at run time does not convert.
 static_assert(!std::is_convertible_v<std::string, ColumnFormat<0>>);
@@ -112,4 +113,3 @@ INSTANTIATE_TEST_SUITE_P(EveryForm, RendererDeathTest,
                          });
 
 }  // namespace
-}  // namespace prettyout

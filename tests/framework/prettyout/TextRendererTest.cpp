@@ -8,20 +8,21 @@
 #include "tests/framework/prettyout/Capture.h"
 #include "tests/support/Seed.h"
 
-namespace prettyout {
 namespace {
 
-using test::Output;
+using namespace prettyout;
+
+using BfnTest::Output;
 
 TEST(TextRenderer, PrintsHeaderRowsAndTrailingBlanksByteForByte) {
   Output output(Format::kText);
   Renderer& renderer = output.renderer();
   renderer.start();
-  test::printHeader(renderer);
+  BfnTest::printHeader(renderer);
   renderer.startDict("vrfs");
   renderer.startDict("red");
   renderer.startDict("addresses");
-  test::printRow(renderer, "red", "10.0.0.1", "02:00:00:00:00:01");
+  BfnTest::printRow(renderer, "red", "10.0.0.1", "02:00:00:00:00:01");
   renderer.endDict();
   renderer.endDict();
   renderer.endDict();
@@ -51,8 +52,8 @@ TEST(TextRenderer, AValueLongerThanItsColumnIsNotCut) {
   Output output(Format::kText);
   output.renderer().start();
   output.renderer().startDict("addresses");
-  test::printRow(output.renderer(), "a-name-of-more-than-15-bytes", "255.255.255.255",
-                 "02:00:00:00:00:01");
+  BfnTest::printRow(output.renderer(), "a-name-of-more-than-15-bytes", "255.255.255.255",
+                    "02:00:00:00:00:01");
   EXPECT_EQ(output.flushed(),
             "a-name-of-more-than-15-bytes 255.255.255.255      02:00:00:00:00:01   \n");
 }
@@ -105,4 +106,3 @@ TEST(TextRenderer, PadsLikeTheCLibraryForEveryLengthAndBothAlignments) {
 }
 
 }  // namespace
-}  // namespace prettyout

@@ -11,19 +11,19 @@
 #include "framework/values/IntfId.h"
 #include "framework/values/VrfName.h"
 
-namespace Traced {
+namespace BfnTest {
 
 /// A value with a way of its own to travel: as its square.
 struct Squared {
   Kiv::U32 root;
 };
 
-}  // namespace Traced
+}  // namespace BfnTest
 
 template <>
-struct Ringlog::ArgTraits<Traced::Squared> {
+struct Ringlog::ArgTraits<BfnTest::Squared> {
   static constexpr U32 kMaxWords = 1;
-  static void put(Message& message, Traced::Squared const& value) noexcept {
+  static void put(Message& message, BfnTest::Squared const& value) noexcept {
     message.word(U64{value.root} * value.root);
   }
   static void render(std::ostream& stream, WordReader& words) { stream << words.word(); }
@@ -119,7 +119,7 @@ TEST(ArgTraits, RefuseRawPointersThatAreNoTexts) {
 }
 
 TEST(ArgTraits, CanBeGivenForAType) {
-  EXPECT_EQ(roundTrip(Traced::Squared{12}), "144");
+  EXPECT_EQ(roundTrip(BfnTest::Squared{12}), "144");
 }
 
 TEST(ArgTraits, TakeNoMoreWordsThanTheySay) {

@@ -10,7 +10,7 @@
 
 KIV_TRACE_FACILITY("DecodeTest")
 
-namespace Traced {
+namespace BfnTest {
 
 int lineOfCount = 0;
 
@@ -32,7 +32,7 @@ void outer() {
   KIV_TRACE(9, "outer ", inner());
 }
 
-}  // namespace Traced
+}  // namespace BfnTest
 
 namespace {
 
@@ -44,24 +44,24 @@ using ::testing::MatchesRegex;
 TEST(Decode, TellsEverythingAboutARecord) {
   TraceCapture const capture;
   auto const before = std::chrono::system_clock::now();
-  Traced::count(7);
+  BfnTest::count(7);
   auto const records = TraceCapture::records();
   ASSERT_EQ(records.size(), 1U);
-  EXPECT_EQ(records[0].text, "void Traced::count(int): n: 7 of %d");
+  EXPECT_EQ(records[0].text, "void BfnTest::count(int): n: 7 of %d");
   EXPECT_LT(std::chrono::abs(records[0].time - before), std::chrono::seconds(1));
   Ringlog::MsgDesc const& statement = *records[0].statement;
   EXPECT_EQ(statement.facility(), "DecodeTest");
   EXPECT_EQ(statement.level(), 4U);
   EXPECT_STREQ(statement.file(), "tests/framework/trace/DecodeTest.cpp");
-  EXPECT_EQ(statement.line(), static_cast<Kiv::U32>(Traced::lineOfCount));
+  EXPECT_EQ(statement.line(), static_cast<Kiv::U32>(BfnTest::lineOfCount));
   EXPECT_STREQ(statement.function(), "count");
-  EXPECT_STREQ(statement.signature(), "void Traced::count(int)");
+  EXPECT_STREQ(statement.signature(), "void BfnTest::count(int)");
   EXPECT_EQ(statement.format(), "n: %s of %d");
 }
 
 TEST(Decode, GivesTheLastRecordsOnly) {
   TraceCapture const capture;
-  for (int i = 0; i < 5; ++i) Traced::count(i);
+  for (int i = 0; i < 5; ++i) BfnTest::count(i);
   auto const records = Ringlog::decode(Ringlog::defaultRinglogHandle, 2);
   ASSERT_EQ(records.size(), 2U);
   EXPECT_THAT(records[0].text, EndsWith("n: 3 of %d"));
@@ -72,7 +72,7 @@ TEST(Decode, GivesTheLastRecordsOnly) {
 TEST(Decode, WorksAfterTheRingHasWrappedManyTimes) {
   TraceCapture const capture;
   int const count = 200000;
-  for (int i = 0; i < count; ++i) Traced::count(i);
+  for (int i = 0; i < count; ++i) BfnTest::count(i);
   auto const records = TraceCapture::records();
   // A record is four words.
   size_t const fit = Ringlog::RingBuf::kDefaultBytes / 32;
@@ -80,7 +80,7 @@ TEST(Decode, WorksAfterTheRingHasWrappedManyTimes) {
   ASSERT_LE(records.size(), fit);
   for (size_t i = 0; i < records.size(); ++i) {
     int const n = count - static_cast<int>(records.size() - i);
-    ASSERT_EQ(records[i].text, "void Traced::count(int): n: " + std::to_string(n) + " of %d");
+    ASSERT_EQ(records[i].text, "void BfnTest::count(int): n: " + std::to_string(n) + " of %d");
   }
 }
 
@@ -98,8 +98,8 @@ TEST(Decode, GivesAllTracesOfOneEventItsTime) {
   TraceCapture const capture;
   {
     Ringlog::EventScope const event;
-    Traced::count(1);
-    Traced::count(2);
+    BfnTest::count(1);
+    BfnTest::count(2);
   }
   auto const records = TraceCapture::records();
   ASSERT_EQ(records.size(), 2U);
@@ -109,42 +109,42 @@ TEST(Decode, GivesAllTracesOfOneEventItsTime) {
 
 TEST(Decode, OrdersTimes) {
   TraceCapture const capture;
-  for (int i = 0; i < 100; ++i) Traced::count(i);
+  for (int i = 0; i < 100; ++i) BfnTest::count(i);
   auto const records = TraceCapture::records();
   for (size_t i = 1; i < records.size(); ++i) ASSERT_LE(records[i - 1].time, records[i].time);
 }
 
 TEST(Decode, FindsNoRecordOfATraceWhoseArgumentThrew) {
   TraceCapture const capture;
-  EXPECT_THROW(Traced::throwInAnArgument(), int);
-  Traced::count(1);
-  EXPECT_THAT(TraceCapture::texts(), ElementsAre("void Traced::count(int): n: 1 of %d"));
+  EXPECT_THROW(BfnTest::throwInAnArgument(), int);
+  BfnTest::count(1);
+  EXPECT_THAT(TraceCapture::texts(), ElementsAre("void BfnTest::count(int): n: 1 of %d"));
 }
 
 TEST(Decode, ShowsATraceInAnArgumentBeforeTheTraceItself) {
   TraceCapture const capture;
-  Traced::outer();
+  BfnTest::outer();
   EXPECT_THAT(TraceCapture::texts(),
-              ElementsAre("int Traced::inner(): inner", "void Traced::outer(): outer 5"));
+              ElementsAre("int BfnTest::inner(): inner", "void BfnTest::outer(): outer 5"));
 }
 
 TEST(Decode, PrintsARecordInOneLine) {
   TraceCapture const capture;
-  Traced::count(7);
+  BfnTest::count(7);
   std::ostringstream printed;
   Ringlog::print(printed);
   EXPECT_THAT(printed.str(), MatchesRegex("....-..-..T..:..:..[.]......Z DecodeTest:4 "
                                           "tests/framework/trace/DecodeTest.cpp:[0-9]+ "
-                                          "void Traced::count[(]int[)]: n: 7 of %d\n"));
+                                          "void BfnTest::count[(]int[)]: n: 7 of %d\n"));
 }
 
 TEST(Statements, CanBeFoundOnceTheyHaveRun) {
   EXPECT_TRUE(Ringlog::MsgDesc::find("DecodeTest", "noSuchFunction").empty());
   EXPECT_TRUE(Ringlog::MsgDesc::find("NoSuchFacility").empty());
-  Traced::count(1);
+  BfnTest::count(1);
   auto const found = Ringlog::MsgDesc::find("DecodeTest", "count");
   ASSERT_EQ(found.size(), 1U);
-  EXPECT_EQ(found[0]->line(), static_cast<Kiv::U32>(Traced::lineOfCount));
+  EXPECT_EQ(found[0]->line(), static_cast<Kiv::U32>(BfnTest::lineOfCount));
   EXPECT_EQ(found[0]->format(), "n: %s of %d");
 }
 

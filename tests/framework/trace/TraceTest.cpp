@@ -20,7 +20,7 @@
 KIV_TRACE_FACILITY("TraceTest")
 
 // In a namespace with a name, so that every compiler writes the same signatures.
-namespace Traced {
+namespace BfnTest {
 
 enum class Colour : Kiv::U8 { red = 1, green = 2 };
 
@@ -75,7 +75,7 @@ class Template {
   void handle(T value) { KIV_TRACE(9, "value: ", value); }
 };
 
-}  // namespace Traced
+}  // namespace BfnTest
 
 namespace {
 
@@ -98,43 +98,43 @@ class TextTrace : public ::testing::Test {
 };
 
 TEST_F(TextTrace, StartsWithTheSignature) {
-  Traced::Machine machine;
+  BfnTest::Machine machine;
   machine.handleEntry();
   machine.handleEmpty();
   machine.handleText("text");
-  EXPECT_THAT(lines_, ElementsAre("void Traced::Machine::handleEntry(): ",
-                                  "void Traced::Machine::handleEmpty(): ",
-                                  StartsWith("void Traced::Machine::handleText(const ")));
+  EXPECT_THAT(lines_, ElementsAre("void BfnTest::Machine::handleEntry(): ",
+                                  "void BfnTest::Machine::handleEmpty(): ",
+                                  StartsWith("void BfnTest::Machine::handleText(const ")));
 }
 
 TEST_F(TextTrace, WritesValuesByTheirStreamOperators) {
-  Traced::Machine().handleValues(Ovra::IpAddr(0x0a000001), Ovra::IntfId("Ethernet1"),
-                                 Bridging::VlanId(7));
+  BfnTest::Machine().handleValues(Ovra::IpAddr(0x0a000001), Ovra::IntfId("Ethernet1"),
+                                  Bridging::VlanId(7));
   ASSERT_EQ(lines_.size(), 1U);
   EXPECT_THAT(lines_[0], EndsWith("): ipAddr: 10.0.0.1 intfId: Ethernet1, vlan: 7"));
 }
 
 TEST_F(TextTrace, WritesBytesAsNumbers) {
-  Traced::Machine::handleBytes(65, Traced::Colour::green, true, nullptr);
+  BfnTest::Machine::handleBytes(65, BfnTest::Colour::green, true, nullptr);
   ASSERT_EQ(lines_.size(), 1U);
   EXPECT_THAT(lines_[0], EndsWith(": count 65 colour 2 flag 1 none (null)"));
 }
 
 TEST_F(TextTrace, NeverReadsATextAsAFormat) {
-  Traced::Machine().handleText("%s%n");
+  BfnTest::Machine().handleText("%s%n");
   ASSERT_EQ(lines_.size(), 1U);
   EXPECT_THAT(lines_[0], EndsWith(" const: %s%n46%s%n"));
 }
 
 TEST_F(TextTrace, IsWhatTheRingDecodesTo) {
   TraceCapture const capture;
-  Traced::Machine machine;
+  BfnTest::Machine machine;
   machine.handleEntry();
   machine.handleValues(Ovra::IpAddr(0x0a000001), Ovra::IntfId("Ethernet1"), Bridging::VlanId(7));
   machine.handleText(std::string(300, 'x'));
   machine.handleText("line\nbreak");
-  Traced::Machine::handleBytes(0, Traced::Colour::red, false, "x");
-  Traced::Template<double>().handle(0.25);
+  BfnTest::Machine::handleBytes(0, BfnTest::Colour::red, false, "x");
+  BfnTest::Template<double>().handle(0.25);
   ASSERT_EQ(lines_.size(), 6U);
   EXPECT_EQ(TraceCapture::texts(), lines_);
 }
@@ -142,8 +142,8 @@ TEST_F(TextTrace, IsWhatTheRingDecodesTo) {
 TEST_F(TextTrace, IsWrittenOnlyForAnEnabledLevel) {
   TraceCapture const capture;
   kivTraceHandle().levelsAre(1U << 4);
-  Traced::Machine().handleEntry();
-  Traced::Machine().handleText("four");
+  BfnTest::Machine().handleEntry();
+  BfnTest::Machine().handleText("four");
   ASSERT_EQ(lines_.size(), 1U);
   EXPECT_THAT(lines_[0], EndsWith("four46%s%n"));
   EXPECT_EQ(TraceCapture::texts().size(), 2U) << "the ring has both";
@@ -152,7 +152,7 @@ TEST_F(TextTrace, IsWrittenOnlyForAnEnabledLevel) {
 TEST_F(TextTrace, TellsTheSinkWhereItComesFrom) {
   std::vector<Kiv::TraceLine> traced;
   Kiv::TraceHelper::sinkIs([&](Kiv::TraceLine const& line) { traced.push_back(line); });
-  Traced::Machine().handleText("text");
+  BfnTest::Machine().handleText("text");
   ASSERT_EQ(traced.size(), 1U);
   EXPECT_STREQ(traced[0].facility, "TraceTest");
   EXPECT_EQ(traced[0].level, 4U);
@@ -164,8 +164,8 @@ TEST_F(TextTrace, TellsTheSinkWhereItComesFrom) {
 TEST_F(TextTrace, GoesToStandardErrorByDefault) {
   Kiv::TraceHelper::sinkIs({});
   ::testing::internal::CaptureStderr();
-  Traced::Machine().handleEntry();
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "void Traced::Machine::handleEntry(): \n");
+  BfnTest::Machine().handleEntry();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "void BfnTest::Machine::handleEntry(): \n");
 }
 
 TEST_F(TextTrace, LeavesOutWhatItsSinkTraces) {
@@ -173,32 +173,32 @@ TEST_F(TextTrace, LeavesOutWhatItsSinkTraces) {
   int calls = 0;
   Kiv::TraceHelper::sinkIs([&](Kiv::TraceLine const&) {
     ++calls;
-    Traced::Machine().handleEmpty();
+    BfnTest::Machine().handleEmpty();
   });
-  Traced::Machine().handleEntry();
-  Traced::Machine().handleEntry();
+  BfnTest::Machine().handleEntry();
+  BfnTest::Machine().handleEntry();
   EXPECT_EQ(calls, 2);
   EXPECT_EQ(TraceCapture::texts().size(), 4U);
 }
 
 TEST_F(TextTrace, LosesALineWhoseSinkOrArgumentThrows) {
   TraceCapture const capture;
-  Traced::traceUnprintable();
+  BfnTest::traceUnprintable();
   EXPECT_TRUE(lines_.empty());
   EXPECT_THAT(TraceCapture::texts(),
-              ElementsAre("void Traced::traceUnprintable(): <an argument cannot be shown>"));
+              ElementsAre("void BfnTest::traceUnprintable(): <an argument cannot be shown>"));
   Kiv::TraceHelper::sinkIs([](Kiv::TraceLine const&) { throw std::runtime_error("full"); });
-  Traced::Machine().handleEntry();
+  BfnTest::Machine().handleEntry();
   SetUp();
-  Traced::Machine().handleEntry();
-  EXPECT_THAT(lines_, ElementsAre("void Traced::Machine::handleEntry(): "));
+  BfnTest::Machine().handleEntry();
+  EXPECT_THAT(lines_, ElementsAre("void BfnTest::Machine::handleEntry(): "));
 }
 
 TEST_F(TextTrace, RecordsATextThatIsNoLiteralEachTime) {
   TraceCapture const capture;
-  Traced::traceState(true);
-  Traced::traceState(false);
-  Traced::traceState(true);
+  BfnTest::traceState(true);
+  BfnTest::traceState(false);
+  BfnTest::traceState(true);
   EXPECT_THAT(lines_,
               ElementsAre(EndsWith("state up"), EndsWith("state no"), EndsWith("state up")));
   EXPECT_EQ(TraceCapture::texts(), lines_);
@@ -206,12 +206,12 @@ TEST_F(TextTrace, RecordsATextThatIsNoLiteralEachTime) {
 }
 
 TEST_F(TextTrace, EndsAnArrayOfCharactersAtItsFirstNulOrItsEnd) {
-  Traced::traceArrays({'a', 'b', '\0', 'c'}, {'d', 'e'});
+  BfnTest::traceArrays({'a', 'b', '\0', 'c'}, {'d', 'e'});
   EXPECT_THAT(lines_, ElementsAre(EndsWith("padded ab full de")));
 }
 
 TEST_F(TextTrace, ReadsCommasAndQuotesInsideOfPieces) {
-  Traced::traceOddLiterals(3);
+  BfnTest::traceOddLiterals(3);
   EXPECT_THAT(lines_, ElementsAre(EndsWith("one \",two, 344\\341000, 4")));
   EXPECT_EQ(Ringlog::MsgDesc::find("TraceTest", "traceOddLiterals").front()->format(),
             "one \",two, %s%s\\%s%s, %s");
@@ -227,28 +227,28 @@ TEST_F(TextTrace, OfAStatementThatFirstRanWithoutMemoryIsWhole) {
   for (size_t spared = 0; failed; ++spared, ++runs) {
     ASSERT_LT(spared, 100U);
     BfnTest::NoMemory noMemory(spared);
-    Traced::traceFirstWithoutMemory(7);
+    BfnTest::traceFirstWithoutMemory(7);
     noMemory.end();
     failed = MsgDesc::find("TraceTest", "traceFirstWithoutMemory").empty();
   }
   EXPECT_GT(runs, 3U) << "the description is made of several blocks";
   lines_.clear();
-  Traced::traceFirstWithoutMemory(7);
+  BfnTest::traceFirstWithoutMemory(7);
   EXPECT_THAT(lines_, ElementsAre(EndsWith("a: 7 b: 8 c: 9")));
   EXPECT_EQ(MsgDesc::find("TraceTest", "traceFirstWithoutMemory").size(), 1U);
 }
 
 TEST(BinaryTrace, AllocatesNothingOnceAStatementHasRun) {
-  Traced::traceThree(1, "twelve bytes", 2);
+  BfnTest::traceThree(1, "twelve bytes", 2);
   size_t const before = BfnTest::allocationCount();
-  for (int i = 0; i < 1000; ++i) Traced::traceThree(7, "twelve bytes", 9);
+  for (int i = 0; i < 1000; ++i) BfnTest::traceThree(7, "twelve bytes", 9);
   EXPECT_EQ(BfnTest::allocationCount(), before);
 }
 
 TEST(BinaryTrace, WorksInTemplates) {
   TraceCapture const capture;
-  Traced::Template<int>().handle(3);
-  Traced::Template<Kiv::U8>().handle(4);
+  BfnTest::Template<int>().handle(3);
+  BfnTest::Template<Kiv::U8>().handle(4);
   auto const texts = TraceCapture::texts();
   ASSERT_EQ(texts.size(), 2U);
   EXPECT_THAT(texts[0], EndsWith(": value: 3"));

@@ -1,6 +1,6 @@
 #include "tests/framework/values/InternedPeer.h"
 
-namespace InternedPeer {
+namespace BfnTest {
 
 Ovra::IntfId intfId(char const* text) {
   return Ovra::IntfId(text);
@@ -10,4 +10,4 @@ std::string textOf(Ovra::IntfId id) {
   return id.stdString();
 }
 
-}  // namespace InternedPeer
+}  // namespace BfnTest

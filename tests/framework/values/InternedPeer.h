@@ -5,9 +5,9 @@
 #include "framework/values/IntfId.h"
 
 /// Another shared library of the same process, which makes and reads ids of its own.
-namespace InternedPeer {
+namespace BfnTest {
 
 Ovra::IntfId intfId(char const* text);
 std::string textOf(Ovra::IntfId id);
 
-}  // namespace InternedPeer
+}  // namespace BfnTest

@@ -54,9 +54,9 @@ TEST(Interned, IdsMadeBeforeMainAreOrdinaryIds) {
 }
 
 TEST(Interned, HandlesMeanTheSameInEverySharedLibrary) {
-  EXPECT_EQ(InternedPeer::intfId("Ethernet3"), IntfId("Ethernet3"));
-  EXPECT_EQ(InternedPeer::intfId("Vlan12").view(), "Vlan12");
-  EXPECT_EQ(InternedPeer::textOf(IntfId("Port-Channel4")), "Port-Channel4");
+  EXPECT_EQ(BfnTest::intfId("Ethernet3"), IntfId("Ethernet3"));
+  EXPECT_EQ(BfnTest::intfId("Vlan12").view(), "Vlan12");
+  EXPECT_EQ(BfnTest::textOf(IntfId("Port-Channel4")), "Port-Channel4");
 }
 
 TEST(Interned, HashIsThatOfTheText) {

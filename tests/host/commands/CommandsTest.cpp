@@ -21,7 +21,7 @@ using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
 /// Files are in a folder of the test's own.
-class CommandsTest : public HostTest::ShellFixture {
+class CommandsTest : public BfnTest::ShellFixture {
  protected:
   CommandsTest() : folder(::testing::TempDir() + "/lab-commands-" + std::to_string(::getpid())) {
     std::filesystem::create_directory(folder);

@@ -12,11 +12,11 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::counting;
-using Samples::fileBytes;
-using Samples::fileIs;
-using Samples::hex;
+using BfnTest::Buffer;
+using BfnTest::counting;
+using BfnTest::fileBytes;
+using BfnTest::fileIs;
+using BfnTest::hex;
 using testing::AllOf;
 using testing::HasSubstr;
 
@@ -39,13 +39,13 @@ class CaptureTest : public testing::Test {
     return "no failure";
   }
 
-  Samples::Folder folder;
+  BfnTest::Folder folder;
   std::filesystem::path const path = folder / "some.pcap";
   int frames = 0;
 };
 
 TEST_F(CaptureTest, ReadsARecordFromTheBytesOfAFile) {
-  fileIs(path, Samples::joined({kHeader, kRecord}));
+  fileIs(path, BfnTest::joined({kHeader, kRecord}));
   CaptureReader reader(path);
   EXPECT_EQ(reader.timeUnit(), TimeUnit::Microseconds);
   auto const frame = reader.next();
@@ -67,7 +67,7 @@ TEST_F(CaptureTest, ReadsAFileOfTheOtherByteOrder) {
 }
 
 TEST_F(CaptureTest, KeepsNanoseconds) {
-  fileIs(path, Samples::joined({kNanosecondHeader, hex("00f15365 ffc99a3b 01000000 01000000 77")}));
+  fileIs(path, BfnTest::joined({kNanosecondHeader, hex("00f15365 ffc99a3b 01000000 01000000 77")}));
   CaptureReader reader(path);
   EXPECT_EQ(reader.timeUnit(), TimeUnit::Nanoseconds);
   EXPECT_EQ(reader.next()->time, (Timestamp{1'700'000'000, 999'999'999}));
@@ -78,7 +78,7 @@ TEST_F(CaptureTest, WritesTheBytesOfAFile) {
   Buffer const bytes = hex("deadbeef");
   writer.write({{1'700'000'000, 123'456'789}, bytes, 60});
   writer.close();
-  EXPECT_EQ(fileBytes(path), Samples::joined({kHeader, kRecord}));
+  EXPECT_EQ(fileBytes(path), BfnTest::joined({kHeader, kRecord}));
   EXPECT_EQ(writer.frames(), 1u);
 }
 
@@ -145,7 +145,7 @@ TEST_F(CaptureTest, RefusesAnotherLinkType) {
 }
 
 TEST_F(CaptureTest, GivesEveryFrameBeforeTheOneInWhichAFileEnds) {
-  Buffer const whole = Samples::joined({kHeader, kRecord, kRecord});
+  Buffer const whole = BfnTest::joined({kHeader, kRecord, kRecord});
   for (std::size_t size = whole.size() - kRecord.size() + 1; size < whole.size(); ++size) {
     frames = 0;
     EXPECT_THAT(failureOf(Buffer(whole.begin(), whole.begin() + std::ptrdiff_t(size))),
@@ -155,9 +155,9 @@ TEST_F(CaptureTest, GivesEveryFrameBeforeTheOneInWhichAFileEnds) {
 }
 
 TEST_F(CaptureTest, RefusesARecordThatMakesNoSense) {
-  EXPECT_THAT(failureOf(Samples::joined({kHeader, hex("00f15365 40e20100 ffffffff 3c000000")})),
+  EXPECT_THAT(failureOf(BfnTest::joined({kHeader, hex("00f15365 40e20100 ffffffff 3c000000")})),
               HasSubstr("expected a whole record 1: "));
-  EXPECT_THAT(failureOf(Samples::joined({kHeader, hex("00f15365 40420f00 01000000 01000000 77")})),
+  EXPECT_THAT(failureOf(BfnTest::joined({kHeader, hex("00f15365 40420f00 01000000 01000000 77")})),
               HasSubstr("expected a time stamp with less than a second after its seconds in "
                         "record 1"));
 }

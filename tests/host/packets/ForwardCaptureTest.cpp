@@ -12,16 +12,16 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::kHost;
-using Samples::kRowMac;
-using Samples::tagged;
-using Samples::udpFrame;
+using BfnTest::Buffer;
+using BfnTest::kHost;
+using BfnTest::kRowMac;
+using BfnTest::tagged;
+using BfnTest::udpFrame;
 using testing::ElementsAre;
 
 class ForwardCaptureTest : public testing::Test {
  protected:
-  ForwardCaptureTest() { Samples::rowIs(chip, 100, kHost, kRowMac); }
+  ForwardCaptureTest() { BfnTest::rowIs(chip, 100, kHost, kRowMac); }
 
   // Three frames, the second of which is dropped, a nanosecond more than a second apart.
   void writeInput(TimeUnit unit = TimeUnit::Nanoseconds) {
@@ -44,7 +44,7 @@ class ForwardCaptureTest : public testing::Test {
     return times;
   }
 
-  Samples::Folder folder;
+  BfnTest::Folder folder;
   std::filesystem::path const in = folder / "in.pcap";
   std::filesystem::path const out = folder / "out.pcap";
   BfnChip::ChipModel chip;
@@ -76,28 +76,28 @@ TEST_F(ForwardCaptureTest, TellsItsObserverOfEachFrameInTurn) {
 
 TEST_F(ForwardCaptureTest, KeepsWhatWasWrittenWhenItsInputBreaksOff) {
   writeInput();
-  Buffer bytes = Samples::fileBytes(in);
+  Buffer bytes = BfnTest::fileBytes(in);
   bytes.pop_back();
-  Samples::fileIs(in, bytes);
+  BfnTest::fileIs(in, bytes);
   EXPECT_THROW(forwardCapture(in, out, forwarder), CaptureError);
   EXPECT_THAT(timesOfOutput(), ElementsAre(Timestamp{1'001, 1}));
   EXPECT_EQ(forwarder.totals().frames, 2u);
 }
 
 TEST_F(ForwardCaptureTest, LeavesItsOutputAloneWhenItsInputIsNoCapture) {
-  Samples::fileIs(in, Samples::hex("00112233445566"));
-  Samples::fileIs(out, Samples::hex("aabb"));
+  BfnTest::fileIs(in, BfnTest::hex("00112233445566"));
+  BfnTest::fileIs(out, BfnTest::hex("aabb"));
   EXPECT_THROW(forwardCapture(in, out, forwarder), CaptureError);
-  EXPECT_EQ(Samples::fileBytes(out), Samples::hex("aabb"));
+  EXPECT_EQ(BfnTest::fileBytes(out), BfnTest::hex("aabb"));
 }
 
 TEST_F(ForwardCaptureTest, RefusesToWriteOverItsInput) {
   writeInput();
-  Buffer const before = Samples::fileBytes(in);
+  Buffer const before = BfnTest::fileBytes(in);
   std::filesystem::create_hard_link(in, out);
   EXPECT_THROW(forwardCapture(in, in, forwarder), CaptureError);
   EXPECT_THROW(forwardCapture(in, out, forwarder), CaptureError);
-  EXPECT_EQ(Samples::fileBytes(in), before);
+  EXPECT_EQ(BfnTest::fileBytes(in), before);
 }
 
 }  // namespace

@@ -12,22 +12,22 @@ namespace {
 
 using namespace Host::Packets;
 using BfnChip::ChipModel;
-using Samples::Buffer;
-using Samples::counting;
-using Samples::ethernet;
-using Samples::hex;
-using Samples::kHost;
-using Samples::kHostMac;
-using Samples::kRowMac;
-using Samples::tagged;
-using Samples::udpFrame;
+using BfnTest::Buffer;
+using BfnTest::counting;
+using BfnTest::ethernet;
+using BfnTest::hex;
+using BfnTest::kHost;
+using BfnTest::kHostMac;
+using BfnTest::kRowMac;
+using BfnTest::tagged;
+using BfnTest::udpFrame;
 
 class ForwarderTest : public testing::Test {
  protected:
   ForwarderTest() {
     config.accessVlan = 10;
-    Samples::rowIs(chip, 100, kHost, kRowMac);
-    Samples::rowIs(chip, 10, kHost, kRowMac);
+    BfnTest::rowIs(chip, 100, kHost, kRowMac);
+    BfnTest::rowIs(chip, 10, kHost, kRowMac);
   }
 
   // Forwards and checks what holds for every frame that leaves: it is one VXLAN packet, in the
@@ -77,7 +77,7 @@ TEST_F(ForwarderTest, GivesAFrameThatHitsARowTheRowsMac) {
 }
 
 TEST_F(ForwarderTest, LeavesTheMacOfAFrameWhoseRowHasTheZeroMac) {
-  Samples::rowIs(chip, 100, kHost, {});
+  BfnTest::rowIs(chip, 100, kHost, {});
   ForwardedFrame const result = forward(tagged(100, udpFrame()));
   EXPECT_EQ(result.verdict, Verdict::NoMac);
   EXPECT_EQ(result.macAfter, kHostMac);
@@ -207,22 +207,22 @@ TEST_F(ForwarderTest, RewritesEveryFragmentOfADatagram) {
   first.flagsAndOffset = Ipv4Header::kMoreFragments;
   Ipv4Header last = first;
   last.flagsAndOffset = 3;
-  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, Samples::ipv4(counting(24), first))),
+  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(24), first))),
             Verdict::Rewritten);
-  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, Samples::ipv4(counting(5), last))),
+  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(5), last))),
             Verdict::Rewritten);
   EXPECT_EQ(totals().fragments, 2u);
 }
 
 TEST_F(ForwarderTest, RewritesAPacketWithOptions) {
-  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, Samples::ipv4(counting(8), {}, Buffer(40, 1)))),
+  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(8), {}, Buffer(40, 1)))),
             Verdict::Rewritten);
   EXPECT_EQ(totals().withOptions, 1u);
 }
 
 TEST_F(ForwarderTest, KeepsThePaddingBehindAPacket) {
   EXPECT_EQ(verdict(ethernet(EtherType::kIpv4,
-                             Samples::joined({Samples::ipv4(counting(4)), Buffer(22, 0x55)}))),
+                             BfnTest::joined({BfnTest::ipv4(counting(4)), Buffer(22, 0x55)}))),
             Verdict::Rewritten);
 }
 
@@ -234,7 +234,7 @@ TEST_F(ForwarderTest, DropsABadIpv4Header) {
   Ipv4Header shorter;
   shorter.totalLength = 19;
   for (Ipv4Header const& header : {otherVersion, small, shorter}) {
-    EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, Samples::ipv4(counting(26), header))),
+    EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(26), header))),
               Verdict::BadIpv4Header);
   }
   EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, counting(19))), Verdict::BadIpv4Header);
@@ -245,14 +245,14 @@ TEST_F(ForwarderTest, DropsABadIpv4Header) {
 TEST_F(ForwarderTest, DropsAPacketThatIsLongerThanItsFrame) {
   Ipv4Header header;
   header.totalLength = 47;
-  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, Samples::ipv4(counting(26), header))),
+  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(26), header))),
             Verdict::Ipv4CutShort);
 }
 
 TEST_F(ForwarderTest, DropsAPacketWithAWrongHeaderChecksum) {
   Ipv4Header header;
   header.checksum = 0x1234;
-  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, Samples::ipv4(counting(26), header))),
+  EXPECT_EQ(verdict(ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(26), header))),
             Verdict::BadIpv4Checksum);
 }
 
@@ -279,7 +279,7 @@ TEST_F(ForwarderTest, CountsEveryFrameOnce) {
 TEST_F(ForwarderTest, KeepsTheOuterSourcePortOfAFlowWhenARowComes) {
   Buffer const frame = tagged(200, udpFrame());
   Kiv::U16 const before = readVxlan(forward(frame).packet)->udp.sourcePort;
-  Samples::rowIs(chip, 200, kHost, kRowMac);
+  BfnTest::rowIs(chip, 200, kHost, kRowMac);
   ForwardedFrame const result = forward(frame);
   EXPECT_EQ(result.verdict, Verdict::Rewritten);
   EXPECT_EQ(readVxlan(result.packet)->udp.sourcePort, before);
@@ -337,7 +337,7 @@ TEST_F(CutFramesTest, AreDroppedWhenTheirHeadersAreCut) {
   }
   EXPECT_EQ(cut(frame, 38).verdict, Verdict::Rewritten);
   Buffer const withOptions =
-      ethernet(EtherType::kIpv4, Samples::ipv4(counting(40), {}, Buffer(8, 1)));
+      ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(40), {}, Buffer(8, 1)));
   EXPECT_EQ(cut(withOptions, 14 + 27).verdict, Verdict::Truncated);
   EXPECT_EQ(cut(withOptions, 14 + 28).verdict, Verdict::Rewritten);
 }

@@ -9,24 +9,24 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::counting;
-using Samples::ethernet;
-using Samples::hex;
-using Samples::tagged;
+using BfnTest::Buffer;
+using BfnTest::counting;
+using BfnTest::ethernet;
+using BfnTest::hex;
+using BfnTest::tagged;
 
 TEST(ReadFrame, ReadsATaggedIpv4FrameFromItsBytes) {
   auto const frame =
       readFrame(hex("02aa0000000b 02aa0000000a 8100 6064 0800"
                     "4500 0014 0001 0000 40 01 0000 0a010203 0a010114"));
   ASSERT_TRUE(frame);
-  EXPECT_EQ(frame->ethernet, (EthernetHeader{Samples::kPeerMac, Samples::kHostMac, 0x8100}));
+  EXPECT_EQ(frame->ethernet, (EthernetHeader{BfnTest::kPeerMac, BfnTest::kHostMac, 0x8100}));
   EXPECT_EQ(frame->tag, (VlanTag{3, false, 100, 0x0800}));
   EXPECT_FALSE(frame->doubleTagged);
   EXPECT_EQ(frame->etherType, EtherType::kIpv4);
   EXPECT_EQ(frame->payloadAt, 18u);
   ASSERT_TRUE(frame->ipv4);
-  EXPECT_EQ(frame->ipv4->source, Samples::kHost);
+  EXPECT_EQ(frame->ipv4->source, BfnTest::kHost);
 }
 
 TEST(ReadFrame, ReadsAnUntaggedFrame) {
@@ -41,7 +41,7 @@ TEST(ReadFrame, ReadsAnUntaggedFrame) {
 TEST(ReadFrame, StopsAtASecondTagOfEitherKind) {
   for (Kiv::U16 const inner : {EtherType::kVlan, EtherType::kServiceVlan}) {
     for (Kiv::U16 const outer : {EtherType::kVlan, EtherType::kServiceVlan}) {
-      auto const frame = readFrame(tagged(300, tagged(20, Samples::udpFrame(), inner), outer));
+      auto const frame = readFrame(tagged(300, tagged(20, BfnTest::udpFrame(), inner), outer));
       ASSERT_TRUE(frame);
       EXPECT_TRUE(frame->doubleTagged);
       EXPECT_EQ(frame->tag->vlan, 300);
@@ -52,17 +52,17 @@ TEST(ReadFrame, StopsAtASecondTagOfEitherKind) {
 }
 
 TEST(ReadFrame, IsNothingInsideTheEthernetHeaderOrTheTag) {
-  Buffer const bytes = tagged(100, Samples::udpFrame());
+  Buffer const bytes = tagged(100, BfnTest::udpFrame());
   for (std::size_t size = 0; size < 18; ++size) {
     // The type that would call for a tag is only there from 14 bytes on.
     EXPECT_FALSE(readFrame(Bytes(bytes).first(size))) << size;
   }
   EXPECT_TRUE(readFrame(Bytes(bytes).first(18)));
-  EXPECT_TRUE(readFrame(Bytes(Samples::udpFrame()).first(14)));
+  EXPECT_TRUE(readFrame(Bytes(BfnTest::udpFrame()).first(14)));
 }
 
 TEST(ReadFrame, HasNoIpv4HeaderUntilAllOfItIsThere) {
-  Buffer const bytes = Samples::udpFrame();
+  Buffer const bytes = BfnTest::udpFrame();
   EXPECT_FALSE(readFrame(Bytes(bytes).first(33))->ipv4);
   EXPECT_TRUE(readFrame(Bytes(bytes).first(34))->ipv4);
 }
@@ -72,12 +72,12 @@ Kiv::U32 hashOf(Buffer const& bytes) {
 }
 
 TEST(FlowHash, IsTheSameForEveryFrameOfAFlow) {
-  EXPECT_EQ(hashOf(Samples::udpFrame(10)), hashOf(Samples::udpFrame(1000)));
-  EXPECT_EQ(hashOf(Samples::udpFrame(10)), hashOf(tagged(100, Samples::udpFrame(10))));
+  EXPECT_EQ(hashOf(BfnTest::udpFrame(10)), hashOf(BfnTest::udpFrame(1000)));
+  EXPECT_EQ(hashOf(BfnTest::udpFrame(10)), hashOf(tagged(100, BfnTest::udpFrame(10))));
 }
 
 TEST(FlowHash, DiffersByEachFieldOfAFlow) {
-  Buffer const udp = Samples::udpFrame();
+  Buffer const udp = BfnTest::udpFrame();
   // A byte of each MAC, both addresses, the protocol (to TCP), both ports.
   for (std::size_t const at : {0u, 5u, 6u, 11u, 26u, 29u, 30u, 33u, 34u, 35u, 36u, 37u}) {
     Buffer other = udp;
@@ -110,14 +110,14 @@ TEST(FlowHash, LeavesThePortsOfFragmentsOut) {
   Ipv4Header last;
   last.protocol = IpProtocol::kUdp;
   last.flagsAndOffset = 185;
-  EXPECT_EQ(hashOf(ethernet(EtherType::kIpv4, Samples::ipv4(hex("9c40138d0000"), first))),
-            hashOf(ethernet(EtherType::kIpv4, Samples::ipv4(hex("ffffffffffff"), last))));
+  EXPECT_EQ(hashOf(ethernet(EtherType::kIpv4, BfnTest::ipv4(hex("9c40138d0000"), first))),
+            hashOf(ethernet(EtherType::kIpv4, BfnTest::ipv4(hex("ffffffffffff"), last))));
 }
 
 TEST(FlowHash, SpreadsFlowsThatDifferInOnePort) {
   std::set<Kiv::U32> ports;
   for (Kiv::U16 i = 0; i < 1000; ++i) {
-    ports.insert(hashOf(Samples::udpFrame(18, static_cast<Kiv::U16>(30'000 + i))) & 0x3fff);
+    ports.insert(hashOf(BfnTest::udpFrame(18, static_cast<Kiv::U16>(30'000 + i))) & 0x3fff);
   }
   // Drawn at random, 1,000 of 16,384 leave about 970 different ones.
   EXPECT_GT(ports.size(), 900u);

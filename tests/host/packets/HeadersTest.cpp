@@ -9,9 +9,9 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::counting;
-using Samples::hex;
+using BfnTest::Buffer;
+using BfnTest::counting;
+using BfnTest::hex;
 
 // Writes the header into bytes of another value, so that a byte left out shows.
 template <class Header>
@@ -46,7 +46,7 @@ TEST(InternetChecksum, HasNoOverflowInTheLongestPacketOfOnes) {
 
 TEST(EthernetHeader, ReadsAndWritesItsBytes) {
   Buffer const bytes = hex("02aa0000000b 02aa0000000a 86dd");
-  EthernetHeader const header{Samples::kPeerMac, Samples::kHostMac, 0x86dd};
+  EthernetHeader const header{BfnTest::kPeerMac, BfnTest::kHostMac, 0x86dd};
   EXPECT_EQ(EthernetHeader::read(bytes), header);
   EXPECT_EQ(written(header), bytes);
 }
@@ -67,8 +67,8 @@ TEST(Ipv4Header, ReadsAndWritesItsBytes) {
   header.flagsAndOffset = 0x2005;
   header.protocol = 17;
   header.checksum = 0xb861;
-  header.source = Samples::kHost;
-  header.destination = Samples::kPeer;
+  header.source = BfnTest::kHost;
+  header.destination = BfnTest::kPeer;
   EXPECT_EQ(Ipv4Header::read(bytes), header);
   EXPECT_EQ(written(header), bytes);
   EXPECT_TRUE(header.isFragment());
@@ -121,35 +121,35 @@ Ipv4Fault faultOf(Buffer const& packet) {
 Buffer const kForeignHeader = hex("4500 0073 0000 4000 40 11 b861 c0a80001 c0a800c7");
 
 TEST(Ipv4Fault, IsNoneForAPacketOfAnotherMaker) {
-  EXPECT_EQ(faultOf(Samples::joined({kForeignHeader, Buffer(0x73 - 20)})), Ipv4Fault::None);
+  EXPECT_EQ(faultOf(BfnTest::joined({kForeignHeader, Buffer(0x73 - 20)})), Ipv4Fault::None);
 }
 
 TEST(Ipv4Fault, IsCutShortWhenAByteOfThePacketIsMissing) {
-  EXPECT_EQ(faultOf(Samples::joined({kForeignHeader, Buffer(0x73 - 21)})), Ipv4Fault::CutShort);
+  EXPECT_EQ(faultOf(BfnTest::joined({kForeignHeader, Buffer(0x73 - 21)})), Ipv4Fault::CutShort);
 }
 
 TEST(Ipv4Fault, IsAHeaderOfAnotherVersionOrOfLengthsThatContradictEachOther) {
   Ipv4Header other;
   other.version = 6;
-  EXPECT_EQ(faultOf(Samples::ipv4(counting(8), other)), Ipv4Fault::Header);
+  EXPECT_EQ(faultOf(BfnTest::ipv4(counting(8), other)), Ipv4Fault::Header);
   Ipv4Header small;
   small.headerWords = 4;
-  EXPECT_EQ(faultOf(Samples::ipv4(counting(8), small)), Ipv4Fault::Header);
+  EXPECT_EQ(faultOf(BfnTest::ipv4(counting(8), small)), Ipv4Fault::Header);
   Ipv4Header large;
   large.headerWords = 15;
-  EXPECT_EQ(faultOf(Samples::ipv4(counting(39), large)), Ipv4Fault::Header);
+  EXPECT_EQ(faultOf(BfnTest::ipv4(counting(39), large)), Ipv4Fault::Header);
   Ipv4Header shorter;
   shorter.totalLength = 19;
-  EXPECT_EQ(faultOf(Samples::ipv4(counting(8), shorter)), Ipv4Fault::Header);
+  EXPECT_EQ(faultOf(BfnTest::ipv4(counting(8), shorter)), Ipv4Fault::Header);
 }
 
 TEST(Ipv4Fault, IsNoneWithOptionsAndWithPaddingBehindThePacket) {
-  EXPECT_EQ(faultOf(Samples::ipv4(counting(8), {}, hex("01010101"))), Ipv4Fault::None);
-  EXPECT_EQ(faultOf(Samples::joined({Samples::ipv4(counting(8)), Buffer(18)})), Ipv4Fault::None);
+  EXPECT_EQ(faultOf(BfnTest::ipv4(counting(8), {}, hex("01010101"))), Ipv4Fault::None);
+  EXPECT_EQ(faultOf(BfnTest::joined({BfnTest::ipv4(counting(8)), Buffer(18)})), Ipv4Fault::None);
 }
 
 TEST(Ipv4Fault, CoversEachBitOfTheHeaderByItsChecksum) {
-  Buffer const good = Samples::ipv4(counting(8), {}, hex("94040000"));
+  Buffer const good = BfnTest::ipv4(counting(8), {}, hex("94040000"));
   ASSERT_EQ(faultOf(good), Ipv4Fault::None);
   for (std::size_t bit = 0; bit < 24 * 8; ++bit) {
     Buffer bad = good;
@@ -165,9 +165,9 @@ TEST(UdpChecksum, IsRightForAWorkedExample) {
       0x0a01 + 0x0203 + 0x0a01 + 0x0114 + 0x0011 + 0x000a + 0x9c40 + 0x138d + 0x000a + 0x6869;
   sum = (sum & 0xffff) + (sum >> 16);
   Kiv::U16 const wanted = static_cast<Kiv::U16>(~sum);
-  EXPECT_EQ(udpChecksum(Samples::kHost, Samples::kPeer, datagram), wanted);
+  EXPECT_EQ(udpChecksum(BfnTest::kHost, BfnTest::kPeer, datagram), wanted);
   store16(datagram, UdpHeader::kChecksumAt, wanted);
-  EXPECT_EQ(udpChecksum(Samples::kHost, Samples::kPeer, datagram), 0xffff);
+  EXPECT_EQ(udpChecksum(BfnTest::kHost, BfnTest::kPeer, datagram), 0xffff);
 }
 
 }  // namespace

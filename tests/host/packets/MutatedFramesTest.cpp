@@ -15,12 +15,12 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::counting;
-using Samples::ethernet;
-using Samples::kHost;
-using Samples::tagged;
-using Samples::udpFrame;
+using BfnTest::Buffer;
+using BfnTest::counting;
+using BfnTest::ethernet;
+using BfnTest::kHost;
+using BfnTest::tagged;
+using BfnTest::udpFrame;
 
 class MutatedFrames : public testing::Test {
  protected:
@@ -28,8 +28,8 @@ class MutatedFrames : public testing::Test {
     std::cout << "seed " << seed_ << '\n';
     RecordProperty("seed", std::to_string(seed_));
     for (Kiv::U16 const vlan : std::initializer_list<Kiv::U16>{1, 100, 300})
-      Samples::rowIs(chip, vlan, kHost, Samples::kRowMac);
-    Samples::rowIs(chip, 200, kHost, {});
+      BfnTest::rowIs(chip, vlan, kHost, BfnTest::kRowMac);
+    BfnTest::rowIs(chip, 200, kHost, {});
     Ipv4Header fragment;
     fragment.flagsAndOffset = Ipv4Header::kMoreFragments;
     frames = {udpFrame(),
@@ -37,8 +37,8 @@ class MutatedFrames : public testing::Test {
               tagged(200, udpFrame()),
               tagged(300, tagged(20, udpFrame())),
               tagged(4095, udpFrame()),
-              tagged(100, ethernet(EtherType::kIpv4, Samples::ipv4(counting(9), {}, Buffer(8, 1)))),
-              ethernet(EtherType::kIpv4, Samples::ipv4(counting(48), fragment)),
+              tagged(100, ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(9), {}, Buffer(8, 1)))),
+              ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(48), fragment)),
               ethernet(EtherType::kIpv6, counting(60)),
               ethernet(EtherType::kArp, counting(28))};
   }
@@ -105,17 +105,17 @@ TEST_F(MutatedFrames, LeaveWholeOrAreDroppedForAReason) {
 }
 
 TEST_F(MutatedFrames, InABrokenCaptureEndItWithAnErrorAtMost) {
-  Samples::Folder const folder;
+  BfnTest::Folder const folder;
   {
     CaptureWriter writer(folder / "good.pcap");
     for (Buffer const& frame : frames) writer.write({{1, 2}, frame, frame.size()});
   }
-  Buffer const good = Samples::fileBytes(folder / "good.pcap");
+  Buffer const good = BfnTest::fileBytes(folder / "good.pcap");
   int broken = 0;
   for (int i = 0; i < 1'000; ++i) {
     Buffer bytes = good;
     mutate(bytes, below(2) == 0 ? 0 : 24);
-    Samples::fileIs(folder / "bad.pcap", bytes);
+    BfnTest::fileIs(folder / "bad.pcap", bytes);
     std::filesystem::remove(folder / "out.pcap");
     Forwarder forwarder(chip);
     Kiv::U64 left = 0;

@@ -7,8 +7,9 @@
 
 #include "tests/support/RewriteRow.h"
 
-namespace Host::Packets::Samples {
+namespace BfnTest {
 
+using namespace Host::Packets;
 using Kiv::U16;
 using Kiv::U8;
 
@@ -78,7 +79,7 @@ Buffer udpFrame(std::size_t payloadSize, U16 sourcePort) {
 
 void rowIs(BfnChip::ChipModel& chip, U16 vlan, AddressBytes const& source, MacBytes const& mac) {
   auto const table = chip.open({0, 0, {}, "profile", BfnChip::ChipModel::kRewriteTable});
-  if (chip.write(table.value(), BfnTest::rewriteKey(vlan, source), BfnTest::rewriteAction(mac)) !=
+  if (chip.write(table.value(), rewriteKey(vlan, source), rewriteAction(mac)) !=
       BfnDriver::WriteResult::Ok) {
     throw std::runtime_error("the chip refused a row");
   }
@@ -108,4 +109,4 @@ Buffer fileBytes(std::filesystem::path const& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-}  // namespace Host::Packets::Samples
+}  // namespace BfnTest

@@ -11,15 +11,15 @@
 #include "host/packets/Wire.h"
 
 /// Frames and files that the suites of host/packets share.
-namespace Host::Packets::Samples {
+namespace BfnTest {
 
 using Buffer = std::vector<Kiv::U8>;
 
-inline constexpr MacBytes kHostMac{0x02, 0xaa, 0, 0, 0, 0x0a};
-inline constexpr MacBytes kPeerMac{0x02, 0xaa, 0, 0, 0, 0x0b};
-inline constexpr MacBytes kRowMac{0x02, 0x5e, 0x10, 0x01, 0x02, 0x03};
-inline constexpr AddressBytes kHost{10, 1, 2, 3};
-inline constexpr AddressBytes kPeer{10, 1, 1, 20};
+inline constexpr Host::Packets::MacBytes kHostMac{0x02, 0xaa, 0, 0, 0, 0x0a};
+inline constexpr Host::Packets::MacBytes kPeerMac{0x02, 0xaa, 0, 0, 0, 0x0b};
+inline constexpr Host::Packets::MacBytes kRowMac{0x02, 0x5e, 0x10, 0x01, 0x02, 0x03};
+inline constexpr Host::Packets::AddressBytes kHost{10, 1, 2, 3};
+inline constexpr Host::Packets::AddressBytes kPeer{10, 1, 1, 20};
 
 /// Bytes from pairs of hexadecimal digits; blanks are skipped.
 Buffer hex(std::string_view digits);
@@ -29,17 +29,18 @@ Buffer counting(std::size_t size);
 
 /// Destination kPeerMac, source kHostMac, the type, the payload.
 Buffer ethernet(Kiv::U16 etherType, Buffer const& payload);
-/// The frame with a tag put in front of its EtherType.
-Buffer tagged(Kiv::U16 vlan, Buffer const& frame, Kiv::U16 tagType = EtherType::kVlan,
-              Kiv::U8 priority = 0);
+/// The frame with a tag put in front of its Host::Packets::EtherType.
+Buffer tagged(Kiv::U16 vlan, Buffer const& frame,
+              Kiv::U16 tagType = Host::Packets::EtherType::kVlan, Kiv::U8 priority = 0);
 /// An IPv4 packet from kHost to kPeer; length and checksum are filled in unless they are given.
-Buffer ipv4(Buffer const& payload, Ipv4Header header = {}, Buffer const& options = {});
+Buffer ipv4(Buffer const& payload, Host::Packets::Ipv4Header header = {},
+            Buffer const& options = {});
 /// An untagged UDP datagram from kHost to kPeer.
 Buffer udpFrame(std::size_t payloadSize = 18, Kiv::U16 sourcePort = 40'000);
 
 /// Writes a row as the driver does, in the chip's own bytes.
-void rowIs(BfnChip::ChipModel& chip, Kiv::U16 vlan, AddressBytes const& source,
-           MacBytes const& mac);
+void rowIs(BfnChip::ChipModel& chip, Kiv::U16 vlan, Host::Packets::AddressBytes const& source,
+           Host::Packets::MacBytes const& mac);
 
 /// A folder of its own, which goes with the object.
 class Folder {
@@ -58,4 +59,4 @@ class Folder {
 void fileIs(std::filesystem::path const& path, Buffer const& bytes);
 Buffer fileBytes(std::filesystem::path const& path);
 
-}  // namespace Host::Packets::Samples
+}  // namespace BfnTest

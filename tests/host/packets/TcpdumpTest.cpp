@@ -16,9 +16,9 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::tagged;
-using Samples::udpFrame;
+using BfnTest::Buffer;
+using BfnTest::tagged;
+using BfnTest::udpFrame;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -80,7 +80,7 @@ class TcpdumpTest : public testing::Test {
     return packetsOf(folder / "out.pcap");
   }
 
-  Samples::Folder folder;
+  BfnTest::Folder folder;
   BfnChip::ChipModel chip;
 };
 
@@ -107,7 +107,7 @@ TEST_F(TcpdumpTest, SeesNoUdpChecksumWhenItIsOff) {
 }
 
 TEST_F(TcpdumpTest, SeesTheRowsMacInTheRowsVlanOnly) {
-  Samples::rowIs(chip, 100, Samples::kHost, Samples::kRowMac);
+  BfnTest::rowIs(chip, 100, BfnTest::kHost, BfnTest::kRowMac);
   auto const packets = forwarded({tagged(100, udpFrame()), tagged(101, udpFrame())});
   ASSERT_EQ(packets.size(), 2u);
   EXPECT_EQ(innerOf(packets[0]).vni, "10100");
@@ -132,7 +132,7 @@ TEST_F(TcpdumpTest, FindsNothingWrongWithFramesOfManyLengths) {
 
 TEST_F(TcpdumpTest, ReadsTheForwardedRecordingOfTheExample) {
   AddressBytes const hosta{10, 1, 1, 11};
-  Samples::rowIs(chip, 100, hosta, Samples::kRowMac);
+  BfnTest::rowIs(chip, 100, hosta, BfnTest::kRowMac);
   std::filesystem::path const recording = std::filesystem::path(EXAMPLES_DIR) / "leaf1/hosts.pcap";
   std::size_t rewritten = 0;
   Forwarder forwarder(chip);

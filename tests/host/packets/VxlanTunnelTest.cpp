@@ -9,13 +9,13 @@
 namespace {
 
 using namespace Host::Packets;
-using Samples::Buffer;
-using Samples::counting;
-using Samples::hex;
+using BfnTest::Buffer;
+using BfnTest::counting;
+using BfnTest::hex;
 
 Buffer encapsulated(VxlanTunnel const& tunnel, Kiv::U16 vlan, Kiv::U32 flowHash,
                     Buffer const& inner) {
-  Buffer packet = Samples::joined({Buffer(VxlanTunnel::kOverhead, 0xee), inner});
+  Buffer packet = BfnTest::joined({Buffer(VxlanTunnel::kOverhead, 0xee), inner});
   tunnel.encapsulate(vlan, flowHash, packet);
   return packet;
 }
@@ -25,7 +25,7 @@ TEST(VxlanTunnel, WritesTheseBytes) {
   config.udpChecksum = false;
   Buffer const inner = counting(14);
   EXPECT_EQ(encapsulated(VxlanTunnel(config), 100, 0x12345, inner),
-            Samples::joined({hex("02005e000002 02005e000001 0800"
+            BfnTest::joined({hex("02005e000002 02005e000001 0800"
                                  "4500 0032 0000 4000 40 11 b6b7 c0000201 c0000202"
                                  "e345 12b5 001e 0000"
                                  "08000000 002774 00"),

@@ -1,6 +1,6 @@
 #include "tests/host/shell/ShellFixture.h"
 
-namespace HostTest {
+namespace BfnTest {
 
 ShellFixture::ShellFixture(Host::ShellOptions const& options)
     : host(Host::Plugin(LAB_PLUGIN)), shell(host, out, options) {}
@@ -28,4 +28,4 @@ void ShellFixture::bringUp() {
       "host routing-status port Ethernet1 key-vlan 0 vlan 1006 vrf-id 7\n");
 }
 
-}  // namespace HostTest
+}  // namespace BfnTest

@@ -7,7 +7,7 @@
 
 #include "host/shell/Shell.h"
 
-namespace HostTest {
+namespace BfnTest {
 
 /// A shell on a host of its own, with the plug-in of this build.
 class ShellFixture : public ::testing::Test {
@@ -27,4 +27,4 @@ class ShellFixture : public ::testing::Test {
   Host::Shell shell;
 };
 
-}  // namespace HostTest
+}  // namespace BfnTest

@@ -19,7 +19,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class ShellTest : public HostTest::ShellFixture {};
+class ShellTest : public BfnTest::ShellFixture {};
 
 struct BadLine {
   char const* line;
@@ -29,8 +29,7 @@ void PrintTo(BadLine const& bad, std::ostream* out) {
   *out << bad.line;
 }
 
-class BadInputTest : public HostTest::ShellFixture,
-                     public ::testing::WithParamInterface<BadLine> {};
+class BadInputTest : public BfnTest::ShellFixture, public ::testing::WithParamInterface<BadLine> {};
 
 TEST_P(BadInputTest, SaysWhereAndWhatWasExpectedAndChangesNothing) {
   bringUp();
@@ -168,7 +167,7 @@ TEST_F(ShellTest, TheRateLimitOfLogMessagesGoesByTheLabsClock) {
               HasSubstr("[1 held back]"));
 }
 
-class JsonShellTest : public HostTest::ShellFixture {
+class JsonShellTest : public BfnTest::ShellFixture {
  protected:
   JsonShellTest() : ShellFixture({.echo = false, .json = true}) {}
 };
@@ -218,7 +217,7 @@ TEST_F(ShellTest, NamesGivenAsJsonAreReadBackAsTheyAreWritten) {
   EXPECT_EQ(run("expect dump inputs == " + written), Host::Shell::Done) << err.str();
 }
 
-class EchoShellTest : public HostTest::ShellFixture {
+class EchoShellTest : public BfnTest::ShellFixture {
  protected:
   EchoShellTest() : ShellFixture({.echo = true, .json = false}) {}
 };

@@ -1,4 +1,5 @@
-#include <algorithm>
+#include "tests/tablemgr/OverlaySrcMacRewriteManagerTest.h"
+
 #include <array>
 #include <sstream>
 #include <stdexcept>
@@ -9,7 +10,6 @@
 #include "framework/log/LogService.h"
 #include "framework/platform/BfTableException.h"
 #include "tests/support/AllocationCount.h"
-#include "tests/support/PluginTest.h"
 #include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
 
@@ -19,7 +19,10 @@ namespace {
 using BfnMacRewrite::MatchSpecAndRefCount;
 using BfnMacRewrite::OverlaySrcMacRewriteManager;
 using BfnTest::ip;
+using BfnTest::kMac;
+using BfnTest::kOtherMac;
 using BfnTest::mac;
+using BfnTest::OverlaySrcMacRewriteManagerTest;
 using Bridging::VlanId;
 using PexTypes::TableAddStatus;
 using ::testing::AllOf;
@@ -28,46 +31,9 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr char const* kMac = "02:11:22:33:44:55";
-constexpr char const* kOtherMac = "02:11:22:33:44:66";
 constexpr char const* kLogName = "BFN_VXLAN_MAC_REWRITE_TABLE_FULL";
 
-class EntriesTest : public BfnTest::PluginTest {
- protected:
-  void SetUp() override {
-    Kiv::LogService::reset();
-    Kiv::LogService::clockIs([this] { return clock; });
-    Kiv::LogService::sinkIs([this](Kiv::LogMessage const& message) { logged.push_back(message); });
-    host.createAgent();
-    host.stage1();
-    manager = host.agent->overlaySrcMacRewriteManager();
-    host.journal();
-    TraceCapture::clear();
-  }
-  void TearDown() override {
-    manager.reset();
-    PluginTest::TearDown();
-    Kiv::LogService::reset();
-  }
-
-  TableAddStatus add(char const* intf, char const* ipText, char const* macText = kMac,
-                     unsigned vlan = 100, char const* vrfName = "red") {
-    return manager->addEntry(L3::VrfName(vrfName), VlanId(vlan), Ovra::IntfId(intf), ip(ipText),
-                             mac(macText));
-  }
-  Kiv::Ptr<MatchSpecAndRefCount> record(char const* intf, char const* ipText) {
-    return manager->matchSpecAndRefCount({ip(ipText), Ovra::IntfId(intf), false});
-  }
-  void failNext(BfnChip::Fault::Kind kind, Kiv::U64 count = 1) {
-    host.chip.faults().failNext(count, {kind, nullptr});
-  }
-
-  Kiv::Ptr<OverlaySrcMacRewriteManager> manager;
-  std::vector<Kiv::LogMessage> logged;
-  double clock = 1000;
-};
-
-TEST_F(EntriesTest, ANewKeyIsWrittenAndRememberedOnce) {
+TEST_F(OverlaySrcMacRewriteManagerTest, ANewKeyIsWrittenAndRememberedOnce) {
   EXPECT_EQ(static_cast<unsigned>(add("Ethernet1", "10.0.0.1")), 0u);
   EXPECT_THAT(host.journal(), ElementsAre("write 100 10.0.0.1 02:11:22:33:44:55"));
   ASSERT_EQ(manager->matchSpecAndRefCount().size(), 1u);
@@ -88,12 +54,12 @@ TEST_F(EntriesTest, ANewKeyIsWrittenAndRememberedOnce) {
   EXPECT_EQ(entry.actionSpec()->station(), 0x334455u);
 }
 
-TEST_F(EntriesTest, TheLargestValuesReachTheChipWhole) {
+TEST_F(OverlaySrcMacRewriteManagerTest, TheLargestValuesReachTheChipWhole) {
   add("Ethernet1", "255.254.253.252", "ff:fe:fd:fc:fb:fa", 4094);
   EXPECT_THAT(host.rows(), ElementsAre("4094 255.254.253.252 ff:fe:fd:fc:fb:fa"));
 }
 
-TEST_F(EntriesTest, TracesOfANewKey) {
+TEST_F(OverlaySrcMacRewriteManagerTest, TracesOfANewKey) {
   add("Ethernet1", "10.0.0.1");
   EXPECT_THAT(TraceCapture::texts(),
               ElementsAre(AllOf(StartsWith("PexTypes::TableAddStatus BfnMacRewrite::"
@@ -109,7 +75,7 @@ TEST_F(EntriesTest, TracesOfANewKey) {
   }
 }
 
-TEST_F(EntriesTest, AKeyThatIsThereGetsTheNewMacAndKeepsItsVlan) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AKeyThatIsThereGetsTheNewMacAndKeepsItsVlan) {
   add("Ethernet1", "10.0.0.1");
   auto const before = record("Ethernet1", "10.0.0.1");
   auto const spec = before->overlaySrcMacRewriteMatchSpec();
@@ -131,7 +97,7 @@ TEST_F(EntriesTest, AKeyThatIsThereGetsTheNewMacAndKeepsItsVlan) {
                           "overlaySip: 10.0.0.1, overlayRewriteSrcMac: 02:11:22:33:44:66"));
 }
 
-TEST_F(EntriesTest, ARowLeavesWithItsLastReference) {
+TEST_F(OverlaySrcMacRewriteManagerTest, ARowLeavesWithItsLastReference) {
   add("Ethernet1", "10.0.0.1");
   add("Ethernet1", "10.0.0.1");
   host.journal();
@@ -146,7 +112,7 @@ TEST_F(EntriesTest, ARowLeavesWithItsLastReference) {
   EXPECT_FALSE(record("Ethernet1", "10.0.0.1"));
 }
 
-TEST_F(EntriesTest, AnUpdateRewritesTheActionOnly) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AnUpdateRewritesTheActionOnly) {
   add("Ethernet1", "10.0.0.1");
   auto const spec = record("Ethernet1", "10.0.0.1")->overlaySrcMacRewriteMatchSpec();
   host.journal();
@@ -160,7 +126,7 @@ TEST_F(EntriesTest, AnUpdateRewritesTheActionOnly) {
                                     "02:11:22:33:44:66"));
 }
 
-TEST_F(EntriesTest, OneAddressOnTwoInterfacesIsTwoRecordsAlsoInOneVlan) {
+TEST_F(OverlaySrcMacRewriteManagerTest, OneAddressOnTwoInterfacesIsTwoRecordsAlsoInOneVlan) {
   add("Ethernet1", "10.0.0.1");
   add("Ethernet2", "10.0.0.1");
   EXPECT_EQ(host.journal().size(), 2u);
@@ -172,20 +138,20 @@ TEST_F(EntriesTest, OneAddressOnTwoInterfacesIsTwoRecordsAlsoInOneVlan) {
   EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
 }
 
-TEST_F(EntriesTest, OneAddressInTwoVlansOfTwoInterfacesIsTwoRows) {
+TEST_F(OverlaySrcMacRewriteManagerTest, OneAddressInTwoVlansOfTwoInterfacesIsTwoRows) {
   add("Ethernet1", "10.0.0.1", kMac, 100);
   add("Ethernet2", "10.0.0.1", kOtherMac, 200);
   EXPECT_THAT(host.rows(),
               ElementsAre("100 10.0.0.1 02:11:22:33:44:55", "200 10.0.0.1 02:11:22:33:44:66"));
 }
 
-TEST_F(EntriesTest, AKeyNeverHasTheSelfIpFlag) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AKeyNeverHasTheSelfIpFlag) {
   add("Ethernet1", "10.0.0.1");
   EXPECT_FALSE(manager->matchSpecAndRefCount({ip("10.0.0.1"), Ovra::IntfId("Ethernet1"), true}));
   EXPECT_FALSE(record("Ethernet1", "10.0.0.1")->ipAndIntfId().selfIp);
 }
 
-TEST_F(EntriesTest, AFullTableIsReportedLoggedAndForgotten) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AFullTableIsReportedLoggedAndForgotten) {
   failNext(BfnChip::Fault::Kind::TableFull);
   EXPECT_EQ(static_cast<unsigned>(add("Ethernet1", "10.0.0.1")), 2u);
   EXPECT_THAT(host.journal(), ElementsAre(StartsWith("write 100 10.0.0.1 02:11:22:33:44:55 ")));
@@ -201,7 +167,7 @@ TEST_F(EntriesTest, AFullTableIsReportedLoggedAndForgotten) {
             "source IP: 10.0.0.1 due to hardware resource exhaustion.");
 }
 
-TEST_F(EntriesTest, AChipAtItsCapacityRefusesTheNextKeyOnly) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AChipAtItsCapacityRefusesTheNextKeyOnly) {
   host.chip.tableIs("overlaySrcMacRewrite", 1);
   EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
   EXPECT_EQ(add("Ethernet1", "10.0.0.2"), TableAddStatus::ResourcesExhausted);
@@ -209,7 +175,7 @@ TEST_F(EntriesTest, AChipAtItsCapacityRefusesTheNextKeyOnly) {
   EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 02:11:22:33:44:66"));
 }
 
-TEST_F(EntriesTest, ExhaustedSystemResourcesDifferInTheTraceAlone) {
+TEST_F(OverlaySrcMacRewriteManagerTest, ExhaustedSystemResourcesDifferInTheTraceAlone) {
   failNext(BfnChip::Fault::Kind::NoSysResources);
   EXPECT_EQ(static_cast<unsigned>(add("Ethernet1", "10.0.0.1")), 2u);
   EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
@@ -222,7 +188,7 @@ TEST_F(EntriesTest, ExhaustedSystemResourcesDifferInTheTraceAlone) {
             "source IP: 10.0.0.1 due to hardware resource exhaustion.");
 }
 
-TEST_F(EntriesTest, AFailedKeyIsTriedAgainAndLoggedOncePerMinute) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AFailedKeyIsTriedAgainAndLoggedOncePerMinute) {
   failNext(BfnChip::Fault::Kind::TableFull, 3);
   add("Ethernet1", "10.0.0.1");
   clock += 59.9;
@@ -237,7 +203,7 @@ TEST_F(EntriesTest, AFailedKeyIsTriedAgainAndLoggedOncePerMinute) {
   EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
 }
 
-TEST_F(EntriesTest, APercentSignInAVrfNameIsData) {
+TEST_F(OverlaySrcMacRewriteManagerTest, APercentSignInAVrfNameIsData) {
   failNext(BfnChip::Fault::Kind::TableFull);
   add("Ethernet1", "10.0.0.1", kMac, 100, "%s%n%d");
   ASSERT_EQ(logged.size(), 1u);
@@ -246,7 +212,7 @@ TEST_F(EntriesTest, APercentSignInAVrfNameIsData) {
             "source IP: 10.0.0.1 due to hardware resource exhaustion.");
 }
 
-TEST_F(EntriesTest, TheLogMessageIsRegisteredWithItsTexts) {
+TEST_F(OverlaySrcMacRewriteManagerTest, TheLogMessageIsRegisteredWithItsTexts) {
   Kiv::LogHandle const* const handle = Kiv::LogHandle::find(kLogName);
   ASSERT_NE(handle, nullptr);
   EXPECT_EQ(static_cast<int>(handle->severity()), 4);
@@ -270,7 +236,7 @@ TEST_F(EntriesTest, TheLogMessageIsRegisteredWithItsTexts) {
   EXPECT_EQ(handles, 1);
 }
 
-TEST_F(EntriesTest, AnyOtherExceptionPassesThroughAndLeavesNoRecord) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AnyOtherExceptionPassesThroughAndLeavesNoRecord) {
   host.chip.faults().failNext(
       1, {BfnChip::Fault::Kind::Exception, std::make_exception_ptr(std::out_of_range("odd"))});
   EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::out_of_range);
@@ -281,7 +247,7 @@ TEST_F(EntriesTest, AnyOtherExceptionPassesThroughAndLeavesNoRecord) {
   EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
 }
 
-TEST_F(EntriesTest, AnUpdateCatchesNothingAlsoWithinADuplicateAdd) {
+TEST_F(OverlaySrcMacRewriteManagerTest, AnUpdateCatchesNothingAlsoWithinADuplicateAdd) {
   add("Ethernet1", "10.0.0.1");
   failNext(BfnChip::Fault::Kind::TableFull, 2);
   EXPECT_THROW(manager->updateEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1"), mac(kOtherMac)),
@@ -294,7 +260,7 @@ TEST_F(EntriesTest, AnUpdateCatchesNothingAlsoWithinADuplicateAdd) {
   EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 02:11:22:33:44:55"));
 }
 
-TEST_F(EntriesTest, TheCountWrapsAtBothEndsUnchecked) {
+TEST_F(OverlaySrcMacRewriteManagerTest, TheCountWrapsAtBothEndsUnchecked) {
   add("Ethernet1", "10.0.0.1");
   auto const shared = record("Ethernet1", "10.0.0.1");
   shared->refCountIs(65535);
@@ -307,7 +273,7 @@ TEST_F(EntriesTest, TheCountWrapsAtBothEndsUnchecked) {
   EXPECT_EQ(record("Ethernet1", "10.0.0.1"), shared);
 }
 
-TEST_F(EntriesTest, KeyToMatchSpecGetIsCalledByName) {
+TEST_F(OverlaySrcMacRewriteManagerTest, KeyToMatchSpecGetIsCalledByName) {
   add("Ethernet1", "10.0.0.1");
   std::array<Kiv::GenericValue, 2> const arguments{Kiv::GenericValue::of(Ovra::IntfId("Ethernet1")),
                                                    Kiv::GenericValue("10.0.0.1")};
@@ -318,7 +284,7 @@ TEST_F(EntriesTest, KeyToMatchSpecGetIsCalledByName) {
             record("Ethernet1", "10.0.0.1")->overlaySrcMacRewriteMatchSpec());
 }
 
-TEST_F(EntriesTest, EveryOperationIsReachedByName) {
+TEST_F(OverlaySrcMacRewriteManagerTest, EveryOperationIsReachedByName) {
   using Kiv::GenericValue;
   auto const call = [this](std::string_view operation, std::vector<GenericValue> arguments) {
     return manager->genericIfAttributeOp(Kiv::GenericOp::Call, operation, arguments);
@@ -337,7 +303,7 @@ TEST_F(EntriesTest, EveryOperationIsReachedByName) {
   EXPECT_THAT(host.rows(), IsEmpty());
 }
 
-TEST_F(EntriesTest, TheVrfNameOfAnInterfaceIsEmptyWhenItsVrfHasNone) {
+TEST_F(OverlaySrcMacRewriteManagerTest, TheVrfNameOfAnInterfaceIsEmptyWhenItsVrfHasNone) {
   auto const status =
       Kiv::makeActive<BfnL3::L3IntfRoutingStatus>(Pex::PortVlanPair(Ovra::IntfId("Ethernet1"), 0));
   status->vrfIdIs(Pex::VrfId(7));
@@ -347,7 +313,7 @@ TEST_F(EntriesTest, TheVrfNameOfAnInterfaceIsEmptyWhenItsVrfHasNone) {
   EXPECT_EQ(manager->intfIdToVrfName(Ovra::IntfId("Ethernet1")), L3::VrfName("red"));
 }
 
-TEST_F(EntriesTest, DestructionLeavesTheRows) {
+TEST_F(OverlaySrcMacRewriteManagerTest, DestructionLeavesTheRows) {
   add("Ethernet1", "10.0.0.1");
   auto const kept = record("Ethernet1", "10.0.0.1");
   host.journal();
@@ -358,7 +324,7 @@ TEST_F(EntriesTest, DestructionLeavesTheRows) {
   EXPECT_EQ(kept->refCount(), 1);
 }
 
-TEST_F(EntriesTest, RecordsAreFoundMadeAndRemovedByKey) {
+TEST_F(OverlaySrcMacRewriteManagerTest, RecordsAreFoundMadeAndRemovedByKey) {
   BfnMacRewrite::Agent::IpAndIntfId const key{ip("10.0.0.1"), Ovra::IntfId("Ethernet1"), false};
   EXPECT_FALSE(manager->matchSpecAndRefCount(key));
   EXPECT_FALSE(manager->matchSpecAndRefCountDel(key));
@@ -376,194 +342,7 @@ TEST_F(EntriesTest, RecordsAreFoundMadeAndRemovedByKey) {
   EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
 }
 
-// What the records look like from within a write, and what may be done to them there.
-class EntriesWithinWritesTest : public EntriesTest {
- protected:
-  void SetUp() override {
-    EntriesTest::SetUp();
-    BfnAgentLib::TableInitialization with;
-    with.dlHandle = driver.opaque();
-    BfnAgentLib::initializeTable(*manager, "overlaySrcMacRewrite", with);
-    watcher = Kiv::makeActive<BfnTest::Watcher>(manager);
-    host.journal();
-    traces();
-  }
-  void TearDown() override {
-    watcher.reset();
-    EntriesTest::TearDown();
-  }
-  void del(char const* intf, char const* ipText) {
-    manager->deleteEntry(Ovra::IntfId(intf), ip(ipText));
-  }
-  size_t announced() const {
-    return static_cast<size_t>(std::ranges::count(
-        watcher->changes, OverlaySrcMacRewriteManager::kMatchSpecAndRefCount.id));
-  }
-  /// Runs `what` within the next call of the driver, after the chip's part of it.
-  void within(std::function<void()> what) {
-    driver.then = [this, what] {
-      auto const now = what;  // this goes with the line after
-      driver.then = nullptr;
-      now();
-    };
-  }
-
-  BfnTest::RecordingDriver driver{host.chip};
-  Kiv::Ptr<BfnTest::Watcher> watcher;
-};
-
-TEST_F(EntriesWithinWritesTest, TheRecordIsCompleteBeforeTheRowIsWrittenAndAnnouncedAfterwards) {
-  bool seen = false;
-  within([&] {
-    auto const made = record("Ethernet1", "10.0.0.1");
-    ASSERT_TRUE(made);
-    EXPECT_EQ(made->refCount(), 1);
-    ASSERT_TRUE(made->overlaySrcMacRewriteMatchSpec());
-    EXPECT_EQ(made->overlaySrcMacRewriteMatchSpec()->vlan(), 100);
-    EXPECT_TRUE(made->hasNotificationActive());
-    EXPECT_EQ(announced(), 0u);
-    seen = true;
-  });
-  add("Ethernet1", "10.0.0.1");
-  EXPECT_TRUE(seen);
-  EXPECT_EQ(announced(), 1u);
-}
-
-TEST_F(EntriesWithinWritesTest, ARowThatIsNotWrittenIsNeverAnnounced) {
-  for (auto const kind : {BfnChip::Fault::Kind::TableFull, BfnChip::Fault::Kind::NoSysResources}) {
-    failNext(kind);
-    EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::ResourcesExhausted);
-    EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
-  }
-  for (auto const kind : {BfnChip::Fault::Kind::Error, BfnChip::Fault::Kind::Exception}) {
-    failNext(kind);
-    EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::runtime_error);
-    EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
-  }
-  EXPECT_EQ(announced(), 0u);
-}
-
-TEST_F(EntriesWithinWritesTest, ARemovalWithinTheWriteTakesTheRowAlong) {
-  within([&] { del("Ethernet1", "10.0.0.1"); });
-  EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
-  EXPECT_THAT(host.rows(), IsEmpty());
-  EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
-  EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
-  EXPECT_EQ(host.rows().size(), 1u);
-  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
-}
-
-TEST_F(EntriesWithinWritesTest, ASecondAdditionWithinTheWriteCountsASecondReference) {
-  within([&] { add("Ethernet1", "10.0.0.1", kOtherMac); });
-  EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
-  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 2);
-  del("Ethernet1", "10.0.0.1");
-  EXPECT_EQ(host.rows().size(), 1u);
-  del("Ethernet1", "10.0.0.1");
-  EXPECT_THAT(host.rows(), IsEmpty());
-}
-
-TEST_F(EntriesWithinWritesTest, ARemovalAndAnAdditionWithinAFailedWriteKeepTheLaterRecord) {
-  within([&] {
-    del("Ethernet1", "10.0.0.1");
-    add("Ethernet1", "10.0.0.1", kOtherMac);
-    throw std::out_of_range("late");
-  });
-  EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::out_of_range);
-  ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
-  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
-  EXPECT_EQ(host.rows().size(), 1u);
-}
-
-TEST_F(EntriesWithinWritesTest, AnAdditionWithinAFailedWriteKeepsItsReferenceAndIsAnnounced) {
-  within([&] {
-    add("Ethernet1", "10.0.0.1", kOtherMac);
-    throw std::out_of_range("late");
-  });
-  EXPECT_THROW(add("Ethernet1", "10.0.0.1"), std::out_of_range);
-  ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
-  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
-  EXPECT_EQ(announced(), 1u);
-}
-
-TEST_F(EntriesWithinWritesTest, TheRowGoesBeforeItsRecord) {
-  add("Ethernet1", "10.0.0.1");
-  bool seen = false;
-  within([&] {
-    EXPECT_THAT(host.rows(), IsEmpty());
-    ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
-    EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 0);
-    seen = true;
-  });
-  del("Ethernet1", "10.0.0.1");
-  EXPECT_TRUE(seen);
-  EXPECT_FALSE(record("Ethernet1", "10.0.0.1"));
-}
-
-// The n-th allocation of an event fails, for every n: nothing has changed then, and asking again
-// works. At each size the records and the chip are about to grow, or are not.
-TEST_F(EntriesTest, AnAdditionWithoutMemoryChangesNothingAndCanBeRepeated) {
-  add("Ethernet9", "10.9.0.1");  // describes the traces on its way
-  manager->deleteEntry(Ovra::IntfId("Ethernet9"), ip("10.9.0.1"));
-  Ovra::EthAddr const someMac = mac(kMac);
-  for (unsigned size = 0; size <= 60; ++size) {
-    std::string const address = "10.0.0." + std::to_string(size + 1);
-    Ovra::IpAddr const sip = ip(address.c_str());
-    Ovra::IntfId const intf("Ethernet1");
-    L3::VrfName const vrfName("red");
-    auto const rows = host.rows();
-    host.journal();
-    ASSERT_GT(BfnTest::failEachAllocation(
-                  [&] { (void)manager->addEntry(vrfName, VlanId(100), intf, sip, someMac); },
-                  [&](std::size_t n) {
-                    EXPECT_EQ(manager->matchSpecAndRefCount().size(), size) << n;
-                    EXPECT_EQ(host.rows(), rows) << n;
-                    EXPECT_EQ(manager->overlaySrcMacRewriteTable()->entryCount(), size) << n;
-                    EXPECT_THAT(host.journal(), IsEmpty()) << n;
-                  }),
-              2u);
-    ASSERT_TRUE(record("Ethernet1", address.c_str())) << size;
-    EXPECT_EQ(record("Ethernet1", address.c_str())->refCount(), 1);
-    EXPECT_EQ(host.rows().size(), size + 1);
-  }
-}
-
-TEST_F(EntriesTest, ARemovalAllocatesNothing) {
-  for (unsigned n = 1; n <= 60; ++n) add("Ethernet1", ("10.0.0." + std::to_string(n)).c_str());
-  host.chip.journal().limitIs(0);  // which grows with every erase
-  manager->deleteEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.60"));
-  for (unsigned n = 1; n < 60; ++n) {
-    Ovra::IntfId const intf("Ethernet1");
-    Ovra::IpAddr const address = ip(("10.0.0." + std::to_string(n)).c_str());
-    std::size_t const before = BfnTest::allocationCount();
-    manager->deleteEntry(intf, address);
-    EXPECT_EQ(BfnTest::allocationCount(), before) << n;
-  }
-  EXPECT_THAT(host.rows(), IsEmpty());
-}
-
-TEST(MatchSpecAndRefCount, CountsModulo65536) {
-  auto const record = Kiv::make<MatchSpecAndRefCount>(BfnMacRewrite::Agent::IpAndIntfId{});
-  EXPECT_EQ(record->refCountDec(1), 65535);
-  EXPECT_EQ(record->refCountInc(1), 0);
-  EXPECT_EQ(record->refCountInc(65535), 65535);
-  EXPECT_EQ(record->refCountInc(3), 2);
-  EXPECT_EQ(record->refCountDec(5), 65533);
-  record->refCountIs(7);
-  EXPECT_EQ(record->refCount(), 7);
-}
-
-TEST(MatchSpecAndRefCount, TheMatchSpecItHoldsAlreadyIsNotCountedTwice) {
-  auto const record = Kiv::make<MatchSpecAndRefCount>(BfnMacRewrite::Agent::IpAndIntfId{});
-  auto const spec = Kiv::makeActive<MatchSpecAndRefCount::MatchSpec>();
-  record->overlaySrcMacRewriteMatchSpecIs(spec);
-  Kiv::U32 const count = spec->kivRefCount();
-  record->overlaySrcMacRewriteMatchSpecIs(spec);
-  EXPECT_EQ(record->overlaySrcMacRewriteMatchSpec(), spec);
-  EXPECT_EQ(spec->kivRefCount(), count);
-}
-
-using EntriesDeathTest = EntriesTest;
+using OverlaySrcMacRewriteManagerDeathTest = OverlaySrcMacRewriteManagerTest;
 
 // The whole of standard error: the line, with no end of its own, runs into the assertion's.
 auto diesAs(std::string const& line, std::string const& condition) {
@@ -572,19 +351,19 @@ auto diesAs(std::string const& line, std::string const& condition) {
                ::testing::Not(HasSubstr("Failed(" + condition + ") " + line + "\n")));
 }
 
-TEST_F(EntriesDeathTest, AnUpdateOfAnUnknownKeyIsFatal) {
+TEST_F(OverlaySrcMacRewriteManagerDeathTest, AnUpdateOfAnUnknownKeyIsFatal) {
   EXPECT_DEATH(manager->updateEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1"), mac(kMac)),
                diesAs("Entry doesn't exist. intfId: Ethernet1, overlaySip: 10.0.0.1",
                       "localMatchSpecAndRefCount"));
 }
 
-TEST_F(EntriesDeathTest, ADeletionOfAnUnknownKeyIsFatal) {
+TEST_F(OverlaySrcMacRewriteManagerDeathTest, ADeletionOfAnUnknownKeyIsFatal) {
   EXPECT_DEATH(manager->deleteEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1")),
                diesAs("Entry doesn't exist. intfId: Ethernet1, overlaySip: 10.0.0.1",
                       "localMatchSpecAndRefCount"));
 }
 
-TEST_F(EntriesDeathTest, AKeyThatFailedIsUnknown) {
+TEST_F(OverlaySrcMacRewriteManagerDeathTest, AKeyThatFailedIsUnknown) {
   failNext(BfnChip::Fault::Kind::NoSysResources);
   add("Ethernet1", "10.0.0.1");
   EXPECT_DEATH(manager->deleteEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1")),
@@ -593,18 +372,18 @@ TEST_F(EntriesDeathTest, AKeyThatFailedIsUnknown) {
                "Entry doesn't exist");
 }
 
-TEST_F(EntriesDeathTest, TheMatchSpecOfAnUnknownKeyIsFatal) {
+TEST_F(OverlaySrcMacRewriteManagerDeathTest, TheMatchSpecOfAnUnknownKeyIsFatal) {
   EXPECT_DEATH((void)manager->keyToMatchSpecGet(Ovra::IntfId("Ethernet1"), ip("10.0.0.1")),
                "null Kiv::Ptr dereferenced");
 }
 
-TEST_F(EntriesDeathTest, TheVrfNameOfAnInterfaceWithoutRoutingStatusIsFatal) {
+TEST_F(OverlaySrcMacRewriteManagerDeathTest, TheVrfNameOfAnInterfaceWithoutRoutingStatusIsFatal) {
   EXPECT_DEATH((void)manager->intfIdToVrfName(Ovra::IntfId("Ethernet1")),
                diesAs("interface routing status doesn't exist for intfId: Ethernet1",
                       "l3IntfRoutingStatus"));
 }
 
-TEST_F(EntriesDeathTest, AnEntryBeforeTheTableIsInitialisedIsFatal) {
+TEST_F(OverlaySrcMacRewriteManagerDeathTest, AnEntryBeforeTheTableIsInitialisedIsFatal) {
   auto const early = BfnMacRewrite::overlaySrcMacRewriteManagerFactory(
       host.profileEntry, host.systemStatus, nullptr, nullptr);
   EXPECT_DEATH((void)early->addEntry(L3::VrfName("red"), VlanId(100), Ovra::IntfId("Ethernet1"),

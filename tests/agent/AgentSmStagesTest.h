@@ -2,8 +2,10 @@
 
 #include "tests/support/PluginTest.h"
 
+namespace BfnTest {
+
 /// A test of the agent's bring-up: its host is there, the agent is not yet made.
-class StagesTest : public BfnTest::PluginTest {
+class AgentSmStagesTest : public PluginTest {
  protected:
   void SetUp() override { TraceCapture::clear(); }
   BfnMacRewrite::AgentSm& agent() { return *host.agent; }
@@ -29,3 +31,5 @@ class StagesTest : public BfnTest::PluginTest {
     host.rewrite("red", "10.0.0.1", "02:00:00:00:00:01");
   }
 };
+
+}  // namespace BfnTest
