@@ -67,7 +67,7 @@ class ReconciledKernelUnderTest {
  public:
   static constexpr bool kCountsHits = true;
 
-  static std::optional<std::string> whyNot() { return KernelTest::whyNot(); }
+  static std::optional<std::string> whyNot() { return BfnTest::whyNot(); }
 
   explicit ReconciledKernelUnderTest(std::size_t capacity) : kernel_(capacity) {
     reconciler_.waitingIs(false);
