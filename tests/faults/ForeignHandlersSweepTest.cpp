@@ -19,7 +19,8 @@
 // change. The outcome must be that of the two events one after the other, in one order or the
 // other, or it is pinned in foreign-outcomes.txt. There must be no memory error in any case.
 //
-// BFN_FAULTS=long in the environment takes all cases; without it a share of them.
+// BFN_FAULTS=long in the environment takes all cases; without it a share of them: of every event
+// each second change, at one of its calls, and of these those that takesCase() says.
 // BFN_FAULTS=write writes foreign-outcomes.txt anew, in the working directory.
 namespace {
 
@@ -260,17 +261,19 @@ TEST(ForeignHandlersSweep, AChangeInTheMiddleOfAnEventEndsAsOneAfterTheOtherOrAs
     std::size_t number = 0;
     for (FaultEvent const& change : BfnTest::faultEvents()) {
       if (!isChange(change)) continue;
-      // The share: of every event each second change, at one of its calls.
       std::size_t const only = number++ % std::max<std::size_t>(calls.size(), 1) + 1;
       if (!all && (events + number) % 2 == 0) continue;
       std::string const pair = std::string(event.name) + " | " + change.name;
+      if (!all && !BfnTest::takesCase(events + number)) continue;
       std::string const one = runBoth(stand, event, change);
-      std::string const other = runBoth(stand, change, event);
+      std::string other;  // asked for when it matters
       for (std::size_t at = 1; at <= calls.size(); ++at) {
         if (!all && at != only) continue;
         ++cases;
         std::string const text = runCase(stand, {event, change, at});
-        if (text == one || text == other) continue;
+        if (text == one) continue;
+        if (other.empty()) other = runBoth(stand, change, event);
+        if (text == other) continue;
         std::string const end = dies(text) ? text : "neither order";
         std::string& worst = ends[pair];
         if (worst.empty() || dies(end)) worst = end;
@@ -281,7 +284,7 @@ TEST(ForeignHandlersSweep, AChangeInTheMiddleOfAnEventEndsAsOneAfterTheOtherOrAs
     }
   }
   std::cout << cases << " cases; " << ends.size() << " pairs end otherwise than in either order\n";
-  EXPECT_GT(cases, 300u);
+  EXPECT_GT(cases, 30u);
   if (BfnTest::writesOutcomes()) {
     std::ofstream file("foreign-outcomes.txt");
     for (auto const& [pair, end] : ends) file << pair << " | " << end << '\n';
