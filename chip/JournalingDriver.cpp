@@ -34,7 +34,9 @@ Outcome outcomeOf(Status status) {
 
 std::optional<TableHandle> JournalingDriver::open(BfnDriver::TableAddress const& address) {
   auto const table = next().open(address);
-  if (table) pipes_.insert_or_assign(*table, address.pipe);
+  if (table && std::ranges::find(opened_, *table, &Opened::table) == opened_.end()) {
+    opened_.push_back({*table, address.pipe});
+  }
   return table;
 }
 
@@ -80,13 +82,13 @@ void JournalingDriver::apply(TableHandle table, std::span<BfnDriver::Change cons
 
 void JournalingDriver::record(TableHandle table, ByteView key, ByteView action, Operation operation,
                               Outcome outcome) {
-  auto const pipe = pipes_.find(table);
-  if (pipe == pipes_.end() || key.size() != kKeyBytes) return;
+  auto const from = std::ranges::find(opened_, table, &Opened::table);
+  if (from == opened_.end() || key.size() != kKeyBytes) return;
   if (operation == Operation::Write && action.size() != kActionBytes) return;
   JournalEntry entry;
   std::ranges::copy(key, entry.key.begin());
   std::ranges::copy(action, entry.action.begin());
-  entry.pipe = pipe->second;
+  entry.pipe = from->pipe;
   entry.operation = operation;
   entry.outcome = outcome;
   journal_.append(entry);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <map>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "chip/Journal.h"
 #include "framework/driver/ForwardingDriver.h"
@@ -33,8 +33,13 @@ class JournalingDriver final : public BfnDriver::ForwardingDriver {
   void record(BfnDriver::TableHandle table, BfnDriver::ByteView key, BfnDriver::ByteView action,
               Operation operation, Outcome outcome);
 
-  /// The pipes of the handles that were given out.
-  std::map<BfnDriver::TableHandle, BfnId::BfnPipeId> pipes_;
+  struct Opened {
+    BfnDriver::TableHandle table;
+    BfnId::BfnPipeId pipe;
+  };
+
+  /// The handles that were given out; they are few.
+  std::vector<Opened> opened_;
   Journal journal_;
 };
 

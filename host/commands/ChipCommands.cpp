@@ -32,31 +32,24 @@ BfnChip::Fault faultOf(std::string const& how) {
   return {kind, nullptr};
 }
 
-// What only the model can be told.
-BfnChip::ChipModel& model(Switch& host) {
-  if (host.hardware() != nullptr) throw InputError("the rows are not in the chip model");
-  return host.chip;
-}
-
 HardwareTable& hardware(Switch& host) {
   if (host.hardware() == nullptr) throw InputError("the chip model has no ports");
   return *host.hardware();
 }
 
 Answer failWrites(Switch& host, Arguments const& given) {
-  model(host).faults().failNext(given.number("next"), faultOf(given.text("full")));
+  host.faults().faults().failNext(given.number("next"), faultOf(given.text("full")));
   return {};
 }
 
 Answer failErasesOrReads(Switch& host, Arguments const& given) {
   BfnChip::FaultPlan& plan =
-      given.text("erase") == "erase" ? model(host).eraseFaults() : model(host).readFaults();
+      given.text("erase") == "erase" ? host.faults().eraseFaults() : host.faults().readFaults();
   plan.failNext(given.number("next"), faultOf(given.text("other")));
   return {};
 }
 
 void hitsClear(Switch& host) {
-  if (host.hardware() == nullptr) return host.chip.hitsClear();
   auto const table = host.table().open({0, 0, {}, "", BfnChip::ChipModel::kRewriteTable});
   if (!table || host.table().tableHitsClear(*table) != BfnDriver::Status::Ok) {
     throw std::runtime_error("the hit counts could not be cleared");
@@ -67,9 +60,9 @@ Answer clear(Switch& host, Arguments const& given) {
   if (given.text("faults") == "hits") {
     hitsClear(host);
   } else {
-    model(host).faults().clear();
-    model(host).eraseFaults().clear();
-    model(host).readFaults().clear();
+    host.faults().faults().clear();
+    host.faults().eraseFaults().clear();
+    host.faults().readFaults().clear();
   }
   return {};
 }
@@ -136,13 +129,12 @@ CommandGroup chipCommands(Switch& host) {
                    });
   add.emplace_back("chip capacity <N>", "rows that the table takes", "chip capacity 2",
                    [&host](Arguments const& given) {
-                     model(host).tableIs(BfnChip::ChipModel::kRewriteTable,
-                                         given.number("capacity"));
+                     host.capacityIs(given.number("capacity"));
                      return Answer();
                    });
   add.emplace_back("chip resources <N>", "units of the pool that every row takes one of",
                    "chip resources 3", [&host](Arguments const& given) {
-                     model(host).resourcesIs(given.number("resources"));
+                     host.faults().resourcesIs(given.number("resources"));
                      return Answer();
                    });
   add.emplace_back("chip fail next <N> full|no-resources|other|exception",

@@ -22,13 +22,15 @@ Switch::Switch(Plugin plugin, SwitchTable table)
       routeStatus(Kiv::makeActive<Routing::Hardware::RouteStatus>()),
       plugin_(std::move(plugin)),
       hardware_(std::move(table.hardware)),
+      faults_(hardware_ ? hardware_->driver() : chip),
+      recorder_(faults_),
       database_(Kiv::makeActive<Corvo::Database>()),
       session_(Corvo::embeddedSessionFactory(database_)),
       cliConfig_(database_->entityIs("vxlan/hardware/srcMacRewrite/config",
                                      "BfnMacRewrite::Input::Config")),
       mount_(makeByName("BfnMacRewrite::BfnMacRewriteMount")),
       l3Shared_(makeByName("BfnMacRewrite::BfnMacRewriteL3Shared")) {
-  if (hardware_) recorder_.emplace(hardware_->driver());
+  chip.journal().limitIs(0);
   if (table.reconcile) {
     reconciler_.emplace(this->table(), Kiv::Ptr<Kiv::Clock const>(clock));
     reconciler_->turnsIs(true);
@@ -75,8 +77,12 @@ void Switch::agentDel() {
 
 BfnDriver::TableDriver& Switch::table() {
   if (reconciler_) return *reconciler_;
-  if (recorder_) return *recorder_;
-  return chip;
+  return recorder_;
+}
+
+void Switch::capacityIs(std::size_t rows) {
+  if (!hardware_) chip.tableIs(BfnChip::ChipModel::kRewriteTable, rows);
+  faults_.capacityIs(rows);
 }
 
 std::optional<std::string> Switch::bringUpLacks() const {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "chip/ChipModel.h"
+#include "chip/FaultingDriver.h"
 #include "chip/JournalingDriver.h"
 #include "framework/core/Clock.h"
 #include "framework/corvo/Database.h"
@@ -76,8 +77,13 @@ class Switch {
   HardwareTable* hardware() { return hardware_.get(); }
   /// Null when there is none.
   Reconciler* reconciler() { return reconciler_ ? &*reconciler_ : nullptr; }
-  /// Writes and erases that reached the chip, whichever it is.
-  BfnChip::Journal& journal() { return recorder_ ? recorder_->journal() : chip.journal(); }
+  /// Writes and erases that reached the chip, whichever it is, those included that failed as
+  /// planned.
+  BfnChip::Journal& journal() { return recorder_.journal(); }
+  /// Makes the chip, whichever it is, scarce and unreliable.
+  BfnChip::FaultingDriver& faults() { return faults_; }
+  /// Rows that the table takes: the chip model any number, another table at most its own.
+  void capacityIs(std::size_t rows);
   /// Why the bring-up is not whole, so that the wanted rows may be too few; nothing when it is.
   std::optional<std::string> bringUpLacks() const;
   /// Ends a turn of the event loop: what waits for that goes to the chip.
@@ -104,7 +110,7 @@ class Switch {
   /// Mounts again what is missing.
   void mountAgain();
 
-  /// Without a row when the rows are in hardware().
+  /// Without a row when the rows are in hardware(). Its own journal is off.
   BfnChip::ChipModel chip;
   /// The lab's time: it advances by command only.
   Kiv::Ptr<Kiv::ManualClock> clock;
@@ -120,7 +126,8 @@ class Switch {
  private:
   Plugin plugin_;
   std::unique_ptr<HardwareTable> hardware_;
-  std::optional<BfnChip::JournalingDriver> recorder_;
+  BfnChip::FaultingDriver faults_;
+  BfnChip::JournalingDriver recorder_;
   std::optional<Reconciler> reconciler_;
   Kiv::Ptr<Corvo::Database> database_;
   Kiv::Ptr<Corvo::Session> session_;

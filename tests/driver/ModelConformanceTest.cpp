@@ -1,4 +1,6 @@
 #include "chip/ChipModel.h"
+#include "chip/FaultingDriver.h"
+#include "chip/JournalingDriver.h"
 #include "framework/driver/ForwardingDriver.h"
 #include "tests/driver/DriverConformance.h"
 
@@ -23,23 +25,49 @@ class ModelUnderTest {
   BfnChip::ChipModel chip_;
 };
 
-class ForwardedModelUnderTest : public ModelUnderTest {
+template <class Front>
+class ModelBehind : public ModelUnderTest {
  public:
-  explicit ForwardedModelUnderTest(std::size_t capacity)
+  explicit ModelBehind(std::size_t capacity)
       : ModelUnderTest(capacity), front_(ModelUnderTest::driver()) {}
 
   BfnDriver::TableDriver& driver() { return front_; }
 
  private:
-  struct Front final : BfnDriver::ForwardingDriver {
-    using ForwardingDriver::ForwardingDriver;
-  };
   Front front_;
+};
+
+struct Front final : BfnDriver::ForwardingDriver {
+  using ForwardingDriver::ForwardingDriver;
+};
+
+/// A chip that takes more rows than are asked for, limited to these.
+class LimitedModelUnderTest {
+ public:
+  static constexpr bool kCountsHits = true;
+
+  explicit LimitedModelUnderTest(std::size_t capacity)
+      : chip_(capacity + 10), front_(chip_.driver()) {
+    front_.capacityIs(capacity);
+  }
+
+  BfnDriver::TableDriver& driver() { return front_; }
+  void packet(DriverKey const& key) { chip_.packet(key); }
+
+ private:
+  ModelUnderTest chip_;
+  BfnChip::FaultingDriver front_;
 };
 
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(ChipModel, DriverConformance, ModelUnderTest);
-INSTANTIATE_TYPED_TEST_SUITE_P(ForwardingDriver, DriverConformance, ForwardedModelUnderTest);
+INSTANTIATE_TYPED_TEST_SUITE_P(ForwardingDriver, DriverConformance, ModelBehind<Front>);
+INSTANTIATE_TYPED_TEST_SUITE_P(JournalingDriver, DriverConformance,
+                               ModelBehind<BfnChip::JournalingDriver>);
+INSTANTIATE_TYPED_TEST_SUITE_P(FaultingDriver, DriverConformance,
+                               ModelBehind<BfnChip::FaultingDriver>);
+INSTANTIATE_TYPED_TEST_SUITE_P(FaultingDriverWithItsCapacity, DriverConformance,
+                               LimitedModelUnderTest);
 
 }  // namespace BfnTest

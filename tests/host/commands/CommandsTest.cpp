@@ -207,7 +207,7 @@ TEST_F(CommandsTest, StageTwoSaysWhatWasMadeAndWhatWasReplaced) {
 
 TEST_F(CommandsTest, AJournalThatDroppedEntriesSaysHowMany) {
   bringUp();
-  host.chip.journal().limitIs(1);
+  host.journal().limitIs(1);
   printed("host address 10.0.0.1 vrf-id 7 interface Ethernet1");
   EXPECT_EQ(nlohmann::json::parse(printed("dump journal")).size(), 1u);
   printed(
