@@ -19,8 +19,8 @@ here=$(dirname "$0")
 trap 'exit 130' INT TERM HUP
 
 # Seen by this script and its children alone.
-mount -t tmpfs none /mnt
-table=kernel:/mnt/table
+mount -t tmpfs none /run
+table=kernel:/run/table
 
 # --- The network: leaf1 leaf2, and the hosts a1 b1 at leaf 1, a2 b2 at leaf 2
 
@@ -75,7 +75,7 @@ END
 
 # A ping from the near host, as tcpdump shows it at the far one.
 ping_seen() { # LETTER
-  local log=/mnt/tcpdump-$1
+  local log=/run/tcpdump-$1
   in_ns "${1}2" timeout 5 tcpdump -i eth0 -Q in -c 1 -e -n -t -l icmp > "$log" 2> "$log.err" &
   local capture=$!
   until grep -q '^listening' "$log.err"; do sleep 0.01; done
