@@ -201,52 +201,53 @@ Answer initTables(Switch& host, Arguments const& given) {
   return said(text);
 }
 
-// What a reconciler did with the rows at the end of stage 2, as a line of its own.
-std::string commitRows(Switch& host) {
-  Reconciler* const reconciler = host.reconciler();
-  if (reconciler == nullptr || !reconciler->held()) return "";
-  auto const held = [](std::string const& why) {
-    return "\nrows: held as they are in the chip, " + why;
-  };
-  if (auto const lacks = host.bringUpLacks()) return held(*lacks);
-  Applied const applied = reconciler->commit();
-  if (applied.status != BfnDriver::Status::Ok) {
-    std::string const& why = host.table().lastError();
-    return held("which could not be read" + (why.empty() ? "" : ": " + why));
-  }
-  return "\nrows: " + text(applied);
+// What a reconciler has done with the rows, as a line of its own.
+std::string rowsLine(Switch const& host, std::optional<Applied> const& applied) {
+  if (applied) return "\nrows: " + text(*applied);
+  auto const why = host.heldBecause();
+  return why ? "\nrows: held as they are in the chip, " + *why : "";
 }
 
-Answer runStage2(Switch& host, Arguments const& given) {
-  constexpr char const* kMachines[] = {"bfnMacRewriteIntfRoutingStatusSm", "bfnMacRewriteSm",
-                                       "overlaySrcMacRewriteCliConfigSm"};
-  std::vector<void const*> before;
-  for (char const* const machine : kMachines) before.push_back(partId(host, machine));
-  std::string const value = given.text("true");
-  if (!flagIs(host, "startMacRewriteSm", value == "true")) {
-    return said("stage 2: not run, the flag is " + value + " already");
-  }
-  if (!host.hasAgent()) return said("stage 2: not run, there is no agent");
+constexpr char const* kMachines[] = {"bfnMacRewriteIntfRoutingStatusSm", "bfnMacRewriteSm",
+                                     "overlaySrcMacRewriteCliConfigSm"};
+
+std::vector<void const*> machineIds(Switch const& host) {
+  std::vector<void const*> ids;
+  for (char const* const machine : kMachines) ids.push_back(partId(host, machine));
+  return ids;
+}
+
+std::string stage2Text(Switch const& host, std::vector<void const*> const& before) {
   std::size_t made = 0;
   std::size_t replaced = 0;
   for (std::size_t i = 0; i < before.size(); ++i) {
     if (partId(host, kMachines[i]) == before[i]) continue;
     ++(before[i] == nullptr ? made : replaced);
   }
-  if (host.part("bfnMacRewriteSm") == nullptr) return said("stage 2: not supported by the chip");
-  if (made == before.size()) return said("stage 2: state machines started");
-  if (made + replaced == 0) return said("stage 2: state machines kept");
-  if (made == 0) return said("stage 2: " + counted(replaced, "state machine") + " replaced");
+  if (host.part("bfnMacRewriteSm") == nullptr) return "stage 2: not supported by the chip";
+  if (made == before.size()) return "stage 2: state machines started";
+  if (made + replaced == 0) return "stage 2: state machines kept";
+  if (made == 0) return "stage 2: " + counted(replaced, "state machine") + " replaced";
   std::string text = "stage 2: " + counted(made, "state machine") + " made";
   if (replaced > 0) text += ", " + std::to_string(replaced) + " replaced";
-  return said(text);
+  return text;
 }
 
 Answer start(Switch& host, Arguments const& given) {
-  Answer answer = runStage2(host, given);
-  answer.text += commitRows(host);
-  answer.json = answer.text;
-  return answer;
+  std::vector<void const*> const before = machineIds(host);
+  std::string const value = given.text("true");
+  bool changed = false;
+  try {
+    changed = flagIs(host, "startMacRewriteSm", value == "true");
+  } catch (std::exception const& exception) {
+    host.stage2Ended(exception.what());
+    throw;
+  }
+  if (!changed) return said("stage 2: not run, the flag is " + value + " already");
+  if (!host.hasAgent()) return said("stage 2: not run, there is no agent");
+  std::string const text = stage2Text(host, before);
+  auto const applied = host.stage2Ended(std::nullopt);
+  return said(text + rowsLine(host, applied));
 }
 
 // --- Inputs as wholes

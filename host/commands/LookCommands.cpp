@@ -64,6 +64,22 @@ Answer showWaiting(Switch& host) {
   return {changes, text + "\n" + counted(changes.size(), "row") + " waiting"};
 }
 
+nlohmann::json reconcilerState(Switch& host) {
+  reconcilerOf(host);
+  return dumpReconciler(host);
+}
+
+Answer showReconciler(Switch& host) {
+  nlohmann::json const state = reconcilerState(host);
+  std::string text = state["wanted"].dump() + (state["wanted"] == 1 ? " row" : " rows") +
+                     " wanted, " + state["waitingForRoom"].dump() + " waiting for room, " +
+                     state["failed"].dump() + " failed";
+  if (state["held"] != nullptr) {
+    text += "\nthe chip's rows are held as they are, " + state["held"].get<std::string>();
+  }
+  return {state, text};
+}
+
 // All that differs, in all tables.
 struct Audited {
   ReconciledTable* table;
@@ -71,8 +87,8 @@ struct Audited {
 };
 std::vector<Audited> auditAll(Switch& host) {
   Reconciler const& reconciler = reconcilerOf(host);
-  if (reconciler.held()) {
-    throw std::runtime_error("the chip's rows are held until the bring-up is whole");
+  if (auto const why = host.heldBecause()) {
+    throw std::runtime_error("the chip's rows are held as they are, " + *why);
   }
   std::vector<Audited> all;
   for (std::size_t i = 0; i < reconciler.tables(); ++i) {
@@ -144,8 +160,13 @@ CommandGroup lookCommands(Switch& host) {
   add("dump stats", "the table's statistics; null before it is initialised", dumpStats);
   add("dump log", "log messages", [](Switch&) { return dumpLog(); });
   add("dump objects", "live framework objects by type", [](Switch&) { return dumpObjects(); });
+  add("dump reconciler", "rows that are wanted, and why the chip's are held, if they are",
+      reconcilerState);
   add("dump waiting", "changes that the reconciler waits to make, with the reason", waitingOf);
-  group.commands.emplace_back("show waiting", "the same in columns", "show waiting",
+  group.commands.emplace_back(
+      "show reconciler", "how many rows are wanted, and why the chip's are held", "show reconciler",
+      [&host](Arguments const&) { return showReconciler(host); });
+  group.commands.emplace_back("show waiting", "the changes that wait, in columns", "show waiting",
                               [&host](Arguments const&) { return showWaiting(host); });
   group.commands.emplace_back("audit", "compare the chip's rows with those that are wanted",
                               "audit", [&host](Arguments const&) { return audit(host); });

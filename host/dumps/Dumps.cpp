@@ -231,6 +231,16 @@ json dumpCounters(Switch& host) {
   return {{"matched", hits.matched}, {"notMatched", hits.notMatched}};
 }
 
+json dumpReconciler(Switch& host) {
+  Reconciler const& reconciler = *host.reconciler();
+  auto const held = host.heldBecause();
+  return {{"failed", reconciler.failed()},
+          {"held", held ? json(*held) : json(nullptr)},
+          {"waiting", reconciler.waits()},
+          {"waitingForRoom", reconciler.waitingForRoom()},
+          {"wanted", reconciler.wanted()}};
+}
+
 json dumpWaiting(Switch& host) {
   json changes = json::array();
   Reconciler& reconciler = *host.reconciler();

@@ -33,6 +33,9 @@ nlohmann::json dumpChip(Switch& host);
 std::size_t tableCapacity(Switch& host);
 /// Packets that were looked up, and what became of the others where the table counts them.
 nlohmann::json dumpCounters(Switch& host);
+/// The reconciler: rows that are wanted, those that wait, and why the chip's rows are held. Needs
+/// the reconciler.
+nlohmann::json dumpReconciler(Switch& host);
 /// Changes that a reconciler waits to make: rows in the order in which they get room, then failed
 /// ones. Needs the reconciler.
 nlohmann::json dumpWaiting(Switch& host);

@@ -4,9 +4,26 @@
 
 #include "framework/core/Fatal.h"
 #include "framework/corvo/EmbeddedSession.h"
+#include "framework/log/EmitLog.h"
+#include "framework/log/LogHandle.h"
 #include "framework/platform/TableInitialization.h"
 
 namespace Host {
+
+namespace {
+
+constexpr char kStage2NotRun[] = "stage 2 has not run";
+
+// The limit is the host's, which brings its agent up seldom.
+Kiv::LogHandle rowsHeld(
+    "BFN_VXLAN_MAC_REWRITE_ROWS_HELD", Kiv::LogSeverity::warning,
+    "VXLAN forwarding source MAC address rewrites in the hardware are kept as they are: %s.",
+    "The agent has not been brought up as a whole, so the rewrites that it asks for may be too "
+    "few. "
+    "The hardware keeps those that it has, until the agent has been brought up.",
+    "Provide what is missing and start the agent again.", 1.0, 1000.0, false);
+
+}  // namespace
 
 std::string_view routingStatusAttribute(std::string_view which) {
   if (which == "port") return "l3PortAndLagRoutingStatus";
@@ -67,11 +84,13 @@ void Switch::agentIs() {
   Kiv::Ptr<BfnMacRewriteMount> const mount(static_cast<BfnMacRewriteMount*>(mount_.get()));
   Kiv::Ptr<BfnMacRewriteL3Shared> const shared(
       static_cast<BfnMacRewriteL3Shared*>(l3Shared_.get()));
+  agentHasRoutes_ = routeStatus != nullptr;
   agent_ = plugin_.agentSmFactory()(systemStatus, profileData, mount, shared, routeStatus);
 }
 
 void Switch::agentDel() {
   agent_.reset();
+  stage2Lacks_ = kStage2NotRun;
   if (reconciler_) reconciler_->hold();
 }
 
@@ -85,12 +104,7 @@ void Switch::capacityIs(std::size_t rows) {
   faults_.capacityIs(rows);
 }
 
-std::optional<std::string> Switch::bringUpLacks() const {
-  if (!hasAgent()) return "there is no agent";
-  Object const manager = part("overlaySrcMacRewriteManager");
-  if (!manager || !getObject(manager, "overlaySrcMacRewriteTable")) {
-    return "the table is not initialised";
-  }
+std::optional<std::string> Switch::agentLacks() const {
   for (std::string_view const machine :
        {"bfnMacRewriteIntfRoutingStatusSm", "bfnMacRewriteSm", "overlaySrcMacRewriteCliConfigSm"}) {
     if (!part(machine)) return "there is no " + std::string(machine);
@@ -98,7 +112,7 @@ std::optional<std::string> Switch::bringUpLacks() const {
   if (!cliConfig_) return "there is no cli-config";
   if (!agentConfig()) return "there is no agent-config";
   if (!agentStatus()) return "there is no agent-status";
-  if (!routeStatus) return "there is no route-status";
+  if (!agentHasRoutes_) return "there is no route-status";
   if (!l3Status()) return "there is no l3-status";
   for (std::string_view const which : {"port", "vlan", "subinterface"}) {
     if (!routingStatus(which)) return "there is no " + std::string(which) + "-status";
@@ -106,9 +120,43 @@ std::optional<std::string> Switch::bringUpLacks() const {
   return std::nullopt;
 }
 
+std::optional<Applied> Switch::stage2Ended(std::optional<std::string> const& exception) {
+  stage2Lacks_ = exception ? "stage 2 ended with an exception: " + *exception : agentLacks();
+  auto const applied = commitWhenWhole();
+  if (auto const why = heldBecause()) Kiv::emitLog(rowsHeld, *why);
+  return applied;
+}
+
+std::optional<std::string> Switch::bringUpLacks() const {
+  if (!hasAgent()) return "there is no agent";
+  if (stage2Lacks_) return stage2Lacks_;
+  Object const manager = part("overlaySrcMacRewriteManager");
+  if (!manager || !getObject(manager, "overlaySrcMacRewriteTable")) {
+    return "the table is not initialised";
+  }
+  return std::nullopt;
+}
+
+std::optional<Applied> Switch::commitWhenWhole() {
+  if (!reconciler_ || !reconciler_->held() || bringUpLacks()) return std::nullopt;
+  Applied const applied = reconciler_->commit();
+  if (applied.status == BfnDriver::Status::Ok) return applied;
+  std::string const& why = reconciler_->lastError();
+  commitFailed_ = "the chip's rows could not be read" + (why.empty() ? "" : ": " + why);
+  return std::nullopt;
+}
+
+std::optional<std::string> Switch::heldBecause() const {
+  if (!reconciler_ || !reconciler_->held()) return std::nullopt;
+  auto const lacks = bringUpLacks();
+  return lacks ? lacks : commitFailed_;
+}
+
 void Switch::turnEnds() {
   if (hardware_) hardware_->handleEvents();
-  if (reconciler_) reconciler_->flush();
+  if (!reconciler_) return;
+  commitWhenWhole();
+  reconciler_->flush();
 }
 
 Object Switch::bfnL3Output() const {

@@ -84,9 +84,15 @@ class Switch {
   BfnChip::FaultingDriver& faults() { return faults_; }
   /// Rows that the table takes: the chip model any number, another table at most its own.
   void capacityIs(std::size_t rows);
-  /// Why the bring-up is not whole, so that the wanted rows may be too few; nothing when it is.
-  std::optional<std::string> bringUpLacks() const;
-  /// Ends a turn of the event loop: what waits for that goes to the chip.
+  /// After stage 2 has run, with the text of the exception that has left it, if one has. A
+  /// reconciler then brings the chip to the rows that are wanted, and what it did is returned.
+  /// While the bring-up is not whole, so that they may be too few, the chip keeps the rows that it
+  /// has; a log message says why.
+  std::optional<Applied> stage2Ended(std::optional<std::string> const& exception);
+  /// Why the chip's rows are held; nothing when they are not.
+  std::optional<std::string> heldBecause() const;
+  /// Ends a turn of the event loop: what waits for that goes to the chip, and so do the wanted rows
+  /// when the bring-up has become whole.
   void turnEnds();
 
   // The agent's parts; null before their stage.
@@ -124,6 +130,12 @@ class Switch {
   Kiv::Ptr<BfnL3::L3RoutingStatus> routingStatus(std::string_view which) const;
 
  private:
+  /// What the agent lacks of the machines and inputs that it has after a whole stage 2.
+  std::optional<std::string> agentLacks() const;
+  /// Why the bring-up is not whole; nothing when it is.
+  std::optional<std::string> bringUpLacks() const;
+  std::optional<Applied> commitWhenWhole();
+
   Plugin plugin_;
   std::unique_ptr<HardwareTable> hardware_;
   BfnChip::FaultingDriver faults_;
@@ -136,6 +148,11 @@ class Switch {
   Object l3Shared_;
   Object agent_;
   bool manualTables_ = false;
+  bool agentHasRoutes_ = false;
+  /// Why stage 2 does not count as whole; nothing when it does.
+  std::optional<std::string> stage2Lacks_;
+  /// Why the chip could not be brought to the wanted rows, when that was tried.
+  std::string commitFailed_;
 };
 
 /// The attribute of the shared object that holds one kind of routing status.

@@ -41,6 +41,29 @@ class CommandsTest : public BfnTest::ShellFixture {
   std::string const folder;
 };
 
+TEST_F(CommandsTest, WhatTheChipOrTheReconcilerLacksIsBadInput) {
+  for (char const* line : {"audit", "repair", "show waiting", "dump waiting", "show reconciler",
+                           "dump reconciler", "chip waiting off"}) {
+    EXPECT_THAT(errorOf(line),
+                HasSubstr("there is no reconciler; the option --reconcile makes one"))
+        << line;
+  }
+  for (char const* line :
+       {"chip port vx100 vlan 100", "chip port vx100 vni-map", "no chip port vx100"}) {
+    EXPECT_THAT(errorOf(line), HasSubstr("the chip model has no ports")) << line;
+  }
+}
+
+TEST_F(CommandsTest, CountersSayWhatBecameOfThePacketsInTheModel) {
+  bringUp();
+  printed("host address 10.1.1.11 vrf-id 7 interface Ethernet1");
+  EXPECT_EQ(printed("chip counters"), "matched 0\nnotMatched 0\n");
+  EXPECT_TRUE(host.chip.lookup(1006, {10, 1, 1, 11}));
+  EXPECT_FALSE(host.chip.lookup(1006, {10, 1, 1, 12}));
+  EXPECT_EQ(printed("chip counters"), "matched 1\nnotMatched 1\n");
+  EXPECT_EQ(printed("chip clear hits\nchip counters"), "matched 0\nnotMatched 0\n");
+}
+
 TEST_F(CommandsTest, ShowCommandsSpeakToPeople) {
   EXPECT_EQ(printed("show capability"), "overlay source MAC rewrite: not supported\n");
   EXPECT_EQ(printed("show hardware table overlaySrcMacRewrite"),

@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"chip capacity many", "expected a number from 0 to 4294967295, found many"},
         BadLine{"dump everything",
                 "expected chip, journal, records, indexes, config, inputs, capability, stats, log, "
-                "objects or waiting, found everything"},
+                "objects, reconciler or waiting, found everything"},
         BadLine{"packets no-such.pcap out.pcap",
                 "no-such.pcap: expected a capture file that can be read: No such "
                 "file or directory"},
