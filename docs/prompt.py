@@ -3,8 +3,8 @@
 
 usage: docs/prompt.py [PROGRAM]      default: build/release/bin/macrewrite-lab
 
-The program runs in a terminal of its own (tmux), the keys below are typed into it, and what stands
-on the screen at the end is the picture. <tab> is the tab key; each line ends with the enter key
+The program runs in a terminal of its own (tmux), the keys below are typed into it, and the
+screen at the end is the picture. <tab> is the tab key; each line ends with the enter key
 unless it ends with <tab>.
 """
 import html
@@ -42,7 +42,7 @@ def screen():
 
 
 def settled():
-    """The screen once it has stopped changing behind a prompt."""
+    """The screen once it has stopped changing after a prompt."""
     before = None
     for _ in range(100):
         time.sleep(0.1)

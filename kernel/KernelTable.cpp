@@ -325,7 +325,7 @@ KernelTable::Table* KernelTable::tableOf(TableHandle handle) const {
 }
 
 // What the kernel's errno means; the text is kept when it is an error.
-Status KernelTable::told(int error) const {
+Status KernelTable::reported(int error) const {
   Status const status = statusOf(error);
   if (status == Status::Error) {
     lastErrorIs(("the kernel's table: " + std::generic_category().message(error)).c_str());
@@ -341,14 +341,14 @@ Status KernelTable::refused() const {
 WriteResult KernelTable::write(TableHandle handle, ByteView key, ByteView action) {
   Table* const table = tableOf(handle);
   bool const valid = table != nullptr && isKey(key) && isAction(action);
-  return BfnDriver::writeResultOf(valid ? told(table->write(wordOf(key), wordOf(action)))
+  return BfnDriver::writeResultOf(valid ? reported(table->write(wordOf(key), wordOf(action)))
                                         : refused());
 }
 
 EraseResult KernelTable::erase(TableHandle handle, ByteView key) {
   Table* const table = tableOf(handle);
   bool const valid = table != nullptr && isKey(key);
-  return BfnDriver::eraseResultOf(valid ? told(table->erase(wordOf(key))) : refused());
+  return BfnDriver::eraseResultOf(valid ? reported(table->erase(wordOf(key))) : refused());
 }
 
 // Runs of writes and of erases, each run in as few system calls as the kernel lets it.
@@ -377,7 +377,9 @@ void KernelTable::apply(TableHandle handle, std::span<Change const> changes,
       keys.push_back(wordOf(changes[at].key));
       if (kind == Change::Kind::Write) actions.push_back(wordOf(changes[at].action));
     }
-    auto const report = [&](std::size_t place, int error) { results[first + place] = told(error); };
+    auto const report = [&](std::size_t place, int error) {
+      results[first + place] = reported(error);
+    };
     if (kind == Change::Kind::Write) {
       table->writeMany(keys, actions, report);
     } else {
@@ -388,14 +390,14 @@ void KernelTable::apply(TableHandle handle, std::span<Change const> changes,
 
 Status KernelTable::clear(TableHandle handle) {
   Table* const table = tableOf(handle);
-  return table == nullptr ? refused() : told(table->clear());
+  return table == nullptr ? refused() : reported(table->clear());
 }
 
 Status KernelTable::readRow(TableHandle handle, ByteView key, std::span<U8> action) const {
   Table const* const table = tableOf(handle);
   if (table == nullptr || !isKey(key) || !isAction(action)) return refused();
   Word found = 0;
-  Status const status = told(table->read(wordOf(key), found));
+  Status const status = reported(table->read(wordOf(key), found));
   if (status == Status::Ok) std::memcpy(action.data(), &found, sizeof found);
   return status;
 }
@@ -407,7 +409,7 @@ bool KernelTable::read(TableHandle handle, ByteView key, std::span<U8> action) c
 Status KernelTable::walk(TableHandle handle, WalkCursor& cursor, std::span<U8> keys,
                          std::span<U8> actions, std::size_t& rows) const {
   Table* const table = tableOf(handle);
-  return table == nullptr ? refused() : told(table->walk(cursor, keys, actions, rows));
+  return table == nullptr ? refused() : reported(table->walk(cursor, keys, actions, rows));
 }
 
 std::size_t KernelTable::entryCount(TableHandle handle) const {
@@ -423,7 +425,7 @@ std::size_t KernelTable::capacity(TableHandle handle) const {
 Status KernelTable::rowHits(TableHandle handle, ByteView key, U64& hits) const {
   Table const* const table = tableOf(handle);
   if (table == nullptr || !isKey(key)) return refused();
-  return told(table->hits(wordOf(key), hits));
+  return reported(table->hits(wordOf(key), hits));
 }
 
 Status KernelTable::tableHits(TableHandle handle, BfnDriver::TableHits& hits) const {
@@ -438,7 +440,7 @@ Status KernelTable::tableHitsClear(TableHandle handle) {
   Table* const table = tableOf(handle);
   if (table == nullptr) return refused();
   table->program().countersClear();
-  return told(table->hitsClear());
+  return reported(table->hitsClear());
 }
 
 }  // namespace BfnKernel

@@ -72,7 +72,7 @@ class KernelTable final : public BfnDriver::TableDriver {
   };
 
   Table* tableOf(BfnDriver::TableHandle handle) const;
-  BfnDriver::Status told(int error) const;
+  BfnDriver::Status reported(int error) const;
   BfnDriver::Status refused() const;
 
   std::vector<std::unique_ptr<Table>> tables_;

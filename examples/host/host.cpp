@@ -60,7 +60,7 @@ void run() {
   request->close();
   need(request->mounted(), "not mounted");
   mount->getEntity(session, 0);
-  need(!mount->bfnMacRewriteCliConfig(), "a configuration that nobody has written");
+  need(!mount->bfnMacRewriteCliConfig(), "a configuration that was never written");
 
   auto const shared = Kiv::makeActive<BfnMacRewrite::BfnMacRewriteL3Shared>();
   auto const l3Status = Kiv::makeActive<Pex::L3Status>();

@@ -87,7 +87,7 @@ int main() {
   Agent::IpAndIntfId const home(Ovra::IpAddr(0x0A00'0001), Ovra::IntfId("Ethernet1"), false);
   vrf->ipAndIntfIdIs(home);
 
-  std::cout << "The same again is no change, so nothing is told:\n";
+  std::cout << "The same again is no change, so there is no notification:\n";
   vrf->ipAndIntfIdIs(home);
 
   std::cout << "It moves, set by name as a component outside would do it:\n";
@@ -102,7 +102,7 @@ int main() {
   vrf->ipAndIntfIdDel(home.ipAddr);
   status->vrfStatusDel(vrf->vrfId());
 
-  std::cout << "Without the reporter, nobody is told:\n";
+  std::cout << "Without the reporter, nothing is printed:\n";
   reporter.reset();
   status->vrfStatusIs(Pex::VrfId(8));
 }

@@ -28,12 +28,12 @@ class MemberCollection
   using Base = CollectionAttribute<A, HashMap<MemberT, KeyOf, kConstant>, PtrInterface>;
   using Base::map_;
   using Base::owner_;
+  static constexpr bool kEntities = std::derived_from<MemberT, Entity>;
 
  public:
   using Member = MemberT;
   using Key = typename Base::Key;
   using Cursor = typename Base::Cursor;
-  static constexpr bool kEntities = std::derived_from<Member, Entity>;
 
   /// A Cursor that gives const members.
   class ConstCursor {

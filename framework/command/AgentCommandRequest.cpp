@@ -17,7 +17,7 @@ std::size_t discard(std::string_view offered) {
 
 AgentCommandRequest::AgentCommandRequest(U32 socket, U32 format, prettyout::Sink sink)
     : socket_(socket), format_(format), sink_(sink == nullptr ? discard : std::move(sink)) {
-  if (format > static_cast<U32>(prettyout::Format::kJson)) {
+  if (format > static_cast<U32>(prettyout::Format::Json)) {
     Kiv::throwRangeException("AgentCommandRequest::format > 1 not allowed");
   }
 }

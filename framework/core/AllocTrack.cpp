@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "framework/core/Fatal.h"
+#include "framework/core/Hash.h"
 #include "framework/core/PtrInterface.h"
 
 namespace Kiv {
@@ -26,8 +27,7 @@ struct Counter {
 constinit std::array<Counter, 1024> counters{};
 
 Counter& counterOf(std::type_info const& type) {
-  auto const address = reinterpret_cast<std::uintptr_t>(&type);
-  size_t at = (address >> 4) * 0x9E3779B97F4A7C15u >> 54;
+  size_t at = Hash(0).hashMix(reinterpret_cast<std::uintptr_t>(&type)).result() % counters.size();
   for (size_t probes = 0; probes < counters.size(); ++probes) {
     Counter& counter = counters[at];
     std::type_info const* found = __atomic_load_n(&counter.type, __ATOMIC_RELAXED);

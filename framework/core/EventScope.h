@@ -22,14 +22,12 @@ inline U64 readCounter() noexcept {
 }
 
 /// While one is on the stack, the first trace reads the counter and the next ones take over that
-/// reading, kRecordsPerStamp records in all; then it is read again. So all traces of one event
+/// reading, 256 records in all; then it is read again. So all traces of one event
 /// carry the event's time, and a long one (bring-up, a bulk change) still shows how long it took.
 /// Reading the counter is most of what a trace costs. Scopes nest; the outermost counts. Opening
 /// and closing one costs a test and a store, and no reading if nothing is traced.
 class EventScope {
  public:
-  static constexpr int kRecordsPerStamp = 256;
-
   EventScope() noexcept : outermost_(state_.left < 0) {
     if (outermost_) state_.left = 0;
   }
@@ -53,6 +51,7 @@ class EventScope {
   }
 
  private:
+  static constexpr int kRecordsPerStamp = 256;
   // Outside of every scope `left` is negative, and counting it down from here never brings it near
   // the other end.
   static constexpr std::int64_t kNoScope = std::numeric_limits<std::int64_t>::min() / 2;

@@ -6,20 +6,20 @@ namespace Kiv {
 
 String const& GenericValue::strep() const {
   if (auto const* const strep = std::get_if<String>(&value_)) return *strep;
-  throwRangeException(isNothing() ? "a value is missing" : "an object stands where a value should");
+  throwRangeException(isNothing() ? "a value is missing" : "an object where a value is expected");
 }
 
 Ptr<PtrInterface const> GenericValue::object() const {
   if (isNothing()) return nullptr;
   if (auto const* const object = std::get_if<Ptr<PtrInterface>>(&value_)) return *object;
   if (auto const* const object = std::get_if<Ptr<PtrInterface const>>(&value_)) return *object;
-  throwRangeException("a value stands where an object should");
+  throwRangeException("a value where an object is expected");
 }
 
 Ptr<PtrInterface> GenericValue::writableObject() const {
   if (isNothing()) return nullptr;
   if (auto const* const object = std::get_if<Ptr<PtrInterface>>(&value_)) return *object;
-  throwRangeException(isStrep() ? "a value stands where an object should"
+  throwRangeException(isStrep() ? "a value where an object is expected"
                                 : "the object may only be read");
 }
 

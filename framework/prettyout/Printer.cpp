@@ -11,7 +11,7 @@ namespace prettyout {
 namespace {
 
 std::unique_ptr<Renderer> makeRenderer(Format format, OutputBuffer& buffer) {
-  if (format == Format::kJson) return std::make_unique<JsonRenderer>(buffer);
+  if (format == Format::Json) return std::make_unique<JsonRenderer>(buffer);
   return std::make_unique<TextRenderer>(buffer);
 }
 

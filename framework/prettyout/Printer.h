@@ -10,7 +10,12 @@
 namespace prettyout {
 
 /// The forms of output that a command can be asked for, with the numbers used in requests.
-enum class Format : Kiv::U32 { kText = 0, kJson = 1 };
+enum class Format : Kiv::U32 {
+  Text = 0,
+  Json = 1,
+  kText = Text,  ///< the earlier name
+  kJson = Json,  ///< the earlier name
+};
 
 /// A command's output from the renderer to the sink: the renderer of the requested form, and the
 /// bounded buffer that it writes to. Both keep their state from slice to slice.

@@ -60,7 +60,7 @@ Answer showRewrite(Switch& host, Arguments const& given) {
   bool const json = given.has("json");
   std::string output;
   auto const request = Kiv::makeActive<Agent::AgentCommandRequest>(
-      0u, static_cast<Kiv::U32>(json ? prettyout::Format::kJson : prettyout::Format::kText),
+      0u, static_cast<Kiv::U32>(json ? prettyout::Format::Json : prettyout::Format::Text),
       [&output](std::string_view bytes) {
         output += bytes;
         return bytes.size();

@@ -43,7 +43,7 @@ std::string quoted(std::string_view& rest) {
     rest.remove_prefix(1);
     if (c == '"') {
       if (!rest.empty() && !isBlank(rest[0])) {
-        throw InputError("expected a blank behind the closing quote");
+        throw InputError("expected a blank after the closing quote");
       }
       return word;
     }

@@ -89,7 +89,7 @@ void Shell::addLanguage() {
                      answer.text = shortened(answer.text);
                      return answer;
                    });
-  add.emplace_back("clock advance <N>", "the lab's clock goes on by that many seconds",
+  add.emplace_back("clock advance <N>", "the lab's clock advances by that many seconds",
                    "clock advance 60", [this](Arguments const& given) {
                      host_.clock->advance(static_cast<double>(given.number("advance")));
                      return Answer();
@@ -243,7 +243,7 @@ Answer Shell::load(Arguments const& given) {
 Answer Shell::expect(Arguments const& given) {
   auto const words = given.words.subspan(1, given.words.size() - 3);
   nlohmann::json const expected = parsedJson(given.words.back());
-  if (expected.is_discarded()) throw InputError("expected JSON behind ==");
+  if (expected.is_discarded()) throw InputError("expected JSON after ==");
   nlohmann::json const found = answerTo(words).json;
   if (found == expected) return {};
   throw Failure(ExpectationFailed, place_.name + ':' + std::to_string(place_.line) +

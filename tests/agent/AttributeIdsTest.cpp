@@ -1,4 +1,5 @@
-// The attribute ids of the plug-in's types. Whoever watches an object by id compiles them in.
+// The attribute ids of the plug-in's types. A notifiee that watches an object by id compiles them
+// in.
 #include <gtest/gtest.h>
 #include <string>
 

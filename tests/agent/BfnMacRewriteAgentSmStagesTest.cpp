@@ -9,6 +9,7 @@ namespace {
 
 using BfnMacRewrite::AgentSm;
 using BfnTest::AgentSmStagesTest;
+using BfnTest::TraceCapture;
 using BfnTest::Watcher;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -121,7 +122,7 @@ TEST_F(AgentSmStagesTest, AChipWithoutTheTableStaysWithoutMachines) {
 
 TEST_F(AgentSmStagesTest, AnUnknownProfileReadsAsAChipWithoutTheTable) {
   host.createAgent();
-  output().profileNameIs("nobody's");
+  output().profileNameIs("absent");
   host.stage1();
   host.stage2();
   EXPECT_EQ(agent().chipCapabilities(), BfnSystem::ChipCapabilities());

@@ -7,6 +7,7 @@
 namespace {
 
 using BfnMacRewrite::AgentSm;
+using BfnTest::TraceCapture;
 using BfnTest::Watcher;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -53,7 +54,7 @@ TEST_F(AgentSmTest, ANullSystemStatusIsNotWatchedAndReadsAsAnUnknownProfile) {
   EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
 }
 
-TEST_F(AgentSmTest, ChangesOfTheSystemStatusReachNobody) {
+TEST_F(AgentSmTest, ChangesOfTheSystemStatusAreNotWatched) {
   host.bringUp();
   auto const manager = agent().overlaySrcMacRewriteManager();
   traces();
@@ -345,7 +346,7 @@ TEST_F(AgentSmTest, AFlagThatChangesWhileTheAgentGoesRunsNoStage) {
   EXPECT_FALSE(host.capability->overlaySrcMacRewriteSupported());
 }
 
-TEST_F(AgentSmTest, TheCapabilitiesAreACopyThatNobodyIsToldOf) {
+TEST_F(AgentSmTest, TheCapabilitiesAreACopyWithoutNotification) {
   host.bringUp();
   auto const watcher = Kiv::makeActive<Watcher>(host.agent);
   BfnSystem::ChipCapabilities none;
@@ -373,7 +374,7 @@ TEST_F(AgentSmTest, TheAttributesStandInTheirOrder) {
 // Those who read recorded rings know this trace by its line. When this fails because something
 // above handleStartMacRewriteSm() in agent/BfnMacRewriteAgentSm.cpp has grown or shrunk, move code
 // across the handler until the statement is on line 51 again; do not change the number here.
-TEST_F(AgentSmTest, TheTraceOfStageTwoStandsOnItsLine) {
+TEST_F(AgentSmTest, TheTraceOfStageTwoNamesItsLine) {
   host.bringUp();
   auto const found = Ringlog::MsgDesc::find("BfnMacRewriteAgentSm", "handleStartMacRewriteSm");
   ASSERT_EQ(found.size(), 1u);

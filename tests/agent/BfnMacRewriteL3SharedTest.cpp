@@ -52,7 +52,7 @@ TEST(BfnMacRewriteL3Shared, EachAttributeNotifiesItsIdOnARealChangeOnly) {
   EXPECT_THAT(watcher->changes, ElementsAre(130, 131, 132, 133, 130, 136));
 }
 
-TEST(BfnMacRewriteL3Shared, TheHalvesAreMadeAndReleasedAndBothAreTold) {
+TEST(BfnMacRewriteL3Shared, TheHalvesAreMadeAndReleasedWithANotificationEach) {
   auto const shared = Kiv::makeActive<BfnMacRewriteL3Shared>();
   auto const watcher = Kiv::makeActive<Watcher>(shared);
   auto const oldInput = shared->bfnL3Input();

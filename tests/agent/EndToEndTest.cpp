@@ -9,6 +9,7 @@
 // The plug-in through its entry alone, seen from the chip.
 namespace {
 
+using BfnTest::TraceCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

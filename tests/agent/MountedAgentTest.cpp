@@ -99,7 +99,7 @@ TEST_F(MountedAgentTest, AConfigurationThatComesLateIsInTheChipOnceStage2HasRunA
   EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 02:00:00:00:00:01"));
 }
 
-TEST(MountedAgent, AMistypedEntityIsNullAndTheOtherMountGoesOn) {
+TEST(MountedAgent, AMistypedEntityIsNullAndTheOtherMountCompletes) {
   struct Case {
     char const* path;
     char const* type;

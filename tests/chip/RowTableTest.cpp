@@ -104,7 +104,7 @@ TEST(RowTable, AgreesWithAnOrderedMapOverRandomInsertsAndErases) {
 }
 
 // Small tables, filled to their limit: in some of them rows are displaced past the last home.
-TEST(RowTable, RowsPushedBehindTheEndAreFoundAndErased) {
+TEST(RowTable, RowsPushedPastTheEndAreFoundAndErased) {
   for (unsigned first = 0; first < 20'000; first += 9) {
     RowTable table;
     for (unsigned n = first; n < first + 9; ++n) table.insert(packed(key(n)), n);

@@ -15,6 +15,7 @@ namespace {
 using BfnMacRewrite::OverlaySrcMacRewriteCliConfigSm;
 using BfnTest::ip;
 using BfnTest::mac;
+using BfnTest::TraceCapture;
 using BfnTest::Watcher;
 using Pex::VrfId;
 using ::testing::AllOf;
@@ -226,7 +227,7 @@ TEST_F(CliConfigSmTest, AVrfThatComesBackUnderAnotherIdHasEverythingThere) {
   EXPECT_EQ(sm->localVrfNameToId(name("red")), VrfId(7));
 }
 
-TEST_F(CliConfigSmTest, AnotherMacOverwritesAndAnEqualOneIsNotTold) {
+TEST_F(CliConfigSmTest, AnotherMacOverwritesAndAnEqualOneDoesNotNotify) {
   host.vrf("red", 5);
   host.rewrite("red", "10.0.0.1", kMac1);
   start();
@@ -244,10 +245,10 @@ TEST_F(CliConfigSmTest, AnUnknownNameDeletesRecordZero) {
   config->overlaySrcMacRewriteIs(VrfId(5));
   host.vrf("red", 5);
   start();
-  sm->deleteVrf(name("nobody"));
+  sm->deleteVrf(name("absent"));
   EXPECT_THAT(output(), ElementsAre("5"));
   EXPECT_TRUE(sm->localVrfNameToIdHas(name("red")));
-  EXPECT_FALSE(sm->localVrfNameToIdHas(name("nobody")));
+  EXPECT_FALSE(sm->localVrfNameToIdHas(name("absent")));
 }
 
 TEST_F(CliConfigSmTest, AVrfWithIdZeroIsLive) {
@@ -373,7 +374,7 @@ TEST_F(CliConfigSmTest, AHandlerOfTheOutputMayDropTheMachineAtAnyWrite) {
 TEST_F(CliConfigSmTest, ANameThatIsNotLiveAndNotPublishedDeletesRecordZero) {
   start();
   config->overlaySrcMacRewriteIs(VrfId(0));
-  sm->handleVrfId(name("nobody"));
+  sm->handleVrfId(name("absent"));
   EXPECT_THAT(output(), IsEmpty());
 }
 

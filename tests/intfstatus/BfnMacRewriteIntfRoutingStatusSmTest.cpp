@@ -16,6 +16,7 @@ using BfnL3::L3IntfRoutingStatus;
 using BfnL3::L3RoutingStatus;
 using BfnMacRewrite::bfnMacRewriteIntfRoutingStatusSmFactory;
 using BfnMacRewrite::IntfIdToRoutingStatus;
+using BfnTest::TraceCapture;
 using Pex::PortVlanPair;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -224,7 +225,7 @@ TEST_F(IntfRoutingStatusSmTest, AVanishedKeyEmptiesThePlaceThoughOthersHoldTheIn
   EXPECT_NE(at("A"), nullptr);
 }
 
-TEST_F(IntfRoutingStatusSmTest, TheEntityThatIsStoredAlreadyTellsNobody) {
+TEST_F(IntfRoutingStatusSmTest, TheEntityThatIsStoredAlreadyDoesNotNotify) {
   auto const status = ports->l3IntfRoutingStatusIs(key("A"));
   auto const sm = start();
   log->changes.clear();
@@ -347,7 +348,7 @@ TEST_F(IntfRoutingStatusSmTest, ADroppedReactorLeavesTheOutputAndHearsNothingMor
   EXPECT_NE(at("S"), nullptr);
 }
 
-TEST_F(IntfRoutingStatusSmTest, ItsDeathLeavesTheOutputAndLetsGoOfTheInputs) {
+TEST_F(IntfRoutingStatusSmTest, ItsDestructionLeavesTheOutputAndReleasesTheInputs) {
   auto const status = ports->l3IntfRoutingStatusIs(key("A"));
   Kiv::U32 const references = ports->kivRefCount();
   auto sm = start();

@@ -36,7 +36,7 @@ TEST_F(IntfIdToRoutingStatusTest, NullForAnAbsentInterfaceDoesNothing) {
   EXPECT_THAT(log->changes, IsEmpty());
 }
 
-TEST_F(IntfIdToRoutingStatusTest, AStatusForAnAbsentInterfaceIsInsertedAndTold) {
+TEST_F(IntfIdToRoutingStatusTest, AStatusForAnAbsentInterfaceIsInsertedAndNotified) {
   merged->l3IntfRoutingStatusIs(kEthernet1, first);
   EXPECT_EQ(merged->l3IntfRoutingStatus(kEthernet1), first.get());
   EXPECT_EQ(merged->l3IntfRoutingStatus(kEthernet2), nullptr);
@@ -61,7 +61,7 @@ TEST_F(IntfIdToRoutingStatusTest, NullForAPresentInterfaceRemovesIt) {
   EXPECT_THAT(log->changes, ElementsAre("Ethernet1"));
 }
 
-TEST_F(IntfIdToRoutingStatusTest, AnotherStatusTakesTheStoredOnesPlaceAndIsToldOnce) {
+TEST_F(IntfIdToRoutingStatusTest, AnotherStatusReplacesTheStoredOneAndIsNotifiedOnce) {
   merged->l3IntfRoutingStatusIs(kEthernet1, first);
   log->changes.clear();
   merged->l3IntfRoutingStatusIs(kEthernet1, second);
@@ -81,7 +81,7 @@ TEST_F(IntfIdToRoutingStatusTest, TheHandlerFindsTheNewStatusInPlace) {
   EXPECT_EQ(seen, second.get());
 }
 
-TEST_F(IntfIdToRoutingStatusTest, DeletionTellsOnlyOfWhatWasThere) {
+TEST_F(IntfIdToRoutingStatusTest, DeletionNotifiesOnlyOfWhatWasPresent) {
   merged->l3IntfRoutingStatusIs(kEthernet1, first);
   log->changes.clear();
   merged->l3IntfRoutingStatusDel(kEthernet2);
@@ -91,7 +91,7 @@ TEST_F(IntfIdToRoutingStatusTest, DeletionTellsOnlyOfWhatWasThere) {
   EXPECT_THAT(log->changes, ElementsAre("Ethernet1"));
 }
 
-TEST_F(IntfIdToRoutingStatusTest, DeletingAllTellsOfEachOneByOne) {
+TEST_F(IntfIdToRoutingStatusTest, DeletingAllNotifiesOfEachOneByOne) {
   merged->l3IntfRoutingStatusIs(kEthernet1, first);
   merged->l3IntfRoutingStatusIs(kEthernet2, second);
   log->changes.clear();

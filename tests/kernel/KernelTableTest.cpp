@@ -103,7 +103,7 @@ TEST_F(KernelTableTest, RowIsTheBindingsBytesInTheMap) {
   EXPECT_EQ(read(key), action);
 }
 
-TEST_F(KernelTableTest, FullIsToldFromOverwriteAndEndsWithAnErase) {
+TEST_F(KernelTableTest, FullIsDistinguishedFromOverwriteAndEndsWithAnErase) {
   for (std::size_t const rows : {1u, 2u, 20u, 1'000u}) {
     openWith(rows);
     for (U64 key = 0; key < rows; ++key) ASSERT_EQ(write(key), WriteResult::Ok) << rows;
@@ -159,7 +159,7 @@ TEST_F(KernelTableTest, RowsThatOthersChangeAreCountedByAWalk) {
   EXPECT_EQ(count(), 2u);
 }
 
-TEST_F(KernelTableTest, BatchGoesOnAfterFailuresInItsMiddle) {
+TEST_F(KernelTableTest, BatchContinuesAfterFailuresInItsMiddle) {
   openWith(3);
   ASSERT_EQ(write(1), WriteResult::Ok);
   std::array<Bytes, 6> const b{bytesOf(1), bytesOf(2), bytesOf(3),

@@ -108,7 +108,7 @@ TEST_F(PortsTest, AttachingAgainChangesTheVlan) {
   EXPECT_EQ(entry("vx0"), std::pair(0u, 10'100u));
 }
 
-TEST_F(PortsTest, AttachingAgainPutsBackAFilterThatSomebodyTook) {
+TEST_F(PortsTest, AttachingAgainPutsBackAFilterThatWasRemoved) {
   ports_->attach("vx0", 100);
   ASSERT_EQ(shell("tc qdisc del dev vx0 clsact"), 0);
   EXPECT_FALSE(only().attached);

@@ -88,7 +88,7 @@ TEST_F(ProgramTest, FilesRunOneAfterAnotherOnOneHostUpToTheFirstThatFails) {
             "  found:    {\"agentConfig\":{},\"localVrfNameToId\":null}\n");
 }
 
-TEST_F(ProgramTest, ExitEndsTheRunWithoutTheFilesBehindIt) {
+TEST_F(ProgramTest, ExitEndsTheRunWithoutTheFilesAfterIt) {
   fileIs("a.lab", "load b.lab\nprint never\n");
   fileIs("b.lab", "print one\nexit\n");
   EXPECT_EQ(run("a.lab a.lab"), 0);
@@ -199,10 +199,10 @@ TEST_F(ProgramTest, AnotherBuildOfThePluginIsOpenedFromItsPath) {
 TEST_F(ProgramTest, AFatalCheckEndsTheProcessAfterWhatWasPrinted) {
   EXPECT_EQ(run("", std::string(kBringUp) + "print before the check\n"
                                             "chip initialize-table other\n"
-                                            "print behind the check\n"),
+                                            "print after the check\n"),
             128 + SIGABRT);
   EXPECT_THAT(out, HasSubstr("before the check\n"));
-  EXPECT_THAT(out, Not(HasSubstr("behind the check")));
+  EXPECT_THAT(out, Not(HasSubstr("after the check")));
   EXPECT_THAT(err, StartsWith("Failed(tableKey.tableName() == \"overlaySrcMacRewrite\") "
                               "Unknown table name: other"));
 }

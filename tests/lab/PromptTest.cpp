@@ -127,7 +127,7 @@ TEST_F(PromptTest, WhenMoreThanOneWordFitsTheTabKeyListsThem) {
   EXPECT_THAT(type(std::string("dump c") + kTab, "config  "), HasSubstr("\ncapability  chip  "));
 }
 
-TEST_F(PromptTest, AWrongLineIsToldAndThePromptComesAgain) {
+TEST_F(PromptTest, AWrongLineIsReportedAndThePromptReturns) {
   EXPECT_THAT(enter("host vrf"),
               HasSubstr("prompt:1: error: expected a VRF name of at most 100 bytes, found the end "
                         "of the line\r\n"));

@@ -11,6 +11,7 @@ namespace {
 using BfnMacRewrite::BfnMacRewriteSm;
 using BfnTest::ip;
 using BfnTest::mac;
+using BfnTest::TraceCapture;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;

@@ -12,6 +12,7 @@ namespace {
 using ::Agent::SliceResult;
 using BfnTest::ip;
 using BfnTest::mac;
+using BfnTest::TraceCapture;
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
@@ -67,7 +68,7 @@ TEST_F(ShowCommandTest, InitialisationDropsThePrinterAndStartsTheCommandAnew) {
   EXPECT_THAT(TraceCapture::texts(), ElementsAre(HasSubstr("::handleInitialized(): SM Init.")));
 }
 
-TEST_F(ShowCommandTest, AttributesAreNumberedInOrderBehindTheBases) {
+TEST_F(ShowCommandTest, AttributesAreNumberedInOrderAfterTheBases) {
   Kiv::Type const& type = Sm::_kivType();
   EXPECT_EQ(type.name(), kTypeName);
   EXPECT_EQ(type.base(), &::Agent::AgentAsyncCommandRequestSm::_kivType());

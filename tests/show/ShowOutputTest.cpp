@@ -304,7 +304,7 @@ TEST_F(ShowOutputTest, ARowThatCannotBeReadEndsTheCommandWithAnException) {
     }
     EXPECT_TRUE(sm->aborted());
     EXPECT_EQ(sm->runSlice(), ::Agent::SliceResult::Aborted);
-    EXPECT_EQ(shown(), blueAndRedText()) << "the agent goes on";
+    EXPECT_EQ(shown(), blueAndRedText()) << "the agent still runs";
   }
 }
 

@@ -13,6 +13,7 @@ namespace {
 using ::Agent::SliceResult;
 using BfnTest::ip;
 using BfnTest::ShowOptions;
+using BfnTest::TraceCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -196,7 +197,7 @@ TEST_F(ShowSlicesTest, AVrfAndAnAddressTogetherStopTheCollection) {
   }
 }
 
-TEST_F(ShowSlicesTest, AfterARemovalOfTheBookmarkedRecordTheWalkGoesOnWithItsSuccessor) {
+TEST_F(ShowSlicesTest, AfterARemovalOfTheBookmarkedRecordTheWalkContinuesWithItsSuccessor) {
   rows(2, 10);
   auto const order = walkOrder();
   for (size_t bookmarked = 1; bookmarked < order.size(); bookmarked += 6) {
@@ -214,7 +215,7 @@ TEST_F(ShowSlicesTest, AfterARemovalOfTheBookmarkedRecordTheWalkGoesOnWithItsSuc
   }
 }
 
-TEST_F(ShowSlicesTest, ABookmarkBehindWhichNothingIsLeftEndsTheCollection) {
+TEST_F(ShowSlicesTest, ABookmarkWithNothingAfterItEndsTheCollection) {
   rows(1, 3);
   auto const order = walkOrder();
   auto const sm = command({.cliTesting = true});
@@ -321,7 +322,7 @@ TEST_F(ShowSlicesTest, PrintingResumesAtTheFirstGreaterVrfWhenItsOwnIsGone) {
   EXPECT_THAT(addresses(), ElementsAre(ipOf(1, 0), ipOf(3, 0), ipOf(4, 0)));
 }
 
-TEST_F(ShowSlicesTest, PrintingEndsWhenNoVrfIsLeftBehindTheBookmark) {
+TEST_F(ShowSlicesTest, PrintingEndsWhenNoVrfIsLeftAfterTheBookmark) {
   rows(2, 1);
   auto const sm = command({.cliTesting = true});
   for (int i = 0; i < 2 + 1; ++i) ASSERT_EQ(sm->runSlice(), SliceResult::Again);
@@ -396,7 +397,7 @@ TEST_F(ShowSlicesTest, TheOutputIsFlushedBeforeTheCommandIsCompleted) {
       "show", asked, 1e9, clock, host.agent->overlaySrcMacRewriteManager(), false, L3::VrfName(),
       false, Ovra::IpAddr(), false, Ovra::EthAddr(), false);
   sm->prettyoutPrinterIs(
-      Kiv::make<prettyout::Printer>(prettyout::Format::kText, std::size_t{65'536}, asked->sink()));
+      Kiv::make<prettyout::Printer>(prettyout::Format::Text, std::size_t{65'536}, asked->sink()));
   sm->handleAsyncCommand(7, 0);
   EXPECT_TRUE(flushed);
   EXPECT_TRUE(sm->executionCompleted());

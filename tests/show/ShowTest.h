@@ -143,7 +143,7 @@ class ShowTest : public PluginTest {
   }
   /// A printer for a command that is driven by hand.
   void printerIs(Kiv::Ptr<Sm> const& sm) {
-    sm->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(prettyout::Format::kText,
+    sm->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(prettyout::Format::Text,
                                                          std::size_t{65'536}, request()->sink()));
   }
 

@@ -5,6 +5,8 @@
 
 #include "framework/trace/Decode.h"
 
+namespace BfnTest {
+
 /// Reads back what was traced since it was made, from the process's ring, whatever levels are
 /// enabled. One at a time: it forgets everything traced before.
 class TraceCapture {
@@ -23,3 +25,5 @@ class TraceCapture {
     return texts;
   }
 };
+
+}  // namespace BfnTest

@@ -23,6 +23,7 @@ using BfnTest::kMac;
 using BfnTest::kOtherMac;
 using BfnTest::mac;
 using BfnTest::OverlaySrcMacRewriteManagerTest;
+using BfnTest::TraceCapture;
 using Bridging::VlanId;
 using PexTypes::TableAddStatus;
 using ::testing::AllOf;

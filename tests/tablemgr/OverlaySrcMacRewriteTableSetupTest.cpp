@@ -12,6 +12,7 @@ namespace {
 using BfnAgentLib::TableKey;
 using BfnMacRewrite::OverlaySrcMacRewriteManager;
 using BfnTest::RecordingDriver;
+using BfnTest::TraceCapture;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;

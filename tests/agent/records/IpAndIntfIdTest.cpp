@@ -96,7 +96,7 @@ TEST(IpAndIntfId, EachMissingLiteralIsRefused) {
   EXPECT_EQ(parsing(form), "");
 }
 
-TEST(IpAndIntfId, EveryPrefixAndAnythingBehindItAreRefused) {
+TEST(IpAndIntfId, EveryPrefixAndAnyTrailingTextAreRefused) {
   std::string const form = value(1, "e", true).valueToStrep().stdString();
   for (size_t size = 0; size < form.size(); ++size) EXPECT_NE(parsing(form.substr(0, size)), "");
   EXPECT_NE(parsing(form + " "), "");

@@ -56,10 +56,10 @@ class Listener final : public Kiv::NotifieeConst {
   void onAttribute(AttributeId id, void const* key) override {
     std::ostringstream text;
     text << id << ' ' << *static_cast<Key const*>(key);
-    told.push_back(text.str());
+    notified.push_back(text.str());
     if (action) action(*static_cast<Key const*>(key));
   }
-  std::vector<std::string> told;
+  std::vector<std::string> notified;
   std::function<void(Key)> action;
 };
 
@@ -73,7 +73,7 @@ TEST(AgentConfig, HasAnEmptyName) {
   EXPECT_EQ(config->overlaySrcMacRewriteIs(VrfId(7))->name(), Kiv::Name());
 }
 
-TEST(AgentConfig, AnAbsentVrfIsMadeSwitchedOnPutUnderTheConfigAndTold) {
+TEST(AgentConfig, AnAbsentVrfIsMadeSwitchedOnPutUnderTheConfigAndNotified) {
   auto const config = makeActive<Config>();
   auto const listener = makeActive<Listener<VrfId>>(config);
   listener->action = [&](VrfId vrfId) {
@@ -85,7 +85,7 @@ TEST(AgentConfig, AnAbsentVrfIsMadeSwitchedOnPutUnderTheConfigAndTold) {
   auto const member = config->overlaySrcMacRewriteIs(VrfId(7));
   EXPECT_EQ(member->vrfId(), VrfId(7));
   EXPECT_EQ(member->parentAttrName(), "overlaySrcMacRewrite");
-  EXPECT_THAT(listener->told, ElementsAre("258 7"));
+  EXPECT_THAT(listener->notified, ElementsAre("258 7"));
 }
 
 TEST(AgentConfig, TheSameVrfTwiceIsOneObjectAndOneNotification) {
@@ -93,25 +93,25 @@ TEST(AgentConfig, TheSameVrfTwiceIsOneObjectAndOneNotification) {
   auto const listener = makeActive<Listener<VrfId>>(config);
   auto const member = config->overlaySrcMacRewriteIs(VrfId(7));
   EXPECT_EQ(config->overlaySrcMacRewriteIs(VrfId(7)), member);
-  EXPECT_THAT(listener->told, ElementsAre("258 7"));
+  EXPECT_THAT(listener->notified, ElementsAre("258 7"));
 }
 
-TEST(AgentConfig, ARemovedVrfIsGoneWhenItsRemovalIsTold) {
+TEST(AgentConfig, ARemovedVrfIsGoneWhenItsRemovalIsNotified) {
   auto const config = makeActive<Config>();
   config->overlaySrcMacRewriteIs(VrfId(7));
   auto const listener = makeActive<Listener<VrfId>>(config);
   listener->action = [&](VrfId id) { EXPECT_EQ(config->overlaySrcMacRewrite(id), nullptr); };
   config->overlaySrcMacRewriteDel(VrfId(7));
   config->overlaySrcMacRewriteDel(VrfId(7));
-  EXPECT_THAT(listener->told, ElementsAre("258 7"));
+  EXPECT_THAT(listener->notified, ElementsAre("258 7"));
 }
 
-TEST(AgentConfig, DeletingAllTellsOfEachVrf) {
+TEST(AgentConfig, DeletingAllNotifiesOfEachVrf) {
   auto const config = makeActive<Config>();
   for (unsigned i = 1; i <= 3; ++i) config->overlaySrcMacRewriteIs(VrfId(i));
   auto const listener = makeActive<Listener<VrfId>>(config);
   config->overlaySrcMacRewriteDelAll();
-  EXPECT_THAT(listener->told, UnorderedElementsAre("258 1", "258 2", "258 3"));
+  EXPECT_THAT(listener->notified, UnorderedElementsAre("258 1", "258 2", "258 3"));
   EXPECT_TRUE(config->overlaySrcMacRewrite().empty());
 }
 
@@ -123,38 +123,38 @@ TEST(AgentConfig, AVrfWithoutAddressesStaysUntilItIsDeleted) {
   EXPECT_EQ(config->overlaySrcMacRewrite(VrfId(7)), member.get());
 }
 
-TEST(OverlaySrcMacRewrite, TellsOfInsertionRealReplacementAndRemoval) {
+TEST(OverlaySrcMacRewrite, NotifiesOfInsertionRealReplacementAndRemoval) {
   auto const record = makeActive<OverlaySrcMacRewrite>(VrfId(7));
   auto const listener = makeActive<Listener<IpAddr>>(record);
   record->ipAndMacIs(kRewrite);
   record->ipAndMacIs(kRewrite);
-  EXPECT_THAT(listener->told, ElementsAre("259 10.0.0.1"));
+  EXPECT_THAT(listener->notified, ElementsAre("259 10.0.0.1"));
   IpAndMac const other(kIp, ethAddrFromOuiStation(1, 2));
   record->ipAndMacIs(other);
   EXPECT_EQ(record->ipAndMac(kIp), other);
   EXPECT_EQ(record->ipAndMacDel(kIp), other);
-  EXPECT_THAT(listener->told, ElementsAre("259 10.0.0.1", "259 10.0.0.1", "259 10.0.0.1"));
+  EXPECT_THAT(listener->notified, ElementsAre("259 10.0.0.1", "259 10.0.0.1", "259 10.0.0.1"));
 }
 
-TEST(OverlaySrcMacRewrite, AnAbsentAddressIsAllZeroAndItsRemovalIsNotTold) {
+TEST(OverlaySrcMacRewrite, AnAbsentAddressIsAllZeroAndItsRemovalDoesNotNotify) {
   auto const record = makeActive<OverlaySrcMacRewrite>(VrfId(7));
   auto const listener = makeActive<Listener<IpAddr>>(record);
   EXPECT_EQ(record->ipAndMac(kIp), IpAndMac());
   EXPECT_EQ(record->ipAndMacDel(kIp), IpAndMac());
   EXPECT_EQ(IpAndMac().mac.value(), 0u);
-  EXPECT_THAT(listener->told, IsEmpty());
+  EXPECT_THAT(listener->notified, IsEmpty());
 }
 
-TEST(OverlaySrcMacRewrite, DeletingAllTellsOfEachAddress) {
+TEST(OverlaySrcMacRewrite, DeletingAllNotifiesOfEachAddress) {
   auto const record = makeActive<OverlaySrcMacRewrite>(VrfId(7));
   record->ipAndMacIs({IpAddr(1), {}});
   record->ipAndMacIs({IpAddr(2), {}});
   auto const listener = makeActive<Listener<IpAddr>>(record);
   record->ipAndMacDelAll();
-  EXPECT_THAT(listener->told, UnorderedElementsAre("259 0.0.0.1", "259 0.0.0.2"));
+  EXPECT_THAT(listener->notified, UnorderedElementsAre("259 0.0.0.1", "259 0.0.0.2"));
 }
 
-TEST(AgentStatus, AVrfIsMadeOnceSwitchedOnAndToldOnce) {
+TEST(AgentStatus, AVrfIsMadeOnceSwitchedOnAndNotifiedOnce) {
   auto const status = makeActive<Status>();
   auto const listener = makeActive<Listener<VrfId>>(status);
   auto const vrf = status->vrfStatusIs(VrfId(7));
@@ -163,16 +163,16 @@ TEST(AgentStatus, AVrfIsMadeOnceSwitchedOnAndToldOnce) {
   EXPECT_TRUE(vrf->hasNotificationActive());
   status->vrfStatusDel(VrfId(7));
   status->vrfStatusDel(VrfId(7));
-  EXPECT_THAT(listener->told, ElementsAre("130 7", "130 7"));
+  EXPECT_THAT(listener->notified, ElementsAre("130 7", "130 7"));
 }
 
-TEST(AgentStatus, DeletingAllTellsOfEachVrf) {
+TEST(AgentStatus, DeletingAllNotifiesOfEachVrf) {
   auto const status = makeActive<Status>();
   status->vrfStatusIs(VrfId(1));
   status->vrfStatusIs(VrfId(2));
   auto const listener = makeActive<Listener<VrfId>>(status);
   status->vrfStatusDelAll();
-  EXPECT_THAT(listener->told, UnorderedElementsAre("130 1", "130 2"));
+  EXPECT_THAT(listener->notified, UnorderedElementsAre("130 1", "130 2"));
 }
 
 TEST(VrfStatus, ADifferentSelfIpAloneIsAChange) {
@@ -184,7 +184,7 @@ TEST(VrfStatus, ADifferentSelfIpAloneIsAChange) {
   self.selfIp = true;
   vrf->ipAndIntfIdIs(self);
   EXPECT_EQ(vrf->ipAndIntfId(kIp), self);
-  EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1", "131 10.0.0.1"));
+  EXPECT_THAT(listener->notified, ElementsAre("131 10.0.0.1", "131 10.0.0.1"));
 }
 
 TEST(VrfStatus, RemovalGivesTheValueBackAndAbsenceADefaultOne) {
@@ -193,16 +193,16 @@ TEST(VrfStatus, RemovalGivesTheValueBackAndAbsenceADefaultOne) {
   auto const listener = makeActive<Listener<IpAddr>>(vrf);
   EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), kHome);
   EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), IpAndIntfId());
-  EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1"));
+  EXPECT_THAT(listener->notified, ElementsAre("131 10.0.0.1"));
 }
 
-TEST(VrfStatus, DeletingAllTellsOfEachAddressAndStaysInItsStatus) {
+TEST(VrfStatus, DeletingAllNotifiesOfEachAddressAndStaysInItsStatus) {
   auto const status = makeActive<Status>();
   auto const vrf = status->vrfStatusIs(VrfId(7));
   vrf->ipAndIntfIdIs(kHome);
   auto const listener = makeActive<Listener<IpAddr>>(vrf);
   vrf->ipAndIntfIdDelAll();
-  EXPECT_THAT(listener->told, ElementsAre("131 10.0.0.1"));
+  EXPECT_THAT(listener->notified, ElementsAre("131 10.0.0.1"));
   EXPECT_EQ(status->vrfStatus(VrfId(7)), vrf.get());
 }
 
@@ -305,7 +305,7 @@ TEST(InputConfig, ALineWhoseHandlerThrowsIsThereAndInTheIndex) {
   EXPECT_EQ(keys, 1u);
 }
 
-TEST(Capability, TellsOfARealChangeOnly) {
+TEST(Capability, NotifiesOfARealChangeOnly) {
   auto const capability = makeActive<Capability>();
   class Counter final : public Kiv::NotifieeConst {
    public:

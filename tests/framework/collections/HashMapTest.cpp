@@ -82,7 +82,7 @@ TEST(HashMap, WalksBySeededHashAndKey) {
   EXPECT_EQ(valuesOrder, expected);
 }
 
-TEST(HashMap2018, TellsWhatAChangeWas) {
+TEST(HashMap2018, ReportsWhatAChangeWas) {
   Values map;
   EXPECT_EQ(map.set({7, 1}), Values::Change::Inserted);
   EXPECT_EQ(map.set({7, 1}), Values::Change::None);

@@ -381,8 +381,8 @@ TEST(HashTableCursor, StartsAtAKeyOrAtItsSuccessor) {
   PlainHash::Cursor absent(table, 0x20'0001);
   table.erase(0x20'0000);
   EXPECT_EQ(*absent.next(), 0x30'0000u);
-  PlainHash::Cursor behind(table, 0x40'0000);
-  EXPECT_EQ(behind.next(), nullptr);
+  PlainHash::Cursor last(table, 0x40'0000);
+  EXPECT_EQ(last.next(), nullptr);
 }
 
 TEST(HashTableCursor, ClearingTheTableEndsTheWalk) {

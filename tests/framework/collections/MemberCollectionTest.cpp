@@ -61,7 +61,7 @@ class MemberCollectionTest : public ::testing::Test {
   Ptr<Listener> listener = makeActive<Listener>(card);
 };
 
-TEST_F(MemberCollectionTest, AnAbsentMemberIsMadeSwitchedOnStoredAndTold) {
+TEST_F(MemberCollectionTest, AnAbsentMemberIsMadeSwitchedOnStoredAndNotified) {
   listener->action = [this](U32 number) {
     ASSERT_NE(card->port().find(number), nullptr);
     EXPECT_TRUE(card->port().find(number)->hasNotificationActive());
@@ -72,7 +72,7 @@ TEST_F(MemberCollectionTest, AnAbsentMemberIsMadeSwitchedOnStoredAndTold) {
   EXPECT_THAT(listener->keys, ElementsAre(7));
 }
 
-TEST_F(MemberCollectionTest, AMemberThatIsThereIsGivenBackAndNobodyIsTold) {
+TEST_F(MemberCollectionTest, APresentMemberIsReturnedWithoutNotification) {
   auto const port = card->port().is(7);
   EXPECT_EQ(card->port().is(7), port);
   EXPECT_THAT(listener->keys, ElementsAre(7));
@@ -107,7 +107,7 @@ TEST_F(MemberCollectionTest, ARemovedMemberLivesUntilItsNotificationIsOver) {
   EXPECT_THAT(listener->keys, ElementsAre(7, 7));
 }
 
-TEST_F(MemberCollectionTest, RemovingAnAbsentMemberNotifiesNobody) {
+TEST_F(MemberCollectionTest, RemovingAnAbsentMemberDoesNotNotify) {
   EXPECT_EQ(card->port().del(7), nullptr);
   EXPECT_THAT(listener->keys, IsEmpty());
 }

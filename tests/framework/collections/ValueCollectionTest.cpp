@@ -69,13 +69,13 @@ TEST_F(ValueCollectionTest, InsertionReplacementAndRemovalNotifyWithTheKey) {
   EXPECT_THAT(listener->keys, ElementsAre(7, 7, 7));
 }
 
-TEST_F(ValueCollectionTest, AnEqualValueNotifiesNobody) {
+TEST_F(ValueCollectionTest, AnEqualValueDoesNotNotify) {
   table->route().set({7, 1});
   EXPECT_FALSE(table->route().set({7, 1}));
   EXPECT_THAT(listener->keys, ElementsAre(7));
 }
 
-TEST_F(ValueCollectionTest, RemovingAnAbsentKeyGivesADefaultValueAndNotifiesNobody) {
+TEST_F(ValueCollectionTest, RemovingAnAbsentKeyGivesADefaultValueAndDoesNotNotify) {
   EXPECT_EQ(table->route().del(7), Route());
   EXPECT_THAT(listener->keys, IsEmpty());
 }

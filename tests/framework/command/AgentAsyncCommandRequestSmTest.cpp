@@ -345,7 +345,7 @@ TEST_F(AgentAsyncCommandRequestSmTest, AnExceptionFromTheHandlerAbortsAndPassesO
 TEST_F(AgentAsyncCommandRequestSmTest, APrinterThatWasSetIsUsed) {
   auto const command = make(3);
   std::string taken;
-  command->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(prettyout::Format::kJson, 100u,
+  command->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(prettyout::Format::Json, 100u,
                                                             [&taken](std::string_view offered) {
                                                               taken += offered;
                                                               return offered.size();

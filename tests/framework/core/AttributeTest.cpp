@@ -20,15 +20,15 @@ class AttributeTest : public ::testing::Test {
  protected:
   Log log;
   Ptr<Watched> watched = makeActive<Watched>();
-  Ptr<Probe> listener = makeActive<Probe>(watched, "told", &log);
+  Ptr<Probe> listener = makeActive<Probe>(watched, "notified", &log);
 };
 
 TEST_F(AttributeTest, SettingANewValueNotifiesOnceBeforeTheMutatorReturns) {
   watched->numberIs(1);
-  EXPECT_THAT(log, ElementsAre("told"));
+  EXPECT_THAT(log, ElementsAre("notified"));
 }
 
-TEST_F(AttributeTest, SettingAnEqualValueNotifiesNobody) {
+TEST_F(AttributeTest, SettingAnEqualValueDoesNotNotify) {
   watched->numberIs(0);
   EXPECT_THAT(log, IsEmpty());
 }
@@ -45,18 +45,18 @@ TEST_F(AttributeTest, AHandlerMaySetItAgain) {
     if (watched->number() < 3) watched->numberIs(watched->number() + 1);
   };
   watched->numberIs(1);
-  EXPECT_THAT(log, ElementsAre("told", "told", "told"));
+  EXPECT_THAT(log, ElementsAre("notified", "notified", "notified"));
   EXPECT_EQ(watched->number(), 3);
 }
 
-TEST_F(AttributeTest, AnExceptionLeavesTheNewValueAndTheNextChangeIsTold) {
+TEST_F(AttributeTest, AnExceptionLeavesTheNewValueAndTheNextChangeNotifies) {
   listener->action = [] { throw std::runtime_error("handler"); };
   EXPECT_THROW(watched->numberIs(1), std::runtime_error);
   EXPECT_EQ(watched->number(), 1);
   listener->action = nullptr;
   log.clear();
   watched->numberIs(2);
-  EXPECT_THAT(log, ElementsAre("told"));
+  EXPECT_THAT(log, ElementsAre("notified"));
 }
 
 TEST_F(AttributeTest, AHandlerMayDestroyTheNotifier) {
@@ -66,7 +66,7 @@ TEST_F(AttributeTest, AHandlerMayDestroyTheNotifier) {
   };
   Watched* const raw = watched.get();
   raw->numberIs(1);
-  EXPECT_THAT(log, ElementsAre("told", "told has no references"));
+  EXPECT_THAT(log, ElementsAre("notified", "notified has no references"));
 }
 
 class Holder final : public Kiv::PtrInterface {
@@ -84,20 +84,20 @@ TEST(PtrAttribute, WhatIsReplacedLivesUntilTheNotificationIsOver) {
   auto const holder = makeActive<Holder>();
   holder->heldIs(makeActive<Watched>());
   Watched* const old = holder->held().get();
-  auto const listener = makeActive<Probe>(holder, "told", &log);
+  auto const listener = makeActive<Probe>(holder, "notified", &log);
   int alive = 0;
   listener->action = [&] { alive = static_cast<int>(old->kivRefCount()); };
   holder->heldIs(nullptr);
   EXPECT_EQ(alive, 1);
-  EXPECT_THAT(log, ElementsAre("told"));
+  EXPECT_THAT(log, ElementsAre("notified"));
 }
 
-TEST(PtrAttribute, TheSameObjectAgainNotifiesNobody) {
+TEST(PtrAttribute, TheSameObjectAgainDoesNotNotify) {
   Log log;
   auto const holder = makeActive<Holder>();
   auto const held = makeActive<Watched>();
   holder->heldIs(held);
-  auto const listener = makeActive<Probe>(holder, "told", &log);
+  auto const listener = makeActive<Probe>(holder, "notified", &log);
   holder->heldIs(held);
   EXPECT_THAT(log, IsEmpty());
 }

@@ -16,7 +16,7 @@ TEST(ManualClock, ShowsWhatItWasSetTo) {
   EXPECT_FALSE(clock->advancesByItself());
 }
 
-TEST(SteadyClock, NeverGoesBackAndGoesOnByItself) {
+TEST(SteadyClock, NeverGoesBackAndAdvancesByItself) {
   Ptr<Clock const> const clock = make<SteadyClock>();
   double const start = clock->now();
   double last = start;

@@ -138,7 +138,7 @@ TEST(Hash, TakesNumbersByValueWhateverTheirWidthUpTo32Bits) {
   EXPECT_EQ(hashSingleAttr(1u, Colour::kRed), hashSingleAttr(1u, 9));
 }
 
-TEST(Hash, TellsNeighbouringByteRunsApart) {
+TEST(Hash, DistinguishesNeighbouringByteRuns) {
   std::set<U32> results;
   std::array<char, 40> const zeros{};
   for (size_t size = 0; size <= zeros.size(); ++size) {

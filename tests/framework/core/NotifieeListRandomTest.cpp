@@ -77,8 +77,8 @@ class World {
       --depth_;
       // A listener that is still registered has been notified of its exception.
       if (running_ != 0) {
-        EXPECT_EQ(told_, registered(before.notifier, running_) ? running_ : 0);
-        running_ = told_ = 0;
+        EXPECT_EQ(notified_, registered(before.notifier, running_) ? running_ : 0);
+        running_ = notified_ = 0;
       }
       ++exceptions;
       // Some go through to the visit around this one.
@@ -111,7 +111,7 @@ class World {
       throw HandlerFailed();
     }
   }
-  void told(U64 listener) { told_ = numberOf(listener); }
+  void notified(U64 listener) { notified_ = numberOf(listener); }
 
   U64 calls = 0;
   U64 exceptions = 0;
@@ -245,14 +245,14 @@ class World {
   int depth_ = 0;
   // The registration whose handler has thrown, and the one that was notified of an exception.
   U64 running_ = 0;
-  U64 told_ = 0;
+  U64 notified_ = 0;
 };
 
 void Listener::onAttribute(Kiv::AttributeId, void const* key) {
   world_.called(serial, key);
 }
 void Listener::onNotificationException() {
-  world_.told(serial);
+  world_.notified(serial);
 }
 
 class NotifieeListRandomTest : public ::testing::TestWithParam<U64> {};

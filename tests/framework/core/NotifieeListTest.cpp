@@ -80,7 +80,7 @@ TEST_F(NotifieeListTest, TheBaseRebindCallsNoHandlerAndEndsTheRegistration) {
   EXPECT_THAT(log, ElementsAre("b", "c"));
 }
 
-TEST_F(NotifieeListTest, ClearForgetsAllAndTellsNobody) {
+TEST_F(NotifieeListTest, ClearRemovesAllWithoutACall) {
   list().clear();
   EXPECT_TRUE(list().empty());
   EXPECT_FALSE(a->isRegisteredNotifiee());
@@ -91,7 +91,7 @@ TEST_F(NotifieeListTest, ClearForgetsAllAndTellsNobody) {
   EXPECT_THAT(log, ElementsAre("a"));
 }
 
-TEST_F(NotifieeListTest, ANotifierSwitchedOffTellsNobodyAndNothingLater) {
+TEST_F(NotifieeListTest, ANotifierSwitchedOffDoesNotNotifyNowOrLater) {
   watched->hasNotificationActiveIs(false);
   change();
   EXPECT_THAT(log, IsEmpty());
@@ -123,7 +123,7 @@ TEST_F(NotifieeListTest, ALaterOneRemovedIsNotCalledAnyMore) {
   EXPECT_THAT(log, ElementsAre("a", "b"));
 }
 
-TEST_F(NotifieeListTest, AnEarlierOneRemovedMakesNobodyBeSkipped) {
+TEST_F(NotifieeListTest, AfterAnEarlierOneIsRemovedNoneIsSkipped) {
   b->action = [this] { a->hasNotificationActiveIs(false); };
   change();
   EXPECT_THAT(log, ElementsAre("a", "b", "c"));
@@ -315,7 +315,7 @@ TEST_F(NotifieeListTest, AnExceptionCaughtByAHandlerGoesNoFurther) {
   EXPECT_THAT(log, ElementsAre("a", "a", "b", "b has thrown", "b", "c"));
 }
 
-TEST_F(NotifieeListTest, ANotifieeThatDestroysItselfAndThrowsIsNotTold) {
+TEST_F(NotifieeListTest, ANotifieeThatDestroysItselfAndThrowsIsNotCalledAgain) {
   b->action = [this] {
     b.reset();
     throw std::runtime_error("handler");

@@ -233,8 +233,8 @@ TEST(PtrInterface, CountsAtomicallyWhenTheProcessSaysSo) {
 }
 
 TEST(PtrInterface, ZeroReferencesGoToHandleZeroRef) {
-  struct Told final : PtrInterface {
-    explicit Told(int* zeros) : zeros_(zeros) {}
+  struct Counted final : PtrInterface {
+    explicit Counted(int* zeros) : zeros_(zeros) {}
     void handleZeroRef() override {
       ++*zeros_;
       PtrInterface::handleZeroRef();
@@ -242,7 +242,7 @@ TEST(PtrInterface, ZeroReferencesGoToHandleZeroRef) {
     int* zeros_;
   };
   int zeros = 0;
-  Ptr<Told> a = make<Told>(&zeros);
+  Ptr<Counted> a = make<Counted>(&zeros);
   a.reset();
   EXPECT_EQ(zeros, 1);
 }

@@ -102,7 +102,7 @@ class StateMachineTest : public ::testing::Test {
   Ptr<Watched> second = makeActive<Watched>();
 };
 
-TEST_F(StateMachineTest, TheFactorysSecondSwitchingOnRegistersNobodyTwice) {
+TEST_F(StateMachineTest, TheFactorysSecondSwitchingOnRegistersNothingTwice) {
   auto const machine = makeActive<Machine>(first, second, &log);
   machine->hasNotificationActiveIs(true);
   first->numberIs(1);
@@ -257,9 +257,9 @@ TEST_F(StateMachineTest, AMachineMayDieInItsOwnHandler) {
   EXPECT_EQ(first->notifieeList().size(), 1u);
 }
 
-TEST_F(StateMachineTest, InitializedIsStoredAndNobodyIsTold) {
+TEST_F(StateMachineTest, InitializedIsStoredWithoutNotification) {
   auto const machine = makeActive<Machine>(first, second, &log);
-  auto const listener = makeActive<BfnTest::Probe>(machine, "told", &log);
+  auto const listener = makeActive<BfnTest::Probe>(machine, "listener", &log);
   machine->initializedIs(false);
   EXPECT_FALSE(machine->initialized());
   EXPECT_THAT(log, IsEmpty());

@@ -131,7 +131,7 @@ TEST(Strep, NeedStringConsumesExactlyTheLiteral) {
   EXPECT_EQ(it - text.begin(), 3);
 }
 
-TEST(Strep, NeedStringNamesWhatWasExpectedAndWhatStandsThere) {
+TEST(Strep, NeedStringNamesWhatWasExpectedAndWhatWasFound) {
   auto const need = [](String const& text) {
     return rangeErrorOf([&] {
       String::Iterator it = text.begin();

@@ -16,7 +16,7 @@ using ::testing::ElementsAre;
 using ::testing::StrEq;
 using ::testing::ThrowsMessage;
 
-TEST(Database, HasNothingAtAPathThatNobodyMade) {
+TEST(Database, HasNothingAtAPathThatWasNeverMade) {
   auto const database = Kiv::makeActive<Database>();
   EXPECT_FALSE(database->entity("a"));
   EXPECT_EQ(database->typeName("a"), "");

@@ -161,7 +161,7 @@ TEST_F(EmbeddedSessionTest, WhatWasWrittenBeforeIsThereWhenItIsMounted) {
   EXPECT_EQ(vrfs(reader)->vrfName(VrfId(7)), VrfName("red"));
 }
 
-TEST_F(EmbeddedSessionTest, AReaderCannotWriteAndNobodyHearsOfIt) {
+TEST_F(EmbeddedSessionTest, AReaderCannotWriteAndItsAttemptDoesNotNotify) {
   mount(writer, "w");
   vrfs(writer)->vrfNameIs(VrfId(7), VrfName("red"));
   auto const other = session();
@@ -257,7 +257,7 @@ TEST_F(EmbeddedSessionTest, AReadersTypeSettlesNothing) {
   EXPECT_FALSE(reader->getEntity("vrfs"));
 }
 
-TEST_F(EmbeddedSessionTest, OfAnotherTypeThanTheEntityAMountGivesNullAndTheRequestGoesOn) {
+TEST_F(EmbeddedSessionTest, OfAnotherTypeThanTheEntityAMountGivesNullAndTheRequestCompletes) {
   mount(writer, "w");
   for (char const* const mode : {"r", "w"}) {
     SCOPED_TRACE(mode);

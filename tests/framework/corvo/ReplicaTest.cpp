@@ -108,7 +108,7 @@ TEST(Replica, AMembersAttributesFollowInTheSameObject) {
   EXPECT_THAT(routes.log, ElementsAre("red fwdVlanId"));
 }
 
-TEST(Replica, AMemberThatComesCompleteIsCompleteWhenItIsTold) {
+TEST(Replica, AMemberThatComesCompleteIsCompleteWhenItIsNotified) {
   Pair<RouteStatus> routes;
   routes.start();
   unsigned seen = 0;
@@ -195,7 +195,7 @@ TEST(Replica, AfterItsEndTheCopyIsFree) {
   EXPECT_EQ(routes.original->vrfStatus().size(), 1u);
 }
 
-TEST(Replica, AWriteToTheCopyIsTakenBackBeforeAnybodyHears) {
+TEST(Replica, AWriteToTheCopyIsUndoneBeforeAnyNotification) {
   Pair<Pex::L3Status> vrfs;
   vrfs.original->vrfNameIs(VrfId(7), VrfName("red"));
   vrfs.start();

@@ -294,7 +294,7 @@ TEST_F(GenericInterfaceTest, ATypeWithoutConstructorIsRefused) {
 }
 
 TEST_F(GenericInterfaceTest, AnObjectInPlaceOfAValueIsRefused) {
-  expectRefused("an object stands where a value should",
+  expectRefused("an object where a value is expected",
                 [&] { op(GenericOp::Set, "title", {GenericValue(library)}); });
   expectRefused("a value is missing", [&] { op(GenericOp::Set, "title", {GenericValue()}); });
 }

@@ -55,13 +55,13 @@ TEST_F(L3RoutingStatusTest, NullIsRefused) {
                Kiv::NullPointerException);
 }
 
-TEST_F(L3RoutingStatusTest, RenotifyTellsOfAKeyWithoutAChange) {
+TEST_F(L3RoutingStatusTest, RenotifyNotifiesOfAKeyWithoutAChange) {
   status->l3IntfRoutingStatusRenotify(kKey);
   EXPECT_EQ(status->l3IntfRoutingStatus(kKey), nullptr);
   EXPECT_THAT(log->changes, SizeIs(1));
 }
 
-TEST_F(L3RoutingStatusTest, RemovalTellsOnceAndOnlyOfWhatWasThere) {
+TEST_F(L3RoutingStatusTest, RemovalNotifiesOnceAndOnlyOfWhatWasPresent) {
   status->l3IntfRoutingStatusIs(kKey);
   status->l3IntfRoutingStatusIs(PortVlanPair(Ovra::IntfId("Ethernet2"), 5));
   log->changes.clear();

@@ -21,12 +21,12 @@ VrfName const kBlue("blue");
 
 using L3StatusTest = BfnTest::LoggedRecord<L3Status, L3Status::kVrfNameToId>;
 
-TEST_F(L3StatusTest, KnowsNobodyAtFirst) {
+TEST_F(L3StatusTest, IsEmptyAtFirst) {
   EXPECT_EQ(status->vrfNameToId(kRed), nullptr);
   EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
 }
 
-TEST_F(L3StatusTest, EachDirectionStandsForItself) {
+TEST_F(L3StatusTest, EachDirectionIsIndependent) {
   status->vrfNameToIdIs(kRed, VrfId(7));
   EXPECT_EQ(*status->vrfNameToId(kRed), VrfId(7));
   EXPECT_EQ(status->vrfName(VrfId(7)), VrfName());
@@ -37,7 +37,7 @@ TEST_F(L3StatusTest, EachDirectionStandsForItself) {
   EXPECT_THAT(log->changes, ElementsAre("red", "#259"));
 }
 
-TEST_F(L3StatusTest, AnEqualValueOrAnAbsentKeyTellsNobody) {
+TEST_F(L3StatusTest, AnEqualValueOrAnAbsentKeyDoesNotNotify) {
   status->vrfNameToIdIs(kRed, VrfId(7));
   status->vrfNameIs(VrfId(7), kRed);
   log->changes.clear();

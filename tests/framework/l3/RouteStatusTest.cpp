@@ -28,7 +28,7 @@ TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
   EXPECT_THAT(log->changes, ElementsAre("red"));
 }
 
-TEST_F(RouteStatusTest, NumbersAreTakenAsTheyAreAndToldOnARealChange) {
+TEST_F(RouteStatusTest, NumbersAreTakenAsTheyAreAndARealChangeNotifies) {
   auto const red = status->vrfStatusIs(kRed);
   auto const own = Kiv::makeActive<BfnTest::KeyLog<VrfName>>(red, RouteStatus::kVrfStatus);
   log->changes.clear();
@@ -52,7 +52,7 @@ TEST_F(RouteStatusTest, AnObjectMadeByTheHostComesWithItsNumbers) {
   EXPECT_THROW(status->vrfStatusIs(Kiv::Ptr<VrfStatus>()), Kiv::NullPointerException);
 }
 
-TEST_F(RouteStatusTest, RemovalTellsOnceAndOnlyOfWhatWasThere) {
+TEST_F(RouteStatusTest, RemovalNotifiesOnceAndOnlyOfWhatWasPresent) {
   status->vrfStatusIs(kRed);
   status->vrfStatusIs(VrfName("blue"));
   log->changes.clear();

@@ -130,7 +130,7 @@ TEST_F(Log, ForgetsAHandleThatIsGone) {
   EXPECT_EQ(LogHandle::find("BRIEF"), nullptr);
 }
 
-TEST_F(Log, TellsWhatAHandleWasBuiltWith) {
+TEST_F(Log, ReportsWhatAHandleWasBuiltWith) {
   EXPECT_EQ(byId_.name(), "BY_ID");
   EXPECT_EQ(byId_.severity(), LogSeverity::warning);
   EXPECT_EQ(static_cast<int>(byId_.severity()), 4);

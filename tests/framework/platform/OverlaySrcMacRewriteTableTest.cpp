@@ -228,7 +228,7 @@ TEST_F(OverlaySrcMacRewriteTableTest, MissingSpecIsRefused) {
   EXPECT_THROW(table->entryDel(nullptr), Kiv::NullPointerException);
 }
 
-TEST_F(OverlaySrcMacRewriteTableTest, EntryCountStandsInTheStatusManagersRecord) {
+TEST_F(OverlaySrcMacRewriteTableTest, EntryCountIsInTheStatusManagersRecord) {
   EXPECT_EQ(statuses->status("overlaySrcMacRewrite")->entryCount(), 0u);
   table->entryIs(someRow());
   EXPECT_EQ(statuses->status("overlaySrcMacRewrite")->entryCount(), 1u);

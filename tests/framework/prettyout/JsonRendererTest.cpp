@@ -18,7 +18,7 @@ using BfnTest::Output;
 using nlohmann::json;
 
 std::string render(std::string_view vrf) {
-  Output output(Format::kJson);
+  Output output(Format::Json);
   Renderer& renderer = output.renderer();
   renderer.start();
   renderer.startDict(vrf);
@@ -37,7 +37,7 @@ std::string readBack(std::string_view name) {
 }
 
 TEST(JsonRenderer, NestsDictionariesEntriesAndAttributesByteForByte) {
-  Output output(Format::kJson);
+  Output output(Format::Json);
   Renderer& renderer = output.renderer();
   renderer.start();
   renderer.startDict("vrfs");
@@ -63,7 +63,7 @@ TEST(JsonRenderer, NestsDictionariesEntriesAndAttributesByteForByte) {
 }
 
 TEST(JsonRenderer, FrillsPrintNothing) {
-  Output output(Format::kJson);
+  Output output(Format::Json);
   output.renderer().start();
   BfnTest::printHeader(output.renderer());
   output.renderer().end();
@@ -71,7 +71,7 @@ TEST(JsonRenderer, FrillsPrintNothing) {
 }
 
 TEST(JsonRenderer, AttributesOutsideAnyDictionaryAreMembersOfTheOutput) {
-  Output output(Format::kJson);
+  Output output(Format::Json);
   Renderer& renderer = output.renderer();
   renderer.start();
   renderer.addAttributes("%s\n", 1, Attribute{"rows", "7"});
@@ -137,7 +137,7 @@ TEST(JsonRenderer, GivesEveryNameAKeyOfItsOwn) {
     names.insert(std::string("\xE2") + static_cast<char>(byte));
     names.insert(escaped(std::string(1, static_cast<char>(byte))));
   }
-  Output output(Format::kJson);
+  Output output(Format::Json);
   Renderer& renderer = output.renderer();
   renderer.start();
   for (std::string const& name : names) {
@@ -173,7 +173,7 @@ TEST(JsonRenderer, StaysValidWhateverBytesANameHolds) {
 }
 
 TEST(JsonRenderer, StaysValidOverManyDrainsOfATinyBuffer) {
-  Output output(Format::kJson, 1);
+  Output output(Format::Json, 1);
   output.capture.perCall = 7;
   Renderer& renderer = output.renderer();
   renderer.start();

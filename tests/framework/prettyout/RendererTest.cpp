@@ -32,18 +32,18 @@ TEST(ColumnFormat, KnowsLiteralsWidthAndAlignment) {
 }
 
 TEST(Printer, RendersInTheFormItWasMadeFor) {
-  for (Format form : {Format::kText, Format::kJson}) {
+  for (Format form : {Format::Text, Format::Json}) {
     Output output(form);
     EXPECT_EQ(output.printer->format(), form);
     output.renderer().start();
     output.renderer().addFrills("text");
     output.renderer().end();
-    EXPECT_EQ(output.flushed(), form == Format::kText ? "text" : "{}\n");
+    EXPECT_EQ(output.flushed(), form == Format::Text ? "text" : "{}\n");
   }
 }
 
 TEST(Renderer, IoflushOffersOnceAndKeepsWhatIsRefused) {
-  Output output(Format::kText);
+  Output output(Format::Text);
   output.capture.perCall = 2;
   output.renderer().start();
   output.renderer().addFrills("abc");
@@ -107,9 +107,9 @@ TEST_P(RendererDeathTest, NestingIsBounded) {
   EXPECT_DEATH(renderer_.startDict("d"), "nested too deeply");
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryForm, RendererDeathTest,
-                         testing::Values(Format::kText, Format::kJson), [](auto const& form) {
-                           return form.param == Format::kText ? "Text" : "Json";
+INSTANTIATE_TEST_SUITE_P(EveryForm, RendererDeathTest, testing::Values(Format::Text, Format::Json),
+                         [](auto const& form) {
+                           return form.param == Format::Text ? "Text" : "Json";
                          });
 
 }  // namespace

@@ -15,7 +15,7 @@ using namespace prettyout;
 using BfnTest::Output;
 
 TEST(TextRenderer, PrintsHeaderRowsAndTrailingBlanksByteForByte) {
-  Output output(Format::kText);
+  Output output(Format::Text);
   Renderer& renderer = output.renderer();
   renderer.start();
   BfnTest::printHeader(renderer);
@@ -37,7 +37,7 @@ TEST(TextRenderer, PrintsHeaderRowsAndTrailingBlanksByteForByte) {
 }
 
 TEST(TextRenderer, DictionariesAndEntriesPrintNothing) {
-  Output output(Format::kText);
+  Output output(Format::Text);
   Renderer& renderer = output.renderer();
   renderer.start();
   renderer.startDict("vrfs");
@@ -49,7 +49,7 @@ TEST(TextRenderer, DictionariesAndEntriesPrintNothing) {
 }
 
 TEST(TextRenderer, AValueLongerThanItsColumnIsNotCut) {
-  Output output(Format::kText);
+  Output output(Format::Text);
   output.renderer().start();
   output.renderer().startDict("addresses");
   BfnTest::printRow(output.renderer(), "a-name-of-more-than-15-bytes", "255.255.255.255",
@@ -59,7 +59,7 @@ TEST(TextRenderer, AValueLongerThanItsColumnIsNotCut) {
 }
 
 TEST(TextRenderer, ArgumentsAreDataAndNeverFormats) {
-  Output output(Format::kText);
+  Output output(Format::Text);
   output.renderer().start();
   output.renderer().addFrills("[%s] [%6s] [%-6s]\n", "%s%n", "%d", std::string("%%"));
   EXPECT_EQ(output.flushed(), "[%s%n] [    %d] [%%    ]\n");
@@ -67,14 +67,14 @@ TEST(TextRenderer, ArgumentsAreDataAndNeverFormats) {
 
 TEST(TextRenderer, BytesOfAnyValueAreWrittenAsTheyAre) {
   using namespace std::string_view_literals;
-  Output output(Format::kText);
+  Output output(Format::Text);
   output.renderer().start();
   output.renderer().addFrills("%-4s|\n", "\0\xFF\n"sv);
   EXPECT_EQ(output.flushed(), "\0\xFF\n |\n"sv);
 }
 
 TEST(TextRenderer, AnEmptyValueFillsItsColumn) {
-  Output output(Format::kText);
+  Output output(Format::Text);
   output.renderer().start();
   output.renderer().addFrills("%3s|%-3s|%s|\n", "", std::string_view(), "");
   EXPECT_EQ(output.flushed(), "   |   ||\n");
@@ -84,7 +84,7 @@ TEST(TextRenderer, PadsLikeTheCLibraryForEveryLengthAndBothAlignments) {
   unsigned const seed = BfnTest::testSeed(std::random_device{}());
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-  Output output(Format::kText, 256);
+  Output output(Format::Text, 256);
   output.renderer().start();
   std::string expected;
   auto text = [&random] {

@@ -95,7 +95,7 @@ TEST(TimeLine, InterpolatesBetweenItsMoments) {
   EXPECT_EQ(line.at(3000), wall(20));
 }
 
-TEST(TimeLine, GoesOnAfterItsLastMomentAndBeforeItsFirst) {
+TEST(TimeLine, ContinuesAfterItsLastMomentAndBeforeItsFirst) {
   TimeLine const line({1000, steady(510)}, {3000, steady(520)}, wall(20));
   EXPECT_EQ(line.at(3200), wall(21));
   EXPECT_EQ(line.at(800), wall(9));

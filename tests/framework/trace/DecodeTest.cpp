@@ -36,12 +36,13 @@ void outer() {
 
 namespace {
 
+using BfnTest::TraceCapture;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
-TEST(Decode, TellsEverythingAboutARecord) {
+TEST(Decode, ReportsEverythingAboutARecord) {
   TraceCapture const capture;
   auto const before = std::chrono::system_clock::now();
   BfnTest::count(7);

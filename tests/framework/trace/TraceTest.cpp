@@ -79,6 +79,7 @@ class Template {
 
 namespace {
 
+using BfnTest::TraceCapture;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::StartsWith;
@@ -149,7 +150,7 @@ TEST_F(TextTrace, IsWrittenOnlyForAnEnabledLevel) {
   EXPECT_EQ(TraceCapture::texts().size(), 2U) << "the ring has both";
 }
 
-TEST_F(TextTrace, TellsTheSinkWhereItComesFrom) {
+TEST_F(TextTrace, GivesTheSinkItsFileAndLine) {
   std::vector<Kiv::TraceLine> traced;
   Kiv::TraceHelper::sinkIs([&](Kiv::TraceLine const& line) { traced.push_back(line); });
   BfnTest::Machine().handleText("text");

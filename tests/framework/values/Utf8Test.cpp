@@ -22,7 +22,7 @@ bool isUtf8(std::string const& text) {
   }
 }
 
-TEST(Utf8, ValidTextStandsForItself) {
+TEST(Utf8, ValidTextIsKept) {
   for (std::string const text : {"", "plain", "gr\xC3\xBCn", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80",
                                  "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBD", "\xF0\x90\x80\x80",
                                  "\xF4\x8F\xBC\x80", "\xF4\x8F\xBD\xBF"}) {

@@ -191,7 +191,7 @@ TEST_F(CommandsTest, ACaptureCannotBeWrittenOverItselfNorBelowAFile) {
               HasSubstr("cannot make "));
 }
 
-TEST_F(CommandsTest, ACommandBehindAnotherIsCompletedToo) {
+TEST_F(CommandsTest, ACommandAfterAnotherIsCompletedToo) {
   for (std::string const first : {"brief", "expect", "help", "measure", "measure brief"}) {
     EXPECT_THAT(Host::completionsOf(first + " dump st", shell), ElementsAre("stats")) << first;
   }

@@ -26,7 +26,7 @@ TEST(Lexer, AQuotedWordMayHoldAnything) {
   EXPECT_THAT(Host::splitWords("\"\""), ElementsAre(""));
 }
 
-TEST(Lexer, BehindTwoEqualSignsTheRestIsOneWord) {
+TEST(Lexer, AfterTwoEqualSignsTheRestIsOneWord) {
   EXPECT_THAT(Host::splitWords(R"(expect dump chip ==  [ {"a": "b # c"} ] )"),
               ElementsAre("expect", "dump", "chip", "==", R"([ {"a": "b # c"} ])"));
   EXPECT_THAT(Host::splitWords("a == "), ElementsAre("a", "=="));

@@ -54,7 +54,7 @@ TEST_F(CaptureTest, ReadsARecordFromTheBytesOfAFile) {
   EXPECT_EQ(Buffer(frame->bytes.begin(), frame->bytes.end()), hex("deadbeef"));
   EXPECT_EQ(frame->wireLength, 60u);
   EXPECT_FALSE(reader.next());
-  EXPECT_FALSE(reader.next()) << "and goes on being at its end";
+  EXPECT_FALSE(reader.next()) << "and stays at its end";
   EXPECT_EQ(reader.frames(), 1u);
 }
 

@@ -65,7 +65,7 @@ TEST_F(ForwardCaptureTest, KeepsTheTimeUnitOfItsInput) {
   EXPECT_EQ(CaptureReader(out).timeUnit(), TimeUnit::Microseconds);
 }
 
-TEST_F(ForwardCaptureTest, TellsItsObserverOfEachFrameInTurn) {
+TEST_F(ForwardCaptureTest, NotifiesItsObserverOfEachFrameInTurn) {
   writeInput();
   std::vector<std::string> seen;
   forwardCapture(in, out, forwarder, [&](ForwardedFrame const& frame) {

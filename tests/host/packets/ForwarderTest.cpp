@@ -220,7 +220,7 @@ TEST_F(ForwarderTest, RewritesAPacketWithOptions) {
   EXPECT_EQ(totals().withOptions, 1u);
 }
 
-TEST_F(ForwarderTest, KeepsThePaddingBehindAPacket) {
+TEST_F(ForwarderTest, KeepsThePaddingAfterAPacket) {
   EXPECT_EQ(verdict(ethernet(EtherType::kIpv4,
                              BfnTest::joined({BfnTest::ipv4(counting(4)), Buffer(22, 0x55)}))),
             Verdict::Rewritten);

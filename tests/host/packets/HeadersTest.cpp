@@ -143,7 +143,7 @@ TEST(Ipv4Fault, IsAHeaderOfAnotherVersionOrOfLengthsThatContradictEachOther) {
   EXPECT_EQ(faultOf(BfnTest::ipv4(counting(8), shorter)), Ipv4Fault::Header);
 }
 
-TEST(Ipv4Fault, IsNoneWithOptionsAndWithPaddingBehindThePacket) {
+TEST(Ipv4Fault, IsNoneWithOptionsAndWithPaddingAfterThePacket) {
   EXPECT_EQ(faultOf(BfnTest::ipv4(counting(8), {}, hex("01010101"))), Ipv4Fault::None);
   EXPECT_EQ(faultOf(BfnTest::joined({BfnTest::ipv4(counting(8)), Buffer(18)})), Ipv4Fault::None);
 }

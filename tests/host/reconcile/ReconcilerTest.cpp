@@ -168,7 +168,7 @@ TEST_F(ReconcilerTest, HoldForgetsWhatWasWantedAndTheChipKeepsIt) {
   EXPECT_THAT(installed(), ElementsAre(2u));
 }
 
-TEST_F(ReconcilerTest, RunningAChangeGoesOnAtOnce) {
+TEST_F(ReconcilerTest, RunningAChangeReachesTheChipAtOnce) {
   running();
   EXPECT_EQ(write(1, 1), WriteResult::Ok);
   EXPECT_EQ(write(1, 2), WriteResult::Ok);
@@ -250,7 +250,7 @@ TEST_F(SmallChipTest, RowsThatFindNoRoomWaitAndGoInInTheirOrder) {
   EXPECT_THAT(waiting(), IsEmpty());
 }
 
-TEST_F(SmallChipTest, ANewRowGoesBehindThoseThatWait) {
+TEST_F(SmallChipTest, ANewRowWaitsAfterThoseThatWait) {
   running();
   for (Kiv::U32 n = 1; n <= 3; ++n) write(n, n);
   chipErase(1);
@@ -359,7 +359,7 @@ TEST_F(ReconcilerTest, AFailedRemovalIsAnsweredOkAndRetriedUnlessTheRowIsWantedA
   EXPECT_THAT(audit(), IsEmpty());
 }
 
-TEST_F(ReconcilerTest, AnAuditFindsWhatSomebodyElseDidAndRepairUndoesIt) {
+TEST_F(ReconcilerTest, AnAuditFindsAForeignChangeAndRepairUndoesIt) {
   running();
   for (Kiv::U32 n = 1; n <= 200; ++n) write(n, n);
   chipErase(3);

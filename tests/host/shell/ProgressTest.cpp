@@ -24,7 +24,7 @@ class ProgressTest : public ::testing::Test {
   std::chrono::steady_clock::time_point now;
 };
 
-TEST_F(ProgressTest, AppearsAfterAQuarterOfASecondAndGoesOnByQuarters) {
+TEST_F(ProgressTest, AppearsAfterAQuarterOfASecondAndAdvancesByQuarters) {
   Host::Progress progress(4 * kCalls, &terminal, clock());
   work(progress);
   EXPECT_EQ(terminal.str(), "");

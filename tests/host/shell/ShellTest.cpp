@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"load no-such-file.lab",
                 "no-such-file.lab: expected a file of commands that can be read"},
         BadLine{"load /", "/: expected a file of commands that can be read"},
-        BadLine{"expect dump chip == [", "expected JSON behind =="},
+        BadLine{"expect dump chip == [", "expected JSON after =="},
         BadLine{"expect dump chip", "expected ==, found the end of the line"},
         BadLine{"clock advance soon", "expected a number from 0 to 4294967295, found soon"},
         BadLine{"help host everything", "there is no command that begins so; try help"},
@@ -111,7 +111,7 @@ TEST_F(ShellTest, TheFirstBadLineEndsTheRun) {
   EXPECT_EQ(out.str(), "one\n");
 }
 
-TEST_F(ShellTest, ABadLineOfALoadedFileIsToldWithItsOwnPlace) {
+TEST_F(ShellTest, ABadLineOfALoadedFileIsReportedWithItsOwnPlace) {
   std::string const file = ::testing::TempDir() + "/bad.lab";
   std::ofstream(file) << "print one\n\nhost\n";
   EXPECT_EQ(run("print zero\nload " + file), Host::Shell::BadInput);
@@ -140,7 +140,7 @@ TEST_F(ShellTest, AFailedExpectationShowsBothSides) {
             "  found:    {\"overlaySrcMacRewriteSupported\":false}\n");
 }
 
-TEST_F(ShellTest, AnExceptionOfThePluginIsTheAnswerToItsLineAndTheRunGoesOn) {
+TEST_F(ShellTest, AnExceptionOfThePluginIsTheAnswerToItsLineAndTheRunContinues) {
   bringUp();
   EXPECT_EQ(printed("host routing-status port Ethernet2 key-vlan 0 vlan 4095 vrf-id 7\n"
                     "host address 10.0.0.2 vrf-id 7 interface Ethernet2\n"
@@ -148,7 +148,7 @@ TEST_F(ShellTest, AnExceptionOfThePluginIsTheAnswerToItsLineAndTheRunGoesOn) {
             "exception: VlanId::value < 1 or > 4094 not allowed\non\n");
 }
 
-TEST_F(ShellTest, NothingIsReadBehindExit) {
+TEST_F(ShellTest, NothingIsReadAfterExit) {
   EXPECT_EQ(printed("print one\nexit\nnonsense"), "one\n");
   EXPECT_TRUE(shell.exited());
 }
@@ -222,7 +222,7 @@ class EchoShellTest : public BfnTest::ShellFixture {
   EchoShellTest() : ShellFixture({.echo = true, .json = false}) {}
 };
 
-TEST_F(EchoShellTest, EachLineStandsBeforeItsAnswer) {
+TEST_F(EchoShellTest, EachLineIsPrintedBeforeItsAnswer) {
   EXPECT_EQ(printed("# nothing\nprint one\n"), "> print one\none\n");
 }
 
