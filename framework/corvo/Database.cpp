@@ -27,15 +27,18 @@ void Database::check(Kiv::String const& path, Kiv::String const& typeName) {
   if (Kiv::Type::find(typeName) == nullptr) refuse(path, "unknown type " + typeName.stdString());
 }
 
-Kiv::Ptr<Kiv::Entity> Database::make(Kiv::String const& path, Kiv::String const& typeName) {
+Kiv::Ptr<Kiv::PtrInterface> Database::makeObject(Kiv::String const& path,
+                                                 Kiv::String const& typeName) {
   check(path, typeName);
-  Kiv::Ptr<Kiv::PtrInterface> object;
   try {
-    object = Kiv::Type::find(typeName)->construct({});
+    return Kiv::Type::find(typeName)->construct({});
   } catch (Kiv::RangeException const& exception) {
     refuse(path, exception.what());
   }
-  auto entity = Kiv::ptrCast<Kiv::Entity>(object);
+}
+
+Kiv::Ptr<Kiv::Entity> Database::make(Kiv::String const& path, Kiv::String const& typeName) {
+  auto entity = Kiv::ptrCast<Kiv::Entity>(makeObject(path, typeName));
   if (!entity) refuse(path, typeName.stdString() + " is not the type of an entity");
   return entity;
 }
@@ -45,9 +48,13 @@ Kiv::String Database::typeName(Kiv::String const& path) const {
   return found == places_.end() ? Kiv::String() : found->second.typeName;
 }
 
-Kiv::Ptr<Kiv::Entity> Database::entity(Kiv::String const& path) const {
+Kiv::Ptr<Kiv::PtrInterface> Database::object(Kiv::String const& path) const {
   auto const found = places_.find(path);
-  return found == places_.end() ? nullptr : found->second.entity;
+  return found == places_.end() ? nullptr : found->second.object;
+}
+
+Kiv::Ptr<Kiv::Entity> Database::entity(Kiv::String const& path) const {
+  return Kiv::ptrCast<Kiv::Entity>(object(path));
 }
 
 Kiv::Ptr<Publisher> Database::publisher(Kiv::String const& path) const {
@@ -66,23 +73,36 @@ Kiv::Ptr<Kiv::Entity> Database::entityIs(Kiv::String const& path, Kiv::String co
   if (there.typeName != typeName) {
     refuse(path, "it is of type " + there.typeName.stdString() + ", not " + typeName.stdString());
   }
-  return there.entity;
+  auto entity = Kiv::ptrCast<Kiv::Entity>(there.object);
+  if (!entity) refuse(path, typeName.stdString() + " is not the type of an entity");
+  return entity;
 }
 
-void Database::entityIs(Kiv::String const& path, Kiv::Ptr<Kiv::Entity> const& entity) {
+void Database::objectIs(Kiv::String const& path, Kiv::Ptr<Kiv::PtrInterface> const& object) {
   KIV_CHECK(!places_.contains(path), path);
   Kiv::Ptr<Database> const self(this);
   Kiv::String const key = path;
   places_.emplace(
-      key, Place{Kiv::String(entity->fwkType().name()), entity, Kiv::make<Publisher>(entity)});
-  std::exception_ptr const thrown =
-      clients_.each([&key](DatabaseClient& client) { client.handleEntity(key); });
+      key, Place{Kiv::String(object->fwkType().name()), object, Kiv::make<Publisher>(object)});
+  announce([&key](DatabaseClient& client) { client.handleEntity(key); }, kEntity.id, &key);
+}
+
+void Database::connectedIs(bool connected) {
+  if (connected == connected_) return;
+  Kiv::Ptr<Database> const self(this);
+  connected_ = connected;
+  announce([](DatabaseClient& client) { client.handleConnected(); }, kConnected.id, nullptr);
+}
+
+template <class F>
+void Database::announce(F const& call, Kiv::AttributeId attribute, void const* key) {
+  std::exception_ptr const thrown = clients_.each(call);
   if (!thrown) {
-    notify(kEntity.id, &key);
+    notify(attribute, key);
     return;
   }
   try {
-    notify(kEntity.id, &key);
+    notify(attribute, key);
   } catch (...) {  // not the first
   }
   std::rethrow_exception(thrown);

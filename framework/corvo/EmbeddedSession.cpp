@@ -24,6 +24,8 @@ class EmbeddedSession final : public DatabaseClient {
 
   void mount(Mount const& mount);
   void handleEntity(Kiv::String const& path) override;
+  bool connected() const override { return database_->connected(); }
+  void handleConnected() override { notify(kConnected.id); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();

@@ -214,6 +214,19 @@ AttributeDescription describeCollection(std::string_view name, AttributeId id) {
       (void)(static_cast<T&>(object).*Deleter)(key.as<typename C::Key>());
     };
   }
+  d.canonicalKey = [](GenericValue const& key) {
+    return GenericValue::of(key.as<typename C::Key>());
+  };
+  if constexpr (!std::is_null_pointer_v<decltype(Setter)>) {
+    using Arguments = typename detail::Signature<decltype(Setter)>::Arguments;
+    d.keyAndValue = std::tuple_size_v<Arguments> == 2;
+    if constexpr (detail::CollectionTraits<C>::kMembers &&
+                  !std::is_null_pointer_v<decltype(Deleter)>) {
+      d.makeMember = [](GenericValue const& key) -> Ptr<PtrInterface> {
+        return makeActive<typename C::Member>(key.as<typename C::Key>());
+      };
+    }
+  }
   d.replication = detail::replicateCollection<Collection, Setter, Deleter>();
   d.iterate = [](Ptr<PtrInterface> const& object,
                  AttributeDescription const& self) -> std::unique_ptr<GenericIterator> {

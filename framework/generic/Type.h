@@ -71,6 +71,15 @@ struct AttributeDescription {
   std::unique_ptr<GenericIterator> (*iterate)(Ptr<PtrInterface> const&,
                                               AttributeDescription const&) = nullptr;
   GenericValue (*call)(PtrInterface&, std::span<GenericValue const>) = nullptr;
+  /// Collection: a key in the one form that the collection itself gives. Throws RangeException when
+  /// it does not parse.
+  GenericValue (*canonicalKey)(GenericValue const& key) = nullptr;
+  /// Collection of values: whether its setter takes the key and the value as two arguments.
+  bool keyAndValue = false;
+  /// Collection of objects: a member made from its key, its notification on, in no collection yet.
+  /// Its fields can be set before replication.memberIs() stores it, so that it is announced
+  /// complete. Throws RangeException when the key does not parse.
+  Ptr<PtrInterface> (*makeMember)(GenericValue const& key) = nullptr;
   AttributeReplication replication;
 };
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "framework/corvo/Exceptions.h"
+#include "framework/corvo/Replica.h"
 #include "tests/framework/corvo/TestTypes.h"
 
 namespace {
@@ -66,6 +67,39 @@ TEST(Database, WhatItCannotMakeIsRefusedAndSettlesNothing) {
               ThrowsMessage<MountException>(StrEq("cannot mount \"\": the path is empty")));
   EXPECT_EQ(database->typeName("a"), "");
   EXPECT_TRUE(database->entityIs("a", kL3StatusType));
+}
+
+TEST(Database, ARecordThatIsNoEntityIsHeldAndReachedAsAnObjectOnly) {
+  auto const database = Kiv::makeActive<Database>();
+  auto const made = Database::makeObject("a", BfnTest::kNoEntityType);
+  database->objectIs("a", made);
+  EXPECT_EQ(database->object("a"), made);
+  EXPECT_EQ(database->typeName("a"), BfnTest::kNoEntityType);
+  EXPECT_EQ(database->publisher("a")->original(), made);
+  EXPECT_FALSE(database->entity("a"));
+  EXPECT_THAT([&] { database->entityIs("a", BfnTest::kNoEntityType); },
+              ThrowsMessage<MountException>(
+                  StrEq("cannot mount \"a\": BfnTest::NoEntity is not the type of an entity")));
+}
+
+TEST(Database, MakesEveryRecordThatAHostPublishes) {
+  auto const database = Kiv::makeActive<Database>();
+  for (char const* const type : {"Pex::L3Status", "BfnL3::L3RoutingStatus",
+                                 "Routing::Hardware::RouteStatus", "BfnSystem::SystemStatus"}) {
+    EXPECT_EQ(database->entityIs(type, type)->fwkType().name(), type);
+  }
+}
+
+TEST(Database, ConnectionIsThereFromTheStartAndNotifiesOfRealChanges) {
+  auto const database = Kiv::makeActive<Database>();
+  BfnTest::Log log;
+  auto const watcher = Kiv::makeActive<BfnTest::Changes>(database, "database", log);
+  EXPECT_TRUE(database->connected());
+  database->connectedIs(true);
+  EXPECT_TRUE(log.empty());
+  database->connectedIs(false);
+  EXPECT_FALSE(database->connected());
+  EXPECT_THAT(log, ElementsAre("database 131"));
 }
 
 }  // namespace

@@ -420,4 +420,18 @@ TEST_F(EmbeddedSessionTest, AReaderMayComeAndAnotherGoWhileAChangeIsPassedOn) {
   EXPECT_EQ(vrfs(late)->vrfName(VrfId(7)), VrfName("blue"));
 }
 
+TEST_F(EmbeddedSessionTest, EverySessionNotifiesOfTheDatabasesConnection) {
+  mount(writer, "w");
+  auto const first = watch(reader, "reader");
+  auto const second = watch(writer, "writer");
+  EXPECT_TRUE(reader->connected());
+  database->connectedIs(false);
+  EXPECT_FALSE(reader->connected());
+  EXPECT_FALSE(writer->connected());
+  EXPECT_TRUE(vrfs(writer));
+  database->connectedIs(true);
+  EXPECT_TRUE(reader->connected());
+  EXPECT_THAT(log, ElementsAre("writer 131", "reader 131", "writer 131", "reader 131"));
+}
+
 }  // namespace

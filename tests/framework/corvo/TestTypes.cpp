@@ -17,8 +17,6 @@ class NoEntity final : public Kiv::PtrInterface {
 };
 
 Kiv::TypeRegistration const registration{
-    &Pex::L3Status::_kivType,
-    &Routing::Hardware::RouteStatus::_kivType,
     &Routing::Hardware::VrfStatus::_kivType,
     &NoEntity::_kivType,
 };

@@ -12,9 +12,9 @@
 #include "framework/l3/L3Status.h"
 #include "framework/l3/RouteStatus.h"
 
-// What the suite's files share. TestTypes.cpp announces the types that the database makes here:
-// Pex::L3Status, with collections of values; Routing::Hardware::RouteStatus, with a collection of
-// objects that have numbers; a type that cannot be made by name and one that is not an entity.
+// What the suite's files share. The types that the database makes here: Pex::L3Status, with
+// collections of values; Routing::Hardware::RouteStatus, with a collection of objects that have
+// numbers. TestTypes.cpp announces a type that cannot be made by name and one that is not an entity.
 namespace BfnTest {
 
 constexpr char const* kL3StatusType = "Pex::L3Status";

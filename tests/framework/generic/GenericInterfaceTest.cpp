@@ -159,6 +159,26 @@ TEST_F(GenericInterfaceTest, ValuesThatDoNotCarryTheirKeyAreSetWithIt) {
   EXPECT_EQ(op(GenericOp::Get, "loans", {"12"}).strep(), "10.0.0.1");
 }
 
+TEST_F(GenericInterfaceTest, AMemberMadeByNameIsInNoCollectionUntilItIsStored) {
+  auto const& shelf = *Library::_kivType().attribute("shelf");
+  auto const made = shelf.makeMember("7");
+  EXPECT_TRUE(made->hasNotificationActive());
+  EXPECT_TRUE(op(GenericOp::Get, "shelf", {"7"}).isNothing());
+  shelf.replication.memberIs(*library, made);
+  EXPECT_EQ(op(GenericOp::Get, "shelf", {"7"}).object(), made);
+  EXPECT_THROW(shelf.makeMember("seven"), RangeException);
+}
+
+TEST_F(GenericInterfaceTest, ACollectionKnowsTheFormOfItsKeysAndHowItIsSet) {
+  auto const& shelf = *Library::_kivType().attribute("shelf");
+  auto const& loans = *Library::_kivType().attribute("loans");
+  EXPECT_EQ(loans.canonicalKey("17").strep(), "17");
+  EXPECT_THROW(loans.canonicalKey("x"), RangeException);
+  EXPECT_TRUE(loans.keyAndValue);
+  EXPECT_FALSE(shelf.keyAndValue);
+  EXPECT_EQ(loans.makeMember, nullptr);
+}
+
 TEST_F(GenericInterfaceTest, AWalkGivesKeyAndObjectAndDeletesUnderItself) {
   for (char const* key : {"1", "2", "3", "4"}) op(GenericOp::Set, "shelf", {key});
   std::vector<U32> walked;

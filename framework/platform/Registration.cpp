@@ -1,0 +1,11 @@
+#include "framework/generic/Type.h"
+#include "framework/platform/SystemStatus.h"
+
+namespace {
+
+// What the platform publishes, so that a state database can hold it.
+Kiv::TypeRegistration const registration{
+    &BfnSystem::SystemStatus::_kivType,
+};
+
+}  // namespace
