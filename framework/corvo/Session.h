@@ -16,12 +16,12 @@ namespace Corvo {
 /// first exception reaches the mutator's caller afterwards. An entity that is mounted for reading
 /// only is to be held as a pointer to const; a write to it throws ReadOnlyException.
 ///
-/// A database that mirrors a store elsewhere changes only when the store does: what is to be kept is
-/// written to the store, in the host's own way, and arrives here in the store's order, with the
-/// changes of other processes, while no handler runs. A mount for writing gives the mirror's object;
-/// a write to it is seen in this process at once and reaches the store only where the host keeps the
-/// path written behind. While the store is away, connected() is false and every entity stays as it
-/// was last known; afterwards the same objects follow what has changed meanwhile.
+/// A database that mirrors a store elsewhere changes only when the store does: what is to be kept
+/// is written to the store, in the host's own way, and arrives here in the store's order, with the
+/// changes of other processes, while no handler runs. A mount for writing gives the mirror's
+/// object; a write to it is seen in this process at once and reaches the store only where the host
+/// keeps the path written behind. While the store is away, connected() is false and every entity
+/// stays as it was last known; afterwards the same objects follow what has changed meanwhile.
 class Session : public EntityManager {
  public:
   /// Notifies with the path whenever getEntity(path) would return something else.

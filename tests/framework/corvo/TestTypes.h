@@ -14,7 +14,8 @@
 
 // What the suite's files share. The types that the database makes here: Pex::L3Status, with
 // collections of values; Routing::Hardware::RouteStatus, with a collection of objects that have
-// numbers. TestTypes.cpp announces a type that cannot be made by name and one that is not an entity.
+// numbers. TestTypes.cpp announces a type that cannot be made by name and one that is not an
+// entity.
 namespace BfnTest {
 
 constexpr char const* kL3StatusType = "Pex::L3Status";
