@@ -9,7 +9,6 @@ MatchSpecAndRefCount::MatchSpecAndRefCount(Agent::IpAndIntfId const& ipAndIntfId
 
 void MatchSpecAndRefCount::overlaySrcMacRewriteMatchSpecIs(
     Kiv::Ptr<MatchSpec const> const& matchSpec) {
-  if (matchSpec == matchSpec_) return;
   matchSpec_ = matchSpec;
 }
 

@@ -9,6 +9,7 @@
 #include "framework/generic/Type.h"
 #include "tests/intfstatus/IntfLog.h"
 #include "tests/support/TraceCapture.h"
+#include "tests/support/Watcher.h"
 
 namespace {
 
@@ -115,6 +116,20 @@ TEST_F(IntfRoutingStatusSmTest, StartTracesAndWalksPortsThenVlansThenSubInterfac
   EXPECT_THAT(traces(),
               ElementsAre("start: ", "port: intfId: Ethernet1, vlan: 0",
                           "vlan: intfId: Vlan10, vlan: 10", "sub: intfId: Ethernet2.7, vlan: 7"));
+}
+
+TEST_F(IntfRoutingStatusSmTest, EachChangeIsTracedBeforeItIsMerged) {
+  auto const sm = start();
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(merged);
+  std::vector<std::string> last;
+  watcher->then = [&] { last.push_back(traces().back()); };
+  traces();
+  ports->l3IntfRoutingStatusIs(key("Ethernet1"));
+  vlans->l3IntfRoutingStatusIs(key("Vlan10", 10));
+  subs->l3IntfRoutingStatusIs(key("Ethernet2.7", 7));
+  EXPECT_THAT(last,
+              ElementsAre("port: intfId: Ethernet1, vlan: 0", "vlan: intfId: Vlan10, vlan: 10",
+                          "sub: intfId: Ethernet2.7, vlan: 7"));
 }
 
 TEST_F(IntfRoutingStatusSmTest, AtTheStartSubInterfacesWinOverVlansAndThoseOverPorts) {

@@ -11,6 +11,7 @@
 #include "framework/platform/BfTableException.h"
 #include "tests/support/AllocationCount.h"
 #include "tests/support/RecordingDriver.h"
+#include "tests/support/TraceStatements.h"
 #include "tests/support/Watcher.h"
 
 // Rows of the chip: written once, shared, counted.
@@ -74,6 +75,31 @@ TEST_F(OverlaySrcMacRewriteManagerTest, TracesOfANewKey) {
     EXPECT_EQ(trace.statement->facility(), "BfnMacRewriteTableMgr");
     EXPECT_EQ(trace.statement->level(), 9u);
   }
+}
+
+TEST_F(OverlaySrcMacRewriteManagerTest, EveryTraceHasItsLevel) {
+  add("Ethernet1", "10.0.0.1");
+  add("Ethernet1", "10.0.0.1");
+  manager->deleteEntry(Ovra::IntfId("Ethernet1"), ip("10.0.0.1"));
+  failNext(BfnChip::Fault::Kind::TableFull);
+  add("Ethernet2", "10.0.0.2");
+  failNext(BfnChip::Fault::Kind::NoSysResources);
+  add("Ethernet2", "10.0.0.2");
+  EXPECT_THAT(
+      BfnTest::traceStatements("BfnMacRewriteTableMgr"),
+      ElementsAre(
+          "9 addEntry: Duplicate match spec exists, update the table entry and upthe ref count.",
+          "9 addEntry: System resources exhausted, hardware programming failed",
+          "9 addEntry: Table is full, hardware programming failed",
+          "9 addEntry: Table programming successful",
+          "9 addEntry: vrfName: %s l3Aintf: %s intfId: %s, overlaySip: %s, overlayRewriteSrcMac: "
+          "%s",
+          "9 deleteEntry: intfId: %s, overlaySip: %s",
+          "9 handleInitialized: ", "9 initializeTable: Initializing table: %s pipeId: %s",
+          "9 initializeTable: Table remaining: %s",
+          "9 updateEntry: intfd: %s, overlaySip: %s, overlayRewriteSrcMac: %s",
+          "9 updateTableList: Tables pending initialization: %s",
+          "9 updateTableList: overlaySrcMacRewriteTableSize: %s"));
 }
 
 TEST_F(OverlaySrcMacRewriteManagerTest, AKeyThatIsThereGetsTheNewMacAndKeepsItsVlan) {
@@ -204,6 +230,17 @@ TEST_F(OverlaySrcMacRewriteManagerTest, AFailedKeyIsTriedAgainAndLoggedOncePerMi
   EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
 }
 
+TEST_F(OverlaySrcMacRewriteManagerTest, ARefusedRowIsTracedBeforeItIsLogged) {
+  std::vector<std::string> traced;
+  Kiv::LogService::sinkIs([&](Kiv::LogMessage const&) { traced.push_back(traces().back()); });
+  failNext(BfnChip::Fault::Kind::TableFull);
+  add("Ethernet1", "10.0.0.1");
+  clock += 61;
+  failNext(BfnChip::Fault::Kind::NoSysResources);
+  add("Ethernet1", "10.0.0.1");
+  EXPECT_THAT(traced, ElementsAre(HasSubstr("Table is full"), HasSubstr("resources exhausted")));
+}
+
 TEST_F(OverlaySrcMacRewriteManagerTest, APercentSignInAVrfNameIsData) {
   failNext(BfnChip::Fault::Kind::TableFull);
   add("Ethernet1", "10.0.0.1", kMac, 100, "%s%n%d");
@@ -317,9 +354,12 @@ TEST_F(OverlaySrcMacRewriteManagerTest, TheVrfNameOfAnInterfaceIsEmptyWhenItsVrf
 TEST_F(OverlaySrcMacRewriteManagerTest, DestructionLeavesTheRows) {
   add("Ethernet1", "10.0.0.1");
   auto const kept = record("Ethernet1", "10.0.0.1");
+  auto const watcher = Kiv::makeActive<BfnTest::Watcher>(kept);
   host.journal();
   host.agent.reset();
   manager.reset();
+  EXPECT_FALSE(kept->parent());
+  EXPECT_THAT(watcher->changes, ElementsAre(Kiv::Entity::kParent.id)) << "removed, not orphaned";
   EXPECT_THAT(host.journal(), IsEmpty());
   EXPECT_EQ(host.rows().size(), 1u);
   EXPECT_EQ(kept->refCount(), 1);

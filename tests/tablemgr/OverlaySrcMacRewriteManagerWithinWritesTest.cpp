@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
@@ -16,6 +18,8 @@ using BfnTest::ip;
 using BfnTest::kOtherMac;
 using BfnTest::OverlaySrcMacRewriteManagerTest;
 using PexTypes::TableAddStatus;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 // What the records look like from within a write, and what may be done to them there.
@@ -89,6 +93,7 @@ TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest, ARowThatIsNotWrittenIsNeverA
 TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest, ARemovalWithinTheWriteTakesTheRowAlong) {
   within([&] { del("Ethernet1", "10.0.0.1"); });
   EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
+  EXPECT_EQ(announced(), 1u) << "the removal alone";
   EXPECT_THAT(host.rows(), IsEmpty());
   EXPECT_EQ(manager->matchSpecAndRefCount().size(), 0u);
   EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::Success);
@@ -118,6 +123,23 @@ TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest,
   ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
   EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
   EXPECT_EQ(host.rows().size(), 1u);
+  EXPECT_EQ(announced(), 2u) << "the removal and the later record";
+}
+
+TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest, ARefusedRowIsTracedAfterItsRecordIsSettled) {
+  for (auto const kind : {BfnChip::Fault::Kind::TableFull, BfnChip::Fault::Kind::NoSysResources}) {
+    failNext(kind);
+    within([&] { add("Ethernet1", "10.0.0.1", kOtherMac); });
+    std::vector<std::string> before;
+    watcher->then = [&] { before = traces(); };
+    EXPECT_EQ(add("Ethernet1", "10.0.0.1"), TableAddStatus::ResourcesExhausted);
+    watcher->then = nullptr;
+    ASSERT_FALSE(before.empty());
+    EXPECT_THAT(before.back(), HasSubstr("updateEntry"));
+    EXPECT_THAT(traces(), ElementsAre(HasSubstr("hardware programming failed")));
+    del("Ethernet1", "10.0.0.1");
+    traces();
+  }
 }
 
 TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest,

@@ -313,6 +313,16 @@ TEST_F(TableSetupDeathTest, InitialisationOfAnotherTableIsFatalAfterItsTrace) {
   Kiv::TraceHandle::levelsAre("BfnMacRewriteTableMgr", 0);
 }
 
+TEST_F(TableSetupDeathTest, InitialisationOfAnotherTableIsFatalBeforeTheChipIsAsked) {
+  auto const manager = make();
+  RecordingDriver driver(host.chip);
+  driver.refuses = true;
+  EXPECT_DEATH(
+      manager->initializeTable(TableKey("other", 0, BfnId::BfnPipeId(0)), driver.opaque(),
+                               BfnDriver::BfnDevProfile("p"), 1, nullptr, nullptr, nullptr),
+      "Unknown table name: other");
+}
+
 TEST_F(TableSetupDeathTest, StatisticsOfAnotherTableAreFatal) {
   auto const manager = make();
   initialize(*manager);
