@@ -1,5 +1,5 @@
-// The flat hash table beside absl::flat_hash_map, both with the same 32-bit hash, a key of 12 bytes
-// and a pointer. Names are <table>/<operation>/<members>; times are for one member.
+// The flat hash table against absl::flat_hash_map, both with the same 32-bit hash, a key of 12
+// bytes and a pointer. Names are <table>/<operation>/<members>; times are for one member.
 
 #include <absl/container/flat_hash_map.h>
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The plug-in on its chip, row by row, beside a program that takes the same decisions without a
+// The plug-in on its chip, row by row, against a program that takes the same decisions without a
 // framework: flat hash maps, plain structs, and one raw record in a ring wherever the plug-in
 // traces.
 #include <absl/container/flat_hash_map.h>

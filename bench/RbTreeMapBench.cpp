@@ -1,4 +1,4 @@
-// The ordered map beside std::map: keys of 12 bytes and a pointer. Names are
+// The ordered map against std::map: keys of 12 bytes and a pointer. Names are
 // <map>/<operation>/<members>; times are for one member.
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 """Checks every include of the tree against docs/layers.txt, and the picture of the house against it.
 
   docs/layers.py          prints what is wrong; the exit status is 1 when something is
-  docs/layers.py --draw   draws the picture in docs/architecture.md anew
+  docs/layers.py --draw   draws the picture in docs/architecture.md again
 
 `--root DIR` works on another tree.
 """

@@ -17,7 +17,7 @@ struct KernelOptions {
   static constexpr std::size_t kDefaultRows = 65'536;
 
   /// Where maps and program are pinned: a directory of a bpf file system, or one on which a bpf
-  /// file system can be mounted. Mind that `ip netns exec` mounts /sys anew, so that what is below
+  /// file system can be mounted. Mind that `ip netns exec` mounts /sys again, so that what is below
   /// /sys/fs/bpf is not seen there.
   std::filesystem::path directory;
   /// The rows of a table that is made. One that is there keeps its own number.

@@ -57,7 +57,7 @@ BfnMacRewriteSm::BfnMacRewriteSm(
   try {
     handleInitialized();
   } catch (std::bad_alloc const&) {
-    // The next machine writes every row anew; it must not find this one's references.
+    // The next machine writes every row again; it must not find this one's references.
     firstRows_ = nullptr;
     for (Agent::IpAndIntfId const& row : rows) {
       if (manager_->matchSpecAndRefCount(row)) manager_->deleteEntry(row.intfId, row.ipAddr);

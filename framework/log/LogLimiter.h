@@ -13,7 +13,7 @@ namespace Kiv {
 /// `interval` seconds.
 ///
 /// Remembers kMaxHashes hashes at most. When another one comes up, the one that was asked about
-/// the longest time ago is forgotten: its limit starts anew, and what it held back is reported
+/// the longest time ago is forgotten: its limit starts again, and what it held back is reported
 /// with whichever message goes out next. Asking is expected constant time.
 class LogLimiter {
  public:

@@ -42,7 +42,7 @@ struct RecordLayout {
   }
 
   /// One step of the check: one-to-one in each operand, so that a change within one word is always
-  /// found, and several changes but for one chance in 2^64.
+  /// found, and several changes except for one chance in 2^64.
   static constexpr U64 mix(U64 check, U64 word) {
     check += word;
     check ^= check >> 32;

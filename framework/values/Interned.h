@@ -18,7 +18,7 @@ namespace Kiv {
 /// The process-wide table of the texts that the 4-byte text handles refer to. It lives in this
 /// library, so that a handle means the same text in every shared library of the process.
 ///
-/// A text once seen stays for the life of the process, but for those of a form that is refused
+/// A text once seen stays for the life of the process, except for those of a form that is refused
 /// (StrepAttempt). That is bounded by what the texts are, the interfaces and VRFs of one switch,
 /// and it is what lets a record of the trace ring, which holds only the handle, be decoded long
 /// after the last object with that name is gone. Entries never move. Used from the framework thread

@@ -66,7 +66,7 @@ struct ForwardTotals {
 
 /// Sends frames over the overlay the way the chip does: looks up IPv4 frames by forwarding VLAN and
 /// source address, both as in the packet, gives those that hit a row the row's source MAC, and
-/// encapsulates. The inner frame, its tag included, stays as it came but for that MAC.
+/// encapsulates. The inner frame, its tag included, stays as it came except for that MAC.
 ///
 /// The rules, of which the first that applies decides:
 ///
@@ -78,7 +78,7 @@ struct ForwardTotals {
 ///   has VLAN 4095                                               dropped: ReservedVlan
 ///   has a second tag (0x8100 or 0x88a8 after such a tag)        forwarded: DoubleTagged; in the
 ///                                                               VLAN of the outer tag, no look-up
-///   is ARP, IPv6, anything else but IPv4                        forwarded, no look-up
+///   is ARP, IPv6, anything other than IPv4                      forwarded, no look-up
 ///   IPv4: ends inside the header, has another version, a        dropped: BadIpv4Header
 ///     header of fewer than 20 bytes, a total length below it
 ///   IPv4: ends before its total length                          dropped: Ipv4CutShort

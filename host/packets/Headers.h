@@ -60,7 +60,7 @@ struct VlanTag {
   friend bool operator==(VlanTag const&, VlanTag const&) = default;
 };
 
-/// An IPv4 header but for its options.
+/// An IPv4 header without its options.
 struct Ipv4Header {
   static constexpr std::size_t kSize = 20;
   static constexpr std::size_t kChecksumAt = 10;

@@ -43,8 +43,8 @@ class Reconciler final : public BfnDriver::TableDriver {
 
   /// Whether changes only collect.
   bool held() const { return held_; }
-  /// Forgets what was wanted and collects anew, for example when the agent goes. The chip keeps its
-  /// rows. Pending changes are made first.
+  /// Forgets what was wanted and collects again, for example when the agent goes. The chip keeps
+  /// its rows. Pending changes are made first.
   void hold();
   /// Brings every open table to what is wanted; runs from then on. When a table cannot be walked,
   /// the status says so, that table is still held and so is the whole.

@@ -136,7 +136,7 @@ TEST_F(MountedAgentTest, WhatTheOperatorWritesReachesTheChip) {
   config->overlaySrcMacRewriteEntryIs(
       {L3::VrfName("red"), ip("10.0.0.1"), mac("02:00:00:00:00:02")});
   EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 02:00:00:00:00:02"));
-  // A rewrite that is taken back leaves the row, which is written anew when the address returns.
+  // A rewrite that is taken back leaves the row, which is written again when the address returns.
   config->overlaySrcMacRewriteEntryDelAll();
   EXPECT_THAT(host.rows(), ElementsAre("100 10.0.0.1 02:00:00:00:00:02"));
   host.addressDel(7, "10.0.0.1");

@@ -21,7 +21,7 @@
 //
 // BFN_FAULTS=long in the environment takes all cases; without it a share of them: of every event
 // each second change, at one of its calls, and of these those that takesCase() says.
-// BFN_FAULTS=write writes foreign-outcomes.txt anew, in the working directory.
+// BFN_FAULTS=write writes foreign-outcomes.txt again, in the working directory.
 namespace {
 
 using BfnTest::FaultEvent;

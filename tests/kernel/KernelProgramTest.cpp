@@ -195,7 +195,7 @@ TEST_F(KernelProgramTest, WhatWasLeftHalfMadeIsMadeAnew) {
 
 TEST_F(KernelProgramTest, InstallationThatWasInterruptedIsFinished) {
   { rowIs(KernelProgram(options(50))); }
-  // All is pinned anew, and only the first map has been moved.
+  // All is pinned again, and only the first map has been moved.
   ASSERT_EQ(mkdir(pin("new").c_str(), 0700), 0);
   for (char const* name : {"hits", "devices", "vnis", "counters", "program", "layout"}) {
     ASSERT_EQ(rename(pin(name).c_str(), pin(std::string("new/") + name).c_str()), 0);

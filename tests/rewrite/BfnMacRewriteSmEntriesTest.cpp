@@ -401,7 +401,7 @@ TEST_F(BfnMacRewriteSmEntriesTest, TracesCarryTheFullSignatureFileAndLevels) {
   EXPECT_EQ(entries, 2);
 }
 
-// "vrfId: 7" and the like are entries; what is decided within them is not, but for two texts.
+// "vrfId: 7" and the like are entries; what is decided within them is not, except for two texts.
 TEST_F(BfnMacRewriteSmEntriesTest, LevelsAreFourForDecisionsAndNineForTheRest) {
   host.port("Ethernet1", 100);
   host.address(7, "10.0.0.1", "Ethernet1", true);

@@ -17,7 +17,7 @@ void failAllocation(std::size_t n);
 /// Whether an allocation has failed since the last failAllocation() or NoMemory.
 bool allocationFailed();
 
-/// While one lives, every allocation throws std::bad_alloc, but for the first `spared`.
+/// While one lives, every allocation throws std::bad_alloc, except for the first `spared`.
 class NoMemory {
  public:
   explicit NoMemory(std::size_t spared = 0);

@@ -70,7 +70,7 @@ struct Case {
   using Table = HashTable<Traits>;
 };
 
-// The table beside a plain model of it.
+// The table against a plain model.
 template <class C>
 class Checked {
  public:

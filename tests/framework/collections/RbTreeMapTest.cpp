@@ -144,7 +144,7 @@ TEST(RbTreeMap, MoveAndSwapCarryTheMembersAndKeepIteratorsValid) {
   EXPECT_EQ(std::next(a.begin()), it);
 }
 
-// The map beside a plain model of it.
+// The map against a plain model.
 class Checked {
  public:
   Checked(U32 seed, U32 keys) : random_(seed), keys_(keys) {}

@@ -247,7 +247,7 @@ TEST(PtrInterface, ZeroReferencesGoToHandleZeroRef) {
   EXPECT_EQ(zeros, 1);
 }
 
-// Allocation is out of reach but for make().
+// Allocation is reachable only through make().
 template <class T>
 concept Newable = requires {
   new T;

@@ -86,7 +86,7 @@ TEST_F(OnePerMinute, ForgetsTheHashAskedAboutLongestAgoWhenFull) {
   EXPECT_EQ(limiter.hashes(), LogLimiter::kMaxHashes);
   EXPECT_FALSE(limiter.ok(0, 2));
   EXPECT_FALSE(limiter.ok(1, 2));
-  EXPECT_TRUE(limiter.ok(2, 2)) << "forgotten, so its limit starts anew";
+  EXPECT_TRUE(limiter.ok(2, 2)) << "forgotten, so its limit starts again";
   EXPECT_EQ(limiter.hashes(), LogLimiter::kMaxHashes);
 }
 

@@ -31,7 +31,7 @@ class ForwarderTest : public testing::Test {
   }
 
   // Forwards and checks what holds for every frame that leaves: it is one VXLAN packet, in the
-  // VNI of its VLAN, around the frame as it came but for its source MAC.
+  // VNI of its VLAN, around the frame as it came except for its source MAC.
   ForwardedFrame forward(Buffer const& frame) {
     ForwardedFrame const result = forwarder().forward(frame);
     EXPECT_EQ(result.packet.empty(), !isForwarded(result.verdict)) << text(result.verdict);

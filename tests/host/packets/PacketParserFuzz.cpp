@@ -1,5 +1,5 @@
 // Gives any bytes as a frame to the forwarder, through a chip whose rows the frames of the corpus
-// hit. A frame is dropped, or leaves inside a VXLAN packet as it came but for its source MAC.
+// hit. A frame is dropped, or leaves inside a VXLAN packet as it came except for its source MAC.
 //
 // The first byte says by how much the capture cut the frame; the rest is the frame.
 #include <algorithm>
