@@ -3,104 +3,22 @@
 // traces.
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
-#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstring>
 #include <malloc.h>
-#include <memory>
-#include <random>
-#include <span>
-#include <time.h>
 #include <vector>
 #include <x86intrin.h>
 
+#include "bench/Events.h"
 #include "framework/trace/Trace.h"
-#include "tests/support/PluginHost.h"
+#include "host/reconcile/Reconciler.h"
 
 namespace {
 
+using namespace BfnBench;
 using Kiv::U16;
-using Kiv::U32;
 using Kiv::U64;
 using Kiv::U8;
-
-constexpr U32 kVrfs = 64;
-constexpr U32 kIntfs = 256;
-constexpr U32 kBatch = 4096;
-
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-struct Address {
-  U32 vrf;
-  U32 ip;
-  U32 intf;
-};
-
-// Address i of a VRF always lives on the same interface. In an order that no collection likes.
-std::vector<Address> addresses(U32 count, U32 from = 0) {
-  std::vector<Address> all;
-  all.reserve(count);
-  for (U32 i = from; i < from + count; ++i) {
-    all.push_back({1 + i % kVrfs, 0x0A000000u + i, i * 7 % kIntfs});
-  }
-  std::mt19937 random(1);
-  std::ranges::shuffle(all, random);
-  return all;
-}
-
-Ovra::EthAddr macOf(U32 i) {
-  return Ovra::ethAddrFromOuiStation(0x020000u, i & 0xffffffu);
-}
-
-class Framework {
- public:
-  explicit Framework(U32 lines = 0) : host(4'000'000) {
-    host.chip.journal().limitIs(0);
-    for (U32 i = 0; i < kIntfs; ++i) {
-      std::string const name = "Ethernet" + std::to_string(i);
-      intfs.emplace_back(name);
-      host.port(name.c_str(), 100 + i, 1);
-    }
-    for (U32 v = 1; v <= kVrfs; ++v) {
-      names.emplace_back("vrf" + std::to_string(v));
-      host.l3Status->vrfIs(names.back(), Pex::VrfId(v));
-    }
-    for (Address const& a : addresses(lines)) configure(a, 1);
-    host.createAgent();
-  }
-  void start() {
-    host.stage1();
-    host.stage2();
-  }
-  void add(Address const& a) {
-    status(a)->ipAndIntfIdIs({Ovra::IpAddr(a.ip), intfs[a.intf], false});
-  }
-  void remove(Address const& a) { status(a)->ipAndIntfIdDel(Ovra::IpAddr(a.ip)); }
-  void configure(Address const& a, U32 generation) {
-    host.cliConfig->overlaySrcMacRewriteEntryIs(
-        {names[a.vrf - 1], Ovra::IpAddr(a.ip), macOf(a.ip + generation)});
-  }
-  void mac(Address const& a, U32 generation) {
-    host.mount->bfnMacRewriteAgentConfig()
-        ->overlaySrcMacRewrite(Pex::VrfId(a.vrf))
-        ->ipAndMacIs({Ovra::IpAddr(a.ip), macOf(a.ip + generation)});
-  }
-  size_t rows() const { return host.chip.rowCount(); }
-
-  BfnTest::PluginHost host;
-
- private:
-  Kiv::Ptr<BfnMacRewrite::Agent::VrfStatus> status(Address const& a) {
-    return host.mount->bfnMacRewriteAgentStatus()->vrfStatusIs(Pex::VrfId(a.vrf));
-  }
-
-  std::vector<Ovra::IntfId> intfs;
-  std::vector<L3::VrfName> names;
-};
 
 // The same without a framework.
 class Floor {
@@ -210,48 +128,39 @@ class Floor {
   size_t at_ = 0;
 };
 
-enum class Event { Add, Remove, Mac };
+// The plug-in with a reconciler before its chip, each event a turn.
+class Reconciled {
+ public:
+  Reconciled() : plugin_(0, &reconciler_) {}
+  void start() {
+    plugin_.start();
+    reconciler_.commit();
+  }
+  void add(Address const& a) {
+    plugin_.add(a);
+    reconciler_.flush();
+  }
+  void remove(Address const& a) {
+    plugin_.remove(a);
+    reconciler_.flush();
+  }
+  void mac(Address const& a, U32 generation) {
+    plugin_.mac(a, generation);
+    reconciler_.flush();
+  }
+  void configure(Address const& a, U32 generation) { plugin_.configure(a, generation); }
+  size_t rows() const { return chip_.rowCount(); }
 
-// Events on `range(0)` rows, a batch at a time: rows anywhere in the tables, other ones in each
-// batch. What a batch adds or removes is undone outside of the time.
-template <class System, Event kEvent>
-void events(benchmark::State& state) {
-  auto const count = static_cast<U32>(state.range(0));
-  System system;
-  system.start();
-  auto const all = addresses(count);
-  for (Address const& a : all) {
-    system.add(a);
-    system.configure(a, 0);
+ private:
+  static BfnChip::ChipModel& quiet(BfnChip::ChipModel& chip) {
+    chip.journal().limitIs(0);
+    return chip;
   }
-  size_t const batch = std::min<size_t>(count, kBatch);
-  size_t from = 0;
-  U32 generation = 0;
-  for (auto _ : state) {
-    if (from + batch > all.size()) {
-      from = 0;
-      ++generation;
-    }
-    std::span<Address const> const rows(all.data() + from, batch);
-    from += batch;
-    double seconds = 0;
-    if constexpr (kEvent == Event::Mac) {
-      double const begin = cpuSeconds();
-      for (Address const& a : rows) system.mac(a, generation + 1);
-      seconds = cpuSeconds() - begin;
-    } else {
-      double const begin = cpuSeconds();
-      for (Address const& a : rows) system.remove(a);
-      double const removed = cpuSeconds();
-      for (Address const& a : rows) system.add(a);
-      double const added = cpuSeconds();
-      seconds = kEvent == Event::Add ? added - removed : removed - begin;
-    }
-    state.SetIterationTime(seconds);
-  }
-  if (system.rows() != count) state.SkipWithError("rows are missing");
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(batch));
-}
+
+  BfnChip::ChipModel chip_{4'000'000};
+  Host::Reconciler reconciler_{quiet(chip_), Kiv::make<Kiv::SteadyClock const>()};
+  Framework plugin_;
+};
 
 BENCHMARK(events<Framework, Event::Add>)
     ->Name("Plugin/add")
@@ -259,6 +168,7 @@ BENCHMARK(events<Framework, Event::Add>)
     ->Arg(65'536)
     ->Arg(1'000'000)
     ->UseManualTime();
+BENCHMARK(events<Reconciled, Event::Add>)->Name("Reconciled/add")->Arg(65'536)->UseManualTime();
 BENCHMARK(events<Floor, Event::Add>)->Name("Floor/add")->Arg(65'536)->UseManualTime();
 BENCHMARK(events<Framework, Event::Mac>)
     ->Name("Plugin/mac")
@@ -266,12 +176,17 @@ BENCHMARK(events<Framework, Event::Mac>)
     ->Arg(65'536)
     ->Arg(1'000'000)
     ->UseManualTime();
+BENCHMARK(events<Reconciled, Event::Mac>)->Name("Reconciled/mac")->Arg(65'536)->UseManualTime();
 BENCHMARK(events<Floor, Event::Mac>)->Name("Floor/mac")->Arg(65'536)->UseManualTime();
 BENCHMARK(events<Framework, Event::Remove>)
     ->Name("Plugin/remove")
     ->Arg(1000)
     ->Arg(65'536)
     ->Arg(1'000'000)
+    ->UseManualTime();
+BENCHMARK(events<Reconciled, Event::Remove>)
+    ->Name("Reconciled/remove")
+    ->Arg(65'536)
     ->UseManualTime();
 BENCHMARK(events<Floor, Event::Remove>)->Name("Floor/remove")->Arg(65'536)->UseManualTime();
 

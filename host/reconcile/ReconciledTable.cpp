@@ -384,19 +384,24 @@ WriteResult ReconciledTable::writeNow(U64 key, U64 action) {
       return WriteResult::Ok;
     }
   }
+  U64 const before = std::exchange(slot->action, action);
+  auto const takeBack = [&] {
+    if (isNew) {
+      wanted_.erase(key);
+    } else if (Slot* const there = wanted_.find(key)) {
+      there->action = before;
+    }
+  };
   Status status = Status::Error;
   try {
     status = chipWrite(key, action);
   } catch (...) {
-    if (isNew) wanted_.erase(key);
+    takeBack();
     throw;
   }
   if (!options_.waiting && status != Status::Ok) {
-    if (isNew) wanted_.erase(key);
+    takeBack();
     return BfnDriver::writeResultOf(status);
-  }
-  if (!isNew) {
-    if (Slot* const there = wanted_.find(key)) there->action = action;
   }
   wrote(key, status);
   noteQueue();

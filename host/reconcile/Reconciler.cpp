@@ -147,6 +147,8 @@ WriteResult Reconciler::write(TableHandle table, ByteView key, ByteView action) 
   auto const keyWord = word(key);
   auto const actionWord = word(action);
   if (from == nullptr || !keyWord || !actionWord) return WriteResult::Error;
+  // Its row here and that of the chip are two places in memory, which are fetched at once.
+  chip_.prefetch(from->chip, key);
   ReconciledTable& rows = *tables_[from->table].rows;
   rows.handleIs(from->chip);
   return rows.write(*keyWord, *actionWord);
@@ -156,6 +158,7 @@ EraseResult Reconciler::erase(TableHandle table, ByteView key) {
   Opened const* const from = opened(table);
   auto const keyWord = word(key);
   if (from == nullptr || !keyWord) return EraseResult::Error;
+  chip_.prefetch(from->chip, key);
   ReconciledTable& rows = *tables_[from->table].rows;
   rows.handleIs(from->chip);
   return rows.erase(*keyWord);

@@ -86,7 +86,7 @@ void PluginHost::stage1() {
   auto const output = l3Shared->bfnL3Output();
   output->initMacRewriteTablesIs(!output->initMacRewriteTables());
   BfnAgentLib::TableInitialization with;
-  with.dlHandle = chip.opaque();
+  with.dlHandle = driver != nullptr ? driver->opaque() : chip.opaque();
   BfnAgentLib::initializeTables(output->profileEntry(), with);
 }
 

@@ -63,6 +63,8 @@ class PluginHost {
   std::vector<std::string> journal();
 
   BfnChip::ChipModel chip;
+  /// The plug-in's driver where it is not the chip; not owned.
+  BfnDriver::TableDriver* driver = nullptr;
   Kiv::Ptr<BfnSystem::SystemStatus> systemStatus;
   Kiv::Ptr<BfnAgentLib::BfnProfileData> profileData;
   Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> profileEntry;
