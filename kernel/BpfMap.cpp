@@ -77,14 +77,23 @@ int BpfMap::eraseMany(void const* keys, std::size_t count, std::size_t& done) co
 
 int BpfMap::walk(Cursor& cursor, void* keys, void* values, std::size_t room,
                  std::size_t& count) const {
+  return batch(bpf_map_lookup_batch, cursor, keys, values, room, count);
+}
+
+int BpfMap::take(Cursor& cursor, void* keys, void* values, std::size_t room,
+                 std::size_t& count) const {
+  return batch(bpf_map_lookup_and_delete_batch, cursor, keys, values, room, count);
+}
+
+int BpfMap::batch(BatchCall* call, Cursor& cursor, void* keys, void* values, std::size_t room,
+                  std::size_t& count) const {
   count = 0;
   if (cursor.ended) return 0;
   auto number = static_cast<U32>(room);
   U32 next = cursor.bucket;
   bpf_map_batch_opts const options = batchOptions();
-  int const error =
-      errorOf(bpf_map_lookup_batch(fd_.get(), cursor.started ? &cursor.bucket : nullptr, &next,
-                                   keys, values, &number, &options));
+  int const error = errorOf(call(fd_.get(), cursor.started ? &cursor.bucket : nullptr, &next, keys,
+                                 values, &number, &options));
   if (error != 0 && error != ENOENT) return error;
   cursor.bucket = next;
   cursor.started = true;

@@ -9,6 +9,8 @@
 #include "framework/core/Types.h"
 #include "kernel/FileDescriptor.h"
 
+struct bpf_map_batch_opts;
+
 namespace BfnKernel {
 
 /// One map of the kernel, by its file descriptor. Keys and values are plain bytes of the widths
@@ -57,8 +59,14 @@ class BpfMap {
   /// them; `count` is their number. ENOSPC, and the cursor stays, when the next bucket alone has
   /// more entries than that.
   int walk(Cursor& cursor, void* keys, void* values, std::size_t room, std::size_t& count) const;
+  /// The same, and removes the entries that it copies.
+  int take(Cursor& cursor, void* keys, void* values, std::size_t room, std::size_t& count) const;
 
  private:
+  using BatchCall = int(int, void*, void*, void*, void*, Kiv::U32*, bpf_map_batch_opts const*);
+  int batch(BatchCall* call, Cursor& cursor, void* keys, void* values, std::size_t room,
+            std::size_t& count) const;
+
   FileDescriptor fd_;
   Shape shape_;
 };

@@ -6,12 +6,14 @@
 #include <cstring>
 #include <functional>
 #include <linux/bpf.h>
+#include <new>
 #include <numeric>
 #include <system_error>
 
 #include "framework/collections/HashTable.h"
 #include "framework/core/Fatal.h"
 #include "framework/core/Hash.h"
+#include "kernel/RowCopy.h"
 
 namespace BfnKernel {
 
@@ -42,6 +44,10 @@ using KeySet = Kiv::HashTable<KeyTraits>;
 constexpr U32 kSeed = 0x6b657973;
 // Rows that one system call copies.
 constexpr std::size_t kBatch = 1'024;
+// A table is copied after so many announced rows of a turn, or this share of the table's.
+constexpr std::size_t kLeastHints = 256;
+constexpr std::size_t kFirstShare = 32;
+constexpr std::size_t kCopyBatch = 4'096;
 
 Word wordOf(ByteView bytes) {
   Word word = 0;
@@ -87,10 +93,12 @@ class KernelTable::Table {
 
   int write(Word key, Word action);
   int erase(Word key);
-  int read(Word key, Word& action) const {
-    return exists() ? program_.rows().lookup(&key, &action) : ENOENT;
-  }
+  int read(Word key, Word& action);
+  void hint(Word key);
+  void turnEnded();
   int clear();
+  /// Memory for that many rows more.
+  void reserve(std::size_t rows) { keys_.reserve(keys_.size() + rows); }
   int walk(WalkCursor& cursor, std::span<U8> keys, std::span<U8> actions, std::size_t& rows);
   int hits(Word key, U64& hits) const;
   int hitsClear();
@@ -102,7 +110,13 @@ class KernelTable::Table {
 
  private:
   bool exists() const { return program_.exists(); }
-  void changed() { ++changes_; }
+  void changed() {
+    ++changes_;
+    dropCopy();
+  }
+  void dropCopy();
+  void makeCopy();
+  void keep(Word key) noexcept;
   int recount();
   static int removeAll(BpfMap const& map, std::size_t valueBytes);
   void hitsErase(std::span<Word const> keys);
@@ -112,32 +126,88 @@ class KernelTable::Table {
   KeySet keys_{kSeed};
   /// Of this process.
   U32 changes_ = 0;
+  RowCopy copy_;
+  /// Whether the host ends its turns.
+  bool turns_ = false;
+  std::size_t hints_ = 0;  // in this turn
+  std::size_t share_ = kFirstShare;
 };
 
+int KernelTable::Table::read(Word key, Word& action) {
+  if (auto const copied = copy_.take(key)) {
+    action = *copied;
+    return 0;
+  }
+  return exists() ? program_.rows().lookup(&key, &action) : ENOENT;
+}
+
+void KernelTable::Table::hint(Word key) {
+  if (copy_.empty()) {
+    if (!turns_ || share_ == 0) return;
+    if (++hints_ < std::max(kLeastHints, size() / share_)) return;
+    hints_ = 0;
+    makeCopy();
+    if (copy_.empty()) return;
+  }
+  copy_.hint(key);
+}
+
+void KernelTable::Table::turnEnded() {
+  turns_ = true;
+  hints_ = 0;
+  dropCopy();
+}
+
+// A copy that too few rows were read from was not worth its walk: the next one comes later, as for
+// a reader whose turns are short.
+void KernelTable::Table::dropCopy() {
+  if (copy_.empty()) return;
+  share_ = copy_.taken() < size() / 4 ? share_ / 2 : kFirstShare;
+  copy_.clear();
+}
+
+// Without the memory or in any case of failure there is none, and each row is asked for.
+void KernelTable::Table::makeCopy() {
+  try {
+    std::vector<Word> keys(kCopyBatch);
+    std::vector<Word> actions(kCopyBatch);
+    copy_.roomIs(size() + kCopyBatch);
+    BpfMap::Cursor cursor;
+    while (!cursor.ended) {
+      std::size_t count = 0;
+      int const error =
+          program_.rows().walk(cursor, keys.data(), actions.data(), kCopyBatch, count);
+      if (error == 0 && copy_.add({keys.data(), count}, {actions.data(), count})) continue;
+      copy_.clear();
+      return;
+    }
+  } catch (std::bad_alloc const&) {
+    copy_.clear();
+  }
+}
+
 // Whether the row is new is known from the keys, and the kernel reports when that is wrong because
-// another program has written the map.
+// another program has written the map. The key is kept first, since that needs memory.
 int KernelTable::Table::write(Word key, Word action) {
   if (!exists()) return E2BIG;
+  bool present = false;
+  try {
+    present = !keys_.insert(key).second;
+  } catch (std::bad_alloc const&) {
+    return ENOMEM;
+  }
   changed();
-  bool present = keys_.contains(key);
-  int error = 0;
   for (int attempt = 0; attempt < 3; ++attempt) {
-    error = program_.rows().update(&key, &action, present ? BPF_EXIST : BPF_NOEXIST);
-    if (error == 0) {
-      if (!present) keys_.insert(key);
-      return 0;
-    }
-    if (error == EEXIST) {
-      keys_.insert(key);
-      present = true;
-    } else if (error == ENOENT) {
-      keys_.erase(key);
-      present = false;
-    } else {
+    int const error = program_.rows().update(&key, &action, present ? BPF_EXIST : BPF_NOEXIST);
+    if (error == 0) return 0;
+    if (error != EEXIST && error != ENOENT) {
+      if (!present) keys_.erase(key);
       return error;
     }
+    present = error == EEXIST;
   }
-  return error == ENOENT ? EAGAIN : error;
+  if (!present) keys_.erase(key);
+  return EAGAIN;
 }
 
 int KernelTable::Table::erase(Word key) {
@@ -150,6 +220,15 @@ int KernelTable::Table::erase(Word key) {
   return error;
 }
 
+// Room for it has been reserved. Where it needs memory all the same and there is none, it is
+// missing until the next walk from end to end.
+void KernelTable::Table::keep(Word key) noexcept {
+  try {
+    keys_.insert(key);
+  } catch (...) {
+  }
+}
+
 void KernelTable::Table::writeMany(std::span<Word const> keys, std::span<Word const> actions,
                                    Report const& report) {
   std::size_t at = 0;
@@ -160,7 +239,7 @@ void KernelTable::Table::writeMany(std::span<Word const> keys, std::span<Word co
       changed();
     }
     for (std::size_t const end = at + done; at < end; ++at) {
-      keys_.insert(keys[at]);
+      keep(keys[at]);
       report(at, 0);
     }
     // The one that the kernel stopped at, by itself: so its error is its own.
@@ -204,20 +283,14 @@ void KernelTable::Table::hitsErase(std::span<Word const> keys) {
   }
 }
 
+// By batches of bounded size, each removed in the call that finds it.
 int KernelTable::Table::removeAll(BpfMap const& map, std::size_t valueBytes) {
   std::vector<Word> keys(kBatch);
   std::vector<U8> values(kBatch * valueBytes);
   BpfMap::Cursor cursor;
   while (!cursor.ended) {
     std::size_t count = 0;
-    if (int const error = map.walk(cursor, keys.data(), values.data(), kBatch, count)) return error;
-    std::span<Word const> left(keys.data(), count);
-    while (!left.empty()) {
-      std::size_t done = 0;
-      int const error = map.eraseMany(left.data(), left.size(), done);
-      if (error != 0 && error != ENOENT) return error;
-      left = left.subspan(std::min(done + (error == 0 ? 0 : 1), left.size()));
-    }
+    if (int const error = map.take(cursor, keys.data(), values.data(), kBatch, count)) return error;
   }
   return 0;
 }
@@ -240,8 +313,9 @@ int KernelTable::Table::hitsClear() {
 }
 
 int KernelTable::Table::hits(Word key, U64& hits) const {
+  if (!exists()) return ENOENT;
   Word action = 0;
-  if (int const error = read(key, action); error != 0) return error;
+  if (int const error = program_.rows().lookup(&key, &action); error != 0) return error;
   std::vector<U64> byCpu(possibleCpus());
   int const error = program_.hits().lookup(&key, byCpu.data());
   if (error != 0 && error != ENOENT) return error;
@@ -285,7 +359,12 @@ int KernelTable::Table::walk(WalkCursor& cursor, std::span<U8> keys, std::span<U
   cursor.place = {U64{place.bucket} + 1, U64{changesAtStart} << 32 | seen};
   cursor.ended = place.ended;
   rows = count;
-  if (cursor.ended && changesAtStart == changes_ && seen != size()) recount();
+  if (cursor.ended && changesAtStart == changes_ && seen != size()) {
+    try {
+      recount();
+    } catch (std::bad_alloc const&) {  // another walk will do it
+    }
+  }
   return 0;
 }
 
@@ -328,7 +407,11 @@ KernelTable::Table* KernelTable::tableOf(TableHandle handle) const {
 Status KernelTable::reported(int error) const {
   Status const status = statusOf(error);
   if (status == Status::Error) {
-    lastErrorIs(("the kernel's table: " + std::generic_category().message(error)).c_str());
+    try {
+      lastErrorIs(("the kernel's table: " + std::generic_category().message(error)).c_str());
+    } catch (std::bad_alloc const&) {
+      lastErrorIs("the kernel's table");
+    }
   }
   return status;
 }
@@ -363,6 +446,14 @@ void KernelTable::apply(TableHandle handle, std::span<Change const> changes,
   };
   std::vector<Word> keys;
   std::vector<Word> actions;
+  try {
+    keys.reserve(changes.size());
+    actions.reserve(changes.size());
+    if (table != nullptr) table->reserve(changes.size());
+  } catch (std::bad_alloc const&) {
+    TableDriver::apply(handle, changes, results);
+    return;
+  }
   std::size_t at = 0;
   while (at < changes.size()) {
     if (!valid(changes[at])) {
@@ -381,9 +472,9 @@ void KernelTable::apply(TableHandle handle, std::span<Change const> changes,
       results[first + place] = reported(error);
     };
     if (kind == Change::Kind::Write) {
-      table->writeMany(keys, actions, report);
+      table->writeMany(keys, actions, std::ref(report));
     } else {
-      table->eraseMany(keys, report);
+      table->eraseMany(keys, std::ref(report));
     }
   }
 }
@@ -394,12 +485,21 @@ Status KernelTable::clear(TableHandle handle) {
 }
 
 Status KernelTable::readRow(TableHandle handle, ByteView key, std::span<U8> action) const {
-  Table const* const table = tableOf(handle);
+  Table* const table = tableOf(handle);
   if (table == nullptr || !isKey(key) || !isAction(action)) return refused();
   Word found = 0;
   Status const status = reported(table->read(wordOf(key), found));
   if (status == Status::Ok) std::memcpy(action.data(), &found, sizeof found);
   return status;
+}
+
+void KernelTable::prefetch(TableHandle handle, ByteView key) const {
+  Table* const table = tableOf(handle);
+  if (table != nullptr && isKey(key)) table->hint(wordOf(key));
+}
+
+void KernelTable::turnEnded() {
+  for (auto const& table : tables_) table->turnEnded();
 }
 
 bool KernelTable::read(TableHandle handle, ByteView key, std::span<U8> action) const {

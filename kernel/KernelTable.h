@@ -16,7 +16,8 @@ namespace BfnKernel {
 
 /// The driver of the kernel's table: rows are entries of a hash map of the kernel, whose key and
 /// value are the 8 + 8 bytes that the binding writes. The kernel is asked for each row that is
-/// read: rows that others add, change or remove are seen.
+/// read, so rows that others add, change or remove are seen: at once, or in the next turn where the
+/// reader announces the row, see prefetch().
 ///
 /// A change costs one system call, an erase two (the row, and its hits); apply() and walk() copy
 /// many rows in one. A frame that is looked up during a change meets the row before or after it.
@@ -48,6 +49,10 @@ class KernelTable final : public BfnDriver::TableDriver {
                             std::span<Kiv::U8> action) const override;
   bool read(BfnDriver::TableHandle handle, BfnDriver::ByteView key,
             std::span<Kiv::U8> action) const override;
+  /// In a host that ends its turns, many of them in one turn copy the table by a walk; a row that
+  /// was announced is then read from the copy, until the next change or the end of the turn.
+  void prefetch(BfnDriver::TableHandle handle, BfnDriver::ByteView key) const override;
+  void turnEnded() override;
   BfnDriver::Status walk(BfnDriver::TableHandle handle, BfnDriver::WalkCursor& cursor,
                          std::span<Kiv::U8> keys, std::span<Kiv::U8> actions,
                          std::size_t& rows) const override;

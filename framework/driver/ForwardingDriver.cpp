@@ -68,6 +68,10 @@ Status ForwardingDriver::tableHitsClear(TableHandle table) {
   return next_.tableHitsClear(table);
 }
 
+void ForwardingDriver::turnEnded() {
+  next_.turnEnded();
+}
+
 std::string const& ForwardingDriver::lastError() const {
   return next_.lastError();
 }

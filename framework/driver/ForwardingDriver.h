@@ -35,6 +35,7 @@ class ForwardingDriver : public TableDriver {
   Status rowHits(TableHandle table, ByteView key, Kiv::U64& hits) const override;
   Status tableHits(TableHandle table, TableHits& hits) const override;
   Status tableHitsClear(TableHandle table) override;
+  void turnEnded() override;
   /// The other driver's. A driver that answers Error of its own gives its own text here.
   std::string const& lastError() const override;
 

@@ -107,6 +107,8 @@ Status TableDriver::tableHitsClear(TableHandle) {
   return Status::NotSupported;
 }
 
+void TableDriver::turnEnded() {}
+
 std::string const& TableDriver::lastError() const {
   return lastError_;
 }

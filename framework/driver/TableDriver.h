@@ -171,6 +171,11 @@ class TableDriver {
   /// Sets the table's counts and those of its rows to zero.
   virtual Status tableHitsClear(TableHandle table);
 
+  /// The host's event loop has come to the end of a turn. What the driver has copied from the chip,
+  /// to answer reads sooner, it must not use any more. A host may never call it: then a driver
+  /// copies nothing. Neither throws nor fails.
+  virtual void turnEnded();
+
   /// Why the last call that answered Error did so, for people to read; empty when the driver knows
   /// no more. After apply(): why the last failed change did.
   virtual std::string const& lastError() const;

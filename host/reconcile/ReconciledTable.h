@@ -104,7 +104,6 @@ class ReconciledTable {
   BfnDriver::EraseResult erase(Kiv::U64 key);
   /// Removes all rows, the wanted and the chip's.
   BfnDriver::Status clear();
-  void prefetch(Kiv::U64 key) const { wanted_.prefetch(key); }
 
   /// Ends a turn: makes the changes that are pending, lets in what waits when there is room, and
   /// retries what is due.

@@ -73,6 +73,7 @@ void Reconciler::turnsIs(bool turns) {
 
 void Reconciler::flush() {
   for (Table const& table : tables_) table.rows->flush();
+  chip_.turnEnded();
 }
 
 std::optional<double> Reconciler::nextRetry() const {
@@ -182,10 +183,7 @@ bool Reconciler::read(TableHandle table, ByteView key, std::span<Kiv::U8> action
 
 void Reconciler::prefetch(TableHandle table, ByteView key) const {
   Opened const* const from = opened(table);
-  auto const keyWord = word(key);
-  if (from == nullptr || !keyWord) return;
-  tables_[from->table].rows->prefetch(*keyWord);
-  chip_.prefetch(from->chip, key);
+  if (from != nullptr) chip_.prefetch(from->chip, key);
 }
 
 Status Reconciler::walk(TableHandle table, BfnDriver::WalkCursor& cursor, std::span<Kiv::U8> keys,

@@ -53,7 +53,7 @@ class Reconciler final : public BfnDriver::TableDriver {
   void waitingIs(bool waiting);
   bool turns() const { return options_.turns; }
   void turnsIs(bool turns);
-  /// Ends a turn of the event loop. Nothing to do: cheap.
+  /// Ends a turn of the event loop, for the chip's driver, too. Nothing to do: cheap.
   void flush();
   /// The clock's time at which flush() has something to retry.
   std::optional<double> nextRetry() const;
@@ -88,6 +88,7 @@ class Reconciler final : public BfnDriver::TableDriver {
   BfnDriver::Status tableHits(BfnDriver::TableHandle table,
                               BfnDriver::TableHits& hits) const override;
   BfnDriver::Status tableHitsClear(BfnDriver::TableHandle table) override;
+  void turnEnded() override { flush(); }
   std::string const& lastError() const override { return chip_.lastError(); }
 
  private:

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "tests/kernel/KernelFixture.h"
+#include "tests/support/AllocationCount.h"
 
 namespace {
 
@@ -275,6 +276,113 @@ TEST_F(KernelTableTest, EachDeviceHasItsTable) {
   address1 = address();
   address1.table = "other";
   EXPECT_EQ(table_->open(address1), std::nullopt);
+}
+
+TEST_F(KernelTableTest, WithoutMemoryAWriteHasNoResourcesAndChangesNothing) {
+  openWith(1000);
+  std::size_t without = 0;
+  for (U64 key = 1; key <= 100; ++key) {
+    WriteResult result;
+    {
+      BfnTest::NoMemory const none;
+      result = write(key);
+    }
+    if (result != WriteResult::Ok) {
+      ++without;
+      EXPECT_EQ(result, WriteResult::NoSysResources);
+      ASSERT_EQ(count(), key - 1);
+      ASSERT_EQ(write(key), WriteResult::Ok);
+    }
+    ASSERT_EQ(count(), key);
+  }
+  EXPECT_GT(without, 0u);
+  EXPECT_EQ(walked().size(), 100u);
+}
+
+TEST_F(KernelTableTest, WithoutMemoryManyChangesAreMadeOneByOne) {
+  openWith(1000);
+  std::vector<Bytes> keys;
+  for (U64 key = 1; key <= 200; ++key) keys.push_back(bytesOf(key));
+  std::vector<Change> changes;
+  for (Bytes const& key : keys) changes.push_back({Change::Kind::Write, key, key});
+  std::vector<Status> results(changes.size(), Status::Error);
+  for (std::size_t spared = 0;; ++spared) {
+    ASSERT_EQ(table_->clear(handle_), Status::Ok);
+    {
+      BfnTest::NoMemory const none(spared);
+      table_->apply(handle_, changes, results);
+    }
+    auto const made = std::ranges::count(results, Status::Ok);
+    EXPECT_EQ(made + std::ranges::count(results, Status::NoSysResources), 200);
+    EXPECT_EQ(count(), static_cast<std::size_t>(made));
+    EXPECT_EQ(walked().size(), static_cast<std::size_t>(made));
+    if (!BfnTest::allocationFailed()) break;
+  }
+  EXPECT_THAT(results, Each(Status::Ok));
+}
+
+/// A table of 1,000 rows in a host that ends its turns.
+class KernelTableCopy : public KernelTableTest {
+ protected:
+  void SetUp() override {
+    KernelTableTest::SetUp();
+    if (IsSkipped()) return;
+    openWith(2000);
+    for (U64 key = 1; key <= kRows; ++key) ASSERT_EQ(write(key, key), WriteResult::Ok);
+    table_->turnEnded();
+  }
+  U64 announcedRead(U64 key) {
+    table_->prefetch(handle_, bytesOf(key));
+    return read(key);
+  }
+  // So many that the table has been copied.
+  void announceAndReadAll() {
+    for (U64 key = 1; key <= kRows; ++key) ASSERT_EQ(announcedRead(key), key);
+  }
+
+  static constexpr U64 kRows = 1000;
+};
+
+TEST_F(KernelTableCopy, AnnouncedRowsOfATurnAreReadFromOneCopyAndOthersFromTheKernel) {
+  announceAndReadAll();
+  someoneWrites(7, 70);
+  EXPECT_EQ(announcedRead(7), 7u) << "as it was in this turn";
+  EXPECT_EQ(read(7), 70u) << "not announced";
+  table_->turnEnded();
+  EXPECT_EQ(announcedRead(7), 70u);
+}
+
+TEST_F(KernelTableCopy, IsDroppedAtTheNextChange) {
+  announceAndReadAll();
+  someoneWrites(7, 70);
+  ASSERT_EQ(write(8, 80), WriteResult::Ok);
+  EXPECT_EQ(announcedRead(7), 70u);
+  EXPECT_EQ(announcedRead(8), 80u);
+}
+
+TEST_F(KernelTableCopy, IsDroppedAtTheNextErase) {
+  announceAndReadAll();
+  someoneWrites(7, 70);
+  ASSERT_EQ(erase(8), EraseResult::Ok);
+  EXPECT_EQ(announcedRead(7), 70u);
+}
+
+TEST_F(KernelTableCopy, FewRowsOfATurnAreReadOneByOne) {
+  for (int turn = 0; turn < 10; ++turn) {
+    for (U64 key = 1; key <= 50; ++key) announcedRead(key);
+    U64 const action = 100 + static_cast<U64>(turn);
+    someoneWrites(7, action);
+    EXPECT_EQ(announcedRead(7), action);
+    table_->turnEnded();
+  }
+}
+
+TEST_F(KernelTableCopy, AHostThatEndsNoTurnReadsEachRowFromTheKernel) {
+  table_ = std::make_unique<KernelTable>(*kernel_);
+  handle_ = *table_->open(address());
+  announceAndReadAll();
+  someoneWrites(7, 70);
+  EXPECT_EQ(announcedRead(7), 70u);
 }
 
 }  // namespace

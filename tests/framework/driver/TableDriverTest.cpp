@@ -160,4 +160,20 @@ TEST(ForwardingDriver, PassesTextOfTheOtherDriversErrorOn) {
   EXPECT_EQ(front.lastError(), "bus error");
 }
 
+TEST(ForwardingDriver, PassesTheEndOfATurnOn) {
+  struct Counting final : ForwardingDriver {
+    using ForwardingDriver::ForwardingDriver;
+    void turnEnded() override { ++turns; }
+    int turns = 0;
+  };
+  PlainDriver plain;
+  Counting counting(plain);
+  struct Front final : ForwardingDriver {
+    using ForwardingDriver::ForwardingDriver;
+  } front(counting);
+  plain.turnEnded();
+  front.turnEnded();
+  EXPECT_EQ(counting.turns, 1);
+}
+
 }  // namespace

@@ -474,6 +474,25 @@ TEST_F(ReconcilerTest, ARowAtTheEndOfTheOrderIsCommittedAndAudited) {
   EXPECT_EQ(findings[0].key, last);
 }
 
+TEST_F(ReconcilerTest, TheEndOfATurnReachesTheChipAfterItsChanges) {
+  struct Counting final : BfnDriver::ForwardingDriver {
+    explicit Counting(BfnChip::ChipModel& model) : ForwardingDriver(model), chip(model) {}
+    void turnEnded() override { rows.push_back(chip.rowCount()); }
+    BfnChip::ChipModel& chip;
+    std::vector<std::size_t> rows;
+  } counting(chip);
+  Reconciler front(counting, clock);
+  auto const handle =
+      front.open({1, 0, BfnId::BfnPipeId(0), "p", BfnChip::ChipModel::kRewriteTable}).value();
+  front.commit();
+  front.turnsIs(true);
+  counting.rows.clear();
+  front.write(handle, driverKey(1), driverAction(1));
+  front.flush();
+  front.turnEnded();
+  EXPECT_THAT(counting.rows, ElementsAre(1u, 1u));
+}
+
 TEST_F(ReconcilerTest, ATableThatCannotBeWalkedIsStillHeld) {
   struct Blind final : BfnDriver::ForwardingDriver {
     using ForwardingDriver::ForwardingDriver;
