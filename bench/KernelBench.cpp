@@ -9,57 +9,15 @@
 #include <spread.skel.h>
 #include <vector>
 
+#include "bench/KernelScene.h"
 #include "host/packets/Headers.h"
-#include "kernel/KernelProgram.h"
-#include "kernel/KernelTable.h"
-#include "tests/kernel/Sandbox.h"
-#include "tests/support/RewriteRow.h"
 
 namespace {
 
-using BfnDriver::Change;
-using BfnDriver::Status;
+using namespace BfnBench;
 using BfnDriver::WriteResult;
 using Kiv::U32;
 using Kiv::U8;
-
-constexpr U32 kRows = 65'536;
-constexpr Kiv::U16 kVlan = 100;
-
-BfnChip::KeyBytes keyOf(U32 n) {
-  return BfnTest::rewriteKey(kVlan, {10, 0, static_cast<U8>(n >> 8), static_cast<U8>(n)});
-}
-
-/// A table of 65,536 rows in the kernel, and as many keys and actions.
-struct Table {
-  Table() {
-    for (U32 n = 0; n < kRows; ++n) {
-      keys.push_back(keyOf(n));
-      actions.push_back(BfnTest::rewriteAction(
-          {2, 0, 0, static_cast<U8>(n >> 16), static_cast<U8>(n >> 8), static_cast<U8>(n)}));
-    }
-    for (U32 n = 0; n < kRows; ++n) {
-      changes.push_back({Change::Kind::Write, keys[n], actions[n]});
-    }
-    results.resize(kRows);
-  }
-  void fill() { driver.apply(handle, changes, results); }
-
-  BfnKernel::KernelProgram program{{BfnTest::enterSandbox() / "bpf", kRows}};
-  BfnKernel::KernelTable driver{program};
-  BfnDriver::TableHandle handle =
-      *driver.open({0, 0, {}, "", BfnKernel::KernelTable::kRewriteTable});
-  std::vector<BfnChip::KeyBytes> keys;
-  std::vector<BfnChip::ActionBytes> actions;
-  std::vector<Change> changes;
-  std::vector<Status> results;
-};
-
-bool cannotRun(benchmark::State& state) {
-  if (!BfnTest::whyNot()) return false;
-  state.SkipWithError(BfnTest::whyNot()->c_str());
-  return true;
-}
 
 void overwrite(benchmark::State& state) {
   if (cannotRun(state)) return;
@@ -67,7 +25,7 @@ void overwrite(benchmark::State& state) {
   table.fill();
   U32 n = 0;
   for (auto _ : state) {
-    n = (n + 40'503) % kRows;
+    n = (n + 40'503) % kTableRows;
     if (table.driver.write(table.handle, table.keys[n], table.actions[0]) != WriteResult::Ok) {
       state.SkipWithError("a write failed");
       break;
@@ -86,7 +44,7 @@ void batches(benchmark::State& state) {
   for (auto _ : state) {
     table.driver.apply(table.handle, std::span(table.changes).subspan(from, size),
                        std::span(table.results).first(size));
-    from = (from + size) % kRows;
+    from = (from + size) % kTableRows;
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(size));
 }
@@ -101,7 +59,7 @@ void fillEmpty(benchmark::State& state) {
     state.ResumeTiming();
     table.fill();
   }
-  if (table.driver.entryCount(table.handle) != kRows) state.SkipWithError("rows are missing");
+  if (table.driver.entryCount(table.handle) != kTableRows) state.SkipWithError("rows are missing");
 }
 BENCHMARK(fillEmpty)->Name("KernelTable/fill/65536")->Unit(benchmark::kMillisecond);
 
@@ -119,7 +77,7 @@ void walk(benchmark::State& state) {
       table.driver.walk(table.handle, cursor, keys, actions, rows);
       all += rows;
     }
-    if (all != kRows) state.SkipWithError("rows are missing");
+    if (all != kTableRows) state.SkipWithError("rows are missing");
   }
 }
 BENCHMARK(walk)->Name("KernelTable/walk/65536")->Unit(benchmark::kMillisecond);
@@ -145,7 +103,7 @@ void measure(benchmark::State& state, int program) {
     if (bpf_prog_test_run_opts(program, &options) != 0) state.SkipWithError("no test run");
     return options.duration;
   };
-  run(2 * static_cast<int>(kRows));
+  run(2 * static_cast<int>(kTableRows));
   for (auto _ : state) state.SetIterationTime(run(1'000'000) * 1e-9);
   state.SetItemsProcessed(state.iterations());
 }
@@ -176,7 +134,7 @@ void manySources(benchmark::State& state) {
   }
   bpf_map_update_elem(bpf_map__fd(skeleton->maps.devices), &kLoopbackIndex, &kLoopback, BPF_ANY);
   int const rows = bpf_map__fd(skeleton->maps.rows);
-  for (U32 n = 0; n < kRows; ++n) {
+  for (U32 n = 0; n < kTableRows; ++n) {
     bpf_map_update_elem(rows, table.keys[n].data(), table.actions[n].data(), BPF_ANY);
   }
   int const program = bpf_program__fd(skeleton->progs.spread);

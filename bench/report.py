@@ -13,6 +13,8 @@ prints a table. A target is one object of targets.json:
   optional  whether the benchmark may be absent or unable to run: it needs rights or a kernel that
             not every machine has
 
+A benchmark whose error begins with "skipped: " cannot run on this machine; that is no error.
+
 Exit status: 0, met or missed; 1 when a benchmark that a target names reported an error or is not
 among the results.
 """
@@ -24,12 +26,15 @@ import re
 import statistics
 import sys
 
+# How the message of a benchmark begins that cannot run on this machine.
+SKIPPED = "skipped: "
 NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
 def read_runs(folder):
-    """All repetitions by benchmark name, and the names of those that reported an error."""
-    runs, broken = {}, set()
+    """All repetitions by benchmark name, and the names of those that reported an error. What is
+    skipped is neither."""
+    runs, broken, skipped = {}, set(), {}
     for path in sorted(folder.glob("*.json")):
         try:
             benchmarks = json.loads(path.read_text())["benchmarks"]
@@ -41,10 +46,16 @@ def read_runs(folder):
             if run.get("run_type") == "aggregate":
                 continue
             if run.get("error_occurred"):
+                message = run.get("error_message", "")
+                if message.startswith(SKIPPED):
+                    skipped.setdefault(message, set()).add(run["run_name"])
+                    continue
                 broken.add(run["run_name"])
-                print(f"report: {run['run_name']}: {run.get('error_message')}", file=sys.stderr)
+                print(f"report: {run['run_name']}: {message}", file=sys.stderr)
             else:
                 runs.setdefault(run["run_name"], []).append(run)
+    for message, names in skipped.items():
+        print(f"report: {len(names)} benchmarks {message}", file=sys.stderr)
     return runs, broken
 
 
