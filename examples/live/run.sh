@@ -35,6 +35,8 @@ in_ns() { # NAME COMMAND...
 own=$(readlink /proc/self/ns/net)
 for name in "${!namespace[@]}"; do
   while [[ $(readlink "/proc/${namespace[$name]}/ns/net") == "$own" ]]; do sleep 0.01; done
+  # Its own frames, such as those that look for routers, are not what is to be counted here.
+  in_ns "$name" sh -c 'echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6'
   in_ns "$name" ip link set lo up
 done
 
@@ -78,10 +80,13 @@ ping_seen() { # LETTER
   local log=/run/tcpdump-$1
   in_ns "${1}2" timeout 5 tcpdump -i eth0 -Q in -c 1 -e -n -t -l icmp > "$log" 2> "$log.err" &
   local capture=$!
-  until grep -q '^listening' "$log.err"; do sleep 0.01; done
-  in_ns "${1}1" ping -q -c 3 -i 0.05 10.1.0.2 | sed -n "s/^3 packets/  ${1}1: 3 packets/p"
+  until grep -qs '^listening' "$log.err"; do
+    kill -0 "$capture" || { cat "$log.err" >&2 && return 1; }
+    sleep 0.01
+  done
+  in_ns "${1}1" ping -q -c 3 -i 0.05 10.1.0.2 | sed -nE "s/^(3 packets .* loss).*/  ${1}1: \\1/p"
   wait "$capture"
-  cut -d, -f1,3- "$log" | sed -E 's/ethertype [^,]*, //; s/^/  '"${1}"'2: /'
+  cut -d, -f1,3- "$log" | sed -E "s/ethertype [^,]*, //; s/ id [0-9]+,//; s/^/  ${1}2: /"
 }
 
 # Status 3, with the lab's line, when this machine cannot.
@@ -91,7 +96,8 @@ echo 'Ping before: the far host sees the MAC of the near one'
 ping_seen a
 ping_seen b
 echo
-echo 'The plug-in on leaf 1: bring-up, the VRFs, their lines'
+echo "The plug-in on leaf 1: bring-up, the VRFs, the operator's lines"
+grep '^vxlan' "$here/bring-up.inc" | sed 's/^/  > /'
 in_ns leaf1 "$lab" --table "$table" "$here/leaf1.lab" | sed 's/^/  /'
 echo
 echo 'Ping after: it sees the MAC of the row, though no process is there any more'

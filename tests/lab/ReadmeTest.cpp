@@ -1,5 +1,5 @@
-// The README shows what `./dev run` prints. Another test compares what the example prints with
-// expected.txt; this one compares the README with it.
+// The README shows what `./dev run` and `./dev run live` print. Other tests compare what these
+// examples print with their expected.txt; these compare the README with it.
 #include <charconv>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -20,20 +20,19 @@ Lines linesOf(std::string const& file) {
   return lines;
 }
 
-// The first fenced block.
-Lines fencedBlock(Lines const& document) {
+// The n-th fenced block, from 0.
+Lines fencedBlock(Lines const& document, std::size_t n) {
   Lines block;
-  bool inside = false;
+  std::size_t fences = 0;
   for (std::string const& line : document) {
     if (line.starts_with("```")) {
-      if (inside) return block;
-      inside = true;
-    } else if (inside) {
+      ++fences;
+    } else if (fences == 2 * n + 1) {
       block.push_back(line);
     }
   }
-  ADD_FAILURE() << "no fenced block";
-  return {};
+  EXPECT_GE(fences, 2 * n + 2) << "no such fenced block";
+  return block;
 }
 
 // The 16 of "... 16 lines ...".
@@ -48,9 +47,10 @@ std::optional<std::size_t> leftOut(std::string_view line) {
   return count;
 }
 
-TEST(Readme, TheQuickstartShowsWhatTheLeafExamplePrints) {
-  Lines const shown = fencedBlock(linesOf(SOURCE_DIR "/README.md"));
-  Lines const printed = linesOf(SOURCE_DIR "/examples/leaf1/expected.txt");
+// Each line of the block is the next one of what is printed, but for those that are left out.
+void expectShown(std::size_t block, std::string const& expected) {
+  Lines const shown = fencedBlock(linesOf(SOURCE_DIR "/README.md"), block);
+  Lines const printed = linesOf(expected);
   std::size_t at = 0;
   for (std::string const& line : shown) {
     if (auto const count = leftOut(line)) {
@@ -58,10 +58,18 @@ TEST(Readme, TheQuickstartShowsWhatTheLeafExamplePrints) {
       continue;
     }
     ASSERT_LT(at, printed.size()) << line;
-    EXPECT_EQ(line, printed[at]) << "line " << at + 1 << " of expected.txt";
+    EXPECT_EQ(line, printed[at]) << "line " << at + 1 << " of " << expected;
     ++at;
   }
   EXPECT_EQ(at, printed.size());
+}
+
+TEST(Readme, TheQuickstartShowsWhatTheLeafExamplePrints) {
+  expectShown(0, SOURCE_DIR "/examples/leaf1/expected.txt");
+}
+
+TEST(Readme, TheQuickstartShowsWhatTheLiveExamplePrints) {
+  expectShown(1, SOURCE_DIR "/examples/live/expected.txt");
 }
 
 }  // namespace
