@@ -77,7 +77,8 @@ END
 
 # A ping from the near host, as tcpdump shows it at the far one.
 ping_seen() { # LETTER
-  local log=/run/tcpdump-$1
+  local log=/run/tcpdump
+  rm -f "$log" "$log.err"
   in_ns "${1}2" timeout 5 tcpdump -i eth0 -Q in -c 1 -e -n -t -l icmp > "$log" 2> "$log.err" &
   local capture=$!
   until grep -qs '^listening' "$log.err"; do

@@ -176,4 +176,40 @@ TEST_F(LabLiveTest, ALabKilledAmongItsWritesLosesNoPingAndTheNextOneMendsTheTabl
   EXPECT_THAT(outputOf("cat " + file("pings")), HasSubstr(" 100 received, 0% packet loss"));
 }
 
+TEST_F(LabLiveTest, WhatAnotherProgramWroteIsFoundByAnAuditAndMendedByARepair) {
+  if (shell("which bpftool > /dev/null") != 0) GTEST_SKIP() << "bpftool is missing";
+  RunningLab running(table(), file("running"));
+  running.say(std::string(kBringUp) + "print ready\n");
+  waitFor("^ready", file("running"));
+  auto const update = [this](std::string const& source, std::string const& value) {
+    EXPECT_EQ(shell("bpftool map update pinned " + (directory() / "rows").string() +
+                    " key hex 05 64 00 " + source + " 01 value hex " + value),
+              0);
+  };
+  update("0a 01 00 01", "01 00 02 00 00 00 00 00");
+  update("0a 01 00 09", "01 00 02 00 00 00 00 00");
+  running.say("audit\nrepair\naudit\nshow chip\n");
+  waitFor("^1 row", file("running"));
+  EXPECT_THAT(outputOf("cat " + file("running")),
+              AllOf(HasSubstr("10.1.0.1         different  02:5e:10:01:02:03"),
+                    HasSubstr("10.1.0.9         extra      -  "), HasSubstr("audit: 2 findings"),
+                    HasSubstr("repair: 0 rows inserted, 1 overwritten, 1 deleted, 0 waiting\n"
+                              "audit: the chip has the rows that are wanted\n")));
+  EXPECT_THAT(captured(1, "icmp", "ping -q -c 1 10.1.0.2 > /dev/null"), HasSubstr(kRows));
+}
+
+TEST_F(LabLiveTest, ASecondLabOverTheSameTableIsRefused) {
+  RunningLab running(table(), file("running"));
+  running.say("print ready\n");
+  waitFor("^ready", file("running"));
+  EXPECT_EQ(shell(LAB_PROGRAM " --table " + table() + " /dev/null 2> " + file("refused")), 2);
+  EXPECT_THAT(outputOf("cat " + file("refused")),
+              AllOf(HasSubstr("macrewrite-lab: error: "), HasSubstr(directory().string())));
+}
+
+TEST_F(LabLiveTest, ADeviceThatIsNotThereIsAnExceptionAndTheRunContinues) {
+  EXPECT_EQ(lab("chip port vx9 vlan 100\nprint next\n"),
+            "exception: there is no device vx9\nnext\n");
+}
+
 }  // namespace

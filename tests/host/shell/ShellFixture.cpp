@@ -2,8 +2,8 @@
 
 namespace BfnTest {
 
-ShellFixture::ShellFixture(Host::ShellOptions const& options)
-    : host(Host::Plugin(LAB_PLUGIN)), shell(host, out, options) {}
+ShellFixture::ShellFixture(Host::ShellOptions const& options, bool reconcile)
+    : host(Host::Plugin(LAB_PLUGIN), {nullptr, reconcile}), shell(host, out, options) {}
 
 Host::Shell::Status ShellFixture::run(std::string const& lines) {
   std::istringstream in(lines);

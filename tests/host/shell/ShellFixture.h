@@ -12,7 +12,7 @@ namespace BfnTest {
 /// A shell on a host of its own, with the plug-in of this build.
 class ShellFixture : public ::testing::Test {
  protected:
-  explicit ShellFixture(Host::ShellOptions const& options = {});
+  explicit ShellFixture(Host::ShellOptions const& options = {}, bool reconcile = false);
 
   /// Runs the lines as one file called "case".
   Host::Shell::Status run(std::string const& lines);
