@@ -79,7 +79,7 @@ END
 ping_seen() { # LETTER
   local log=/run/tcpdump
   rm -f "$log" "$log.err"
-  in_ns "${1}2" timeout 5 tcpdump -i eth0 -Q in -c 1 -e -n -t -l icmp > "$log" 2> "$log.err" &
+  in_ns "${1}2" timeout 10 tcpdump -i eth0 -Q in -c 1 -e -n -t -l icmp > "$log" 2> "$log.err" &
   local capture=$!
   until grep -qs '^listening' "$log.err"; do
     kill -0 "$capture" || { cat "$log.err" >&2 && return 1; }
