@@ -53,8 +53,8 @@ class EventScope {
  private:
   static constexpr int kRecordsPerStamp = 256;
   // Outside of every scope `left` is negative, and counting it down from here never brings it near
-  // the other end.
-  static constexpr std::int64_t kNoScope = std::numeric_limits<std::int64_t>::min() / 2;
+  // the other end. A constant of 32 bits needs no instruction of its own.
+  static constexpr std::int64_t kNoScope = std::numeric_limits<std::int32_t>::min();
 
   struct State {
     std::int64_t left;  // records that may still carry the stamp

@@ -9,10 +9,14 @@
 
 namespace Kiv {
 
+NotifieeList::Visit* NotifieeList::innermost_ = nullptr;
+
 NotifieeList::~NotifieeList() {
   if (rep_ == nullptr) return;
-  for (Visit* visit = rep_->innermost; visit != nullptr; visit = visit->outer) {
+  for (Visit* visit = innermost_; visit != nullptr; visit = visit->outer) {
+    if (visit->list != this) continue;
     visit->list = nullptr;
+    visit->events |= Visit::kListDied;
   }
   ::operator delete(rep_);
 }
@@ -20,20 +24,22 @@ NotifieeList::~NotifieeList() {
 NotifieeList::Rep* NotifieeList::allocate(U32 capacity) {
   static_assert(sizeof(Rep) % alignof(NotifieeConst*) == 0);
   void* const memory = ::operator new(sizeof(Rep) + capacity * sizeof(void*));
-  return new (memory) Rep{nullptr, 0, 0, capacity, 0};
+  return new (memory) Rep{0, 0, capacity, 0};
 }
 
 // One entry beyond those in use or reserved.
-void NotifieeList::makeRoom() {
+inline void NotifieeList::makeRoom() {
+  if (rep_ == nullptr || rep_->used + rep_->reserved == rep_->capacity) grow();
+}
+
+void NotifieeList::grow() {
   if (rep_ == nullptr) {
     rep_ = allocate(1);
     return;
   }
-  if (rep_->used + rep_->reserved < rep_->capacity) return;
   // A visit in progress refers to the list, not to the block, so the block may be reallocated
   // during it.
   Rep* const grown = allocate(2 * rep_->capacity);
-  grown->innermost = rep_->innermost;
   grown->live = rep_->live;
   grown->used = rep_->used;
   grown->reserved = rep_->reserved;
@@ -60,7 +66,7 @@ void NotifieeList::remove(NotifieeConst* notifiee) noexcept {
   notifiee->at_ = NotifieeConst::kInNoList;
   rep_->entries()[at] = nullptr;
   --rep_->live;
-  if (rep_->innermost == nullptr && rep_->live <= rep_->used / 2) compact();
+  if (rep_->live <= rep_->used / 2 && !visited()) compact();
 }
 
 void NotifieeList::clear() noexcept {
@@ -70,7 +76,45 @@ void NotifieeList::clear() noexcept {
     entry = nullptr;
   }
   rep_->live = 0;
-  if (rep_->innermost == nullptr) compact();
+  if (!visited()) compact();
+}
+
+bool NotifieeList::visited() const noexcept {
+  for (Visit const* visit = innermost_; visit != nullptr; visit = visit->outer) {
+    if (visit->list == this) return true;
+  }
+  return false;
+}
+
+bool NotifieeList::keep(PtrInterface const& object) noexcept {
+  for (Visit* visit = innermost_; visit != nullptr; visit = visit->outer) {
+    if (visit->running == nullptr) continue;
+    if (visit->running == &object) {
+      visit->events |= Visit::kRunningKept;
+      return true;
+    }
+    if (visit->running->actsm() == &object) {
+      visit->events |= Visit::kOwnerKept;
+      visit->owner = &object;
+      return true;
+    }
+  }
+  return false;
+}
+
+// Drops what the call that has returned had to keep. Returns whether the list has died.
+bool NotifieeList::settle(Visit& visit) noexcept {
+  NotifieeConst const* const running = std::exchange(visit.running, nullptr);
+  U64 const events = std::exchange(visit.events, 0);
+  if ((events & Visit::kRunningKept) != 0) running->kivRefDec();
+  if ((events & Visit::kOwnerKept) != 0) visit.owner->kivRefDec();
+  return visit.list == nullptr;
+}
+
+void NotifieeList::forget(NotifieeConst const& notifiee) noexcept {
+  for (Visit* visit = innermost_; visit != nullptr; visit = visit->outer) {
+    if (visit->running == &notifiee) visit->running = nullptr;
+  }
 }
 
 void NotifieeList::notificationOff() {
@@ -90,17 +134,20 @@ void NotifieeList::compact() noexcept {
   rep_->used = kept;
 }
 
-void NotifieeList::thrown(U32 index, NotifieeConst* notifiee) {
-  if (rep_->entries()[index] == notifiee) notifiee->onNotificationException();
+void NotifieeList::thrown(Visit& visit, U32 index) {
+  NotifieeConst* const notifiee = visit.running;
+  if (settle(visit) || notifiee == nullptr) return;
+  if (visit.list->rep_->entries()[index] == notifiee) notifiee->onNotificationException();
 }
 
 NotifieeConst::~NotifieeConst() {
+  NotifieeList::forget(*this);
   if (isRegisteredNotifiee()) notifier_->notifieeList().remove(this);
 }
 
 void NotifieeConst::notifierIs(Ptr<PtrInterface const> const& notifier) {
   if (notifier == notifier_) return;
-  NotifieeConst::isRegisteredNotifieeIs(false);
+  if (isRegisteredNotifiee()) notifier_->notifieeList().remove(this);
   ++binding_;
   notifier_ = notifier;
 }

@@ -85,56 +85,62 @@ class NotifieeRoom {
   bool held_ = true;
 };
 
-// A visit in progress, on the stack of visit(). The list knows its visits, innermost first, so that
-// it can end them when it is destroyed during one.
+// A visit in progress, on the stack of visit(). What is destroyed or should be during a call is
+// noted here, so that a call which destroys nothing costs no reference.
 struct NotifieeList::Visit {
-  NotifieeList* list;  // null once the list has died
-  Visit* outer;
+  enum : U64 { kListDied = 1, kRunningKept = 2, kOwnerKept = 4 };
+
+  Visit(NotifieeList* visited, Visit* around) : list(visited), outer(around) {}
+
+  NotifieeList* list;      // null once the list has died
+  NotifieeConst* running;  // from the first call on: the notifiee; null once it has died
+  Visit* const outer;
+  PtrInterface const* owner;  // where kOwnerKept
+  U64 events = 0;             // of the call
 };
 
 // Ends a visit. Its members are copies that no handler can reach, so that they stay in registers.
 class NotifieeList::VisitEnd {
  public:
-  VisitEnd(NotifieeList& list, Visit const& visit, Visit* outer)
-      : list_(list), visit_(visit), outer_(outer) {}
+  VisitEnd(NotifieeList& list, Visit const& visit) : list_(list), visit_(visit) {}
   VisitEnd(VisitEnd const&) = delete;
   VisitEnd& operator=(VisitEnd const&) = delete;
   ~VisitEnd() {
+    innermost_ = visit_.outer;
     if (visit_.list == nullptr) [[unlikely]]
       return;
-    Rep& rep = *list_.rep_;
-    rep.innermost = outer_;
-    if (rep.live != rep.used && outer_ == nullptr) [[unlikely]]
+    Rep const& rep = *list_.rep_;
+    if (rep.live != rep.used && !list_.visited()) [[unlikely]]
       list_.compact();
   }
 
  private:
   NotifieeList& list_;
   Visit const& visit_;
-  Visit* const outer_;
 };
 
 inline void NotifieeList::visit(AttributeId id, void const* key) {
   if (rep_ == nullptr) return;
   // All that the handlers trace carries the time at which the outermost visit first traced.
   Ringlog::EventScope const event;
-  Visit* const outer = rep_->innermost;
-  Visit visit{this, outer};
-  rep_->innermost = &visit;
-  VisitEnd const end(*this, visit, outer);
+  Visit visit(this, innermost_);
+  innermost_ = &visit;
+  VisitEnd const end(*this, visit);
   U32 const count = rep_->used;
   for (U32 i = 0; i < count; ++i) {
     NotifieeConst* const notifiee = rep_->entries()[i];
     if (notifiee == nullptr) [[unlikely]]
       continue;
+    visit.running = notifiee;
     try {
       notifiee->onAttribute(id, key);
     } catch (...) {
-      if (visit.list != nullptr) thrown(i, notifiee);
+      thrown(visit, i);
       throw;
     }
-    if (visit.list == nullptr) [[unlikely]]
-      return;
+    if (visit.events != 0) [[unlikely]] {
+      if (settle(visit)) return;
+    }
   }
 }
 

@@ -8,6 +8,7 @@
 namespace Kiv {
 
 class NotifieeConst;  // PtrInterface::NotifieeConst
+class PtrInterface;
 
 /// The notifiees of one object, in the order of registration.
 ///
@@ -19,7 +20,9 @@ class NotifieeConst;  // PtrInterface::NotifieeConst
 ///  - a notifiee that is added is not called for the current change, only for later ones;
 ///  - a notifiee that rebinds to another notifier counts as removed;
 ///  - a notifiee may be destroyed, the running one included;
-///  - the list itself may be destroyed with its owner: the visit ends there.
+///  - the list itself may be destroyed with its owner: the visit ends there;
+///  - a reactor whose last reference goes while its own handler runs, or the last reference to its
+///    owner, is destroyed when the handler has returned. Of two, the reactor goes first.
 /// Visits nest: a handler that mutates the notifier visits the list again before it returns.
 ///
 /// Cost: an object without notifiees pays one pointer. Adding and removing take constant time on
@@ -58,14 +61,20 @@ class NotifieeList {
   /// Calls onNotificationOff() on every notifiee; the first exception leaves this function.
   void notificationOff();
 
+  /// For the last reference to a reactor or to a reactor's owner: takes it over if one of their
+  /// handlers is running, and drops it when that one has returned. Returns whether it has.
+  static bool keepWhileRunning(PtrInterface const& object) noexcept {
+    return innermost_ != nullptr && keep(object);
+  }
+
  private:
+  friend class NotifieeConst;
   struct Visit;
   class VisitEnd;
 
   // One block of memory: this head, followed by `capacity` entries, `used` of them in use and
   // `reserved` kept free. A null entry is the hole that a removal leaves.
   struct Rep {
-    Visit* innermost;
     U32 live;
     U32 used;
     U32 capacity;
@@ -76,8 +85,15 @@ class NotifieeList {
 
   static Rep* allocate(U32 capacity);
   void makeRoom();
+  void grow();
   void compact() noexcept;
-  void thrown(U32 index, NotifieeConst* notifiee);
+  static void thrown(Visit& visit, U32 index);
+  bool visited() const noexcept;
+  static bool keep(PtrInterface const& object) noexcept;
+  static bool settle(Visit& visit) noexcept;
+  static void forget(NotifieeConst const& notifiee) noexcept;
+
+  static Visit* innermost_;  // of the visits in progress, of all lists
 
   Rep* rep_ = nullptr;
 };

@@ -181,16 +181,21 @@ class Reactor : public NotifieeConst {
     this->isRegisteredNotifieeIs(true);
   }
 
-  /// A handler may release the owner or the reactor: both are held until it returns.
+  /// A handler may release the owner or the reactor: during a notification both live until it
+  /// returns (see NotifieeList).
   void onAttribute(AttributeId id, void const* key) override {
     static_assert(Self::Rows::template kWatch<Notifier>,
                   "a row of the reactor names an attribute of another type than the notifier's");
+    static_assert(
+        requires { typename Owner::StateMachine; }, "a reactor's owner is a StateMachine");
     if (!mayDispatch()) return;
-    Ptr<Owner> const owner(owner_);
-    Ptr<Reactor> const self(this);
     Self::Rows::dispatch(static_cast<Self&>(*this), id, key);
   }
   bool mayDispatch() const { return !kivMarkedForDeletion() && owner_ != nullptr; }
+
+  void handleZeroRef() override {
+    if (!NotifieeList::keepWhileRunning(*this)) NotifieeConst::handleZeroRef();
+  }
 
   PtrInterface* actsm() const override { return owner_; }
   Owner* owner() const { return owner_; }

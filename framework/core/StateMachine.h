@@ -68,6 +68,7 @@ void StateMachine<Derived, Base>::hasNotificationActiveIs(bool active) {
 
 template <class Derived, class Base>
 void StateMachine<Derived, Base>::handleZeroRef() {
+  if (NotifieeList::keepWhileRunning(*this)) return;
   kivTeardown();
   Base::handleZeroRef();
 }

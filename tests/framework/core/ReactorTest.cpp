@@ -13,6 +13,7 @@
 #include "framework/collections/ValueCollection.h"
 #include "framework/core/Attribute.h"
 #include "framework/core/StateMachine.h"
+#include "tests/framework/core/Probe.h"
 #include "tests/support/AllocationCount.h"
 
 namespace {
@@ -52,6 +53,10 @@ class Machine : public Kiv::StateMachine<Machine> {
   class KivWatched;
 
   explicit Machine(Ptr<Watched> const& watched, std::vector<std::string>* log);
+  ~Machine() override {
+    if (onDeath) onDeath();
+  }
+  static inline std::function<void()> onDeath;
 
   void handleNumber() { note("number"); }
   void handleValues() { note("values"); }
@@ -326,6 +331,106 @@ TEST_F(ReactorTest, AHandlerMayDropItsReactorDuringAChange) {
   watched->numberIs(1);
   watched->numberIs(2);
   EXPECT_THAT(log, ElementsAre("number"));
+}
+
+TEST_F(ReactorTest, AnOwnerThatItsHandlerReleasesLivesUntilTheHandlerReturns) {
+  machine->onNote = [this] {
+    machine.reset();
+    log.push_back("released");
+  };
+  Machine::onDeath = [this] { log.push_back("owner dies"); };
+  auto const after = Kiv::makeActive<BfnTest::Probe>(watched, "next", &log);
+  watched->numberIs(1);
+  Machine::onDeath = nullptr;
+  EXPECT_THAT(log, ElementsAre("number", "released", "owner dies", "next"));
+  EXPECT_EQ(watched->notifieeList().size(), 1u);
+}
+
+TEST_F(ReactorTest,
+       AnOwnerThatIsReleasedInANestedNotificationLivesUntilItsOutermostHandlerReturns) {
+  machine->onNote = [this] {
+    if (log.size() == 1) {
+      watched->numberIs(2);
+      log.push_back("outer ends");
+    } else {
+      machine.reset();
+      log.push_back("inner ends");
+    }
+  };
+  Machine::onDeath = [this] { log.push_back("owner dies"); };
+  watched->numberIs(1);
+  Machine::onDeath = nullptr;
+  EXPECT_THAT(log, ElementsAre("number", "number", "inner ends", "outer ends", "owner dies"));
+}
+
+TEST_F(ReactorTest, AnOwnerThatItsHandlerReleasesDiesWhenTheHandlerThrows) {
+  machine->onNote = [this] {
+    machine.reset();
+    throw std::runtime_error("handler");
+  };
+  Machine::onDeath = [this] { log.push_back("owner dies"); };
+  EXPECT_THROW(watched->numberIs(1), std::runtime_error);
+  Machine::onDeath = nullptr;
+  EXPECT_THAT(log, ElementsAre("number", "owner dies"));
+  EXPECT_TRUE(watched->notifieeList().empty());
+}
+
+TEST_F(ReactorTest, AnOwnerThatItsHandlerReleasesMayBeTakenUpAgain) {
+  Ptr<Machine> again;
+  machine->onNote = [this, &again] {
+    auto* const raw = machine.get();
+    machine.reset();
+    again = Ptr<Machine>(raw);
+  };
+  watched->numberIs(1);
+  ASSERT_TRUE(again);
+  EXPECT_EQ(again->kivRefCount(), 1u);
+  again->onNote = nullptr;
+  watched->numberIs(2);
+  EXPECT_THAT(log, ElementsAre("number", "number"));
+}
+
+TEST_F(ReactorTest, ANotifieeThatHasDiedInItsCallKeepsNoMachine) {
+  auto probe = Kiv::makeActive<BfnTest::Probe>(watched, "probe", &log);
+  machine->watched_.del();
+  probe->action = [this, &probe] {
+    probe.reset();
+    machine.reset();
+    log.push_back("released");
+  };
+  Machine::onDeath = [this] { log.push_back("owner dies"); };
+  watched->numberIs(1);
+  Machine::onDeath = nullptr;
+  EXPECT_THAT(log, ElementsAre("probe", "probe has no references", "owner dies", "released"));
+}
+
+TEST_F(ReactorTest, AReactorThatItsHandlerDropsLivesUntilTheHandlerReturns) {
+  auto const* const reactor = machine->watched_.reactor().get();
+  machine->onNote = [this, reactor] {
+    machine->watched_.del();
+    EXPECT_EQ(reactor->kivRefCount(), 1u);
+    EXPECT_EQ(reactor->owner(), machine.get());
+    EXPECT_TRUE(reactor->kivMarkedForDeletion());
+  };
+  watched->numberIs(1);
+  EXPECT_TRUE(watched->notifieeList().empty());
+}
+
+TEST_F(ReactorTest, AReactorAndItsOwnerAndTheNotifierMayAllGoInOneHandler) {
+  auto const* const reactor = machine->watched_.reactor().get();
+  machine->onNote = [this, reactor] {
+    auto const* const raw = machine.get();
+    watched.reset();
+    machine->watched_.del();
+    machine.reset();
+    EXPECT_EQ(reactor->owner(), raw);
+    EXPECT_EQ(raw->kivRefCount(), 1u);
+    EXPECT_TRUE(reactor->notifierRaw() != nullptr);
+  };
+  Machine::onDeath = [this] { log.push_back("owner dies"); };
+  watched->numberIs(1);
+  Machine::onDeath = nullptr;
+  EXPECT_THAT(log, ElementsAre("number", "owner dies"));
 }
 
 TEST_F(ReactorTest, TheNewNotifierMayBeHeldByTheOldOneAlone) {
