@@ -5,13 +5,14 @@ usage: docs/prompt.py [PROGRAM]      default: build/release/bin/macrewrite-lab
 
 The program runs in a terminal of its own (tmux), the keys below are typed into it, and the
 screen at the end is the picture. <tab> is the tab key; each line ends with the enter key
-unless it ends with <tab>.
+unless it ends with <tab> or with the key `?`. The colours are the program's.
 """
 import html
 import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 import time
 
 COLUMNS, LINES = 104, 40
@@ -23,13 +24,14 @@ SESSION = [
     "vx<tab>f<tab>m<tab>vrf r<tab>src-ip 1<tab>act<tab>rew<tab>src<tab>02:11:22:33:44:55",
     "show chip",
     "host address 10.0.0.300 vrf-id 7",
-    "dump <tab>",
-    "records",
+    "sh ru | ?",
+    "count",
     "show vxlan forwarding src-mac rewrite",
 ]
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PROMPT = "lab> "
+COLOURS = {"31": "#e8907e", "32": "#8fbc8f"}
 
 
 def tmux(*arguments):
@@ -53,17 +55,18 @@ def settled():
     sys.exit("the prompt does not come back:\n" + "\n".join(now))
 
 
-def record(program):
-    tmux("-f", "/dev/null", "new-session", "-d", "-x", str(COLUMNS), "-y", str(LINES), program)
+def record(program, state):
+    command = f"env XDG_STATE_HOME={state} {program}"
+    tmux("-f", "/dev/null", "new-session", "-d", "-x", str(COLUMNS), "-y", str(LINES), command)
     try:
         settled()
         for keys in SESSION:
-            if not keys.endswith(("<tab>", "\r")):
+            if not keys.endswith(("<tab>", "?", "\r")):
                 keys += "\r"
             for piece in re.split("(<tab>)", keys):
                 tmux("send-keys", "-l", "\t" if piece == "<tab>" else piece)
             settled()
-        return screen()
+        return tmux("capture-pane", "-p", "-e").rstrip("\n").split("\n")
     finally:
         tmux("kill-server")
 
@@ -77,19 +80,23 @@ def drawn(lines):
     yield "  <title>A session at the lab's prompt</title>"
     yield f'  <rect width="{width}" height="{height}" rx="8" fill="#1d232c"/>'
     for number, line in enumerate(lines):
-        text = html.escape(line, quote=False)
-        if line.startswith(PROMPT):
-            text = ('<tspan fill="#8fbc8f">' + PROMPT.rstrip() + '</tspan>'
-                    + text[len(html.escape(PROMPT, quote=False)) - 1:])
-        elif ": error: " in line:
-            text = f'<tspan fill="#e8907e">{text}</tspan>'
+        text = ""
+        colour = None
+        for piece, code in re.findall("([^\x1b]+)|\x1b\\[([0-9;]*)m", line):
+            if not piece:
+                colour = COLOURS.get(code)
+            elif colour:
+                text += f'<tspan fill="{colour}">{html.escape(piece, quote=False)}</tspan>'
+            else:
+                text += html.escape(piece, quote=False)
         yield f'  <text x="15" y="{29 + 19 * number}" xml:space="preserve">{text}</text>'
     yield "</svg>"
 
 
 def main():
     program = sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/release/bin/macrewrite-lab"
-    lines = record(str(program))
+    with tempfile.TemporaryDirectory() as state:
+        lines = record(str(program), state)
     (ROOT / "docs/prompt.svg").write_text("\n".join(drawn(lines)) + "\n", encoding="utf-8")
 
 

@@ -20,6 +20,7 @@ constexpr char kExamples[] =
     "  echo 'dump inputs' | macrewrite-lab          commands from standard input\n"
     "  macrewrite-lab --json --trace 9 case.lab     answers for a program, traces on stderr\n"
     "  macrewrite-lab                               a prompt; help lists the commands\n"
+    "  macrewrite-lab -c 'dump inputs' case.lab     the file, then a command; - is standard input\n"
     "\n"
     "Exit status: 0 all is well, 1 an expectation failed, 2 bad input, 3 this machine has not "
     "what\n"
@@ -41,6 +42,8 @@ struct Options {
   std::optional<bool> reconcile;
   Host::ShellOptions shell;
   std::vector<std::string> files;
+  std::vector<std::string> commands;
+  Host::PromptOptions prompt;
 };
 
 bool isKernel(std::string const& table) {
@@ -66,27 +69,49 @@ int run(Options const& options) {
   }
   Host::Switch host(Host::Plugin(options.plugin), tableOf(options));
   Host::Shell shell(host, std::cout, options.shell);
-  bool const none = options.files.empty();
-  if (none && ::isatty(STDIN_FILENO) == 1) {
-    Host::runPrompt(shell, std::cerr);
-    return Host::Shell::Done;
-  }
-  if (none) return shell.runStream(std::cin, "stdin", std::cerr);
-  for (std::string const& file : options.files) {
-    if (auto const status = shell.runFile(file, std::cerr); status != Host::Shell::Done) {
-      return status;
+  if (options.files.empty() && options.commands.empty()) {
+    if (::isatty(STDIN_FILENO) == 1) {
+      Host::runPrompt(shell, options.prompt);
+      return Host::Shell::Done;
     }
-    if (shell.exited()) break;
+    return shell.runStream(std::cin, "stdin", std::cerr);
   }
-  return Host::Shell::Done;
+  // The first status that is none of success is the program's.
+  int result = Host::Shell::Done;
+  auto const goesOn = [&](Host::Shell::Status status) {
+    if (result == Host::Shell::Done) result = status;
+    return !shell.exited() && (result == Host::Shell::Done || options.shell.keepGoing);
+  };
+  for (std::string const& file : options.files) {
+    bool const standardInput = file == "-";
+    if (!goesOn(standardInput ? shell.runStream(std::cin, "stdin", std::cerr)
+                              : shell.runFile(file, std::cerr))) {
+      return result;
+    }
+  }
+  for (std::string const& command : options.commands) {
+    if (!goesOn(shell.runLine(command, std::cerr))) break;
+  }
+  return result;
 }
 
 int parseAndRun(int argc, char** argv) {
   Options options;
   CLI::App app{"A switch around the MAC rewrite plug-in: operator, host agent, chip and packets."};
   app.footer(kExamples);
-  app.add_option("FILE", options.files, "files of commands; none: standard input or a prompt")
+  app.add_option("FILE", options.files,
+                 "files of commands, - for standard input; none: standard input or a prompt")
       ->type_name("");
+  app.add_option("-c,--command", options.commands,
+                 "a command, after the files; may be given more than once")
+      ->type_name("COMMAND")
+      ->allow_extra_args(false);
+  app.add_flag("--keep-going", options.shell.keepGoing,
+               "a line that fails is reported, and the next one is carried out");
+  app.add_option("--session-log", options.prompt.sessionLog,
+                 "where the prompt keeps the session's lines (default: the user's state folder)")
+      ->type_name("FILE");
+  app.set_version_flag("--version", Host::versionText());
   app.add_option("--plugin", options.plugin,
                  "the plug-in to open (default: the one beside this program)")
       ->type_name("PATH");

@@ -20,6 +20,49 @@ std::string sentence(Mismatch const& mismatch, std::span<std::string const> word
   return text + ", found " + excerpt(words[mismatch.at]);
 }
 
+/// One word that may come next, and the commands that have it there.
+struct Origin {
+  void add(Command const& command, std::string const& title) {
+    commands.push_back(&command);
+    if (titles.empty() || titles.back() != title) titles.push_back(title);
+  }
+  std::string help() const {
+    if (!completion.isKeyword()) return describeSlot(completion.slot, completion.limits);
+    if (commands.size() == 1) return commands[0]->help;
+    std::string text;
+    for (std::string const& title : titles) text += (text.empty() ? "" : "; ") + title;
+    return text;
+  }
+
+  Completion completion;
+  std::vector<Command const*> commands;
+  std::vector<std::string> titles;
+};
+
+bool isText(CommandTable::Next const& next) {
+  return next.completion.slot == "TEXT";
+}
+
+/// The keyword in full, or the word itself when it is one, a value or nothing that is known. Throws
+/// InputError when several keywords begin so.
+std::string keywordOf(std::string const& word, std::vector<CommandTable::Next> const& following) {
+  std::vector<std::string> matches;
+  for (auto const& [completion, help] : following) {
+    if (completion.text == CommandTable::kEndOfLine) continue;
+    bool const exact = completion.isKeyword() ? completion.text == word
+                                              : accepts(completion.slot, completion.limits, word);
+    if (exact || word.empty()) return word;
+    if (completion.isKeyword() && completion.text.starts_with(word)) {
+      matches.push_back(completion.text);
+    }
+  }
+  if (matches.size() == 1) return matches[0];
+  if (matches.empty()) return word;
+  std::string names;
+  for (std::string const& match : matches) names += (names.empty() ? "" : ", ") + match;
+  throw InputError(excerpt(word) + " is short for more than one word: " + names);
+}
+
 bool beginsWith(std::string_view text, std::span<std::string const> words) {
   std::string start;
   for (std::string const& word : words) start += (start.empty() ? "" : " ") + word;
@@ -41,7 +84,8 @@ void CommandTable::add(CommandGroup group) {
 
 CommandTable::Found CommandTable::find(std::span<std::string const> words) const {
   Mismatch mismatch;
-  if (auto const candidates = byFirstWord_.find(words[0]); candidates != byFirstWord_.end()) {
+  auto const candidates = words.empty() ? byFirstWord_.end() : byFirstWord_.find(words[0]);
+  if (candidates != byFirstWord_.end()) {
     for (Command const* const command : candidates->second) {
       Arguments arguments;
       if (command->pattern.match(words, arguments, mismatch)) return {command, arguments};
@@ -52,14 +96,53 @@ CommandTable::Found CommandTable::find(std::span<std::string const> words) const
   throw InputError(sentence(mismatch, words));
 }
 
-std::vector<std::string> CommandTable::completions(std::span<std::string const> words) const {
-  std::vector<std::string> found;
+std::vector<CommandTable::Next> CommandTable::next(std::span<std::string const> words) const {
+  std::map<std::string, Origin> origins;
+  std::vector<Next> found;
   for (CommandGroup const& group : groups_) {
-    for (Command const& command : group.commands) command.pattern.completions(words, found);
+    for (Command const& command : group.commands) {
+      std::vector<Completion> completions;
+      if (command.pattern.completions(words, completions) && found.empty()) {
+        found.push_back({{std::string(kEndOfLine), "", {}, ""}, command.help});
+      }
+      for (Completion& each : completions) {
+        Origin& origin = origins[each.text];
+        origin.completion = std::move(each);
+        origin.add(command, group.title);
+      }
+    }
   }
-  std::ranges::sort(found);
-  found.erase(std::unique(found.begin(), found.end()), found.end());
+  for (auto& [text, origin] : origins) {
+    std::string help = origin.help();
+    found.push_back({std::move(origin.completion), std::move(help)});
+  }
   return found;
+}
+
+std::span<std::string const> CommandTable::innermost(std::span<std::string const> words) const {
+  while (words.size() > 1) {
+    auto const following = next(words.subspan(0, 1));
+    bool const takesCommand = std::ranges::any_of(
+        following, [](Next const& each) { return each.completion.slot == "COMMAND"; });
+    if (!takesCommand) break;
+    words = words.subspan(1);
+  }
+  return words;
+}
+
+std::vector<std::string> CommandTable::expanded(std::span<std::string const> words) const {
+  std::vector<std::string> full;
+  for (std::string const& word : words) {
+    full.push_back(word);
+    if (word == "==") break;
+    // With a word in its place, so that a command that takes another one is left behind.
+    auto const command = innermost(full);
+    auto const following = next(command.subspan(0, command.size() - 1));
+    if (std::ranges::any_of(following, isText)) break;
+    full.back() = keywordOf(word, following);
+  }
+  full.insert(full.end(), words.begin() + static_cast<std::ptrdiff_t>(full.size()), words.end());
+  return full;
 }
 
 std::string CommandTable::help(std::span<std::string const> words) const {

@@ -59,12 +59,31 @@ class CommandTable {
 
   std::vector<CommandGroup> const& groups() const { return groups_; }
 
-  /// The command of a line that has at least one word; `words` must outlive what is found. Throws
-  /// InputError, which says what was expected at the first word that fits no command.
+  /// The command of a line; `words` must outlive what is found. Throws InputError, which says what
+  /// was expected at the first word that fits no command.
   Found find(std::span<std::string const> words) const;
 
-  /// What may follow the words, sorted: keywords as they are, values as "<VRF>".
-  std::vector<std::string> completions(std::span<std::string const> words) const;
+  /// One way in which a line may continue.
+  struct Next {
+    Completion completion;
+    /// What it is for: what the command does, or the titles of the commands that begin so, or what
+    /// a value is.
+    std::string help;
+  };
+
+  /// What may follow the words, sorted by text. When the words are a command as they are, the first
+  /// has the text kEndOfLine.
+  std::vector<Next> next(std::span<std::string const> words) const;
+  static constexpr std::string_view kEndOfLine = "<cr>";
+
+  /// The words with every keyword in full. A keyword may be shortened to what no other keyword in
+  /// its place begins with; what is a value in its place, what follows "==" and the words of a text
+  /// stay as they are. Throws InputError, which names the keywords, for what several begin with.
+  std::vector<std::string> expanded(std::span<std::string const> words) const;
+
+  /// The part of the words that is the inner command, when they begin with commands that take
+  /// another one ("brief", "expect"); the words themselves otherwise.
+  std::span<std::string const> innermost(std::span<std::string const> words) const;
 
   /// The grammar with what each command does; of those commands only that begin with `words`.
   std::string help(std::span<std::string const> words) const;

@@ -1,5 +1,7 @@
 #include "host/language/Lexer.h"
 
+#include <algorithm>
+
 #include "framework/core/HexDigits.h"
 #include "host/language/InputError.h"
 
@@ -93,6 +95,24 @@ std::string quotedWord(std::string_view word) {
     }
   }
   return text + '"';
+}
+
+std::string typedWord(std::string_view word) {
+  bool const text = std::ranges::all_of(
+      word, [](char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f'; });
+  bool const plain = text && !word.empty() && word[0] != '"' && word[0] != '#' && word != "==";
+  return plain ? std::string(word) : quotedWord(word);
+}
+
+std::string lineOf(std::span<std::string const> words) {
+  std::string line;
+  bool verbatim = false;
+  for (std::string const& word : words) {
+    line += line.empty() ? "" : " ";
+    line += verbatim ? word : word == "==" ? word : typedWord(word);
+    verbatim = word == "==";
+  }
+  return line;
 }
 
 std::string excerpt(std::string_view word) {

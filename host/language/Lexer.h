@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,12 @@ std::vector<std::string> splitWords(std::string_view line);
 
 /// The word as splitWords() reads it back, in quotes when it needs them.
 std::string quotedWord(std::string_view word);
+
+/// The same, in quotes only when splitWords() would make something else of it.
+std::string typedWord(std::string_view word);
+
+/// A line that splitWords() makes these words of.
+std::string lineOf(std::span<std::string const> words);
 
 /// The word as an error text shows it: quotedWord() of its first 60 characters, with "..." after
 /// them when there are more. A character is a UTF-8 sequence, or a byte that belongs to none.

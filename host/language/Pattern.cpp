@@ -184,13 +184,13 @@ bool Pattern::match(std::span<std::string const> words, Arguments& arguments,
   return false;
 }
 
-void Pattern::firsts(Element const& element, std::vector<std::string>& found) {
+void Pattern::firsts(Element const& element, std::vector<Completion>& found) {
   switch (element.kind) {
     case Element::Kind::Words:
-      found.insert(found.end(), element.words.begin(), element.words.end());
+      for (std::string const& word : element.words) found.push_back({word, "", {}, ""});
       break;
     case Element::Kind::Slot:
-      found.push_back('<' + element.slot + '>');
+      found.push_back({'<' + element.slot + '>', element.slot, element.limits, element.key});
       break;
     case Element::Kind::Optional:
       firsts(element.inside[0], found);
@@ -199,7 +199,7 @@ void Pattern::firsts(Element const& element, std::vector<std::string>& found) {
 }
 
 bool Pattern::completeAll(Elements const& elements, std::span<std::string const> words,
-                          std::size_t& at, std::vector<std::string>& found) {
+                          std::size_t& at, std::vector<Completion>& found) {
   for (Element const& element : elements) {
     bool const optional = element.kind == Element::Kind::Optional;
     if (at == words.size()) {
@@ -218,10 +218,13 @@ bool Pattern::completeAll(Elements const& elements, std::span<std::string const>
   return true;
 }
 
-void Pattern::completions(std::span<std::string const> words,
-                          std::vector<std::string>& found) const {
+bool Pattern::completions(std::span<std::string const> words,
+                          std::vector<Completion>& found) const {
   std::size_t at = 0;
   completeAll(elements_, words, at, found);
+  Arguments arguments;
+  Mismatch mismatch;
+  return match(words, arguments, mismatch);
 }
 
 }  // namespace Host

@@ -40,6 +40,18 @@ class Arguments {
   std::vector<std::pair<std::string_view, std::string_view>> values_;
 };
 
+/// What may come next in a line: a keyword as it is typed, or a place for a value.
+struct Completion {
+  /// The keyword, or the value's name in angle brackets.
+  std::string text;
+  /// Of a place for a value: its name, what it takes, and by what Arguments knows it.
+  std::string slot;
+  Limits limits;
+  std::string key;
+
+  bool isKeyword() const { return slot.empty(); }
+};
+
 /// How far a line fits the known commands, and what was expected after that.
 struct Mismatch {
   std::size_t at = 0;
@@ -68,8 +80,8 @@ class Pattern {
   /// records in `mismatch` where it failed.
   bool match(std::span<std::string const> words, Arguments& arguments, Mismatch& mismatch) const;
 
-  /// What may follow the words: keywords as they are, and values as "<VRF>".
-  void completions(std::span<std::string const> words, std::vector<std::string>& found) const;
+  /// Adds what may follow the words. Whether they have this form as they are.
+  bool completions(std::span<std::string const> words, std::vector<Completion>& found) const;
 
  private:
   struct Element {
@@ -86,10 +98,10 @@ class Pattern {
   static Elements parse(std::span<std::string_view const> tokens, std::size_t& at);
   static bool fits(Element const& element, std::string_view word);
   static void expect(Element const& element, std::size_t at, Mismatch& mismatch);
-  static void firsts(Element const& element, std::vector<std::string>& found);
+  static void firsts(Element const& element, std::vector<Completion>& found);
   /// False when nothing after these elements can be reached.
   static bool completeAll(Elements const& elements, std::span<std::string const> words,
-                          std::size_t& at, std::vector<std::string>& found);
+                          std::size_t& at, std::vector<Completion>& found);
   static bool matchAll(Elements const& elements, std::span<std::string const> words,
                        std::size_t& at, Arguments& arguments, Mismatch& mismatch);
 

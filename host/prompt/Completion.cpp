@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <sstream>
 
@@ -34,6 +35,26 @@ void collectAddresses(Switch const& host, std::set<std::string>& found) {
   }
 }
 
+void collectVrfIds(json const& inputs, std::set<std::string>& found) {
+  for (auto const& [id, name] : inputs["l3Status"]["idToName"].items()) found.insert(id);
+  for (auto const& [id, addresses] : inputs["agentStatus"].items()) found.insert(id);
+}
+
+// The files and folders that begin as the typed path does, folders with a slash.
+void collectFiles(std::string_view typed, std::set<std::string>& found) {
+  std::size_t const slash = typed.rfind('/') + 1;
+  std::string const folder(typed.substr(0, slash));
+  std::error_code error;
+  std::filesystem::directory_iterator const all(folder.empty() ? "." : folder, error);
+  if (error) return;
+  for (auto const& entry : all) {
+    std::string name = entry.path().filename().string();
+    if (name.starts_with('.') && !typed.substr(slash).starts_with('.')) continue;
+    if (entry.is_directory(error)) name += '/';
+    found.insert(folder + name);
+  }
+}
+
 void collectInterfaces(Switch const& host, std::set<std::string>& found) {
   for (char const* const which : {"port", "vlan", "subinterface"}) {
     auto const all = host.routingStatus(which);
@@ -48,42 +69,123 @@ void collectInterfaces(Switch const& host, std::set<std::string>& found) {
   }
 }
 
+void collectValues(Completion const& place, std::string_view typed, Switch const& host,
+                   std::set<std::string>& found) {
+  if (place.slot == "VRF") {
+    collectVrfs(host, found);
+  } else if (place.slot == "IP") {
+    collectAddresses(host, found);
+  } else if (place.slot == "INTF") {
+    collectInterfaces(host, found);
+  } else if (place.slot == "N" && place.key == "vrf-id") {
+    collectVrfIds(dumpInputs(host), found);
+  } else if (place.slot == "NAME" && place.key == "profile") {
+    json const inputs = dumpInputs(host);
+    for (auto const& [name, entry] : inputs["profiles"].items()) found.insert(name);
+  } else if (place.slot == "FILE" || place.slot == "DIR" || place.slot.ends_with(".pcap")) {
+    collectFiles(typed, found);
+  }
+}
+
+/// An unfinished line: its complete words, in full, and what is typed of the last one.
+struct Unfinished {
+  std::vector<std::string> words;
+  std::string_view typed;
+};
+
+std::size_t lastWordBegin(std::string_view line) {
+  bool quoted = false;
+  bool escaped = false;
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < line.size(); ++at) {
+    char const c = line[at];
+    bool const blank = c == ' ' || c == '\t';
+    if (!quoted && blank) {
+      begin = at + 1;
+    } else if (c == '"' && !escaped && (quoted || at == begin)) {
+      quoted = !quoted;
+    }
+    escaped = quoted && c == '\\' && !escaped;
+  }
+  return begin;
+}
+
+/// Throws InputError.
+Unfinished unfinished(std::string_view line, Shell& shell) {
+  std::size_t const begin = lastWordBegin(line);
+  return {shell.pipeline().expanded(splitWords(line.substr(0, begin))), line.substr(begin)};
+}
+
 }  // namespace
 
 std::vector<std::string> completionsOf(std::string_view line, Shell& shell) {
-  std::size_t const begin = line.find_last_of(" \t") + 1;
-  std::string_view const typed = line.substr(begin);
-  std::vector<std::string> words;
+  std::set<std::string> found;
+  std::string_view typed;
   try {
-    words = splitWords(line.substr(0, begin));
+    auto const parsed = unfinished(line, shell);
+    typed = parsed.typed;
+    for (auto const& [place, help] : shell.pipeline().next(parsed.words)) {
+      if (!place.isKeyword()) {
+        collectValues(place, typed, shell.host(), found);
+      } else if (place.text != CommandTable::kEndOfLine) {
+        found.insert(place.text);
+      }
+    }
   } catch (InputError const&) {
     return {};
   }
-  // These are followed by another command.
-  constexpr std::string_view kBeforeCommands[] = {"brief", "expect", "help", "measure"};
-  std::span<std::string const> before = words;
-  while (!before.empty() &&
-         std::ranges::find(kBeforeCommands, before[0]) != std::end(kBeforeCommands)) {
-    before = before.subspan(1);
-  }
-
-  std::set<std::string> found;
-  for (std::string const& each : shell.table().completions(before)) {
-    if (each == "<VRF>") {
-      collectVrfs(shell.host(), found);
-    } else if (each == "<IP>") {
-      collectAddresses(shell.host(), found);
-    } else if (each == "<INTF>") {
-      collectInterfaces(shell.host(), found);
-    } else if (each[0] != '<') {
-      found.insert(each);
-    }
-  }
   std::vector<std::string> fitting;
   for (std::string const& each : found) {
-    if (!each.empty() && quotedWord(each).starts_with(typed)) fitting.push_back(quotedWord(each));
+    if (!each.empty() && typedWord(each).starts_with(typed)) fitting.push_back(typedWord(each));
   }
   return fitting;
+}
+
+std::vector<std::string> explanationOf(std::string_view line, Shell& shell) {
+  std::vector<CommandTable::Next> fitting;
+  std::set<std::string> values;
+  std::size_t width = 0;
+  try {
+    auto const [words, typed] = unfinished(line, shell);
+    for (auto& each : shell.pipeline().next(words)) {
+      bool const keyword = each.completion.isKeyword();
+      bool const end = each.completion.text == CommandTable::kEndOfLine;
+      if (end ? !typed.empty() : keyword && !each.completion.text.starts_with(typed)) continue;
+      if (!keyword) collectValues(each.completion, typed, shell.host(), values);
+      width = std::max(width, each.completion.text.size());
+      fitting.push_back(std::move(each));
+    }
+    std::erase_if(values, [typed = typed](auto const& value) {
+      return value.empty() || !typedWord(value).starts_with(typed);
+    });
+  } catch (InputError const& error) {
+    return {std::string("error: ") + error.what()};
+  }
+  std::vector<std::string> lines;
+  for (auto const& [completion, help] : fitting) {
+    std::string text = "  " + completion.text;
+    text.append(width + 4 - text.size(), ' ');
+    lines.push_back(text + help);
+  }
+  std::string known;
+  for (std::string const& value : values) {
+    known += "  ";
+    known += typedWord(value);
+  }
+  if (!known.empty()) lines.push_back("  known:" + known);
+  if (lines.empty()) lines.emplace_back("  nothing can come next");
+  return lines;
+}
+
+bool endsInQuotes(std::string_view line) {
+  std::string_view const last = line.substr(lastWordBegin(line));
+  if (!last.starts_with('"')) return false;
+  try {
+    splitWords(last);
+  } catch (InputError const&) {
+    return true;
+  }
+  return false;
 }
 
 }  // namespace Host

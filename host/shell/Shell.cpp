@@ -13,6 +13,7 @@
 #include "host/commands/Commands.h"
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
+#include "host/shell/Interrupt.h"
 #include "host/shell/Progress.h"
 
 namespace Host {
@@ -20,6 +21,7 @@ namespace Host {
 namespace {
 
 constexpr std::size_t kBriefLines = 6;
+constexpr std::string_view kLoad = "load";
 
 std::string shortened(std::string const& text) {
   std::vector<std::string_view> lines;
@@ -44,6 +46,10 @@ std::int64_t heapBytes() {
 }
 
 }  // namespace
+
+std::string versionText() {
+  return "BfnMacRewrite " HOST_VERSION;
+}
 
 Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
     : host_(host), out_(out), options_(options) {
@@ -107,6 +113,10 @@ void Shell::addLanguage() {
                      std::string const text = table_.help(given.words.subspan(1));
                      return Answer(text, text);
                    });
+  add.emplace_back("show version", "the version of this build", "show version",
+                   [](Arguments const&) {
+                     return Answer({{"version", HOST_VERSION}}, versionText());
+                   });
   add.emplace_back("exit", "the rest is not read", "exit", [this](Arguments const&) {
     exited_ = true;
     return Answer();
@@ -124,16 +134,22 @@ std::filesystem::path Shell::inputPath(std::string const& name) const {
 
 template <class F>
 Shell::Status Shell::guarded(std::ostream& err, F const& run) {
+  err_ = &err;
+  firstFailure_ = Done;
   try {
     run();
     flush();
-    return Done;
   } catch (Failure const& failure) {
-    if (options_.json) out_ << jsonText({{"error", failure.what()}}) << '\n';
-    out_.flush();
-    err << failure.what() << std::endl;
-    return failure.status;
+    report(failure);
   }
+  return firstFailure_;
+}
+
+void Shell::report(Failure const& failure) {
+  if (firstFailure_ == Done) firstFailure_ = failure.status;
+  if (options_.json) out_ << jsonText({{"error", failure.what()}}) << '\n';
+  out_.flush();
+  *err_ << failure.what() << std::endl;
 }
 
 Shell::Status Shell::runFile(std::filesystem::path const& file, std::ostream& err) {
@@ -152,7 +168,8 @@ Shell::Status Shell::runStream(std::istream& in, std::string const& name, std::o
 
 Shell::Status Shell::runLine(std::string_view line, std::ostream& err) {
   place_ = {"prompt", {}, place_.line + 1};
-  return guarded(err, [&] { carryOut(line); });
+  return guarded(
+      err, [&] { located([&] { return carryOut(pipeline_.expanded(splitWords(line)), line); }); });
 }
 
 std::size_t Shell::readFile(std::filesystem::path const& file) {
@@ -181,8 +198,17 @@ std::size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 siz
   std::string line;
   while (!exited_ && std::getline(in, line)) {
     ++place_.line;
+    if (Interrupt::requested()) {
+      throw Failure(BadInput, place_.name + ':' + std::to_string(place_.line) +
+                                  ": interrupted before this line");
+    }
     progress.add(line.size() + 1);
-    if (carryOut(line)) ++commands;
+    try {
+      if (located([&] { return carryOut(splitWords(line), line); })) ++commands;
+    } catch (Failure const& failure) {
+      if (!options_.keepGoing) throw;
+      report(failure);
+    }
   }
   return commands;
 }
@@ -191,27 +217,49 @@ void Shell::flush() {
   if (!out_.flush()) throw Failure(BadInput, "error: the output cannot be written");
 }
 
-bool Shell::carryOut(std::string_view line) {
-  auto const where = [this] { return place_.name + ':' + std::to_string(place_.line) + ": "; };
+template <class F>
+bool Shell::located(F const& run) {
   try {
-    std::vector<std::string> const words = splitWords(line);
-    if (words.empty()) return false;
-    // With JSON answers, the line is in its answer.
-    if (options_.echo && !options_.json) out_ << "> " << line << '\n';
-    print(answerTo(words), line);
-    return true;
+    return run();
   } catch (InputError const& error) {
-    throw Failure(BadInput, where() + "error: " + error.what());
+    throw Failure(BadInput,
+                  place_.name + ':' + std::to_string(place_.line) + ": error: " + error.what());
   }
 }
 
-Answer Shell::answerTo(std::span<std::string const> words) {
-  auto const [command, arguments] = table_.find(words);
+bool Shell::carryOut(std::vector<std::string> const& words, std::string_view line) {
+  if (words.empty()) return false;
+  Prepared const prepared = prepare(words);
+  bool const recorded = recorder_.line && words[0] != kLoad;
+  if (recorded) recorder_.line(lineOf(words));
+  // With JSON answers, the line is in its answer.
+  if (options_.echo && !options_.json) out_ << "> " << line << '\n';
+  try {
+    print(run(prepared), line);
+  } catch (...) {
+    if (recorded) recorder_.refused();
+    throw;
+  }
+  return true;
+}
+
+Shell::Prepared Shell::prepare(std::span<std::string const> words) const {
+  std::size_t const count = pipeline_.commandWords(words);
+  auto filters = pipeline_.stages(words.subspan(count));
+  return {table_.find(words.subspan(0, count)), std::move(filters)};
+}
+
+Answer Shell::run(Prepared const& prepared) {
   flush();
+  Answer answer = answerOf(*prepared.found.command, prepared.found.arguments);
+  return prepared.filters.empty() ? answer : pipeline_.apply(prepared.filters, std::move(answer));
+}
+
+Answer Shell::answerOf(Command const& command, Arguments const& arguments) {
   try {
     // What an exception left undone does not keep what was done before it from the chip.
     try {
-      Answer answer = command->handler(arguments);
+      Answer answer = command.handler(arguments);
       host_.turnEnds();
       return answer;
     } catch (...) {
@@ -272,8 +320,23 @@ void Shell::print(Answer const& answer, std::string_view line) {
                       {"line", place_.line}})
          << '\n';
   } else if (!answer.text.empty() || answer.json.is_string()) {
-    out_ << answer.text << '\n';
+    if (pager_) {
+      pager_(answer.text + '\n');
+    } else {
+      printLines(answer.text);
+      out_ << '\n';
+    }
   }
+}
+
+void Shell::printLines(std::string_view text) {
+  constexpr std::size_t kPiece = 4096;
+  while (text.size() > kPiece && !Interrupt::requested()) {
+    std::size_t const end = std::min(text.find('\n', kPiece), text.size() - 1) + 1;
+    out_ << text.substr(0, end) << std::flush;
+    text.remove_prefix(end);
+  }
+  if (!Interrupt::requested()) out_ << text;
 }
 
 }  // namespace Host

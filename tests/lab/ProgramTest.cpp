@@ -216,4 +216,34 @@ TEST_F(ProgramTest, OutputThatCannotBeWrittenIsStatusTwo) {
   EXPECT_THAT(contents(folder / "err"), HasSubstr("cannot be written"));
 }
 
+TEST_F(ProgramTest, CommandsOfTheCommandLineFollowTheFiles) {
+  fileIs("a.lab", "host vrf red id 7\n");
+  EXPECT_EQ(run("a.lab -c 'd inp | json' -c 'sh version'"), 0) << err;
+  EXPECT_THAT(out, HasSubstr("\"nameToId\":{\"red\":7}"));
+  EXPECT_THAT(out, HasSubstr("}\nBfnMacRewrite "));
+  EXPECT_EQ(run("-c shutdown -c 'print two'"), 2);
+  EXPECT_THAT(out, IsEmpty());
+}
+
+TEST_F(ProgramTest, ADashIsStandardInput) {
+  fileIs("a.lab", "print one\n");
+  EXPECT_EQ(run("a.lab - a.lab", "print two\n"), 0);
+  EXPECT_EQ(out, "one\ntwo\none\n");
+}
+
+TEST_F(ProgramTest, KeepGoingCarriesOutTheLinesAfterOneThatFails) {
+  fileIs("a.lab", "shutdown\nprint one\nload b.lab\nprint two\n");
+  fileIs("b.lab", "expect dump config == 1\nprint three\n");
+  EXPECT_EQ(run("--keep-going a.lab"), 2);
+  EXPECT_EQ(out, "one\nthree\nb.lab: 1 line accepted\ntwo\n");
+  EXPECT_THAT(err, HasSubstr("a.lab:1: error: "));
+  EXPECT_THAT(err, HasSubstr("b.lab:1: expectation failed"));
+  EXPECT_EQ(run("--keep-going b.lab a.lab"), 1);
+}
+
+TEST_F(ProgramTest, TheVersionIsThatOfTheBuild) {
+  EXPECT_EQ(run("--version"), 0);
+  EXPECT_THAT(out, MatchesRegex("BfnMacRewrite [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
 }  // namespace

@@ -2,46 +2,72 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 constexpr char kTab[] = "\t";
 constexpr char kUp[] = "\x1b[A";
 constexpr char kEndOfInput[] = "\x04";
+constexpr char kInterrupt[] = "\x03";
+constexpr char kSearch[] = "\x12";
+constexpr char kWordLeft[] = "\x1b[1;5D";
 
 class PromptTest : public ::testing::Test {
  protected:
   PromptTest() {
+    std::string name = (std::filesystem::temp_directory_path() / "lab-prompt-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot create " + name);
+    folder = name;
+    setenv("XDG_STATE_HOME", name.c_str(), 1);
+    setenv("HOME", name.c_str(), 1);
+    setenv("TERM", "xterm", 1);
+    setenv("NO_COLOR", "1", 1);
+    unsetenv("LC_ALL");
+    // The line editor's library never frees the names of the functions that it was given.
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+  }
+  ~PromptTest() override {
+    leave();
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+  }
+
+  void SetUp() override { start(); }
+
+  /// Another run of the program, in place of the last one.
+  void start(std::vector<std::string> const& arguments = {}, std::string const& shown = "lab> ") {
+    leave();
+    unread_.clear();
     // Wide enough for every line: nothing is wrapped.
     winsize const size{50, 500, 0, 0};
     child_ = forkpty(&terminal_, nullptr, nullptr, &size);
     if (child_ == 0) {
-      setenv("TERM", "xterm", 1);
-      // The line editor's library never frees the names of the functions that it was given.
-      setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-      execl(LAB_PROGRAM, LAB_PROGRAM, static_cast<char*>(nullptr));
+      std::vector<char*> words{const_cast<char*>(LAB_PROGRAM)};
+      for (auto const& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+      words.push_back(nullptr);
+      execv(LAB_PROGRAM, words.data());
       _exit(127);
     }
-    EXPECT_GT(child_, 0);
-    wait("lab> ");
-  }
-  ~PromptTest() override {
-    close(terminal_);
-    if (child_ > 0) {
-      kill(child_, SIGKILL);
-      waitpid(child_, nullptr, 0);
-    }
+    ASSERT_GT(child_, 0);
+    wait(shown);
   }
 
   /// Types and waits until the terminal shows `shown` after what it showed before. Gives all that
@@ -57,6 +83,17 @@ class PromptTest : public ::testing::Test {
     return type("\r", "\nlab> ");
   }
 
+  /// What is typed without waiting for the editor.
+  void send(std::string_view keys) const {
+    EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+  void resize(unsigned short rows, unsigned short columns) const {
+    winsize const size{rows, columns, 0, 0};
+    EXPECT_EQ(ioctl(terminal_, TIOCSWINSZ, &size), 0);
+  }
+
+  std::filesystem::path folder;
+
   /// The exit status, once the program has left the terminal; -1 when it does not.
   int exitStatus() {
     while (read()) {
@@ -65,10 +102,9 @@ class PromptTest : public ::testing::Test {
     int status = 0;
     EXPECT_EQ(waitpid(child_, &status, 0), child_);
     child_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 
- private:
   std::string wait(std::string_view shown) {
     std::size_t found = 0;
     while ((found = unread_.find(shown)) == std::string::npos) {
@@ -80,6 +116,15 @@ class PromptTest : public ::testing::Test {
     std::string const seen = unread_.substr(0, found + shown.size());
     unread_.erase(0, seen.size());
     return seen;
+  }
+
+ private:
+  void leave() {
+    if (child_ <= 0) return;
+    close(terminal_);
+    kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+    child_ = 0;
   }
 
   // The line editor takes the terminal over after it has shown the prompt; what is typed before
@@ -124,7 +169,8 @@ TEST_F(PromptTest, TheTabKeyCompletesKeywordsVrfsAddressesAndInterfaces) {
 }
 
 TEST_F(PromptTest, WhenMoreThanOneWordFitsTheTabKeyListsThem) {
-  EXPECT_THAT(type(std::string("dump c") + kTab, "config  "), HasSubstr("\ncapability  chip  "));
+  EXPECT_THAT(type(std::string("dump c") + kTab, "  config  "),
+              HasSubstr("\n  capability  the capability record\r\n  chip        rows: "));
 }
 
 TEST_F(PromptTest, AWrongLineIsReportedAndThePromptReturns) {
@@ -135,6 +181,130 @@ TEST_F(PromptTest, AWrongLineIsReportedAndThePromptReturns) {
   EXPECT_THAT(enter("print still here"), HasSubstr("\nstill here\r\n"));
   type("exit\r", "");
   EXPECT_EQ(exitStatus(), 0);
+}
+
+TEST_F(PromptTest, CharactersBeyondAsciiArePartOfTheLine) {
+  enter("host vrf z\xc3\xbcrich id 7");
+  EXPECT_THAT(enter("dump inputs"), HasSubstr("\"nameToId\":{\"z\xc3\xbcrich\":7}"));
+  EXPECT_THAT(enter("print \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80"),
+              HasSubstr("\n\xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80\r\n"));
+  // One key removes one character, however many bytes and columns it has.
+  EXPECT_THAT(enter("print a\xe6\x97\xa5\x7f\x7f"
+                    "b"),
+              HasSubstr("\nb\r\n"));
+}
+
+TEST_F(PromptTest, ALineWithBytesThatAreNoUtf8IsNotCarriedOut) {
+  EXPECT_THAT(enter("host vrf z\xfcrich id 7"), HasSubstr("bytes that are no UTF-8"));
+  EXPECT_THAT(enter("dump inputs"), HasSubstr("\"nameToId\":{}"));
+}
+
+TEST_F(PromptTest, AnInterruptDropsTheLine) {
+  type("host vrf red id 7", "id 7");
+  type(kInterrupt, "^C\r\nlab> ");
+  EXPECT_THAT(enter("dump inputs"), HasSubstr("\"nameToId\":{}"));
+  type(kEndOfInput, "");
+  EXPECT_EQ(exitStatus(), 0);
+}
+
+TEST_F(PromptTest, AnInterruptStopsAFileBeforeItsNextLine) {
+  {
+    std::ofstream file(folder / "long.lab");
+    for (int i = 0; i < 2'000'000; ++i) file << "print line " << i << '\n';
+  }
+  type("terminal length 0\r", "\nlab> ");
+  type("load " + (folder / "long.lab").string() + "\r", "\nline 10\r\n");
+  send(kInterrupt);
+  EXPECT_THAT(wait("\nlab> "), HasSubstr("interrupted before this line"));
+  EXPECT_THAT(enter("print still here"), HasSubstr("\nstill here\r\n"));
+}
+
+TEST_F(PromptTest, TheQuestionMarkListsWhatCanComeNextAndLeavesTheLine) {
+  EXPECT_THAT(type("host vrf ?", "lab> host vrf "),
+              HasSubstr("\n  <VRF>  a VRF name of at most 100 bytes\r\n"));
+  EXPECT_THAT(enter("red id 7"), Not(HasSubstr("error")));
+  EXPECT_THAT(enter("dump inputs"), HasSubstr("\"nameToId\":{\"red\":7}"));
+}
+
+TEST_F(PromptTest, WithinQuotesTheQuestionMarkIsACharacter) {
+  EXPECT_THAT(enter("print \"a?b\""), HasSubstr("\na?b\r\n"));
+}
+
+TEST_F(PromptTest, APastedBlockIsCarriedOutLineByLineAndItsCharactersAreNoKeys) {
+  std::string const seen = type("\x1b[200~print a?\tb\rprint two\r\x1b[201~", "\ntwo\r\n");
+  EXPECT_THAT(seen, HasSubstr("\na? b\r\n"));
+}
+
+TEST_F(PromptTest, KeywordsMayBeShortened) {
+  EXPECT_THAT(enter("pr one"), HasSubstr("\none\r\n"));
+  EXPECT_THAT(enter("h v"), HasSubstr("short for more than one word: help, host"));
+}
+
+TEST_F(PromptTest, AnAnswerLongerThanTheTerminalGoesThroughAPager) {
+  if (std::system("command -v less > /dev/null") != 0) GTEST_SKIP() << "no less";
+  type("help\r", ":");
+  type("q", "lab> ");
+  EXPECT_THAT(enter("help | count"), Not(HasSubstr(":")));
+  enter("terminal length 0");
+  EXPECT_THAT(enter("help"), HasSubstr("\n  exit\r\n"));
+}
+
+TEST_F(PromptTest, ALineIsDrawnAnewWhenTheTerminalChangesItsSize) {
+  type("print one", "one");
+  resize(20, 40);
+  wait("lab> print one");
+  EXPECT_THAT(type(" two\r", "\nlab> "), HasSubstr("\none two\r\n"));
+}
+
+TEST_F(PromptTest, KeysMoveByWordsAndSearchTheHistory) {
+  EXPECT_THAT(enter(std::string("print two three") + kWordLeft + kWordLeft + "one "),
+              HasSubstr("\none two three\r\n"));
+  enter("print four");
+  type(std::string(kSearch) + "two", "");
+  EXPECT_THAT(type("\r", "\nlab> "), HasSubstr("\none two three\r\n"));
+}
+
+TEST_F(PromptTest, TheHistoryOutlivesTheProgram) {
+  enter("print z\xc3\xbcrich");
+  type("exit\r", "");
+  EXPECT_EQ(exitStatus(), 0);
+  start();
+  type(kUp, "");
+  EXPECT_THAT(enter(kUp), HasSubstr("\nz\xc3\xbcrich\r\n"));
+}
+
+TEST_F(PromptTest, ColoursAreThoseOfThePromptAndOfErrors) {
+  unsetenv("NO_COLOR");
+  start({}, "\x1b[32mlab>\x1b[0m ");
+  EXPECT_THAT(type("shutdown\r", "lab>"), HasSubstr("\x1b[31mprompt:1: error: "));
+}
+
+TEST_F(PromptTest, ADeathIsAnnouncedAndTheNextSessionRepeatsWhatCameBefore) {
+  enter("load " SOURCE_DIR "/tests/lab/bring-up.inc");
+  enter("host vrf red id 7");
+  enter("shutdown");
+  EXPECT_THAT(
+      type("chip initialize-table other\r", "offers to replay them"),
+      AllOf(HasSubstr("other\r\nFailed(tableKey.tableName() == "), HasSubstr(folder.string())));
+  EXPECT_EQ(exitStatus(), 128 + SIGABRT);
+  start({}, "[y/N] ");
+  send("y\r");
+  EXPECT_THAT(wait("lab> "),
+              AllOf(HasSubstr("stage 2: state machines started"), Not(HasSubstr("error"))));
+  EXPECT_THAT(enter("dump inputs"), HasSubstr("\"nameToId\":{\"red\":7}"));
+  std::string const saved = (folder / "case.lab").string();
+  EXPECT_THAT(enter("save-case " + saved), HasSubstr("lines saved"));
+  start({saved, "-c", "dump inputs"}, "\"nameToId\":{\"red\":7}");
+}
+
+TEST_F(PromptTest, TheSessionLogIsWhereTheOptionSays) {
+  std::string const log = (folder / "session").string();
+  start({"--session-log", log});
+  enter("print one");
+  std::ifstream in(log);
+  std::string line;
+  std::getline(in, line);
+  EXPECT_EQ(line, "print one");
 }
 
 TEST_F(PromptTest, TheUpArrowBringsTheLastLineBack) {

@@ -57,4 +57,13 @@ TEST(Lexer, AnExcerptHasSixtyCharactersAndSaysThatThereIsMore) {
   EXPECT_EQ(Host::excerpt("a b"), "\"a b\"");
 }
 
+TEST(LexerTest, ALineOfWordsIsReadBackAsTheWords) {
+  for (std::string const line : {"print \"a b\" z\xc3\xbcrich \"\"",
+                                 "expect dump chip == [1, \"x\"]", "print \"#\" \"a\\x01\""}) {
+    auto const words = Host::splitWords(line);
+    EXPECT_EQ(Host::lineOf(words), line);
+    EXPECT_EQ(Host::splitWords(Host::lineOf(words)), words);
+  }
+}
+
 }  // namespace

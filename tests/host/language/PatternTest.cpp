@@ -24,14 +24,17 @@ class PatternTest : public ::testing::Test {
   }
   std::vector<std::string> next(std::string const& form, std::string const& line) {
     words = Host::splitWords(line);
-    std::vector<std::string> found;
-    Host::Pattern(form).completions(words, found);
-    return found;
+    std::vector<Host::Completion> found;
+    complete = Host::Pattern(form).completions(words, found);
+    std::vector<std::string> texts;
+    for (auto const& each : found) texts.push_back(each.text);
+    return texts;
   }
 
   std::string formText;
   std::optional<Host::Pattern> pattern;
   std::vector<std::string> words;
+  bool complete = false;
   Host::Arguments arguments;
   Host::Mismatch mismatch;
 };
@@ -80,7 +83,9 @@ TEST_F(PatternTest, CompletionsAreWhatMayFollow) {
   EXPECT_THAT(next(kForm, ""), ElementsAre("set"));
   EXPECT_THAT(next(kForm, "set"), ElementsAre("port", "vlan"));
   EXPECT_THAT(next(kForm, "set port"), ElementsAre("<INTF>"));
+  EXPECT_FALSE(complete);
   EXPECT_THAT(next(kForm, "set port x id 1"), ElementsAre("at"));
+  EXPECT_TRUE(complete);
   EXPECT_THAT(next(kForm, "set port x id 1 at 10.0.0.1"), ElementsAre("self"));
   EXPECT_THAT(next(kForm, "set nothing"), ElementsAre());
 }

@@ -1,0 +1,170 @@
+#include "host/prompt/KeyReader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <poll.h>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace Host {
+
+namespace {
+
+constexpr char kEscape = '\x1b';
+// After the escape.
+constexpr std::string_view kPasteBegins = "[200~";
+constexpr std::string_view kPasteEnds = "\x1b[201~";
+
+// The number of bytes of a character by its first one; 0 for a byte that begins none.
+std::size_t lengthOf(char byte) {
+  auto const first = static_cast<unsigned char>(byte);
+  if (first < 0x80) return 1;
+  if (first >= 0xc2 && first <= 0xdf) return 2;
+  if (first >= 0xe0 && first <= 0xef) return 3;
+  if (first >= 0xf0 && first <= 0xf4) return 4;
+  return 0;
+}
+
+bool continues(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
+}
+
+// Whether the bytes, as many as the first of them says, are a character.
+bool decode(std::string_view bytes, wchar_t& character) {
+  constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (!std::ranges::all_of(bytes.substr(1), continues)) return false;
+  char32_t code = static_cast<unsigned char>(bytes[0]);
+  if (bytes.size() > 1) code &= 0x7fu >> bytes.size();
+  for (char const byte : bytes.substr(1)) {
+    code = code << 6 | (static_cast<unsigned char>(byte) & 0x3fu);
+  }
+  bool const surrogate = code >= 0xd800 && code <= 0xdfff;
+  if (code < kLeast[bytes.size()] || code > 0x10ffff || surrogate) return false;
+  character = static_cast<wchar_t>(code);
+  return true;
+}
+
+/// Holds SIGINT and SIGWINCH back, so that none comes between a question and the wait after it.
+class SignalsHeld {
+ public:
+  SignalsHeld() {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGINT);
+    sigaddset(&held, SIGWINCH);
+    ::pthread_sigmask(SIG_BLOCK, &held, &before_);
+  }
+  SignalsHeld(SignalsHeld const&) = delete;
+  SignalsHeld& operator=(SignalsHeld const&) = delete;
+  ~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+  /// As it was before.
+  sigset_t const* released() const { return &before_; }
+
+ private:
+  sigset_t before_{};
+};
+
+}  // namespace
+
+KeyReader::KeyReader(int file, std::function<bool()> interrupted, std::function<void()> signalled)
+    : file_(file), interrupted_(std::move(interrupted)), signalled_(std::move(signalled)) {}
+
+bool KeyReader::takeDamaged() {
+  return std::exchange(damaged_, false);
+}
+
+KeyReader::Result KeyReader::readByte(char& byte) {
+  if (!ahead_.empty()) {
+    byte = ahead_[0];
+    ahead_.erase(0, 1);
+    return Result::Character;
+  }
+  SignalsHeld const held;
+  while (!interrupted_()) {
+    pollfd waited{file_, POLLIN, 0};
+    if (::ppoll(&waited, 1, nullptr, held.released()) < 0) {
+      if (errno != EINTR) return Result::End;
+      signalled_();
+      continue;
+    }
+    ssize_t const count = ::read(file_, &byte, 1);
+    if (count == 1) return Result::Character;
+    if (count == 0 || (errno != EINTR && errno != EAGAIN)) return Result::End;
+  }
+  return Result::Interrupted;
+}
+
+bool KeyReader::followingByte(char& byte) {
+  // A terminal sends the bytes of one key together.
+  constexpr int kMilliseconds = 50;
+  pollfd waited{file_, POLLIN, 0};
+  if (ahead_.empty() && ::poll(&waited, 1, kMilliseconds) != 1) return false;
+  return readByte(byte) == Result::Character;
+}
+
+bool KeyReader::readBlock() {
+  std::string seen;
+  while (seen.size() < kPasteBegins.size()) {
+    char byte = 0;
+    if (!followingByte(byte)) break;
+    seen += byte;
+    if (!kPasteBegins.starts_with(seen)) break;
+  }
+  if (seen != kPasteBegins) {
+    ahead_.insert(0, seen);
+    return false;
+  }
+  char byte = 0;
+  while (!block_.ends_with(kPasteEnds) && readByte(byte) == Result::Character) block_ += byte;
+  if (block_.ends_with(kPasteEnds)) block_.resize(block_.size() - kPasteEnds.size());
+  return true;
+}
+
+bool KeyReader::takeFromBlock(wchar_t& character) {
+  std::size_t const length = lengthOf(block_[0]);
+  if (length == 0 || length > block_.size() ||
+      !decode(std::string_view(block_).substr(0, length), character)) {
+    damaged_ = true;
+    block_.erase(0, 1);
+    return false;
+  }
+  block_.erase(0, length);
+  if (character == L'\r') character = L'\n';
+  // A tabulator is a blank to the language; another control character would be a key.
+  if (character == L'\t') character = L' ';
+  if ((character < L' ' && character != L'\n') || character == 0x7f) {
+    damaged_ = true;
+    return false;
+  }
+  return true;
+}
+
+KeyReader::Result KeyReader::next(wchar_t& character) {
+  while (true) {
+    while (!block_.empty()) {
+      pasted_ = true;
+      if (interrupted_()) return Result::Interrupted;
+      if (takeFromBlock(character)) return Result::Character;
+    }
+    pasted_ = false;
+    char byte = 0;
+    if (auto const result = readByte(byte); result != Result::Character) return result;
+    if (byte == kEscape && readBlock()) continue;
+    std::string bytes(1, byte);
+    std::size_t const length = lengthOf(byte);
+    while (bytes.size() < length && followingByte(byte)) {
+      bytes += byte;
+      if (continues(byte)) continue;
+      ahead_.insert(0, 1, byte);
+      bytes.pop_back();
+      break;
+    }
+    if (bytes.size() == length && decode(bytes, character)) return Result::Character;
+    damaged_ = true;
+  }
+}
+
+}  // namespace Host
