@@ -60,6 +60,8 @@ struct {
 #define RESERVED_VLAN 4095
 #define TAG_BYTES 4
 #define MAX_OPTION_WORDS 10
+// The next power of two.
+#define OPTION_ROOM 16
 
 #define MATCH_TYPE 5ull
 #define VALID 1ull
@@ -163,9 +165,12 @@ static __always_inline int forward_ipv4(struct __sk_buff* skb, const __u32 at, _
   const __be32 source = ip->saddr;
   const __u32 option_bytes = header - sizeof(struct iphdr);
   if (option_bytes) {
-    __u32 options[MAX_OPTION_WORDS] = {};
-    if (option_bytes > sizeof(options) ||
-        bpf_skb_load_bytes(skb, at + sizeof(struct iphdr), options, option_bytes))
+    // 4 to 40 bytes. Older kernels know a number's bounds from the mask only, not from comparisons.
+    __u32 options[OPTION_ROOM] = {};
+    __u32 last = option_bytes - 1;
+    barrier_var(last);
+    last &= sizeof(options) - 1;
+    if (bpf_skb_load_bytes(skb, at + sizeof(struct iphdr), options, last + 1))
       return MAC_REWRITE_BAD_IPV4_HEADER;
     for (int i = 0; i < MAX_OPTION_WORDS; ++i) sum += options[i];
   }

@@ -42,6 +42,10 @@ bool attempt(std::string& why) {
       if (shell("ip link add v0 type vxlan id 1 dstport 4789 && ip link del v0") != 0) {
         text = "the kernel has no VXLAN devices, or iproute2 is missing";
       }
+    } catch (BfnKernel::Unavailable const& error) {
+      text = error.what();
+    } catch (BfnKernel::KernelError const&) {
+      // For example a program that the verifier refuses: the tests are to show it.
     } catch (std::exception const& error) {
       text = error.what();
     }
