@@ -6,7 +6,7 @@
 
 namespace BfnMacRewrite {
 
-/// What the agent says of the chip in the state database.
+/// What the agent reports about the chip in the state database.
 class BFN_MAC_REWRITE_EXPORT Capability final : public Kiv::Entity {
  public:
   static constexpr Kiv::Attr<void, Capability> kOverlaySrcMacRewriteSupported{258};

@@ -138,10 +138,10 @@ CommandGroup chipCommands(Switch& host) {
                      return Answer();
                    });
   add.emplace_back("chip fail next <N> full|no-resources|other|exception",
-                   "that many writes from now on fail so", "chip fail next 1 full",
+                   "that many writes from now on fail in this way", "chip fail next 1 full",
                    [&host](Arguments const& given) { return failWrites(host, given); });
   add.emplace_back("chip fail next <N> other|exception erase|read",
-                   "that many erases, or reads of a row, from now on fail so",
+                   "that many erases, or reads of a row, from now on fail in this way",
                    "chip fail next 1 other read",
                    [&host](Arguments const& given) { return failErasesOrReads(host, given); });
   add.emplace_back("chip clear faults|hits", "no more faults; all hit counts zero",

@@ -335,8 +335,8 @@ void addRecords(CommandGroup& group, Switch& host) {
     });
   };
   add("host vrf <VRF> [id <N>]", "the VRF has that id, 0 unless given", "host vrf red id 7", vrfIs);
-  add("no host vrf <VRF> [id <N>]", "the VRF is gone; an id that is given must be its id",
-      "no host vrf red", vrfDel);
+  add("no host vrf <VRF> [id <N>]", "the VRF is gone; a given id must be its id", "no host vrf red",
+      vrfDel);
   add("host vrf-id <N> name <VRF>", "the id has that name; the name's id stays as it is",
       "host vrf-id 7 name red", [](Switch& to, Arguments const& given) {
         l3Status(to)->vrfNameIs(vrfIdOf(given, "vrf-id"), L3::VrfName(given.text("name")));
@@ -369,7 +369,7 @@ void addRecords(CommandGroup& group, Switch& host) {
       });
   add("host update routing-status port|vlan|subinterface <INTF> key-vlan <N:65535> "
       "vlan <N:65535> vrf-id <N>",
-      "the routing status that is there gets other numbers",
+      "the present routing status gets other numbers",
       "host update routing-status port Ethernet1 key-vlan 0 vlan 1007 vrf-id 7",
       routingStatusUpdate);
   add("host renotify routing-status port|vlan|subinterface <INTF> key-vlan <N:65535>",

@@ -152,7 +152,7 @@ CommandGroup operatorCommands(Switch& host) {
                    "02:11:22:33:44:55",
                    [&host](Arguments const& given) { return rewriteIs(host, given); });
   add.emplace_back("no vxlan forwarding match vrf <VRF> src-ip <IP> [action rewrite src-mac <MAC>]",
-                   "take that line out; a MAC that is given must be the configured one",
+                   "remove that line; a given MAC must be the configured one",
                    "no vxlan forwarding match vrf red src-ip 10.0.0.1",
                    [&host](Arguments const& given) { return rewriteDel(host, given); });
   add.emplace_back(
@@ -164,8 +164,8 @@ CommandGroup operatorCommands(Switch& host) {
   add.emplace_back("show running-config", "the operator's configuration, sorted",
                    "show running-config",
                    [&host](Arguments const&) { return showRunningConfig(host); });
-  add.emplace_back("show capability", "what the plug-in says of the chip", "show capability",
-                   [&host](Arguments const&) { return showCapability(host); });
+  add.emplace_back("show capability", "the chip's capability as the plug-in reports it",
+                   "show capability", [&host](Arguments const&) { return showCapability(host); });
   add.emplace_back("show hardware table overlaySrcMacRewrite", "the use of the chip's table",
                    "show hardware table overlaySrcMacRewrite",
                    [&host](Arguments const&) { return showTable(host); });
