@@ -90,7 +90,7 @@ struct StoreSnapshot {
 ///
 /// A store keeps text and knows no types. What it holds may be anything, since others may write it.
 ///
-/// Every operation may throw StoreAway, and connects anew when the connection was lost. Used on one
+/// Every operation may throw StoreAway, and connects again when the connection was lost. Used on one
 /// thread; no operation calls back.
 class Store {
  public:

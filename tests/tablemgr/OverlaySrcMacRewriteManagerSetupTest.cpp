@@ -22,7 +22,7 @@ using ::testing::StartsWith;
 
 constexpr char const* kTable = "overlaySrcMacRewrite";
 
-class TableSetupTest : public BfnTest::PluginTest {
+class OverlaySrcMacRewriteManagerSetupTest : public BfnTest::PluginTest {
  protected:
   void SetUp() override { TraceCapture::clear(); }
   Kiv::Ptr<OverlaySrcMacRewriteManager> make() {
@@ -42,7 +42,7 @@ class TableSetupTest : public BfnTest::PluginTest {
   }
 };
 
-TEST_F(TableSetupTest, TheFactoryDeclaresTheTableAndSwitchesTheManagerOn) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, TheFactoryDeclaresTheTableAndSwitchesTheManagerOn) {
   auto const manager = make();
   EXPECT_TRUE(manager->hasNotificationActive());
   EXPECT_TRUE(manager->initialized());
@@ -63,14 +63,16 @@ TEST_F(TableSetupTest, TheFactoryDeclaresTheTableAndSwitchesTheManagerOn) {
   EXPECT_EQ(declared->manager, manager.get());
 }
 
-TEST_F(TableSetupTest, DeclaringItselfNeitherDeletesTheManagerNorKeepsItAlive) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest,
+       DeclaringItselfNeitherDeletesTheManagerNorKeepsItAlive) {
   auto manager = make();
   EXPECT_EQ(manager->kivRefCount(), 1u);
   manager.reset();
   EXPECT_TRUE(host.profileEntry->tableList()->hwTables().empty());
 }
 
-TEST_F(TableSetupTest, TheTableIsDeclaredBeforeItIsPendingAndBothBeforeInitialized) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest,
+       TheTableIsDeclaredBeforeItIsPendingAndBothBeforeInitialized) {
   auto const list = host.profileEntry->tableList();
   auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
   unsigned calls = 0;
@@ -88,7 +90,7 @@ TEST_F(TableSetupTest, TheTableIsDeclaredBeforeItIsPendingAndBothBeforeInitializ
   EXPECT_TRUE(manager->initialized());
 }
 
-TEST_F(TableSetupTest, TheTableListIsUpdatedBeforeTheManagerIsInitialized) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, TheTableListIsUpdatedBeforeTheManagerIsInitialized) {
   auto const manager = make();
   manager->initializedIs(false);
   auto const watcher = Kiv::makeActive<BfnTest::Watcher>(manager);
@@ -104,7 +106,7 @@ TEST_F(TableSetupTest, TheTableListIsUpdatedBeforeTheManagerIsInitialized) {
                                             Mgr::kInitialized.id));
 }
 
-TEST_F(TableSetupTest, TracesOfAConstruction) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, TracesOfAConstruction) {
   capabilitiesAre(true, 65535);
   make();
   EXPECT_THAT(
@@ -120,7 +122,7 @@ TEST_F(TableSetupTest, TracesOfAConstruction) {
   }
 }
 
-TEST_F(TableSetupTest, AChipWithoutTheTableDeclaresNothing) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, AChipWithoutTheTableDeclaresNothing) {
   capabilitiesAre(false, 1000);
   auto const manager = make();
   EXPECT_EQ(manager->pendingTableCount(), 0);
@@ -137,7 +139,7 @@ TEST_F(TableSetupTest, AChipWithoutTheTableDeclaresNothing) {
                   "0"));
 }
 
-TEST_F(TableSetupTest, NullInputsReadAsAChipWithoutTheTable) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, NullInputsReadAsAChipWithoutTheTable) {
   for (bool const entry : {false, true}) {
     auto const manager = BfnMacRewrite::overlaySrcMacRewriteManagerFactory(
         entry ? host.profileEntry : nullptr, entry ? nullptr : host.systemStatus, nullptr, nullptr);
@@ -147,7 +149,8 @@ TEST_F(TableSetupTest, NullInputsReadAsAChipWithoutTheTable) {
   EXPECT_TRUE(host.profileEntry->tableList()->hwTables().empty());
 }
 
-TEST_F(TableSetupTest, ALaterCapabilityReachesTheStatisticsAndNotTheDeclaration) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest,
+       ALaterCapabilityReachesTheStatisticsAndNotTheDeclaration) {
   auto const manager = make();
   initialize(*manager);
   capabilitiesAre(false, 65535);
@@ -156,7 +159,7 @@ TEST_F(TableSetupTest, ALaterCapabilityReachesTheStatisticsAndNotTheDeclaration)
   EXPECT_EQ(manager->createCliTableStats(kTable), (BfnLib::CliTableStats{0, 65535, -1}));
 }
 
-TEST_F(TableSetupTest, InitialisationBindsTheTableWithWhatItIsGiven) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, InitialisationBindsTheTableWithWhatItIsGiven) {
   auto const manager = make();
   RecordingDriver driver(host.chip);
   auto const slabs = Kiv::makeActive<MbbSlabKey::SlabKeyManager>();
@@ -173,7 +176,7 @@ TEST_F(TableSetupTest, InitialisationBindsTheTableWithWhatItIsGiven) {
   EXPECT_NE(manager->overlaySrcMacRewriteTable()->slabKey(), 0u);
 }
 
-TEST_F(TableSetupTest, InitialisationCountsDownAndTraces) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, InitialisationCountsDownAndTraces) {
   auto const manager = make();
   TraceCapture::clear();
   initialize(*manager);
@@ -187,7 +190,8 @@ TEST_F(TableSetupTest, InitialisationCountsDownAndTraces) {
                   EndsWith("): Table remaining: 0")));
 }
 
-TEST_F(TableSetupTest, ASecondInitialisationReplacesTheBindingAndTheCountWraps) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest,
+       ASecondInitialisationReplacesTheBindingAndTheCountWraps) {
   auto const manager = make();
   initialize(*manager);
   auto const first = manager->overlaySrcMacRewriteTable();
@@ -199,7 +203,7 @@ TEST_F(TableSetupTest, ASecondInitialisationReplacesTheBindingAndTheCountWraps) 
   EXPECT_EQ(traces().back(), "OverlaySrcMacRewriteManager::initializeTable: Table remaining: 255");
 }
 
-TEST_F(TableSetupTest, ABindingThatFailsLeavesTheManagerAsItWas) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, ABindingThatFailsLeavesTheManagerAsItWas) {
   auto const manager = make();
   RecordingDriver driver(host.chip);
   driver.refuses = true;
@@ -211,7 +215,8 @@ TEST_F(TableSetupTest, ABindingThatFailsLeavesTheManagerAsItWas) {
   EXPECT_EQ(manager->pendingTableCount(), 1);
 }
 
-TEST_F(TableSetupTest, TheDriverMayLetGoOfTheManagerOrReplaceItsBindingAtAnyCall) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest,
+       TheDriverMayLetGoOfTheManagerOrReplaceItsBindingAtAnyCall) {
   RecordingDriver driver(host.chip);
   Ovra::IntfId const intf("Ethernet1");
   Ovra::IpAddr const sip = BfnTest::ip("10.0.0.1");
@@ -243,7 +248,7 @@ TEST_F(TableSetupTest, TheDriverMayLetGoOfTheManagerOrReplaceItsBindingAtAnyCall
   }
 }
 
-TEST_F(TableSetupTest, AHandlerOfThePendingCountMayLetGoOfTheManager) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, AHandlerOfThePendingCountMayLetGoOfTheManager) {
   auto manager = make();
   auto& raw = *manager;
   auto watcher = Kiv::makeActive<BfnTest::Watcher>(manager);
@@ -257,7 +262,7 @@ TEST_F(TableSetupTest, AHandlerOfThePendingCountMayLetGoOfTheManager) {
   EXPECT_EQ(traces().back(), "OverlaySrcMacRewriteManager::initializeTable: Table remaining: 0");
 }
 
-TEST_F(TableSetupTest, AnExceptionOfTheDeclarationComesOutOfTheFactory) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, AnExceptionOfTheDeclarationComesOutOfTheFactory) {
   auto const watcher = Kiv::makeActive<BfnTest::Watcher>(host.profileEntry->tableList());
   watcher->then = [&] {
     watcher->then = nullptr;
@@ -267,7 +272,8 @@ TEST_F(TableSetupTest, AnExceptionOfTheDeclarationComesOutOfTheFactory) {
   EXPECT_TRUE(host.profileEntry->tableList()->hwTables().empty());
 }
 
-TEST_F(TableSetupTest, ASecondManagerWhoseDeclarationFailsLeavesTheFirstOnes) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest,
+       ASecondManagerWhoseDeclarationFailsLeavesTheFirstOnes) {
   auto const first = make();
   auto const list = host.profileEntry->tableList();
   auto const watcher = Kiv::makeActive<BfnTest::Watcher>(list);
@@ -280,7 +286,7 @@ TEST_F(TableSetupTest, ASecondManagerWhoseDeclarationFailsLeavesTheFirstOnes) {
   EXPECT_EQ(watcher->changes.size(), 2u) << "the second one, and the first one again";
 }
 
-TEST_F(TableSetupTest, StatisticsCountTheRowsInUse) {
+TEST_F(OverlaySrcMacRewriteManagerSetupTest, StatisticsCountTheRowsInUse) {
   auto const manager = make();
   initialize(*manager);
   EXPECT_EQ(manager->createCliTableStats(kTable), (BfnLib::CliTableStats{0, 1000, -1}));
@@ -295,7 +301,7 @@ TEST_F(TableSetupTest, StatisticsCountTheRowsInUse) {
             (BfnLib::CliTableStats{1, 1000, -1}));
 }
 
-using TableSetupDeathTest = TableSetupTest;
+using OverlaySrcMacRewriteManagerSetupDeathTest = OverlaySrcMacRewriteManagerSetupTest;
 
 auto diesAs(std::string const& condition, std::string const& line) {
   return AllOf(HasSubstr("Failed(" + condition + ") " + line), HasSubstr("BfnMacRewriteTableMgr"),
@@ -303,7 +309,8 @@ auto diesAs(std::string const& condition, std::string const& line) {
                Not(HasSubstr("Failed(" + condition + ") " + line + "\n")));
 }
 
-TEST_F(TableSetupDeathTest, InitialisationOfAnotherTableIsFatalAfterItsTrace) {
+TEST_F(OverlaySrcMacRewriteManagerSetupDeathTest,
+       InitialisationOfAnotherTableIsFatalAfterItsTrace) {
   auto const manager = make();
   Kiv::TraceHandle::levelsAre("BfnMacRewriteTableMgr", ~Kiv::U32{0});
   EXPECT_DEATH(
@@ -313,7 +320,8 @@ TEST_F(TableSetupDeathTest, InitialisationOfAnotherTableIsFatalAfterItsTrace) {
   Kiv::TraceHandle::levelsAre("BfnMacRewriteTableMgr", 0);
 }
 
-TEST_F(TableSetupDeathTest, InitialisationOfAnotherTableIsFatalBeforeTheChipIsAsked) {
+TEST_F(OverlaySrcMacRewriteManagerSetupDeathTest,
+       InitialisationOfAnotherTableIsFatalBeforeTheChipIsAsked) {
   auto const manager = make();
   RecordingDriver driver(host.chip);
   driver.refuses = true;
@@ -323,14 +331,14 @@ TEST_F(TableSetupDeathTest, InitialisationOfAnotherTableIsFatalBeforeTheChipIsAs
       "Unknown table name: other");
 }
 
-TEST_F(TableSetupDeathTest, StatisticsOfAnotherTableAreFatal) {
+TEST_F(OverlaySrcMacRewriteManagerSetupDeathTest, StatisticsOfAnotherTableAreFatal) {
   auto const manager = make();
   initialize(*manager);
   EXPECT_DEATH((void)manager->createCliTableStats("other"),
                diesAs("hwTable == \"overlaySrcMacRewrite\"", "Invalid table name: other"));
 }
 
-TEST_F(TableSetupDeathTest, StatisticsBeforeInitialisationAreFatal) {
+TEST_F(OverlaySrcMacRewriteManagerSetupDeathTest, StatisticsBeforeInitialisationAreFatal) {
   auto const manager = make();
   EXPECT_DEATH((void)manager->createCliTableStats(kTable), "null Kiv::Ptr dereferenced");
 }
