@@ -90,8 +90,8 @@ struct StoreSnapshot {
 ///
 /// A store keeps text and knows no types. What it holds may be anything, since others may write it.
 ///
-/// Every operation may throw StoreAway, and connects again when the connection was lost. Used on one
-/// thread; no operation calls back.
+/// Every operation may throw StoreAway, and connects again when the connection was lost. Used on
+/// one thread; no operation calls back.
 class Store {
  public:
   Store() = default;
