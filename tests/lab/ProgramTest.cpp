@@ -107,9 +107,38 @@ TEST_F(ProgramTest, AnUnknownOptionIsBadInput) {
   EXPECT_EQ(run("--hash-seed many"), 2);
 }
 
+TEST_F(ProgramTest, AnUnknownTableIsBadInput) {
+  for (char const* table : {"other", "kernel:", "models"}) {
+    EXPECT_EQ(run(std::string("--table ") + table), 2) << table;
+    EXPECT_THAT(err, HasSubstr("expected model, kernel or kernel:DIR"));
+  }
+}
+
+TEST_F(ProgramTest, OverTheModelTheReconcilerIsOnWhenAskedFor) {
+  EXPECT_EQ(run("", "dump reconciler"), 2);
+  EXPECT_EQ(run("--no-reconcile --table model", "dump reconciler"), 2);
+  EXPECT_EQ(run("--reconcile", "dump reconciler"), 0);
+  EXPECT_THAT(out, HasSubstr("there is no agent"));
+}
+
+// Without the rights, or in a build without it.
+TEST_F(ProgramTest, WhatTheKernelsTableLacksIsOneLineAndStatusThree) {
+  std::string const lab = "'" LAB_PROGRAM "' --table kernel:" + (folder / "table").string();
+  std::string const drop = "setpriv --bounding-set=-all ";
+  std::string const without =
+      std::system((drop + "true 2> /dev/null").c_str()) == 0 ? drop : std::string();
+  fileIs("in", "");
+  int const status = std::system(
+      ("cd '" + folder.string() + "' && exec " + without + lab + " < in > out 2> err").c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+  EXPECT_EQ(contents(folder / "out"), "");
+  EXPECT_THAT(contents(folder / "err"), MatchesRegex("macrewrite-lab: [^\n]+\n"));
+}
+
 TEST_F(ProgramTest, HelpHasEveryOptionAndExamples) {
   EXPECT_EQ(run("--help"), 0);
-  for (char const* const option : {"--plugin", "--hash-seed", "--json", "--trace", "--echo"}) {
+  for (char const* const option :
+       {"--plugin", "--hash-seed", "--table", "--reconcile", "--json", "--trace", "--echo"}) {
     EXPECT_THAT(out, HasSubstr(option));
   }
   EXPECT_THAT(out, HasSubstr("Examples:"));

@@ -207,6 +207,21 @@ TEST_F(LabLiveTest, ASecondLabOverTheSameTableIsRefused) {
               AllOf(HasSubstr("macrewrite-lab: error: "), HasSubstr(directory().string())));
 }
 
+TEST_F(LabLiveTest, ADeviceThatHasGoneAndComeBackIsLookedUpAgainAfterTheNextLine) {
+  RunningLab running(table(), file("running"));
+  running.say(std::string(kBringUp) + "print ready\n");
+  waitFor("^ready", file("running"));
+  on(nullptr, "ip link del vx0");
+  running.say("print gone\n");
+  waitFor("^gone", file("running"));
+  on(nullptr,
+     "ip link add vx0 type vxlan id 10100 dstport 4789 local 192.0.2.1 remote 192.0.2.2 && "
+     "ip link set vx0 mtu 1500 master br0 up");
+  running.say("print back\nprint next\n");
+  waitFor("^next", file("running"));
+  EXPECT_THAT(captured(1, "icmp", "ping -q -c 1 10.1.0.2 > /dev/null"), HasSubstr(kRows));
+}
+
 TEST_F(LabLiveTest, ADeviceThatIsNotThereIsAnExceptionAndTheRunContinues) {
   EXPECT_EQ(lab("chip port vx9 vlan 100\nprint next\n"),
             "exception: there is no device vx9\nnext\n");
