@@ -76,7 +76,6 @@ void AgentSm::run(bool& wanted) {
 }
 
 AgentSm::~AgentSm() {
-  kivTeardown();
   intfIdToRoutingStatusDel();
   overlaySrcMacRewriteManagerDel();
   overlaySrcMacRewriteCliConfigSmDel();

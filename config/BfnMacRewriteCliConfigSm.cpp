@@ -28,10 +28,6 @@ OverlaySrcMacRewriteCliConfigSm::OverlaySrcMacRewriteCliConfigSm(
   handleInitialized();
 }
 
-OverlaySrcMacRewriteCliConfigSm::~OverlaySrcMacRewriteCliConfigSm() {
-  kivTeardown();
-}
-
 void OverlaySrcMacRewriteCliConfigSm::handleInitialized() {
   KIV_TRACE(9, "");
   initializedIs(true);

@@ -42,7 +42,6 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
       Kiv::Ptr<Input::Config const> const& overlaySrcMacRewriteCliConfig,
       Kiv::Ptr<Agent::Config> const& overlaySrcMacRewriteAgentConfig,
       Kiv::Ptr<Pex::L3Status const> const& l3Status);
-  ~OverlaySrcMacRewriteCliConfigSm() override;
 
   auto overlaySrcMacRewriteCliConfig() const { return overlaySrcMacRewriteCliConfig_.notifier(); }
   auto const& overlaySrcMacRewriteAgentConfig() const { return agentConfig_; }

@@ -29,10 +29,6 @@ BfnMacRewriteIntfRoutingStatusSm::BfnMacRewriteIntfRoutingStatusSm(
   handleInitialized();
 }
 
-BfnMacRewriteIntfRoutingStatusSm::~BfnMacRewriteIntfRoutingStatusSm() {
-  kivTeardown();
-}
-
 void BfnMacRewriteIntfRoutingStatusSm::merge(BfnL3::L3RoutingStatus const* source,
                                              Pex::PortVlanPair const& key) {
   if (source == nullptr || !intfIdToRoutingStatus_) return;

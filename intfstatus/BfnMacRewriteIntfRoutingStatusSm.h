@@ -37,7 +37,6 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteIntfRoutingStatusSm final
                                    Source const& vlanIntfRoutingStatus,
                                    Source const& l3SubIntfRoutingStatus,
                                    Kiv::Ptr<IntfIdToRoutingStatus> const& intfIdToRoutingStatus);
-  ~BfnMacRewriteIntfRoutingStatusSm() override;
 
   auto l3PortAndLagRoutingStatus() const { return l3PortAndLagRoutingStatus_.notifier(); }
   auto vlanIntfRoutingStatus() const { return vlanIntfRoutingStatus_.notifier(); }

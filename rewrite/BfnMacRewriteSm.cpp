@@ -68,7 +68,6 @@ BfnMacRewriteSm::BfnMacRewriteSm(
 }
 
 BfnMacRewriteSm::~BfnMacRewriteSm() {
-  kivTeardown();
   localIntfToVrfIpDelAll();
 }
 

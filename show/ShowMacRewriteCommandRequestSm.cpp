@@ -22,18 +22,6 @@ Kiv::Ptr<ShowMacRewriteCommandRequestSm> showMacRewriteCommandRequestSmFactory(
       overlaySipValid, overlaySip, overlayRewriteSrcMacValid, overlayRewriteSrcMac, cliTesting);
 }
 
-Kiv::Ptr<ShowMacRewriteCommandRequestSm>
-ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSmIs(
-    Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
-    double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,
-    Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr, bool vrfNameValid,
-    L3::VrfName vrfName, bool overlaySipValid, Ovra::IpAddr overlaySip,
-    bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting) {
-  return Kiv::makeActive<ShowMacRewriteCommandRequestSm>(
-      std::move(name), request, maxRunTime, clock, overlaySrcMacRewriteMgr, vrfNameValid, vrfName,
-      overlaySipValid, overlaySip, overlayRewriteSrcMacValid, overlayRewriteSrcMac, cliTesting);
-}
-
 ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSm(
     Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
     double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,

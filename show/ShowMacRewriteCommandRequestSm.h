@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "agent/records/Export.h"
@@ -38,13 +39,12 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
  public:
   using SortedVrfIpToMac = Kiv::RbTreeMap<L3::VrfName, Kiv::Ptr<SortedIpToMac>>;
 
+  /// Makes the command of the constructor's arguments and switches it on.
+  template <class... Inputs>
   static Kiv::Ptr<ShowMacRewriteCommandRequestSm> ShowMacRewriteCommandRequestSmIs(
-      Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
-      double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,
-      Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr, bool vrfNameValid,
-      L3::VrfName vrfName, bool overlaySipValid, Ovra::IpAddr overlaySip,
-      bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting);
-
+      Inputs&&... inputs) {
+    return Kiv::makeActive<ShowMacRewriteCommandRequestSm>(std::forward<Inputs>(inputs)...);
+  }
   ShowMacRewriteCommandRequestSm(
       Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
       double const& maxRunTime, Kiv::Ptr<Kiv::Clock const> const& clock,

@@ -96,8 +96,11 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgent
 
   auto const& matchSpecAndRefCount() const { return matchSpecAndRefCount_; }
   /// The record of a key, or null.
-  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCount(Agent::IpAndIntfId const& key) const {
-    return Kiv::Ptr<MatchSpecAndRefCount>(matchSpecAndRefCount_.map().find(key));
+  Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCount(Agent::IpAndIntfId const& key) {
+    return matchSpecAndRefCount_.get(key);
+  }
+  Kiv::Ptr<MatchSpecAndRefCount const> matchSpecAndRefCount(Agent::IpAndIntfId const& key) const {
+    return matchSpecAndRefCount_.get(key);
   }
   Kiv::Ptr<MatchSpecAndRefCount> matchSpecAndRefCountIs(Agent::IpAndIntfId const& key) {
     return matchSpecAndRefCount_.is(key);

@@ -36,13 +36,12 @@ class StateMachine : public Base {
  protected:
   using Base::Base;
 
-  /// Marks and disowns every reactor, in attribute order. Idempotent.
-  void kivTeardown();
-
   template <class F>
   void kivEachChild(F) {}
 
  private:
+  /// Marks and disowns every reactor, in attribute order.
+  void kivTeardown();
   Derived& self() { return static_cast<Derived&>(*this); }
 
   bool initialized_ = false;

@@ -32,10 +32,6 @@ Kiv::Ptr<BfnProfileDataEntry> BfnProfileData::profileDataEntryDel(Kiv::String co
   return profileDataEntry_.del(profileName);
 }
 
-void BfnProfileData::profileDataEntryDelAll() {
-  profileDataEntry_.delAll();
-}
-
 Kiv::Type const& BfnProfileData::_kivType() {
   using T = BfnProfileData;
   static Kiv::Type const type(

@@ -47,7 +47,6 @@ class BfnProfileData final : public Kiv::Entity {
   Kiv::Ptr<BfnProfileDataEntry> profileDataEntryIs(Kiv::String const& profileName);
   /// Removes the entry and notifies; absent: nothing, and null.
   Kiv::Ptr<BfnProfileDataEntry> profileDataEntryDel(Kiv::String const& profileName);
-  void profileDataEntryDelAll();
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
