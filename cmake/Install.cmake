@@ -8,6 +8,9 @@ include(CMakePackageConfigHelpers)
 set(BFN_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/BfnMacRewrite)
 set(BFN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/BfnMacRewrite)
 
+# Where it is built, the kernel's table is a package of its own, BfnMacRewriteKernel, which needs the
+# first one, and the install component `kernel`.
+
 # bfn_install(LIBRARIES targets... HEADER_FOLDERS folders... INTERNAL_HEADERS names...): call once.
 # Internal headers stay here: what they declare is not exported. Each library is exported
 # as BfnMacRewrite::<target>; list a library before those that it needs. A folder that ends in a
@@ -52,4 +55,28 @@ function(bfn_install)
                  ${CMAKE_BINARY_DIR}/package/BfnMacRewrite.pc @ONLY)
   install(FILES ${CMAKE_BINARY_DIR}/package/BfnMacRewrite.pc
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+function(bfn_install_kernel)
+  target_include_directories(KivKernel INTERFACE
+    $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}> $<INSTALL_INTERFACE:${BFN_INSTALL_INCLUDEDIR}>)
+  target_compile_features(KivKernel INTERFACE cxx_std_20)
+  set_target_properties(KivKernel PROPERTIES INSTALL_RPATH "$ORIGIN")
+  file(RELATIVE_PATH to_libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+  set_target_properties(macrewrite-kernel PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
+
+  install(TARGETS KivKernel EXPORT BfnMacRewriteKernelTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kernel)
+  install(TARGETS macrewrite-kernel
+          RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kernel)
+  install(DIRECTORY ${CMAKE_SOURCE_DIR}/kernel DESTINATION ${BFN_INSTALL_INCLUDEDIR}
+          COMPONENT kernel FILES_MATCHING PATTERN "*.h" PATTERN tool EXCLUDE)
+  install(EXPORT BfnMacRewriteKernelTargets NAMESPACE BfnMacRewrite::
+          DESTINATION ${BFN_INSTALL_CMAKEDIR}Kernel COMPONENT kernel)
+  write_basic_package_version_file(
+    ${CMAKE_BINARY_DIR}/package/BfnMacRewriteKernelConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+  install(FILES ${CMAKE_SOURCE_DIR}/cmake/BfnMacRewriteKernelConfig.cmake
+                ${CMAKE_BINARY_DIR}/package/BfnMacRewriteKernelConfigVersion.cmake
+          DESTINATION ${BFN_INSTALL_CMAKEDIR}Kernel COMPONENT kernel)
 endfunction()

@@ -31,6 +31,23 @@ if(way STREQUAL "CMakePackage")
   run(${scratch}/build/host)
   run(${scratch}/build/classes)
   run(${scratch}/build/earlier)
+elseif(way STREQUAL "KernelPackage")
+  run(${CMAKE_COMMAND} -S ${host}/../kernel -B ${scratch}/build -G Ninja
+      -D CMAKE_CXX_COMPILER=${compiler} -D CMAKE_CXX_FLAGS=${flags}
+      -D CMAKE_PREFIX_PATH=${prefix})
+  run(${CMAKE_COMMAND} --build ${scratch}/build)
+  run(${scratch}/build/kernel)
+  # By itself the component gives what the other one does not.
+  run(${CMAKE_COMMAND} --install ${build} --prefix ${scratch}/alone --component kernel)
+  file(GLOB_RECURSE installed RELATIVE ${scratch}/alone ${scratch}/alone/*)
+  foreach(file IN LISTS installed)
+    if(NOT file MATCHES "kernel|Kernel")
+      message(FATAL_ERROR "the component kernel has ${file}")
+    endif()
+  endforeach()
+  if(NOT EXISTS ${scratch}/alone/bin/macrewrite-kernel)
+    message(FATAL_ERROR "the component kernel lacks macrewrite-kernel")
+  endif()
 elseif(way STREQUAL "PkgConfig")
   execute_process(
     COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/${libdir}/pkgconfig
