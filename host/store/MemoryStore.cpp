@@ -51,7 +51,7 @@ void MemoryStore::begin() {
 StoreSnapshot MemoryStore::snapshot() {
   MemoryStoreContents const& contents = reach();
   read_ = contents.head.version;
-  return {contents.head, contents.records};
+  return {contents.head, contents.records, {}};
 }
 
 std::optional<std::vector<StoreEvent>> MemoryStore::changes() {

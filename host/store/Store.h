@@ -83,6 +83,8 @@ struct StoredRecord {
 struct StoreSnapshot {
   StoreHead head;
   std::map<std::string, StoredRecord> records;  // by path
+  /// What the store holds where a record should be, and is none: place and reason.
+  std::map<std::string, std::string> unreadable;
 };
 
 /// Where records are kept beyond the life of a process: contents by path, and the ordered changes

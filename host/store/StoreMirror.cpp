@@ -111,6 +111,17 @@ void StoreMirror::follow() {
   if (thrown_) std::rethrow_exception(std::exchange(thrown_, nullptr));
 }
 
+int StoreMirror::descriptor() {
+  if (!current()) return -1;
+  int descriptor = -1;
+  try {
+    descriptor = store_->descriptor();
+  } catch (StoreError const& exception) {
+    lost(exception.what());  // what its handlers throw comes out of the next follow()
+  }
+  return descriptor;
+}
+
 double StoreMirror::due() const {
   if (!current()) return connectDue_;
   return behindRefused_ ? behindDue_ : std::numeric_limits<double>::infinity();
@@ -158,6 +169,7 @@ void StoreMirror::resync() {
   ++status_.resyncs;
   unreadable_.clear();
   behind_.clear();
+  for (auto const& [place, why] : snapshot.unreadable) skip(shown(place), why);
   auto const known = mirrored_;
   for (auto const& [path, stored] : snapshot.records) load(path, stored);
   for (std::string const& path : known) {

@@ -76,6 +76,9 @@ class StoreMirror {
   /// Applies what the store has, connects when that is due, and writes behind. To be called when
   /// the store's descriptor is readable, when due() has come, and before the process waits.
   void follow();
+  /// What becomes readable when the store has something for follow(); -1: nothing does now. Valid
+  /// until the next call of any operation.
+  int descriptor();
   /// When follow() has something to do by itself, by the clock; infinity: not before the store says
   /// so.
   double due() const;

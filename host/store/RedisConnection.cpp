@@ -1,0 +1,151 @@
+#include "host/store/RedisConnection.h"
+
+#include <cmath>
+#include <csignal>
+#include <hiredis/hiredis.h>
+#include <poll.h>
+
+namespace Host {
+
+namespace {
+
+timeval toTimeval(double seconds) {
+  double whole = 0;
+  double const part = std::modf(seconds, &whole);
+  return {static_cast<time_t>(whole), static_cast<suseconds_t>(part * 1e6)};
+}
+
+// The client library writes to a connection that the server has closed as to any file.
+void ignoreBrokenPipes() {
+  struct sigaction before {};
+  if (::sigaction(SIGPIPE, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) {
+    std::signal(SIGPIPE, SIG_IGN);
+  }
+}
+
+struct FreeReply {
+  void operator()(redisReply* reply) const { freeReplyObject(reply); }
+};
+
+RedisReply converted(redisReply const& from) {
+  RedisReply to;
+  switch (from.type) {
+    case REDIS_REPLY_STRING:
+    case REDIS_REPLY_STATUS:
+      to.kind = RedisReply::Kind::Text;
+      to.text.assign(from.str, from.len);
+      break;
+    case REDIS_REPLY_ERROR:
+      to.kind = RedisReply::Kind::Error;
+      to.text.assign(from.str, from.len);
+      break;
+    case REDIS_REPLY_INTEGER:
+      to.kind = RedisReply::Kind::Number;
+      to.number = from.integer;
+      break;
+    case REDIS_REPLY_ARRAY:
+      to.kind = RedisReply::Kind::List;
+      to.list.reserve(from.elements);
+      for (std::size_t i = 0; i < from.elements; ++i)
+        to.list.push_back(converted(*from.element[i]));
+      break;
+    default:
+      break;
+  }
+  return to;
+}
+
+}  // namespace
+
+void RedisConnection::Free::operator()(redisContext* context) const {
+  redisFree(context);
+}
+
+RedisConnection::RedisConnection(StoreUrl const& url, StoreOptions const& options)
+    : name_(url.text) {
+  ignoreBrokenPipes();
+  timeval const timeout = toTimeval(options.timeout);
+  context_.reset(url.host.empty() ? redisConnectUnixWithTimeout(url.path.c_str(), timeout)
+                                  : redisConnectWithTimeout(url.host.c_str(), url.port, timeout));
+  if (context_ == nullptr) throw StoreAway(name_ + ": no memory");
+  if (context_->err != 0) away();
+  redisSetTimeout(context_.get(), timeout);
+  // A server that has gone without a word is noticed while there is nothing to say.
+  if (!url.host.empty()) redisEnableKeepAlive(context_.get());
+  identify(options);
+  if (url.database != 0) {
+    add({"SELECT", std::to_string(url.database)});
+    need();
+  }
+}
+
+void RedisConnection::identify(StoreOptions const& options) {
+  if (options.secretFile.empty()) return;
+  std::string const secret = readStoreSecret(options.secretFile);
+  if (options.user.empty()) {
+    add({"AUTH", secret});
+  } else {
+    add({"AUTH", options.user, secret});
+  }
+  need();
+}
+
+void RedisConnection::add(std::initializer_list<std::string_view> words) {
+  add(std::vector<std::string_view>(words));
+}
+
+void RedisConnection::add(std::vector<std::string_view> const& words) {
+  std::vector<char const*> bytes;
+  std::vector<std::size_t> sizes;
+  bytes.reserve(words.size());
+  sizes.reserve(words.size());
+  for (std::string_view const word : words) {
+    bytes.push_back(word.data());
+    sizes.push_back(word.size());
+  }
+  if (redisAppendCommandArgv(context_.get(), static_cast<int>(words.size()), bytes.data(),
+                             sizes.data()) != REDIS_OK) {
+    away();
+  }
+  ++awaited_;
+}
+
+RedisReply RedisConnection::answer() {
+  --awaited_;
+  void* given = nullptr;
+  if (redisGetReply(context_.get(), &given) != REDIS_OK) away();
+  std::unique_ptr<redisReply, FreeReply> const reply(static_cast<redisReply*>(given));
+  if (reply == nullptr) away();
+  return converted(*reply);
+}
+
+RedisReply RedisConnection::need() {
+  RedisReply reply = answer();
+  if (reply.isError()) throw StoreRefused(name_ + ": " + reply.text);
+  return reply;
+}
+
+void RedisConnection::send() {
+  int done = 0;
+  while (done == 0) {
+    if (redisBufferWrite(context_.get(), &done) != REDIS_OK) away();
+  }
+}
+
+bool RedisConnection::ready() {
+  pollfd waiting{descriptor(), POLLIN, 0};
+  return ::poll(&waiting, 1, 0) == 1;
+}
+
+int RedisConnection::descriptor() const {
+  return context_->fd;
+}
+
+void RedisConnection::away() const {
+  std::string const why = context_->err == REDIS_ERR_IO && context_->errstr[0] == '\0'
+                              ? "it does not answer"
+                              : std::string(static_cast<char const*>(context_->errstr));
+  throw StoreAway(name_ + ": " + why);
+}
+
+}  // namespace Host

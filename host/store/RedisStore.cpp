@@ -1,0 +1,400 @@
+#include "host/store/RedisStore.h"
+
+#include <charconv>
+#include <utility>
+
+namespace Host {
+
+namespace {
+
+using Kind = StoreChange::Kind;
+using Reply = RedisReply;
+
+// A path as part of a name: a colon ends it there.
+std::string escaped(std::string_view path) {
+  std::string text;
+  for (char const c : path) {
+    if (c == '%') {
+      text += "%25";
+    } else if (c == ':') {
+      text += "%3A";
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+std::string unescaped(std::string_view text) {
+  std::string path;
+  while (!text.empty()) {
+    if (text.starts_with("%25") || text.starts_with("%3A")) {
+      path += text[1] == '2' ? '%' : ':';
+      text.remove_prefix(3);
+    } else {
+      path += text.front();
+      text.remove_prefix(1);
+    }
+  }
+  return path;
+}
+
+std::string typeName(std::string_view path) {
+  return "type:" + escaped(path);
+}
+std::string dataName(std::string_view path, std::string_view collection) {
+  return "data:" + escaped(path) + ":" + std::string(collection);
+}
+
+StoreVersion versionOf(std::string const& id) {
+  StoreVersion version;
+  char const* const end = id.data() + id.size();
+  auto const [at, error] = std::from_chars(id.data(), end, version.major);
+  if (error == std::errc() && at != end && *at == '-') std::from_chars(at + 1, end, version.minor);
+  return version;
+}
+
+// The last entry's id in the answer of XREVRANGE ... COUNT 1.
+StoreVersion lastVersion(Reply const& entries) {
+  if (entries.list.empty() || entries.list[0].list.empty()) return {};
+  return versionOf(entries.list[0].list[0].text);
+}
+
+std::string_view fieldOf(std::vector<Reply> const& fields, std::string_view name) {
+  for (std::size_t i = 0; i + 1 < fields.size(); i += 2) {
+    if (fields[i].text == name) return fields[i + 1].text;
+  }
+  return {};
+}
+
+// Nothing: an entry that is no change.
+std::optional<StoreChange> changeOf(std::vector<Reply> const& fields) {
+  auto const kind = storeChangeKind(fieldOf(fields, "op"));
+  if (!kind) return std::nullopt;
+  StoreChange change;
+  change.kind = *kind;
+  change.path = fieldOf(fields, "path");
+  change.collection = fieldOf(fields, "attribute");
+  change.key = fieldOf(fields, "key");
+  change.value = fieldOf(fields, "value");
+  return change;
+}
+
+}  // namespace
+
+RedisStore::RedisStore(StoreUrl url, StoreOptions options)
+    : url_(std::move(url)), options_(std::move(options)) {}
+
+RedisStore::~RedisStore() = default;
+
+template <class F>
+auto RedisStore::connected(F const& operation) {
+  try {
+    if (connection_ == nullptr) {
+      connection_ = std::make_unique<RedisConnection>(url_, options_);
+      watchEpoch();
+    }
+    return operation();
+  } catch (StoreError const&) {
+    // Also after a refusal: answers of the batch may not have been read.
+    connection_.reset();
+    bell_.reset();
+    bellArmed_ = false;
+    throw;
+  }
+}
+
+// --- The epoch: watched, so that a transaction fails when it is another one
+
+void RedisStore::addWatch() {
+  connection_->add({"WATCH", key("epoch")});
+  connection_->add({"GET", key("epoch")});
+}
+
+void RedisStore::readWatch() {
+  connection_->need();
+  epoch_ = connection_->need().text;
+}
+
+void RedisStore::watchEpoch() {
+  addWatch();
+  readWatch();
+}
+
+StoreHead RedisStore::readHead() {
+  connection_->add({"GET", key("epoch")});
+  connection_->add({"XREVRANGE", key("stream"), "+", "-", "COUNT", "1"});
+  StoreHead head;
+  head.epoch = connection_->need().text;
+  head.version = lastVersion(connection_->need());
+  return head;
+}
+
+void RedisStore::addMark() {
+  connection_->add({"XADD", key("stream"), "*", "op", "mark"});
+}
+
+StoreHead RedisStore::head() {
+  return connected([this] {
+    watchEpoch();
+    StoreHead head = readHead();
+    if (head.epoch.empty() || head.version > StoreVersion()) return head;
+    // A stream that has begun or has been lost: it is never empty, so that each reader has an
+    // entry to continue from.
+    addMark();
+    connection_->need();
+    return readHead();
+  });
+}
+
+void RedisStore::begin() {
+  connected([this] {
+    connection_->add({"UNWATCH"});
+    connection_->add({"SETNX", key("epoch"), makeStoreEpoch()});
+    connection_->need();
+    connection_->need();
+    watchEpoch();
+  });
+}
+
+// --- Reading
+
+StoreSnapshot RedisStore::snapshot() {
+  head();  // the stream has an entry
+  return connected([this] {
+    constexpr int kAttempts = 100;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      connection_->add({"UNWATCH"});
+      connection_->add({"SMEMBERS", key("index")});
+      connection_->need();
+      std::set<std::string> names;
+      for (Reply& name : connection_->need().list) names.insert(std::move(name.text));
+      StoreSnapshot snapshot;
+      if (!readSnapshot(names, snapshot)) continue;
+      watchEpoch();
+      if (epoch_ != snapshot.head.epoch) continue;
+      read_ = snapshot.head.version;
+      index_ = std::move(names);
+      return snapshot;
+    }
+    throw StoreRefused(url_.text + ": its names change faster than they can be read");
+  });
+}
+
+bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot& snapshot) {
+  constexpr std::string_view kType = "type:";
+  constexpr std::string_view kData = "data:";
+  connection_->add({"MULTI"});
+  connection_->add({"GET", key("epoch")});
+  connection_->add({"XREVRANGE", key("stream"), "+", "-", "COUNT", "1"});
+  connection_->add({"SMEMBERS", key("index")});
+  for (std::string const& name : names) {
+    connection_->add({name.starts_with(kType) ? "GET" : "HGETALL", key(name)});
+  }
+  connection_->add({"EXEC"});
+  for (std::size_t i = 0; i < names.size() + 4; ++i) connection_->need();
+  Reply const all = connection_->need();
+  if (all.list.size() != names.size() + 3) return false;
+  if (all.list[2].list.size() != names.size()) return false;
+  for (Reply const& name : all.list[2].list) {
+    if (!names.contains(name.text)) return false;
+  }
+  snapshot.head.epoch = all.list[0].text;
+  snapshot.head.version = lastVersion(all.list[1]);
+  std::size_t at = 3;
+  for (std::string_view const name : names) {
+    Reply const& contents = all.list[at++];
+    if (contents.isError()) {
+      snapshot.unreadable[key(name)] = contents.text;
+    } else if (name.starts_with(kType)) {
+      snapshot.records[unescaped(name.substr(kType.size()))].typeName = contents.text;
+    } else if (auto const colon = name.find(':', kData.size());
+               name.starts_with(kData) && colon != std::string_view::npos) {
+      if (contents.list.empty()) continue;
+      std::string const path = unescaped(name.substr(kData.size(), colon - kData.size()));
+      auto& collection = snapshot.records[path].form[std::string(name.substr(colon + 1))];
+      for (std::size_t i = 0; i + 1 < contents.list.size(); i += 2) {
+        collection[contents.list[i].text] = contents.list[i + 1].text;
+      }
+    } else {
+      snapshot.unreadable[key(name)] = "it is neither a type nor data";
+    }
+  }
+  return true;
+}
+
+std::optional<std::vector<StoreEvent>> RedisStore::changes() {
+  return connected([this]() -> std::optional<std::vector<StoreEvent>> {
+    readBell();
+    std::vector<StoreEvent> events;
+    while (events.empty()) {
+      connection_->add({"XRANGE", key("stream"), toString(read_), "+", "COUNT", "1000"});
+      Reply const entries = connection_->need();
+      if (entries.list.empty() || lastVersion(entries) != read_) return std::nullopt;
+      if (entries.list.size() == 1) break;
+      for (std::size_t i = 1; i < entries.list.size(); ++i) {
+        auto const& entry = entries.list[i].list;
+        if (entry.size() != 2) continue;
+        read_ = versionOf(entry[0].text);
+        if (auto change = changeOf(entry[1].list)) events.push_back({read_, std::move(*change)});
+      }
+    }
+    return events;
+  });
+}
+
+int RedisStore::descriptor() {
+  return connected([this] {
+    if (bell_ == nullptr) bell_ = std::make_unique<RedisConnection>(url_, options_);
+    if (!bellArmed_) {
+      bell_->add({"XREAD", "COUNT", "1", "BLOCK", "0", "STREAMS", key("stream"), toString(read_)});
+      bell_->send();
+      bellArmed_ = true;
+    }
+    return bell_->descriptor();
+  });
+}
+
+void RedisStore::readBell() {
+  if (!bellArmed_ || !bell_->ready()) return;
+  bell_->answer();
+  bellArmed_ = false;
+}
+
+// --- Writing
+
+void RedisStore::addEvent(StoreChange const& change) {
+  std::string const stream = key("stream");
+  if (change.kind == Kind::Make) {
+    connection_->add({"XADD", stream, "MAXLEN", "~", kMaxChanges, "*", "op",
+                      Host::name(change.kind), "path", change.path, "value", change.value});
+    return;
+  }
+  connection_->add({"XADD", stream, "MAXLEN", "~", kMaxChanges, "*", "op", Host::name(change.kind),
+                    "path", change.path, "attribute", change.collection, "key", change.key, "value",
+                    change.value});
+}
+
+// Two commands for each change and, where there is more to do, further ones.
+void RedisStore::addChange(StoreChange const& change) {
+  std::string const data = dataName(change.path, change.collection);
+  switch (change.kind) {
+    case Kind::Make:
+      connection_->add({"SADD", key("index"), typeName(change.path)});
+      break;
+    case Kind::Set:
+    case Kind::Replace:
+      addToIndex(data);
+      connection_->add({"HSET", key(data), change.key, change.value});
+      break;
+    case Kind::Del:
+      connection_->add({"HDEL", key(data), change.key});
+      break;
+  }
+  if (change.within) {
+    std::string const outer = dataName(change.path, change.within->collection);
+    addToIndex(outer);
+    connection_->add({"HSETNX", key(outer), change.within->key, change.within->value});
+  }
+  for (std::string const& collection : change.drops) {
+    std::string const dropped = dataName(change.path, collection);
+    connection_->add({"DEL", key(dropped)});
+    connection_->add({"SREM", key("index"), dropped});
+  }
+  addEvent(change);
+}
+
+// Collections in objects leave the index with their object, which another client may remove.
+void RedisStore::addToIndex(std::string const& name) {
+  bool const nested = name.find('[') != std::string::npos;
+  if (!nested && index_.contains(name)) return;
+  connection_->add({"SADD", key("index"), name});
+}
+
+// Claims the types of new records. Gives the changes that are left to write.
+std::vector<StoreChange const*> RedisStore::makeTypes(std::span<StoreChange const> changes) {
+  for (StoreChange const& change : changes) {
+    if (change.kind == Kind::Make) connection_->add({"GET", key(typeName(change.path))});
+  }
+  std::string refusal;
+  for (StoreChange const& change : changes) {
+    if (change.kind != Kind::Make) continue;
+    Reply const type = connection_->need();
+    if (!type.isNothing() && type.text != change.value) {
+      refusal = ": \"" + change.path + "\" is of type " + type.text + ", not " + change.value;
+    }
+  }
+  if (!refusal.empty()) throw StoreRefused(url_.text + refusal);
+  std::vector<StoreChange const*> left;
+  for (StoreChange const& change : changes) {
+    if (change.kind != Kind::Make) {
+      left.push_back(&change);
+      continue;
+    }
+    std::string const type = typeName(change.path);
+    connection_->add({"SETNX", key(type), change.value});
+    connection_->add({"GET", key(type)});
+    connection_->add({"SISMEMBER", key("index"), type});
+    connection_->need();
+    Reply const claimed = connection_->need();
+    Reply const known = connection_->need();
+    if (claimed.text != change.value) {
+      throw StoreRefused(url_.text + ": \"" + change.path + "\" is of type " + claimed.text +
+                         ", not " + change.value);
+    }
+    if (known.number == 0) left.push_back(&change);
+  }
+  return left;
+}
+
+StoreVersion RedisStore::writeAll(std::vector<StoreChange const*> const& changes) {
+  connection_->add({"MULTI"});
+  for (StoreChange const* change : changes) addChange(*change);
+  // Each command is acknowledged before EXEC answers for all of them.
+  std::size_t const acknowledged = connection_->awaited();
+  connection_->add({"EXEC"});
+  addWatch();
+  std::string refusal;
+  for (std::size_t i = 0; i < acknowledged; ++i) {
+    Reply const each = connection_->answer();
+    if (each.isError() && refusal.empty()) refusal = each.text;
+  }
+  Reply const reply = connection_->answer();
+  readWatch();
+  if (reply.isNothing() && refusal.empty()) refusal = "the store has been emptied or replaced";
+  if (reply.isError() && refusal.empty()) refusal = reply.text;
+  if (!refusal.empty()) throw StoreRefused(url_.text + ": " + refusal);
+  for (Reply const& each : reply.list) {
+    // Other commands of a transaction go through; the store is no longer what it should be.
+    if (each.isError()) throw StoreRefused(url_.text + ": " + each.text);
+  }
+  for (StoreChange const* change : changes) {
+    if (change->kind == Kind::Set || change->kind == Kind::Replace) {
+      index_.insert(dataName(change->path, change->collection));
+    }
+  }
+  return versionOf(reply.list.back().text);
+}
+
+StoreVersion RedisStore::submit(std::span<StoreChange const> changes) {
+  std::string const epoch = epoch_;
+  bool sent = false;
+  try {
+    return connected([&] {
+      if (epoch_.empty() || epoch_ != epoch) {
+        throw StoreRefused(url_.text + ": the store has been emptied or replaced");
+      }
+      std::vector<StoreChange const*> const left = makeTypes(changes);
+      if (left.empty()) return readHead().version;
+      sent = true;
+      return writeAll(left);
+    });
+  } catch (StoreAway const& away) {
+    if (!sent) throw;
+    throw StoreAway(std::string(away.what()) +
+                    "; the connection was lost before the answer: the change may be in the store "
+                    "or not");
+  }
+}
+
+}  // namespace Host

@@ -1,0 +1,198 @@
+#include "host/store/RedisStore.h"
+
+#include <csignal>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include "tests/host/store/Changes.h"
+#include "tests/host/store/Places.h"
+#include "tests/host/store/RedisServer.h"
+
+namespace {
+
+using BfnTest::delOf;
+using BfnTest::makeOf;
+using BfnTest::setOf;
+using BfnTest::shown;
+using Host::RedisConnection;
+using Host::RedisReply;
+using Host::RedisStore;
+using Host::StoreAway;
+using Host::StoreChange;
+using Host::StoreOptions;
+using Host::StoreRefused;
+using Host::StoreUrl;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::ThrowsMessage;
+
+class RedisStoreTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<BfnTest::RedisServer> const server =
+      BfnTest::RedisServer::isThere() ? std::make_unique<BfnTest::RedisServer>() : nullptr;
+  BfnTest::TemporaryDirectory const directory;
+
+  void SetUp() override {
+    if (!server) GTEST_SKIP() << "there is no redis-server";
+  }
+  std::unique_ptr<RedisStore> open(StoreOptions const& options = {}) const {
+    return std::make_unique<RedisStore>(StoreUrl(server->url()), options);
+  }
+  std::unique_ptr<RedisStore> begun() const {
+    auto store = open();
+    store->begin();
+    store->snapshot();
+    return store;
+  }
+  RedisReply command(std::initializer_list<std::string_view> words) const {
+    RedisConnection connection(StoreUrl(server->url()), {});
+    connection.add(words);
+    return connection.need();
+  }
+  static void submit(RedisStore& store, std::vector<StoreChange> const& changes) {
+    store.submit(changes);
+  }
+  static bool readable(int descriptor) {
+    pollfd waiting{descriptor, POLLIN, 0};
+    return ::poll(&waiting, 1, 5000) == 1;
+  }
+};
+
+TEST_F(RedisStoreTest, KeepsRecordsUnderTheNamesOfTheDocument) {
+  auto const store = begun();
+  submit(*store, {makeOf("a:b%", "T"), setOf("a:b%", "c", "k", "v")});
+  EXPECT_EQ(command({"GET", "macrewrite:type:a%3Ab%25"}).text, "T");
+  EXPECT_EQ(command({"HGET", "macrewrite:data:a%3Ab%25:c", "k"}).text, "v");
+  auto const entry = command({"XREVRANGE", "macrewrite:stream", "+", "-", "COUNT", "1"}).list.at(0);
+  std::vector<std::string> fields;
+  for (RedisReply const& field : entry.list.at(1).list) fields.push_back(field.text);
+  EXPECT_THAT(fields,
+              ElementsAre("op", "set", "path", "a:b%", "attribute", "c", "key", "k", "value", "v"));
+  EXPECT_EQ(store->snapshot().records.at("a:b%").form.at("c").at("k"), "v");
+}
+
+TEST_F(RedisStoreTest, PrefixesAndDatabasesAreApart) {
+  auto const store = begun();
+  submit(*store, {makeOf("p", "T")});
+  StoreOptions options;
+  options.prefix = "other";
+  auto const other = open(options);
+  other->begin();
+  EXPECT_THAT(other->snapshot().records, IsEmpty());
+  RedisStore third(StoreUrl(server->url() + "?db=3"), {});
+  EXPECT_EQ(third.head().epoch, "");
+}
+
+TEST_F(RedisStoreTest, AUserComesInWithTheSecretOfAFile) {
+  std::ofstream(directory.file("secret")) << "open sesame\n";
+  std::ofstream(directory.file("wrong")) << "open\n";
+  command({"ACL", "SETUSER", "leaf1", "on", ">open sesame", "~macrewrite:*", "+@all"});
+  command({"ACL", "SETUSER", "default", "resetpass", ">admin"});
+  EXPECT_THAT([&] { open()->head(); }, ThrowsMessage<StoreRefused>(HasSubstr("NOAUTH")));
+  StoreOptions options;
+  options.user = "leaf1";
+  options.secretFile = directory.file("wrong");
+  EXPECT_THAT([&] { open(options)->head(); }, ThrowsMessage<StoreRefused>(HasSubstr("WRONGPASS")));
+  options.secretFile = directory.file("secret");
+  auto const store = open(options);
+  store->begin();
+  EXPECT_FALSE(store->head().epoch.empty());
+}
+
+TEST_F(RedisStoreTest, AUserWithoutTheRightToWriteIsRefused) {
+  begun();
+  command({"ACL", "SETUSER", "default", "-@write"});
+  auto const store = open();
+  store->head();
+  std::vector<StoreChange> const changes{makeOf("p", "T")};
+  EXPECT_THAT([&] { store->submit(changes); },
+              ThrowsMessage<StoreRefused>(HasSubstr("no permissions")));
+}
+
+TEST_F(RedisStoreTest, AStoreThatIsEmptiedUnderAConnectionTakesNoChanges) {
+  auto const store = begun();
+  submit(*store, {makeOf("p", "T")});
+  command({"FLUSHALL"});
+  std::vector<StoreChange> const changes{setOf("p", "c", "k", "v")};
+  EXPECT_THAT([&] { store->submit(changes); },
+              ThrowsMessage<StoreRefused>(HasSubstr("emptied or replaced")));
+  EXPECT_EQ(command({"DBSIZE"}).number, 0);
+  auto const other = begun();
+  EXPECT_THROW(store->submit(changes), StoreRefused);
+  EXPECT_THAT(other->snapshot().records, IsEmpty());
+  EXPECT_THAT(shown(store->changes()), ElementsAre("lost"));
+}
+
+TEST_F(RedisStoreTest, ALostStreamIsBegunAnew) {
+  auto const one = begun();
+  auto const two = begun();
+  submit(*one, {makeOf("p", "T"), setOf("p", "c", "k", "v")});
+  auto const before = one->head();
+  command({"DEL", "macrewrite:stream"});
+  EXPECT_THAT(shown(two->changes()), ElementsAre("lost"));
+  auto const snapshot = two->snapshot();
+  EXPECT_EQ(snapshot.head.epoch, before.epoch);
+  EXPECT_LT(before.version, snapshot.head.version);
+  EXPECT_EQ(snapshot.records.at("p").form.at("c").at("k"), "v");
+  EXPECT_THAT(shown(one->changes()), ElementsAre("lost"));
+}
+
+TEST_F(RedisStoreTest, WhatOthersPutThereIsNamedOrPassedOver) {
+  auto const store = begun();
+  submit(*store, {makeOf("p", "T"), setOf("p", "c", "k", "v")});
+  (void)store->changes();
+  command({"SADD", "macrewrite:index", "rubbish", "type:q", "data:", "data:p:list", "data:p:gone"});
+  command({"LPUSH", "macrewrite:data:p:list", "x"});
+  command({"LPUSH", "macrewrite:type:q", "x"});
+  command({"XADD", "macrewrite:stream", "*", "op", "nonsense"});
+  command({"XADD", "macrewrite:stream", "*", "x", "y"});
+  EXPECT_THAT(shown(store->changes()), IsEmpty());
+  submit(*store, {delOf("p", "c", "k")});
+  EXPECT_THAT(shown(store->changes()), ElementsAre("del p c k "));
+  auto const snapshot = store->snapshot();
+  EXPECT_THAT(
+      snapshot.unreadable,
+      ElementsAre(::testing::Key("macrewrite:data:"), ::testing::Key("macrewrite:data:p:list"),
+                  ::testing::Key("macrewrite:rubbish"), ::testing::Key("macrewrite:type:q")));
+  EXPECT_THAT(snapshot.records, ElementsAre(::testing::Key("p")));
+}
+
+TEST_F(RedisStoreTest, KeysOfOtherKindsAreRefused) {
+  command({"SET", "macrewrite:stream", "x"});
+  EXPECT_THAT([&] { open()->head(); }, ThrowsMessage<StoreRefused>(HasSubstr("WRONGTYPE")));
+}
+
+TEST_F(RedisStoreTest, ItsDescriptorReportsChangesAndTheLossOfTheConnection) {
+  auto const one = begun();
+  auto const two = begun();
+  int descriptor = two->descriptor();
+  submit(*one, {makeOf("p", "T")});
+  EXPECT_TRUE(readable(descriptor));
+  EXPECT_THAT(shown(two->changes()), ElementsAre("make p   T"));
+  descriptor = two->descriptor();
+  submit(*one, {setOf("p", "c", "k", "v")});
+  EXPECT_TRUE(readable(descriptor));
+  EXPECT_THAT(shown(two->changes()), ElementsAre("set p c k v"));
+  descriptor = two->descriptor();
+  server->stop();
+  EXPECT_TRUE(readable(descriptor));
+  EXPECT_THROW(two->changes(), StoreAway);
+}
+
+TEST_F(RedisStoreTest, AServerThatDoesNotAnswerIsAway) {
+  StoreOptions options;
+  options.timeout = 0.05;
+  auto const store = open(options);
+  store->begin();
+  store->snapshot();
+  server->pause();
+  std::vector<StoreChange> const changes{makeOf("p", "T"), setOf("p", "c", "k", "v")};
+  EXPECT_THROW(store->submit(changes), StoreAway);
+  server->resume();
+  EXPECT_NO_THROW(store->head());
+}
+
+}  // namespace
