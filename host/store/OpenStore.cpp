@@ -17,23 +17,13 @@
 namespace Host {
 
 bool hasStore(StoreUrl::Kind kind) {
-  switch (kind) {
-    case StoreUrl::Kind::Memory:
-      return true;
-    case StoreUrl::Kind::Sqlite:
-#ifdef BFN_STORE_SQLITE
-      return true;
-#else
-      return false;
+#ifndef BFN_STORE_SQLITE
+  if (kind == StoreUrl::Kind::Sqlite) return false;
 #endif
-    case StoreUrl::Kind::Redis:
-#ifdef BFN_STORE_REDIS
-      return true;
-#else
-      return false;
+#ifndef BFN_STORE_REDIS
+  if (kind == StoreUrl::Kind::Redis) return false;
 #endif
-  }
-  return false;
+  return kind <= StoreUrl::Kind::Redis;
 }
 
 std::unique_ptr<Store> openStore(StoreUrl const& url,

@@ -1,6 +1,7 @@
 #include "host/store/RedisStore.h"
 
 #include <charconv>
+#include <random>
 #include <utility>
 
 namespace Host {
@@ -130,8 +131,22 @@ StoreHead RedisStore::readHead() {
   return head;
 }
 
+// An entry without a change. In a stream that has been lost ids begin anew: a random number keeps
+// this one apart from an earlier id of the same millisecond. Where the stream has only been
+// trimmed, the id may be too small; the server's own choice is always new then.
 void RedisStore::addMark() {
+  connection_->add({"TIME"});
+  auto const time = connection_->need().list;
+  std::string id = "*";
+  if (time.size() == 2) {
+    std::string const microseconds = "00000" + time[1].text;
+    id = time[0].text + microseconds.substr(microseconds.size() - 6, 3) + "-" +
+         std::to_string(std::random_device()());
+  }
+  connection_->add({"XADD", key("stream"), id, "op", "mark"});
+  if (!connection_->answer().isError()) return;
   connection_->add({"XADD", key("stream"), "*", "op", "mark"});
+  connection_->need();
 }
 
 StoreHead RedisStore::head() {
@@ -142,7 +157,6 @@ StoreHead RedisStore::head() {
     // A stream that has begun or has been lost: it is never empty, so that each reader has an
     // entry to continue from.
     addMark();
-    connection_->need();
     return readHead();
   });
 }

@@ -230,6 +230,7 @@ void StoreMirror::applyNews() {
       ++status_.applied;
       apply(event.change);
     }
+    if (until_ && status_.version >= *until_ && !resyncWanted_) return;
   }
 }
 
@@ -313,11 +314,13 @@ void StoreMirror::submit(std::vector<StoreChange> changes) {
   }
   complete(changes);
   try {
-    store_->submit(changes);
+    // What comes after the own changes can wait.
+    until_ = store_->submit(changes);
   } catch (StoreAway const& exception) {
     lost(exception.what());
     throw;
   }
+  Kiv::Restore<std::optional<StoreVersion>> const outer{until_, std::nullopt};
   follow();
 }
 

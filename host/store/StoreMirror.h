@@ -3,6 +3,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -131,6 +132,7 @@ class StoreMirror {
   bool saidAway_ = false;
   unsigned losses_ = 0;
   bool resyncWanted_ = false;
+  std::optional<StoreVersion> until_;  // submit() applies the changes up to its own
   double pause_;
   double connectDue_ = 0;
   std::set<std::string> mirrored_;            // paths

@@ -76,9 +76,9 @@ class Parser {
 
 }  // namespace
 
-StoreUrl::StoreUrl(std::string_view given) : text(given) {
-  std::string_view rest = given;
-  if (given == "memory") return;
+StoreUrl::StoreUrl(std::string_view url) : text(url) {
+  std::string_view rest = url;
+  if (url == "memory") return;
   if (take(rest, "sqlite:")) {
     kind = Kind::Sqlite;
     Parser(*this, rest).sqlite();

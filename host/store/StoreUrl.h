@@ -26,7 +26,7 @@ struct StoreUrl {
 
   StoreUrl() : text("memory") {}
   /// Throws Kiv::RangeException, with the text and what is wrong with it.
-  explicit StoreUrl(std::string_view text);
+  explicit StoreUrl(std::string_view url);
 };
 
 }  // namespace Host

@@ -35,8 +35,8 @@ void RedisServer::start() {
     ::close(ends[0]);
     ::close(ends[1]);
     ::execlp("redis-server", "redis-server", "--port", "0", "--unixsocket", socket().c_str(),
-             "--dir", data.c_str(), "--save", "", "--appendonly", "yes", "--daemonize", "no",
-             "--enable-debug-command", "yes", static_cast<char*>(nullptr));
+             "--dir", data.c_str(), "--save", "", "--appendonly", "yes", "--appendfsync", "no",
+             "--daemonize", "no", "--enable-debug-command", "yes", static_cast<char*>(nullptr));
     ::_exit(127);
   }
   ::close(ends[1]);
@@ -58,7 +58,7 @@ void RedisServer::start() {
 
 void RedisServer::stop() {
   if (server_ < 0) return;
-  ::kill(server_, SIGKILL);  // what it answered is in its log file
+  ::kill(server_, SIGKILL);  // what it answered has been written
   ::waitpid(server_, nullptr, 0);
   server_ = -1;
 }
