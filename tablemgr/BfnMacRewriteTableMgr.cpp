@@ -204,6 +204,8 @@ void OverlaySrcMacRewriteManager::deleteEntry(Ovra::IntfId intfId, Ovra::IpAddr 
   Kiv::Ptr<OverlaySrcMacRewriteManager> const self(this);
   Kiv::Ptr<Table> const table = overlaySrcMacRewriteTable_;
   table->entryDel(localMatchSpecAndRefCount->overlaySrcMacRewriteMatchSpec());
+  // An addition within the removal has written the row anew and counted its reference.
+  if (localMatchSpecAndRefCount->refCount() != 0) return;
   matchSpecAndRefCountDel(key);
 }
 

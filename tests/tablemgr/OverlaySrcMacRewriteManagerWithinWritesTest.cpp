@@ -154,6 +154,19 @@ TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest,
   EXPECT_EQ(announced(), 1u);
 }
 
+TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest,
+       AnAdditionWithinTheRemovalKeepsItsRowAndRecord) {
+  add("Ethernet1", "10.0.0.1");
+  within([&] { add("Ethernet1", "10.0.0.1", kOtherMac); });
+  del("Ethernet1", "10.0.0.1");
+  ASSERT_TRUE(record("Ethernet1", "10.0.0.1"));
+  EXPECT_EQ(record("Ethernet1", "10.0.0.1")->refCount(), 1);
+  EXPECT_EQ(host.rows().size(), 1u);
+  del("Ethernet1", "10.0.0.1");
+  EXPECT_THAT(host.rows(), IsEmpty());
+  EXPECT_FALSE(record("Ethernet1", "10.0.0.1"));
+}
+
 TEST_F(OverlaySrcMacRewriteManagerWithinWritesTest, TheRowGoesBeforeItsRecord) {
   add("Ethernet1", "10.0.0.1");
   bool seen = false;
