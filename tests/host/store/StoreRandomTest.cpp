@@ -216,22 +216,26 @@ class StoreRandomTest : public ::testing::Test {
     return true;
   }
 
-  void fault() {
-    U32 const index = static_cast<U32>(random() % kProcesses);
+  void command(std::initializer_list<std::string_view> words) const {
     Host::RedisConnection connection(Host::StoreUrl(server->url()), {});
+    connection.add(words);
+    connection.need();
+  }
+
+  void fault() {
     switch (random() % 3) {
-      case 0:
-        if (writers[index].process > 0) ::kill(writers[index].process, SIGKILL);
+      case 0: {
+        pid_t const process = writers[random() % kProcesses].process;
+        if (process <= 0) return;
+        ::kill(process, SIGKILL);
         ++kills;
         return;
+      }
       case 1:
-        connection.add({"CLIENT", "KILL", "TYPE", "normal", "SKIPME", "yes"});
-        break;
+        return command({"CLIENT", "KILL", "TYPE", "normal", "SKIPME", "yes"});
       default:
-        connection.add({"XTRIM", "macrewrite:stream", "MAXLEN", "0"});
-        break;
+        return command({"XTRIM", "macrewrite:stream", "MAXLEN", "0"});
     }
-    connection.need();
   }
 
   void run(Process& watcher) {
@@ -251,10 +255,13 @@ class StoreRandomTest : public ::testing::Test {
         if (waiting[i].revents == 0 || read(of[i])) continue;
         if (end(of[i])) --alive;
       }
-      watcher.mirror.follow();
-      watcher.clock->advance(20);
       U32 begun = 0;
       for (Writer const& writer : writers) begun += writer.begun;
+      // It follows closely half of the time; in between it may lose changes.
+      if (begun / between % 2 != 0) {
+        watcher.mirror.follow();
+        watcher.clock->advance(20);
+      }
       if (begun < nextFault) continue;
       nextFault += between;
       fault();
@@ -285,10 +292,13 @@ TEST_F(StoreRandomTest, AtRestAllAreEqualAndNothingThatWasTakenIsLost) {
   auto const order = Kiv::makeActive<Order>(watcher.vrfs());
   for (U32 i = 0; i < kProcesses; ++i) startWriter(i);
   run(watcher);
-  watcher.follow();
-  watcher.follow();
+  // Changes that it has not read are lost before the last one.
   Process fresh(server->url());
   fresh.follow();
+  command({"XTRIM", "macrewrite:stream", "MAXLEN", "0"});
+  fresh.mirror.set(kVrfsPath, "vrfName", "1000", nameOf(0, operations()));
+  watcher.follow();
+  watcher.follow();
   EXPECT_EQ(textOf(*watcher.vrfs()), textOf(*fresh.vrfs()));
   for (auto const& [key, may] : expected) {
     std::string const there = form(fresh.vrfs()->vrfName(Pex::VrfId(key + 1)));
