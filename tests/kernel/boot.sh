@@ -57,7 +57,7 @@ $b mount -t devtmpfs dev /host/dev
 $b ip link set lo up
 # Not chroot, in which a process may have no user namespace of its own.
 command=$($b cat /command)
-exec $b switch_root /host /bin/sh -c "($command); echo \"boot: status \$?\"; exec busybox poweroff -f"
+exec $b switch_root /host /bin/bash -c "($command); echo \"boot: status \$?\"; exec busybox poweroff -f"
 END
   chmod +x "$made/init"
   { printf 'cd %q && PATH=/usr/sbin:/usr/bin:/sbin:/bin exec' "$PWD"; printf ' %q' "${@:3}"; } > "$made/command"
