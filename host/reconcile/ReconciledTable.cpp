@@ -265,17 +265,29 @@ Status ReconciledTable::compareAll(std::vector<U64>& extra, std::vector<U64>& di
 
 // The keys of the rows that were never asked of the chip, in the order in which they came.
 std::vector<U64> ReconciledTable::collected() const {
-  std::vector<std::pair<U64, U64>> bySequence;
+  std::vector<Slot const*> slots;
+  U64 first = ~U64{0};
+  U64 last = 0;
   for (U64 place = 0; Slot const* const slot = wanted_.notBelow(place);) {
     if (stateOf(*slot) == State::Collected) {
-      bySequence.emplace_back(sequenceOf(*slot), BfnChip::RowTable::keyOf(*slot));
+      slots.push_back(slot);
+      first = std::min(first, sequenceOf(*slot));
+      last = std::max(last, sequenceOf(*slot));
     }
     if ((place = slot->mixedKey + 1) == 0) break;
   }
-  std::ranges::sort(bySequence);
+  // After a bring-up the numbers are dense: then each has its place, and nothing is sorted.
+  if (!slots.empty() && last - first < 4 * slots.size()) {
+    std::vector<Slot const*> byNumber(last - first + 1);
+    for (Slot const* const slot : slots) byNumber[sequenceOf(*slot) - first] = slot;
+    std::erase(byNumber, nullptr);
+    slots.swap(byNumber);
+  } else {
+    std::ranges::sort(slots, {}, [](Slot const* slot) { return sequenceOf(*slot); });
+  }
   std::vector<U64> keys;
-  keys.reserve(bySequence.size());
-  for (auto const& [sequence, key] : bySequence) keys.push_back(key);
+  keys.reserve(slots.size());
+  for (Slot const* const slot : slots) keys.push_back(BfnChip::RowTable::keyOf(*slot));
   return keys;
 }
 

@@ -148,6 +148,18 @@ TEST_F(ReconcilerTest, ACommitMakesTheDifferenceErasesBeforeInserts) {
   EXPECT_FALSE(reconciler.held());
 }
 
+TEST_F(ReconcilerTest, RowsThatCameFarApartAreCommittedInTheirOrder) {
+  write(9, 9);
+  for (Kiv::U32 n = 100; n < 200; ++n) {
+    write(n, n);
+    erase(n);
+  }
+  write(3, 3);
+  write(6, 6);
+  running();
+  EXPECT_THAT(journal(), ElementsAre("write 9 <- 9", "write 3 <- 3", "write 6 <- 6"));
+}
+
 TEST_F(ReconcilerTest, ACommitOverAnEqualChipWritesNothing) {
   for (Kiv::U32 n = 0; n < 5000; ++n) chipRow(n, n);
   journal();
