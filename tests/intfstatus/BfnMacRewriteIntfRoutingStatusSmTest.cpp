@@ -122,7 +122,10 @@ TEST_F(IntfRoutingStatusSmTest, EachChangeIsTracedBeforeItIsMerged) {
   auto const sm = start();
   auto const watcher = Kiv::makeActive<BfnTest::Watcher>(merged);
   std::vector<std::string> last;
-  watcher->then = [&] { last.push_back(traces().back()); };
+  watcher->then = [&] {
+    auto const texts = traces();
+    last.push_back(texts.empty() ? "nothing" : texts.back());
+  };
   traces();
   ports->l3IntfRoutingStatusIs(key("Ethernet1"));
   vlans->l3IntfRoutingStatusIs(key("Vlan10", 10));
