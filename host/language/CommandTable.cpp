@@ -135,7 +135,7 @@ std::vector<std::string> CommandTable::expanded(std::span<std::string const> wor
   for (std::string const& word : words) {
     full.push_back(word);
     if (word == "==") break;
-    // With a word in its place, so that a command that takes another one is left behind.
+    // With a word in its place, so that a command that takes another one is left out.
     auto const command = innermost(full);
     auto const following = next(command.subspan(0, command.size() - 1));
     if (std::ranges::any_of(following, isText)) break;

@@ -55,7 +55,7 @@ class LineEditor {
   unsigned char explain();
   std::string textBeforeCursor() const;
   void bindKeys();
-  /// Draws the line anew when the terminal has another size.
+  /// Draws the line again when the terminal has another size.
   void resize();
 
   std::string const prompt_;
