@@ -412,6 +412,20 @@ TEST_F(RowsInPassTest, AnAddressThatMovesWhileItIsAddedAgainIsWhereItMovedTo) {
   EXPECT_EQ(refCounts(), std::vector<unsigned>(4, 1));
 }
 
+TEST_F(RowsInPassTest, AnAddressThatGoesAndReturnsWhileItIsAddedAgainIsCountedOnce) {
+  host.port("Ethernet1", 100, 7);
+  bool ran = false;
+  once([&] {
+    ran = true;
+    host.addressDel(7, "10.0.0.1");
+    host.address(7, "10.0.0.1", "Ethernet1", true);
+  });
+  host.address(7, "10.0.0.1", "Ethernet1", true);
+  EXPECT_TRUE(ran);
+  EXPECT_EQ(host.rows().size(), 4u);
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(4, 1));
+}
+
 TEST_F(RowsInPassTest, ASelfIpWhoseVlanGoesWhileItIsAddedAgainWaits) {
   host.port("Ethernet1", 100, 7);
   once([&] { host.route("red", 7, 0); });
