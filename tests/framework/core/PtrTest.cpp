@@ -312,45 +312,45 @@ AllocTrackTypeInfo countsOf(std::string const& name) {
   return {};
 }
 
-class Counted final : public PtrInterface {
+class Tracked final : public PtrInterface {
  public:
-  explicit Counted(bool fail) {
+  explicit Tracked(bool fail) {
     if (fail) throw std::runtime_error("constructor");
   }
 };
 
 TEST(AllocTrack, CountsObjectsUnderTheirRunTimeType) {
-  AllocTrackTypeInfo const before = countsOf("Counted");
+  AllocTrackTypeInfo const before = countsOf("Tracked");
   {
-    Ptr<PtrInterface> const a = make<Counted>(false);
-    Ptr<PtrInterface> const b = make<Counted>(false);
-    EXPECT_EQ(countsOf("Counted").live(), before.live() + 2);
+    Ptr<PtrInterface> const a = make<Tracked>(false);
+    Ptr<PtrInterface> const b = make<Tracked>(false);
+    EXPECT_EQ(countsOf("Tracked").live(), before.live() + 2);
   }
-  AllocTrackTypeInfo const after = countsOf("Counted");
+  AllocTrackTypeInfo const after = countsOf("Tracked");
   EXPECT_EQ(after.allocated, before.allocated + 2);
   EXPECT_EQ(after.deallocated, before.deallocated + 2);
   EXPECT_EQ(after.live(), 0u);
 }
 
 TEST(AllocTrack, AnObjectWhoseConstructorThrowsIsNotCounted) {
-  AllocTrackTypeInfo const before = countsOf("Counted");
-  EXPECT_THROW((void)make<Counted>(true), std::runtime_error);
-  EXPECT_EQ(countsOf("Counted").allocated, before.allocated);
+  AllocTrackTypeInfo const before = countsOf("Tracked");
+  EXPECT_THROW((void)make<Tracked>(true), std::runtime_error);
+  EXPECT_EQ(countsOf("Tracked").allocated, before.allocated);
 }
 
 TEST(AllocTrack, CountsEveryObjectOfSeveralThreads) {
   Kiv::VFPtrInterface::threadSafePointers_ = true;
-  AllocTrackTypeInfo const before = countsOf("Counted");
+  AllocTrackTypeInfo const before = countsOf("Tracked");
   constexpr U32 kObjects = 200'000;
   auto const makeMany = [] {
-    for (U32 i = 0; i < kObjects; ++i) (void)*make<Counted>(false);
+    for (U32 i = 0; i < kObjects; ++i) (void)*make<Tracked>(false);
   };
   std::thread other(makeMany);
   makeMany();
   other.join();
   Kiv::VFPtrInterface::threadSafePointers_ = false;
-  EXPECT_EQ(countsOf("Counted").allocated, before.allocated + 2 * kObjects);
-  EXPECT_EQ(countsOf("Counted").live(), 0u);
+  EXPECT_EQ(countsOf("Tracked").allocated, before.allocated + 2 * kObjects);
+  EXPECT_EQ(countsOf("Tracked").live(), 0u);
 }
 
 }  // namespace
