@@ -39,8 +39,8 @@ void batches(benchmark::State& state) {
   if (cannotRun(state)) return;
   Table table;
   table.fill();
-  auto const size = static_cast<std::size_t>(state.range(0));
-  std::size_t from = 0;
+  auto const size = static_cast<size_t>(state.range(0));
+  size_t from = 0;
   for (auto _ : state) {
     table.driver.apply(table.handle, std::span(table.changes).subspan(from, size),
                        std::span(table.results).first(size));
@@ -71,8 +71,8 @@ void walk(benchmark::State& state) {
   std::vector<U8> actions(8 * 4096);
   for (auto _ : state) {
     BfnDriver::WalkCursor cursor;
-    std::size_t rows = 0;
-    std::size_t all = 0;
+    size_t rows = 0;
+    size_t all = 0;
     while (!cursor.ended) {
       table.driver.walk(table.handle, cursor, keys, actions, rows);
       all += rows;

@@ -22,8 +22,8 @@ using Kiv::U32;
 using Kiv::U8;
 
 constexpr U32 kRows = 65'536;
-constexpr std::size_t kFrames = 65'536;
-constexpr std::size_t kFrameSize = 64;  // a tag, and the smallest payload
+constexpr size_t kFrames = 65'536;
+constexpr size_t kFrameSize = 64;  // a tag, and the smallest payload
 
 struct Flow {
   U16 vlan;
@@ -69,7 +69,7 @@ std::vector<U8> frameOf(Flow const& flow) {
 std::vector<std::vector<U8>> framesFor(int hitsInAHundred) {
   std::mt19937 random(1);
   std::vector<std::vector<U8>> frames;
-  for (std::size_t i = 0; i < kFrames; ++i) {
+  for (size_t i = 0; i < kFrames; ++i) {
     bool const hit = static_cast<int>(random() % 100) < hitsInAHundred;
     frames.push_back(frameOf(flowOf(static_cast<U32>(random() % kRows) + (hit ? 0 : kRows))));
   }
@@ -90,7 +90,7 @@ void inMemory(benchmark::State& state, bool udpChecksum) {
   config.tunnel.udpChecksum = udpChecksum;
   Forwarder forwarder(chip, config);
   auto const frames = framesFor(static_cast<int>(state.range(0)));
-  std::size_t at = 0;
+  size_t at = 0;
   for (auto _ : state) {
     benchmark::DoNotOptimize(forwarder.forward(frames[at]).packet.data());
     if (++at == frames.size()) at = 0;

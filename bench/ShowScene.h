@@ -36,8 +36,8 @@ struct Switch {
       std::snprintf(intf, sizeof intf, "Ethernet%u/%u", i / 64 + 1, i % 64 + 1);
       host.vrf(name, i + 1);
       host.port(intf, i + 1, i + 1);
-      unsigned const end = static_cast<unsigned>(std::size_t{kRows} * (i + 1) / vrfs);
-      for (unsigned n = static_cast<unsigned>(std::size_t{kRows} * i / vrfs); n < end; ++n) {
+      unsigned const end = static_cast<unsigned>(size_t{kRows} * (i + 1) / vrfs);
+      for (unsigned n = static_cast<unsigned>(size_t{kRows} * i / vrfs); n < end; ++n) {
         Line line{name,
                   0x0a000000u + n * 7,
                   {2, 0, 0, static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 8),
@@ -77,7 +77,7 @@ inline void appendLines(std::string& out, std::vector<Line> const& lines) {
                   line.mac[2], line.mac[3], line.mac[4], line.mac[5]);
     int const size =
         std::snprintf(text, sizeof text, "%-15s %-20s %-20s\n", line.vrf.c_str(), ip, mac);
-    out.append(text, static_cast<std::size_t>(size));
+    out.append(text, static_cast<size_t>(size));
   }
 }
 

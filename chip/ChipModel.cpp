@@ -51,7 +51,7 @@ WriteResult resultOf(Outcome outcome) {
 
 }  // namespace
 
-ChipModel::ChipModel(std::size_t capacity) {
+ChipModel::ChipModel(size_t capacity) {
   tableIs(kRewriteTable, capacity);
 }
 
@@ -175,16 +175,16 @@ bool ChipModel::read(TableHandle handle, ByteView key, std::span<Kiv::U8> action
 }
 
 void ChipModel::prefetch(TableHandle handle, ByteView key) const {
-  auto const number = static_cast<std::size_t>(handle);
+  auto const number = static_cast<size_t>(handle);
   if (number >= opened_.size() || key.size() != kKeyBytes) return;
   tables_[opened_[number].table].rows.prefetch(packed(copyOf(key)));
 }
 
 Status ChipModel::walk(TableHandle handle, BfnDriver::WalkCursor& cursor, std::span<Kiv::U8> keys,
-                       std::span<Kiv::U8> actions, std::size_t& rows) const {
+                       std::span<Kiv::U8> actions, size_t& rows) const {
   Table const* const table = tableOf(handle);
   if (table == nullptr) return Status::Error;
-  std::size_t const room = std::min(keys.size() / kKeyBytes, actions.size() / kActionBytes);
+  size_t const room = std::min(keys.size() / kKeyBytes, actions.size() / kActionBytes);
   if (room == 0) {
     lastErrorIs("no room for a row");
     return Status::Error;
@@ -206,12 +206,12 @@ Status ChipModel::walk(TableHandle handle, BfnDriver::WalkCursor& cursor, std::s
   return Status::Ok;
 }
 
-std::size_t ChipModel::entryCount(TableHandle handle) const {
+size_t ChipModel::entryCount(TableHandle handle) const {
   Table const* table = tableOf(handle);
   return table == nullptr ? 0 : table->rows.size();
 }
 
-std::size_t ChipModel::capacity(TableHandle handle) const {
+size_t ChipModel::capacity(TableHandle handle) const {
   Table const* table = tableOf(handle);
   return table == nullptr ? 0 : table->capacity;
 }
@@ -255,7 +255,7 @@ std::optional<MacBytes> ChipModel::lookup(U16 vlan, AddressBytes const& source, 
   return RewriteLayout::newSourceMac(row->action);
 }
 
-void ChipModel::tableIs(std::string_view name, std::size_t capacity) {
+void ChipModel::tableIs(std::string_view name, size_t capacity) {
   if (tableNamed(name, 0) == nullptr) {
     tables_.push_back({std::string(name), 0, capacity, RowTable(), {}});
   }
@@ -264,7 +264,7 @@ void ChipModel::tableIs(std::string_view name, std::size_t capacity) {
   }
 }
 
-std::size_t ChipModel::rowCount(std::string_view name, Kiv::U8 device) const {
+size_t ChipModel::rowCount(std::string_view name, Kiv::U8 device) const {
   Table const* table = tableNamed(name, device);
   return table == nullptr ? 0 : table->rows.size();
 }
@@ -279,7 +279,7 @@ std::vector<Row> ChipModel::rows(std::string_view name, Kiv::U8 device) const {
   return rows;
 }
 
-std::size_t ChipModel::capacityOf(std::string_view name, Kiv::U8 device) const {
+size_t ChipModel::capacityOf(std::string_view name, Kiv::U8 device) const {
   Table const* const table = tableNamed(name, device);
   return table == nullptr ? 0 : table->capacity;
 }

@@ -40,11 +40,11 @@ namespace BfnChip {
 class ChipModel final : public BfnDriver::TableDriver {
  public:
   static constexpr std::string_view kRewriteTable = "overlaySrcMacRewrite";
-  static constexpr std::size_t kDefaultCapacity = 65'536;
-  static constexpr std::size_t kUnlimited = ~std::size_t{0};
+  static constexpr size_t kDefaultCapacity = 65'536;
+  static constexpr size_t kUnlimited = ~size_t{0};
 
   /// A chip with an empty rewrite table and an unlimited pool.
-  explicit ChipModel(std::size_t capacity = kDefaultCapacity);
+  explicit ChipModel(size_t capacity = kDefaultCapacity);
   ~ChipModel() override;
 
   // The driver's side.
@@ -64,9 +64,9 @@ class ChipModel final : public BfnDriver::TableDriver {
   /// In the order of the mixed keys. Never fails as planned: that is for rows that are read alone.
   BfnDriver::Status walk(BfnDriver::TableHandle handle, BfnDriver::WalkCursor& cursor,
                          std::span<Kiv::U8> keys, std::span<Kiv::U8> actions,
-                         std::size_t& rows) const override;
-  std::size_t entryCount(BfnDriver::TableHandle handle) const override;
-  std::size_t capacity(BfnDriver::TableHandle handle) const override;
+                         size_t& rows) const override;
+  size_t entryCount(BfnDriver::TableHandle handle) const override;
+  size_t capacity(BfnDriver::TableHandle handle) const override;
   BfnDriver::Status rowHits(BfnDriver::TableHandle handle, BfnDriver::ByteView key,
                             Kiv::U64& hits) const override;
   BfnDriver::Status tableHits(BfnDriver::TableHandle handle,
@@ -81,9 +81,9 @@ class ChipModel final : public BfnDriver::TableDriver {
 
   // The lab's side.
   /// Adds a table that every device has, or sets the capacity of one that is there on all of them.
-  void tableIs(std::string_view name, std::size_t capacity);
+  void tableIs(std::string_view name, size_t capacity);
   /// Rows in the table, the rewrite table unless named. Zero for an unknown name or device.
-  std::size_t rowCount(std::string_view name = kRewriteTable, Kiv::U8 device = 0) const;
+  size_t rowCount(std::string_view name = kRewriteTable, Kiv::U8 device = 0) const;
   /// Copies of the rows, of the rewrite table in the order of RewriteLayout::KeyFields (VLAN, then
   /// address), of any other in the order of their key bytes.
   std::vector<Row> rows(std::string_view name = kRewriteTable, Kiv::U8 device = 0) const;
@@ -98,12 +98,12 @@ class ChipModel final : public BfnDriver::TableDriver {
   HitCounts hits() const;
   void hitsIs(HitCounts const& hits);
   /// Rows that the table takes. Zero for an unknown name or device.
-  std::size_t capacityOf(std::string_view name = kRewriteTable, Kiv::U8 device = 0) const;
+  size_t capacityOf(std::string_view name = kRewriteTable, Kiv::U8 device = 0) const;
 
   /// Units in the pool and how many of them rows hold.
-  std::size_t resources() const { return resources_; }
-  std::size_t resourcesInUse() const { return resourcesInUse_; }
-  void resourcesIs(std::size_t units) { resources_ = units; }
+  size_t resources() const { return resources_; }
+  size_t resourcesInUse() const { return resourcesInUse_; }
+  void resourcesIs(size_t units) { resources_ = units; }
 
   /// The plans for writes, for erases and for reads of a row: each counts its own calls.
   FaultPlan& faults() { return faults_; }
@@ -116,7 +116,7 @@ class ChipModel final : public BfnDriver::TableDriver {
   struct Table {
     std::string name;
     Kiv::U8 device;
-    std::size_t capacity;
+    size_t capacity;
     RowTable rows;
     BfnDriver::TableHits hits;
   };
@@ -133,7 +133,7 @@ class ChipModel final : public BfnDriver::TableDriver {
 
   /// Null, with the reason in lastError(), for an unknown handle or a key of another width.
   Opened const* opened(BfnDriver::TableHandle handle) const {
-    auto const number = static_cast<std::size_t>(handle);
+    auto const number = static_cast<size_t>(handle);
     if (number < opened_.size() && !opened_[number].closed) [[likely]] {
       return &opened_[number];
     }
@@ -162,8 +162,8 @@ class ChipModel final : public BfnDriver::TableDriver {
   /// The first one is device 0's rewrite table.
   std::vector<Table> tables_;
   std::vector<Opened> opened_;
-  std::size_t resources_ = kUnlimited;
-  std::size_t resourcesInUse_ = 0;
+  size_t resources_ = kUnlimited;
+  size_t resourcesInUse_ = 0;
   FaultPlan faults_;
   FaultPlan eraseFaults_;
   mutable FaultPlan readFaults_;  // a read that fails as planned uses its plan up

@@ -58,9 +58,9 @@ WriteResult FaultingDriver::room(TableHandle table, ByteView key, ByteView actio
   return full ? WriteResult::TableFull : WriteResult::NoSysResources;
 }
 
-std::size_t FaultingDriver::resourcesInUse() const {
+size_t FaultingDriver::resourcesInUse() const {
   if (resources_ == kUnlimited) return 0;
-  std::size_t rows = 0;
+  size_t rows = 0;
   for (auto each = opened_.begin(); each != opened_.end(); ++each) {
     bool const counted = std::any_of(opened_.begin(), each, [each](Opened const& earlier) {
       return earlier.device == each->device && earlier.table == each->table;
@@ -117,7 +117,7 @@ bool FaultingDriver::read(TableHandle table, ByteView key, std::span<Kiv::U8> ac
   return readRow(table, key, action) == Status::Ok;
 }
 
-std::size_t FaultingDriver::capacity(TableHandle table) const {
+size_t FaultingDriver::capacity(TableHandle table) const {
   return std::min(capacity_, next().capacity(table));
 }
 

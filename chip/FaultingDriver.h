@@ -24,14 +24,14 @@ namespace BfnChip {
 /// it.
 class FaultingDriver final : public BfnDriver::ForwardingDriver {
  public:
-  static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+  static constexpr size_t kUnlimited = std::numeric_limits<size_t>::max();
 
   explicit FaultingDriver(BfnDriver::TableDriver& chip) : ForwardingDriver(chip) {}
 
   /// Rows that each table takes, when the chip's takes more. Rows that are there stay.
-  void capacityIs(std::size_t rows) { capacity_ = rows; }
+  void capacityIs(size_t rows) { capacity_ = rows; }
   /// Units of the pool that every row of a table that has been opened here takes one of.
-  void resourcesIs(std::size_t units) { resources_ = units; }
+  void resourcesIs(size_t units) { resources_ = units; }
   /// The plans for writes, for erases (clear() is one) and for reads of a row: each counts its own
   /// calls.
   FaultPlan& faults() { return faults_; }
@@ -50,7 +50,7 @@ class FaultingDriver final : public BfnDriver::ForwardingDriver {
                             std::span<Kiv::U8> action) const override;
   bool read(BfnDriver::TableHandle table, BfnDriver::ByteView key,
             std::span<Kiv::U8> action) const override;
-  std::size_t capacity(BfnDriver::TableHandle table) const override;
+  size_t capacity(BfnDriver::TableHandle table) const override;
   /// Empty after a planned failure.
   std::string const& lastError() const override;
 
@@ -64,14 +64,14 @@ class FaultingDriver final : public BfnDriver::ForwardingDriver {
   };
 
   bool limited() const { return capacity_ != kUnlimited || resources_ != kUnlimited; }
-  std::size_t resourcesInUse() const;
+  size_t resourcesInUse() const;
   void fail(Fault const& fault) const;
   /// Why a write must be refused; Ok when it need not.
   BfnDriver::WriteResult room(BfnDriver::TableHandle table, BfnDriver::ByteView key,
                               BfnDriver::ByteView action) const;
 
-  std::size_t capacity_ = kUnlimited;
-  std::size_t resources_ = kUnlimited;
+  size_t capacity_ = kUnlimited;
+  size_t resources_ = kUnlimited;
   FaultPlan faults_;
   FaultPlan eraseFaults_;
   mutable FaultPlan readFaults_;  // a read that fails as planned uses its plan up

@@ -51,9 +51,9 @@ std::ostream& operator<<(std::ostream& out, JournalEntry const& entry) {
   return out << ' ' << entry.outcome;
 }
 
-JournalEntry const& Journal::at(std::size_t i) const {
+JournalEntry const& Journal::at(size_t i) const {
   KIV_CHECK(i < entries_.size(), "journal entry ", i, " of ", entries_.size());
-  std::size_t const at = oldest_ + i;
+  size_t const at = oldest_ + i;
   return entries_[at < entries_.size() ? at : at - entries_.size()];
 }
 
@@ -69,7 +69,7 @@ void Journal::append(JournalEntry const& entry) {
 }
 
 void Journal::grow() {
-  constexpr std::size_t kFirst = 64;
+  constexpr size_t kFirst = 64;
   entries_.reserve(std::min(limit_, std::max(kFirst, 2 * entries_.capacity())));
 }
 
@@ -79,10 +79,10 @@ void Journal::straighten() {
   oldest_ = 0;
 }
 
-void Journal::limitIs(std::size_t limit) {
+void Journal::limitIs(size_t limit) {
   straighten();
   if (limit < entries_.size()) {
-    std::size_t const excess = entries_.size() - limit;
+    size_t const excess = entries_.size() - limit;
     entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(excess));
     entries_.shrink_to_fit();
     dropped_ += excess;

@@ -48,15 +48,15 @@ std::ostream& operator<<(std::ostream& out, JournalEntry const& entry);
 /// limit of 0 switches the journal off.
 class Journal {
  public:
-  static constexpr std::size_t kDefaultLimit = 65'536;
+  static constexpr size_t kDefaultLimit = 65'536;
 
-  std::size_t size() const { return entries_.size(); }
-  std::size_t limit() const { return limit_; }
+  size_t size() const { return entries_.size(); }
+  size_t limit() const { return limit_; }
   /// Entries that were pushed out, or not recorded, since the last take or clear.
   Kiv::U64 dropped() const { return dropped_; }
 
   /// Lowering the limit below the size drops the oldest entries.
-  void limitIs(std::size_t limit);
+  void limitIs(size_t limit);
   /// Never throws after makeRoom(); without it, std::bad_alloc with nothing changed.
   void append(JournalEntry const& entry);
   /// Makes room for one more entry. Throws std::bad_alloc.
@@ -64,7 +64,7 @@ class Journal {
     if (entries_.size() == entries_.capacity() && entries_.size() < limit_) grow();
   }
   /// The `i`-th oldest entry, i < size().
-  JournalEntry const& at(std::size_t i) const;
+  JournalEntry const& at(size_t i) const;
   /// All entries, oldest first; the journal is empty afterwards and its storage released.
   std::vector<JournalEntry> take();
   void clear();
@@ -75,8 +75,8 @@ class Journal {
 
   std::vector<JournalEntry> entries_;
   /// Index of the oldest entry; non-zero only while the journal is full.
-  std::size_t oldest_ = 0;
-  std::size_t limit_ = kDefaultLimit;
+  size_t oldest_ = 0;
+  size_t limit_ = kDefaultLimit;
   Kiv::U64 dropped_ = 0;
 };
 

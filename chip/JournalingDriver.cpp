@@ -67,7 +67,7 @@ EraseResult JournalingDriver::erase(TableHandle table, ByteView key) {
 void JournalingDriver::apply(TableHandle table, std::span<BfnDriver::Change const> changes,
                              std::span<Status> results) {
   next().apply(table, changes, results);
-  for (std::size_t i = 0; i < changes.size(); ++i) {
+  for (size_t i = 0; i < changes.size(); ++i) {
     BfnDriver::Change const& change = changes[i];
     bool const write = change.kind == BfnDriver::Change::Kind::Write;
     try {

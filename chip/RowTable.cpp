@@ -12,9 +12,9 @@ namespace {
 using Kiv::U64;
 
 // Doubled, it gives tables of 2^n rows a fill of two thirds.
-constexpr std::size_t kFirstHomes = 12;
+constexpr size_t kFirstHomes = 12;
 // Overflow places after the last home; more are added when they are needed.
-constexpr std::size_t kSpill = 16;
+constexpr size_t kSpill = 16;
 
 // The number whose product with the odd number x is 1, modulo 2^64; each step doubles the bits.
 constexpr U64 inverse(U64 x) {
@@ -36,8 +36,8 @@ U64 RowTable::unmix(U64 mixed) {
 RowTable::Slot& RowTable::insert(U64 key, U64 action) {
   if (4 * (size_ + 1) > 3 * homes_) grow();
   U64 const mixed = mix(key);
-  std::size_t const at = placeOf(mixed);
-  std::size_t end = at;
+  size_t const at = placeOf(mixed);
+  size_t end = at;
   while (slots_[end].word != kFree) ++end;
   if (end + 1 == slots_.size()) slots_.emplace_back();
   auto const first = slots_.begin() + static_cast<std::ptrdiff_t>(at);
@@ -52,7 +52,7 @@ RowTable::Slot& RowTable::insert(U64 key, U64 action) {
 bool RowTable::erase(U64 key) {
   if (size_ == 0) return false;
   U64 const mixed = mix(key);
-  std::size_t at = placeOf(mixed);
+  size_t at = placeOf(mixed);
   if (slots_[at].mixedKey != mixed || slots_[at].word == kFree) return false;
   while (slots_[at + 1].word != kFree && home(slots_[at + 1].mixedKey) <= at) {
     slots_[at] = slots_[at + 1];
@@ -65,11 +65,11 @@ bool RowTable::erase(U64 key) {
 
 // In order, so each row is placed at its home or right after the previous row.
 void RowTable::grow() {
-  std::size_t const homes = homes_ == 0 ? kFirstHomes : 2 * homes_;
+  size_t const homes = homes_ == 0 ? kFirstHomes : 2 * homes_;
   std::vector<Slot> larger;
   larger.reserve(homes + kSpill);
   larger.resize(homes + 1);
-  std::size_t next = 0;
+  size_t next = 0;
   for (Slot const& slot : slots_) {
     if (slot.word == kFree) continue;
     next = std::max(next, home(slot.mixedKey, homes));
@@ -82,7 +82,7 @@ void RowTable::grow() {
 
 RowTable::Slot const* RowTable::notBelow(U64 place) const {
   if (size_ == 0) return nullptr;
-  for (std::size_t at = placeOf(place); at < slots_.size(); ++at) {
+  for (size_t at = placeOf(place); at < slots_.size(); ++at) {
     if (slots_[at].word != kFree) return &slots_[at];
   }
   return nullptr;
@@ -114,7 +114,7 @@ std::vector<Kiv::U64> RowTable::hits() const {
 
 void RowTable::hitsIs(std::vector<Kiv::U64> const& hits) {
   KIV_CHECK(hits.size() == slots_.size(), hits.size());
-  for (std::size_t i = 0; i < slots_.size(); ++i) slots_[i].word = hits[i];
+  for (size_t i = 0; i < slots_.size(); ++i) slots_[i].word = hits[i];
 }
 
 }  // namespace BfnChip

@@ -11,22 +11,22 @@
 
 namespace BfnChip {
 
-inline constexpr std::size_t kKeyBytes = 8;
-inline constexpr std::size_t kActionBytes = 8;
+inline constexpr size_t kKeyBytes = 8;
+inline constexpr size_t kActionBytes = 8;
 
 using KeyBytes = std::array<Kiv::U8, kKeyBytes>;
 using ActionBytes = std::array<Kiv::U8, kActionBytes>;
 
 /// Eight bytes as one number, the first byte lowest; and back. Rows are stored and compared in this
 /// form.
-template <std::size_t N>
+template <size_t N>
 constexpr Kiv::U64 packed(std::array<Kiv::U8, N> const& bytes) {
   static_assert(N <= 8);
   if constexpr (N == 8 && std::endian::native == std::endian::little) {
     return std::bit_cast<Kiv::U64>(bytes);
   } else {
     Kiv::U64 word = 0;
-    for (std::size_t i = 0; i < N; ++i) word |= Kiv::U64{bytes[i]} << (8 * i);
+    for (size_t i = 0; i < N; ++i) word |= Kiv::U64{bytes[i]} << (8 * i);
     return word;
   }
 }
@@ -36,7 +36,7 @@ constexpr KeyBytes unpacked(Kiv::U64 word) {
     return std::bit_cast<KeyBytes>(word);
   } else {
     KeyBytes bytes{};
-    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<Kiv::U8>(word >> (8 * i));
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<Kiv::U8>(word >> (8 * i));
     return bytes;
   }
 }
@@ -70,7 +70,7 @@ class RowTable {
     Kiv::U64 word = kFree;
   };
 
-  std::size_t size() const { return size_; }
+  size_t size() const { return size_; }
 
   /// Keys and actions are packed. Null when there is no such row.
   Slot* find(Kiv::U64 key) { return const_cast<Slot*>(std::as_const(*this).find(key)); }
@@ -116,13 +116,13 @@ class RowTable {
   }
   static Kiv::U64 unmix(Kiv::U64 mixed);
 
-  static std::size_t home(Kiv::U64 mixed, std::size_t homes) {
-    return static_cast<std::size_t>(static_cast<Wide>(mixed) * homes >> 64);
+  static size_t home(Kiv::U64 mixed, size_t homes) {
+    return static_cast<size_t>(static_cast<Wide>(mixed) * homes >> 64);
   }
-  std::size_t home(Kiv::U64 mixed) const { return home(mixed, homes_); }
+  size_t home(Kiv::U64 mixed) const { return home(mixed, homes_); }
   /// The index of the row, or where it would be inserted. A free slot's mixed key ends the search.
-  std::size_t placeOf(Kiv::U64 mixed) const {
-    std::size_t at = home(mixed);
+  size_t placeOf(Kiv::U64 mixed) const {
+    size_t at = home(mixed);
     while (slots_[at].mixedKey < mixed) ++at;
     return at;
   }
@@ -131,8 +131,8 @@ class RowTable {
   /// homes_ places to point at, then an overflow for rows displaced from the last ones. The last
   /// one is always free.
   std::vector<Slot> slots_;
-  std::size_t homes_ = 0;
-  std::size_t size_ = 0;
+  size_t homes_ = 0;
+  size_t size_ = 0;
 };
 
 }  // namespace BfnChip

@@ -57,8 +57,7 @@ int BpfMap::nextKey(void const* key, void* next) const {
   return errorOf(bpf_map_get_next_key(fd_.get(), key, next));
 }
 
-int BpfMap::updateMany(void const* keys, void const* values, std::size_t count,
-                       std::size_t& done) const {
+int BpfMap::updateMany(void const* keys, void const* values, size_t count, size_t& done) const {
   auto number = static_cast<U32>(count);
   bpf_map_batch_opts const options = batchOptions();
   int const result = bpf_map_update_batch(fd_.get(), keys, values, &number, &options);
@@ -67,7 +66,7 @@ int BpfMap::updateMany(void const* keys, void const* values, std::size_t count,
   return errorOf(result);
 }
 
-int BpfMap::eraseMany(void const* keys, std::size_t count, std::size_t& done) const {
+int BpfMap::eraseMany(void const* keys, size_t count, size_t& done) const {
   auto number = static_cast<U32>(count);
   bpf_map_batch_opts const options = batchOptions();
   int const result = bpf_map_delete_batch(fd_.get(), keys, &number, &options);
@@ -75,18 +74,16 @@ int BpfMap::eraseMany(void const* keys, std::size_t count, std::size_t& done) co
   return errorOf(result);
 }
 
-int BpfMap::walk(Cursor& cursor, void* keys, void* values, std::size_t room,
-                 std::size_t& count) const {
+int BpfMap::walk(Cursor& cursor, void* keys, void* values, size_t room, size_t& count) const {
   return batch(bpf_map_lookup_batch, cursor, keys, values, room, count);
 }
 
-int BpfMap::take(Cursor& cursor, void* keys, void* values, std::size_t room,
-                 std::size_t& count) const {
+int BpfMap::take(Cursor& cursor, void* keys, void* values, size_t room, size_t& count) const {
   return batch(bpf_map_lookup_and_delete_batch, cursor, keys, values, room, count);
 }
 
-int BpfMap::batch(BatchCall* call, Cursor& cursor, void* keys, void* values, std::size_t room,
-                  std::size_t& count) const {
+int BpfMap::batch(BatchCall* call, Cursor& cursor, void* keys, void* values, size_t room,
+                  size_t& count) const {
   count = 0;
   if (cursor.ended) return 0;
   auto number = static_cast<U32>(room);
@@ -102,10 +99,10 @@ int BpfMap::batch(BatchCall* call, Cursor& cursor, void* keys, void* values, std
   return 0;
 }
 
-std::size_t possibleCpus() {
+size_t possibleCpus() {
   int const cpus = libbpf_num_possible_cpus();
   if (cpus < 0) fail("the number of CPUs is unknown", -cpus);
-  return static_cast<std::size_t>(cpus);
+  return static_cast<size_t>(cpus);
 }
 
 }  // namespace BfnKernel

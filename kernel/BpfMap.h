@@ -45,8 +45,8 @@ class BpfMap {
   int nextKey(void const* key, void* next) const;
 
   /// Stores `count` pairs one after another until one fails. `done` is the number stored.
-  int updateMany(void const* keys, void const* values, std::size_t count, std::size_t& done) const;
-  int eraseMany(void const* keys, std::size_t count, std::size_t& done) const;
+  int updateMany(void const* keys, void const* values, size_t count, size_t& done) const;
+  int eraseMany(void const* keys, size_t count, size_t& done) const;
 
   /// Where a walk by batches is. A hash map keeps each entry in its bucket, so that a walk gives
   /// each entry that stays exactly once, whatever is added or removed meanwhile.
@@ -58,20 +58,20 @@ class BpfMap {
   /// Copies up to `room` entries from the cursor on, whole buckets, and moves the cursor after
   /// them; `count` is their number. ENOSPC, and the cursor stays, when the next bucket alone has
   /// more entries than that.
-  int walk(Cursor& cursor, void* keys, void* values, std::size_t room, std::size_t& count) const;
+  int walk(Cursor& cursor, void* keys, void* values, size_t room, size_t& count) const;
   /// The same, and removes the entries that it copies.
-  int take(Cursor& cursor, void* keys, void* values, std::size_t room, std::size_t& count) const;
+  int take(Cursor& cursor, void* keys, void* values, size_t room, size_t& count) const;
 
  private:
   using BatchCall = int(int, void*, void*, void*, void*, Kiv::U32*, bpf_map_batch_opts const*);
-  int batch(BatchCall* call, Cursor& cursor, void* keys, void* values, std::size_t room,
-            std::size_t& count) const;
+  int batch(BatchCall* call, Cursor& cursor, void* keys, void* values, size_t room,
+            size_t& count) const;
 
   FileDescriptor fd_;
   Shape shape_;
 };
 
 /// The number of values that a per-CPU map has for each key. Throws KernelError.
-std::size_t possibleCpus();
+size_t possibleCpus();
 
 }  // namespace BfnKernel

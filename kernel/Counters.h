@@ -9,7 +9,7 @@
 
 namespace BfnKernel {
 
-inline constexpr std::size_t kFrameVerdicts = MAC_REWRITE_VERDICTS;
+inline constexpr size_t kFrameVerdicts = MAC_REWRITE_VERDICTS;
 
 /// The verdicts on the frames that the program has seen.
 struct FrameCounters {

@@ -134,7 +134,7 @@ KernelProgram::KernelProgram(KernelOptions const& options) : directory_(checked(
   mounted_ = layout.mounted != 0 || directory_.mounted();
   if (layout.version == 0 && options.rows == 0) return;
   load(layout.version, options.rows);
-  if (std::size_t const rows = this->rows().shape().entries; rows != options.rows) {
+  if (size_t const rows = this->rows().shape().entries; rows != options.rows) {
     notices_.push_back("the table in " + directory().string() + " has " + std::to_string(rows) +
                        " rows; " + std::to_string(options.rows) + " were asked for");
   }
@@ -175,10 +175,10 @@ mac_rewrite_layout KernelProgram::pinnedLayout() const {
 }
 
 // Loads the program on the maps that are pinned and on new ones in place of those that are not.
-void KernelProgram::load(U32 layout, std::size_t rows) {
+void KernelProgram::load(U32 layout, size_t rows) {
   Skeleton const program;
   std::array<bpf_map*, kMaps> const maps = program.maps();
-  for (std::size_t i = 0; i < kMaps; ++i) {
+  for (size_t i = 0; i < kMaps; ++i) {
     auto const pinned = BpfMap::pinned(directory_.of(kMapNames[i]));
     if (pinned && sameShape(pinned->shape(), maps[i])) {
       if (i == kRows) rows = pinned->shape().entries;
@@ -195,7 +195,7 @@ void KernelProgram::load(U32 layout, std::size_t rows) {
   }
   libraryText().clear();
   if (int const error = mac_rewrite__load(program.skeleton.get()); error < 0) failToLoad(-error);
-  for (std::size_t i = 0; i < kMaps; ++i) maps_[i] = BpfMap(copyOf(bpf_map__fd(maps[i])));
+  for (size_t i = 0; i < kMaps; ++i) maps_[i] = BpfMap(copyOf(bpf_map__fd(maps[i])));
   program_ = copyOf(bpf_program__fd(program.skeleton->progs.mac_rewrite));
   if (layout == 1) convertDevices();
 }
@@ -218,7 +218,7 @@ void KernelProgram::convertDevices() {
 // The layout comes last: what has it is whole.
 void KernelProgram::pinNew() {
   if (mkdir(directory_.of(kNew).c_str(), 0700) != 0) fail(directory_.of(kNew));
-  for (std::size_t i = 0; i < kMaps; ++i) pin(maps_[i].fd(), newPin(kMapNames[i]));
+  for (size_t i = 0; i < kMaps; ++i) pin(maps_[i].fd(), newPin(kMapNames[i]));
   pin(fd(), newPin(kProgram));
 
   mac_rewrite_layout const layout{MAC_REWRITE_LAYOUT, mounted_ ? 1u : 0u};
@@ -289,7 +289,7 @@ FrameCounters KernelProgram::counters() const {
     fail("the counters", error);
   }
   for (mac_rewrite_counters const& cpu : byCpu) {
-    for (std::size_t i = 0; i < kFrameVerdicts; ++i) counters.byVerdict[i] += cpu.frames[i];
+    for (size_t i = 0; i < kFrameVerdicts; ++i) counters.byVerdict[i] += cpu.frames[i];
   }
   return counters;
 }

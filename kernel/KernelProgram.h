@@ -14,14 +14,14 @@
 namespace BfnKernel {
 
 struct KernelOptions {
-  static constexpr std::size_t kDefaultRows = 65'536;
+  static constexpr size_t kDefaultRows = 65'536;
 
   /// Where maps and program are pinned: a directory of a bpf file system, or one on which a bpf
   /// file system can be mounted. Mind that `ip netns exec` mounts /sys again, so that what is below
   /// /sys/fs/bpf is not seen there.
   std::filesystem::path directory;
   /// The rows of a table that is made. One that is there keeps its own number.
-  std::size_t rows = kDefaultRows;
+  size_t rows = kDefaultRows;
 };
 
 /// The program that looks frames up and its maps, pinned in a directory.
@@ -67,7 +67,7 @@ class KernelProgram {
   void remove();
 
  private:
-  enum MapName : std::size_t { kRows, kHits, kDevices, kVnis, kCounters, kMaps };
+  enum MapName : size_t { kRows, kHits, kDevices, kVnis, kCounters, kMaps };
   static constexpr std::array<char const*, kMaps> kMapNames{"rows", "hits", "devices", "vnis",
                                                             "counters"};
   struct Skeleton;
@@ -75,7 +75,7 @@ class KernelProgram {
   BpfMap const& map(MapName name) const { return maps_[name]; }
   std::string newPin(char const* name) const;
   mac_rewrite_layout pinnedLayout() const;
-  void load(Kiv::U32 layout, std::size_t rows);
+  void load(Kiv::U32 layout, size_t rows);
   void convertDevices();
   void pinNew();
   void install();

@@ -43,11 +43,11 @@ using KeySet = Kiv::HashTable<KeyTraits>;
 
 constexpr U32 kSeed = 0x6b657973;
 // Rows that one system call copies.
-constexpr std::size_t kBatch = 1'024;
+constexpr size_t kBatch = 1'024;
 // A table is copied after so many announced rows of a turn, or this share of the table's.
-constexpr std::size_t kLeastHints = 256;
-constexpr std::size_t kFirstShare = 32;
-constexpr std::size_t kCopyBatch = 4'096;
+constexpr size_t kLeastHints = 256;
+constexpr size_t kFirstShare = 32;
+constexpr size_t kCopyBatch = 4'096;
 
 Word wordOf(ByteView bytes) {
   Word word = 0;
@@ -88,8 +88,8 @@ class KernelTable::Table {
 
   U8 device() const { return device_; }
   KernelProgram& program() const { return program_; }
-  std::size_t size() const { return keys_.size(); }
-  std::size_t capacity() const { return exists() ? program_.rows().shape().entries : 0; }
+  size_t size() const { return keys_.size(); }
+  size_t capacity() const { return exists() ? program_.rows().shape().entries : 0; }
 
   int write(Word key, Word action);
   int erase(Word key);
@@ -98,13 +98,13 @@ class KernelTable::Table {
   void turnEnded();
   int clear();
   /// Memory for that many rows more.
-  void reserve(std::size_t rows) { keys_.reserve(keys_.size() + rows); }
-  int walk(WalkCursor& cursor, std::span<U8> keys, std::span<U8> actions, std::size_t& rows);
+  void reserve(size_t rows) { keys_.reserve(keys_.size() + rows); }
+  int walk(WalkCursor& cursor, std::span<U8> keys, std::span<U8> actions, size_t& rows);
   int hits(Word key, U64& hits) const;
   int hitsClear();
 
   /// Store the rows, remove the keys, in order; `report` gets the place of each and its errno.
-  using Report = std::function<void(std::size_t place, int error)>;
+  using Report = std::function<void(size_t place, int error)>;
   void writeMany(std::span<Word const> keys, std::span<Word const> actions, Report const& report);
   void eraseMany(std::span<Word const> keys, Report const& report);
 
@@ -118,7 +118,7 @@ class KernelTable::Table {
   void makeCopy();
   void keep(Word key) noexcept;
   int recount();
-  static int removeAll(BpfMap const& map, std::size_t valueBytes);
+  static int removeAll(BpfMap const& map, size_t valueBytes);
   void hitsErase(std::span<Word const> keys);
 
   U8 const device_;
@@ -129,8 +129,8 @@ class KernelTable::Table {
   RowCopy copy_;
   /// Whether the host ends its turns.
   bool turns_ = false;
-  std::size_t hints_ = 0;  // in this turn
-  std::size_t share_ = kFirstShare;
+  size_t hints_ = 0;  // in this turn
+  size_t share_ = kFirstShare;
 };
 
 int KernelTable::Table::read(Word key, Word& action) {
@@ -174,7 +174,7 @@ void KernelTable::Table::makeCopy() {
     copy_.roomIs(size() + kCopyBatch);
     BpfMap::Cursor cursor;
     while (!cursor.ended) {
-      std::size_t count = 0;
+      size_t count = 0;
       int const error =
           program_.rows().walk(cursor, keys.data(), actions.data(), kCopyBatch, count);
       if (error == 0 && copy_.add({keys.data(), count}, {actions.data(), count})) continue;
@@ -231,14 +231,14 @@ void KernelTable::Table::keep(Word key) noexcept {
 
 void KernelTable::Table::writeMany(std::span<Word const> keys, std::span<Word const> actions,
                                    Report const& report) {
-  std::size_t at = 0;
+  size_t at = 0;
   while (at < keys.size()) {
-    std::size_t done = 0;
+    size_t done = 0;
     if (exists()) {
       program_.rows().updateMany(&keys[at], &actions[at], keys.size() - at, done);
       changed();
     }
-    for (std::size_t const end = at + done; at < end; ++at) {
+    for (size_t const end = at + done; at < end; ++at) {
       keep(keys[at]);
       report(at, 0);
     }
@@ -251,15 +251,15 @@ void KernelTable::Table::writeMany(std::span<Word const> keys, std::span<Word co
 }
 
 void KernelTable::Table::eraseMany(std::span<Word const> keys, Report const& report) {
-  std::size_t at = 0;
+  size_t at = 0;
   while (at < keys.size()) {
-    std::size_t done = 0;
+    size_t done = 0;
     if (exists()) {
       program_.rows().eraseMany(&keys[at], keys.size() - at, done);
       changed();
     }
     hitsErase(keys.subspan(at, done));
-    for (std::size_t const end = at + done; at < end; ++at) {
+    for (size_t const end = at + done; at < end; ++at) {
       keys_.erase(keys[at]);
       report(at, 0);
     }
@@ -273,7 +273,7 @@ void KernelTable::Table::eraseMany(std::span<Word const> keys, Report const& rep
 // Most rows may never have been hit: those are passed over.
 void KernelTable::Table::hitsErase(std::span<Word const> keys) {
   while (!keys.empty()) {
-    std::size_t done = 0;
+    size_t done = 0;
     if (keys.size() == 1) {
       program_.hits().erase(keys.data());
     } else {
@@ -284,12 +284,12 @@ void KernelTable::Table::hitsErase(std::span<Word const> keys) {
 }
 
 // By batches of bounded size, each removed in the call that finds it.
-int KernelTable::Table::removeAll(BpfMap const& map, std::size_t valueBytes) {
+int KernelTable::Table::removeAll(BpfMap const& map, size_t valueBytes) {
   std::vector<Word> keys(kBatch);
   std::vector<U8> values(kBatch * valueBytes);
   BpfMap::Cursor cursor;
   while (!cursor.ended) {
-    std::size_t count = 0;
+    size_t count = 0;
     if (int const error = map.take(cursor, keys.data(), values.data(), kBatch, count)) return error;
   }
   return 0;
@@ -330,7 +330,7 @@ int KernelTable::Table::recount() {
   KeySet found(kSeed);
   BpfMap::Cursor cursor;
   while (!cursor.ended) {
-    std::size_t count = 0;
+    size_t count = 0;
     int const error = program_.rows().walk(cursor, keys.data(), actions.data(), kBatch, count);
     if (error != 0) return error;
     for (Word const key : std::span(keys.data(), count)) found.insert(key);
@@ -342,14 +342,14 @@ int KernelTable::Table::recount() {
 // A cursor's place: the bucket, one up so that 0 is a new walk; and the rows so far with the
 // number of changes at the walk's start.
 int KernelTable::Table::walk(WalkCursor& cursor, std::span<U8> keys, std::span<U8> actions,
-                             std::size_t& rows) {
+                             size_t& rows) {
   BpfMap::Cursor place;
   place.started = cursor.place[0] != 0;
   place.bucket = place.started ? static_cast<U32>(cursor.place[0] - 1) : 0;
   place.ended = cursor.ended || !exists();
   U32 const changesAtStart = place.started ? static_cast<U32>(cursor.place[1] >> 32) : changes_;
-  std::size_t const room = std::min(keys.size() / kKeyBytes, actions.size() / kActionBytes);
-  std::size_t count = 0;
+  size_t const room = std::min(keys.size() / kKeyBytes, actions.size() / kActionBytes);
+  size_t count = 0;
   if (!place.ended) {
     if (int const error = program_.rows().walk(place, keys.data(), actions.data(), room, count)) {
       return error;
@@ -397,7 +397,7 @@ void KernelTable::closeSession(U32 session) {
 }
 
 KernelTable::Table* KernelTable::tableOf(TableHandle handle) const {
-  auto const number = static_cast<std::size_t>(handle);
+  auto const number = static_cast<size_t>(handle);
   if (number >= opened_.size() || opened_[number].closed) return nullptr;
   auto const table = std::ranges::find(tables_, opened_[number].device, &Table::device);
   return table == tables_.end() ? nullptr : table->get();
@@ -454,23 +454,21 @@ void KernelTable::apply(TableHandle handle, std::span<Change const> changes,
     TableDriver::apply(handle, changes, results);
     return;
   }
-  std::size_t at = 0;
+  size_t at = 0;
   while (at < changes.size()) {
     if (!valid(changes[at])) {
       results[at++] = refused();
       continue;
     }
     Change::Kind const kind = changes[at].kind;
-    std::size_t const first = at;
+    size_t const first = at;
     keys.clear();
     actions.clear();
     for (; at < changes.size() && changes[at].kind == kind && valid(changes[at]); ++at) {
       keys.push_back(wordOf(changes[at].key));
       if (kind == Change::Kind::Write) actions.push_back(wordOf(changes[at].action));
     }
-    auto const report = [&](std::size_t place, int error) {
-      results[first + place] = reported(error);
-    };
+    auto const report = [&](size_t place, int error) { results[first + place] = reported(error); };
     if (kind == Change::Kind::Write) {
       table->writeMany(keys, actions, std::ref(report));
     } else {
@@ -507,17 +505,17 @@ bool KernelTable::read(TableHandle handle, ByteView key, std::span<U8> action) c
 }
 
 Status KernelTable::walk(TableHandle handle, WalkCursor& cursor, std::span<U8> keys,
-                         std::span<U8> actions, std::size_t& rows) const {
+                         std::span<U8> actions, size_t& rows) const {
   Table* const table = tableOf(handle);
   return table == nullptr ? refused() : reported(table->walk(cursor, keys, actions, rows));
 }
 
-std::size_t KernelTable::entryCount(TableHandle handle) const {
+size_t KernelTable::entryCount(TableHandle handle) const {
   Table const* const table = tableOf(handle);
   return table == nullptr ? 0 : table->size();
 }
 
-std::size_t KernelTable::capacity(TableHandle handle) const {
+size_t KernelTable::capacity(TableHandle handle) const {
   Table const* const table = tableOf(handle);
   return table == nullptr ? 0 : table->capacity();
 }

@@ -26,8 +26,8 @@ namespace BfnKernel {
 class KernelTable final : public BfnDriver::TableDriver {
  public:
   static constexpr std::string_view kRewriteTable = "overlaySrcMacRewrite";
-  static constexpr std::size_t kKeyBytes = 8;
-  static constexpr std::size_t kActionBytes = 8;
+  static constexpr size_t kKeyBytes = 8;
+  static constexpr size_t kActionBytes = 8;
 
   KernelTable();
   /// The rewrite table of device 0.
@@ -55,9 +55,9 @@ class KernelTable final : public BfnDriver::TableDriver {
   void turnEnded() override;
   BfnDriver::Status walk(BfnDriver::TableHandle handle, BfnDriver::WalkCursor& cursor,
                          std::span<Kiv::U8> keys, std::span<Kiv::U8> actions,
-                         std::size_t& rows) const override;
-  std::size_t entryCount(BfnDriver::TableHandle handle) const override;
-  std::size_t capacity(BfnDriver::TableHandle handle) const override;
+                         size_t& rows) const override;
+  size_t entryCount(BfnDriver::TableHandle handle) const override;
+  size_t capacity(BfnDriver::TableHandle handle) const override;
   BfnDriver::Status rowHits(BfnDriver::TableHandle handle, BfnDriver::ByteView key,
                             Kiv::U64& hits) const override;
   BfnDriver::Status tableHits(BfnDriver::TableHandle handle,

@@ -16,7 +16,7 @@ using Kiv::U32;
 namespace {
 
 // More than the kernel puts into one datagram of a dump.
-constexpr std::size_t kDatagram = 64 * 1024;
+constexpr size_t kDatagram = 64 * 1024;
 
 std::byte const* bytesOf(nlmsghdr const& head) {
   return reinterpret_cast<std::byte const*>(&head);
@@ -34,8 +34,7 @@ void eachMessage(std::span<std::byte const> datagram, Netlink::Reader const& rea
     auto const& head = *reinterpret_cast<nlmsghdr const*>(datagram.data());
     if (head.nlmsg_len < sizeof head || head.nlmsg_len > datagram.size()) return;
     read(head);
-    datagram =
-        datagram.subspan(std::min<std::size_t>(NLMSG_ALIGN(head.nlmsg_len), datagram.size()));
+    datagram = datagram.subspan(std::min<size_t>(NLMSG_ALIGN(head.nlmsg_len), datagram.size()));
   }
 }
 
@@ -45,7 +44,7 @@ void eachIn(std::span<std::byte const> attributes, std::function<void(rtattr con
     if (attribute.rta_len < sizeof attribute || attribute.rta_len > attributes.size()) return;
     read(attribute);
     attributes =
-        attributes.subspan(std::min<std::size_t>(RTA_ALIGN(attribute.rta_len), attributes.size()));
+        attributes.subspan(std::min<size_t>(RTA_ALIGN(attribute.rta_len), attributes.size()));
   }
 }
 
@@ -76,13 +75,12 @@ void Netlink::dump(Kiv::U16 type, std::span<std::byte const> body, Reader const&
   for (bool done = false; !done;) {
     std::ptrdiff_t const bytes = receive(buffer, 0);
     if (bytes < 0) throw KernelError("rtnetlink: an answer was lost", ENOBUFS);
-    eachMessage(std::span(buffer).first(static_cast<std::size_t>(bytes)),
-                [&](nlmsghdr const& message) {
-                  if (message.nlmsg_seq != sequence_) return;
-                  if (int const error = errorOf(message); error != 0) fail("rtnetlink", error);
-                  done = done || message.nlmsg_type == NLMSG_DONE;
-                  if (!done) read(message);
-                });
+    eachMessage(std::span(buffer).first(static_cast<size_t>(bytes)), [&](nlmsghdr const& message) {
+      if (message.nlmsg_seq != sequence_) return;
+      if (int const error = errorOf(message); error != 0) fail("rtnetlink", error);
+      done = done || message.nlmsg_type == NLMSG_DONE;
+      if (!done) read(message);
+    });
   }
 }
 
@@ -94,7 +92,7 @@ bool Netlink::events(Reader const& read) {
       complete = false;
       continue;
     }
-    eachMessage(std::span(buffer).first(static_cast<std::size_t>(bytes)), read);
+    eachMessage(std::span(buffer).first(static_cast<size_t>(bytes)), read);
   }
   return complete;
 }
@@ -109,9 +107,9 @@ std::ptrdiff_t Netlink::receive(std::span<std::byte> buffer, int flags) {
   }
 }
 
-void eachAttribute(nlmsghdr const& head, std::size_t bytes,
+void eachAttribute(nlmsghdr const& head, size_t bytes,
                    std::function<void(rtattr const&)> const& read) {
-  std::size_t const fixed = NLMSG_SPACE(bytes);
+  size_t const fixed = NLMSG_SPACE(bytes);
   if (head.nlmsg_len < fixed) return;
   eachIn(std::span(bytesOf(head), head.nlmsg_len).subspan(fixed), read);
 }

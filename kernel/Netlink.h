@@ -44,7 +44,7 @@ void const* bodyOf(nlmsghdr const& head);
 std::span<std::byte const> payloadOf(rtattr const& attribute);
 
 /// The attributes that follow the fixed part of `bytes` bytes of a message, one after another.
-void eachAttribute(nlmsghdr const& head, std::size_t bytes,
+void eachAttribute(nlmsghdr const& head, size_t bytes,
                    std::function<void(rtattr const&)> const& read);
 /// The attributes inside an attribute.
 void eachAttribute(rtattr const& outer, std::function<void(rtattr const&)> const& read);

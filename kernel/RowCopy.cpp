@@ -20,7 +20,7 @@ void RowCopy::clear() {
   slots_ = {};
 }
 
-void RowCopy::roomIs(std::size_t rows) {
+void RowCopy::roomIs(size_t rows) {
   slots_ = std::vector<Slot>(std::bit_ceil(rows + rows / 2 + 2));
   room_ = rows;
   came_ = gone_ = taken_ = 0;
@@ -29,8 +29,8 @@ void RowCopy::roomIs(std::size_t rows) {
 bool RowCopy::add(std::span<U64 const> keys, std::span<U64 const> actions) {
   if (keys.size() > room_) return false;
   room_ -= keys.size();
-  constexpr std::size_t kFetched = 16;
-  for (std::size_t i = 0; i < keys.size(); ++i) {
+  constexpr size_t kFetched = 16;
+  for (size_t i = 0; i < keys.size(); ++i) {
     if (i + kFetched < keys.size()) Kiv::prefetch(&slots_[home(keys[i + kFetched])]);
     if (keys[i] != 0) slots_[placeOf(keys[i])] = {keys[i], actions[i]};
   }
@@ -46,7 +46,7 @@ void RowCopy::hint(U64 key) {
 // Rows are read in the order in which they were announced; those before this one are not read.
 std::optional<U64> RowCopy::take(U64 key) {
   if (empty() || key == 0) return std::nullopt;
-  std::size_t at = gone_;
+  size_t at = gone_;
   while (at < came_ && announced_[at % kAhead] != key) ++at;
   if (at == came_) return std::nullopt;
   gone_ = at + 1;
@@ -56,12 +56,12 @@ std::optional<U64> RowCopy::take(U64 key) {
   return slot.action;
 }
 
-std::size_t RowCopy::home(U64 key) const {
-  return static_cast<std::size_t>(key * kSpread >> (64 - std::countr_zero(slots_.size())));
+size_t RowCopy::home(U64 key) const {
+  return static_cast<size_t>(key * kSpread >> (64 - std::countr_zero(slots_.size())));
 }
 
-std::size_t RowCopy::placeOf(U64 key) const {
-  std::size_t at = home(key);
+size_t RowCopy::placeOf(U64 key) const {
+  size_t at = home(key);
   while (slots_[at].key != key && slots_[at].key != 0) at = (at + 1) & (slots_.size() - 1);
   return at;
 }

@@ -18,13 +18,13 @@ namespace BfnKernel {
 /// copy. Throws std::bad_alloc from roomIs() only.
 class RowCopy {
  public:
-  static constexpr std::size_t kAhead = 32;
+  static constexpr size_t kAhead = 32;
 
   bool empty() const { return slots_.empty(); }
   /// Forgets the rows.
   void clear();
   /// Begins a copy of at most `rows` rows.
-  void roomIs(std::size_t rows);
+  void roomIs(size_t rows);
   /// Adds rows whose keys are not there. False when there is no room for all of them.
   bool add(std::span<Kiv::U64 const> keys, std::span<Kiv::U64 const> actions);
 
@@ -33,7 +33,7 @@ class RowCopy {
   /// The row's action, when it is there and has been announced.
   std::optional<Kiv::U64> take(Kiv::U64 key);
   /// How many rows have been taken.
-  std::size_t taken() const { return taken_; }
+  size_t taken() const { return taken_; }
 
  private:
   // A key of 0 is a free place; the row of that key is left out.
@@ -42,18 +42,18 @@ class RowCopy {
     Kiv::U64 action = 0;
   };
 
-  std::size_t home(Kiv::U64 key) const;
+  size_t home(Kiv::U64 key) const;
   /// The key's place, or the free one where it would be.
-  std::size_t placeOf(Kiv::U64 key) const;
+  size_t placeOf(Kiv::U64 key) const;
 
   // A power of two, a third of them free at least.
   std::vector<Slot> slots_;
-  std::size_t room_ = 0;
+  size_t room_ = 0;
   // The announced keys, in their order; the counts of those that have come and gone.
   std::array<Kiv::U64, kAhead> announced_{};
-  std::size_t came_ = 0;
-  std::size_t gone_ = 0;
-  std::size_t taken_ = 0;
+  size_t came_ = 0;
+  size_t gone_ = 0;
+  size_t taken_ = 0;
 };
 
 }  // namespace BfnKernel

@@ -54,7 +54,7 @@ Host::SwitchTable tableOf(Options const& options) {
   Host::SwitchTable table;
   bool const kernel = isKernel(options.table);
   if (kernel) {
-    std::size_t const colon = options.table.find(':');
+    size_t const colon = options.table.find(':');
     table.hardware = Host::openKernelTable(
         colon == std::string::npos ? kKernelDirectory : options.table.substr(colon + 1));
   }

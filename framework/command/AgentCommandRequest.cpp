@@ -9,7 +9,7 @@ namespace Agent {
 
 namespace {
 
-std::size_t discard(std::string_view offered) {
+size_t discard(std::string_view offered) {
   return offered.size();
 }
 

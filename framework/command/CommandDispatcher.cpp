@@ -57,7 +57,7 @@ double CommandDispatcher::runSlices() {
   running_ = true;
   std::exception_ptr failure;
   // Commands made by a slice or by the end handler run in the next round.
-  for (std::size_t i = 0, count = commands_.size(); i < count; ++i) {
+  for (size_t i = 0, count = commands_.size(); i < count; ++i) {
     try {
       runSliceOf(i);
     } catch (...) {
@@ -72,7 +72,7 @@ double CommandDispatcher::runSlices() {
   return next;
 }
 
-void CommandDispatcher::runSliceOf(std::size_t index) {
+void CommandDispatcher::runSliceOf(size_t index) {
   Kiv::Ptr<AgentAsyncCommandRequestSm> const command = commands_[index];
   SliceResult result = SliceResult::Aborted;
   std::exception_ptr failure;

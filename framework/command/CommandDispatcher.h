@@ -51,11 +51,11 @@ class CommandDispatcher {
   /// The client has gone: its commands end with the next runSlices().
   void socketClosed(U32 socket);
 
-  std::size_t commands() const { return commands_.size(); }
+  size_t commands() const { return commands_.size(); }
   Kiv::Ptr<Kiv::Clock const> const& clock() const { return clock_; }
 
  private:
-  void runSliceOf(std::size_t index);
+  void runSliceOf(size_t index);
 
   Kiv::Ptr<Kiv::Clock const> clock_;
   double maxRunTime_;

@@ -8,6 +8,26 @@
 
 namespace Kiv {
 
+namespace detail {
+
+// What is replaced stays alive until the notification is over: in `value`.
+template <class T>
+void storeAndNotify(PtrInterface const& owner, AttributeId id, T& field, T& value) {
+  if (value == field) return;
+  std::swap(field, value);
+  owner.notify(id);
+}
+
+}  // namespace detail
+
+/// Sets a scalar attribute whose value the owner keeps in a field of its own, as Attribute::is()
+/// does.
+template <Attr A, class Owner, class T>
+void attributeIs(Owner const& owner, T& field, T value) {
+  static_assert(detail::isAttributeOf<A, Owner>(), "an attribute of another type");
+  detail::storeAndNotify(owner, A.id, field, value);
+}
+
 /// A scalar attribute of a framework object: a value that notifies the object's notifiees when it
 /// really changes. Pointers compare by identity.
 ///
@@ -28,11 +48,7 @@ class Attribute {
 
   /// Stores, then notifies with the attribute's id. An equal value: nothing. What is replaced stays
   /// alive until the notification is over.
-  void is(T value) {
-    if (value == value_) return;
-    std::swap(value_, value);
-    owner_.notify(A.id);
-  }
+  void is(T value) { detail::storeAndNotify(owner_, A.id, value_, value); }
 
  private:
   PtrInterface const& owner_;

@@ -44,15 +44,15 @@ void ForwardingDriver::prefetch(TableHandle table, ByteView key) const {
 }
 
 Status ForwardingDriver::walk(TableHandle table, WalkCursor& cursor, Bytes keys, Bytes actions,
-                              std::size_t& rows) const {
+                              size_t& rows) const {
   return next_.walk(table, cursor, keys, actions, rows);
 }
 
-std::size_t ForwardingDriver::entryCount(TableHandle table) const {
+size_t ForwardingDriver::entryCount(TableHandle table) const {
   return next_.entryCount(table);
 }
 
-std::size_t ForwardingDriver::capacity(TableHandle table) const {
+size_t ForwardingDriver::capacity(TableHandle table) const {
   return next_.capacity(table);
 }
 

@@ -29,9 +29,9 @@ class ForwardingDriver : public TableDriver {
   bool read(TableHandle table, ByteView key, std::span<Kiv::U8> action) const override;
   void prefetch(TableHandle table, ByteView key) const override;
   Status walk(TableHandle table, WalkCursor& cursor, std::span<Kiv::U8> keys,
-              std::span<Kiv::U8> actions, std::size_t& rows) const override;
-  std::size_t entryCount(TableHandle table) const override;
-  std::size_t capacity(TableHandle table) const override;
+              std::span<Kiv::U8> actions, size_t& rows) const override;
+  size_t entryCount(TableHandle table) const override;
+  size_t capacity(TableHandle table) const override;
   Status rowHits(TableHandle table, ByteView key, Kiv::U64& hits) const override;
   Status tableHits(TableHandle table, TableHits& hits) const override;
   Status tableHitsClear(TableHandle table) override;

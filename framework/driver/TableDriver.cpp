@@ -64,7 +64,7 @@ void TableDriver::apply(TableHandle table, std::span<Change const> changes,
                         std::span<Status> results) {
   KIV_CHECK(changes.size() == results.size(), "changes: ", changes.size(),
             ", results: ", results.size());
-  for (std::size_t i = 0; i < changes.size(); ++i) {
+  for (size_t i = 0; i < changes.size(); ++i) {
     Change const& change = changes[i];
     try {
       results[i] = change.kind == Change::Kind::Write
@@ -91,7 +91,7 @@ Status TableDriver::readRow(TableHandle table, ByteView key, std::span<Kiv::U8> 
 void TableDriver::prefetch(TableHandle, ByteView) const {}
 
 Status TableDriver::walk(TableHandle, WalkCursor&, std::span<Kiv::U8>, std::span<Kiv::U8>,
-                         std::size_t&) const {
+                         size_t&) const {
   return Status::NotSupported;
 }
 

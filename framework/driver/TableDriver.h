@@ -143,7 +143,7 @@ class TableDriver {
   virtual void prefetch(TableHandle table, ByteView key) const;
 
   /// The least room, in rows, that a caller of walk() brings along.
-  static constexpr std::size_t kWalkRoom = 64;
+  static constexpr size_t kWalkRoom = 64;
   /// Copies the next rows from `cursor` on: their keys one after the other into `keys`, and each
   /// one's action into the same place of `actions`. `rows` is how many they are: as many as fit, or
   /// fewer, also none before the end. Moves the cursor, and marks it ended with the last rows;
@@ -154,14 +154,14 @@ class TableDriver {
   /// with the action that it has when its batch is copied. One that comes or goes meanwhile may be
   /// among them or not; one that goes and comes again may come twice. Order is the driver's.
   virtual Status walk(TableHandle table, WalkCursor& cursor, std::span<Kiv::U8> keys,
-                      std::span<Kiv::U8> actions, std::size_t& rows) const;
+                      std::span<Kiv::U8> actions, size_t& rows) const;
 
   // Counts.
 
   /// Rows in the table, and the most it takes. Zero for an unknown handle. The binding calls these
   /// after every change, so a driver keeps the numbers.
-  virtual std::size_t entryCount(TableHandle table) const = 0;
-  virtual std::size_t capacity(TableHandle table) const = 0;
+  virtual size_t entryCount(TableHandle table) const = 0;
+  virtual size_t capacity(TableHandle table) const = 0;
 
   /// Packets that matched the row: Ok, NotFound, NotSupported where the chip does not count, or
   /// Error. `hits` is untouched unless Ok.

@@ -1,31 +1,24 @@
 #include "framework/platform/OverlaySrcMacRewriteMatchSpec.h"
 
+#include "framework/core/Attribute.h"
 #include "framework/generic/Describe.h"
 
 namespace BfOverlaySrcMacRewrite {
 
 void OverlaySrcMacRewriteMatchSpec::matchTypeIs(Kiv::U8 value) {
-  if (value == matchType_) return;
-  matchType_ = value;
-  notify(kMatchType.id);
+  Kiv::attributeIs<kMatchType>(*this, matchType_, value);
 }
 
 void OverlaySrcMacRewriteMatchSpec::vlanIs(Kiv::U16 value) {
-  if (value == vlan_) return;
-  vlan_ = value;
-  notify(kVlan.id);
+  Kiv::attributeIs<kVlan>(*this, vlan_, value);
 }
 
 void OverlaySrcMacRewriteMatchSpec::sourceIpIs(Kiv::U32 value) {
-  if (value == sourceIp_) return;
-  sourceIp_ = value;
-  notify(kSourceIp.id);
+  Kiv::attributeIs<kSourceIp>(*this, sourceIp_, value);
 }
 
 void OverlaySrcMacRewriteMatchSpec::validIs(Kiv::U8 value) {
-  if (value == valid_) return;
-  valid_ = value;
-  notify(kValid.id);
+  Kiv::attributeIs<kValid>(*this, valid_, value);
 }
 
 Kiv::Type const& OverlaySrcMacRewriteMatchSpec::_kivType() {

@@ -1,19 +1,16 @@
 #include "framework/platform/RewriteOverlaySrcMacActionSpec.h"
 
+#include "framework/core/Attribute.h"
 #include "framework/generic/Describe.h"
 
 namespace BfOverlaySrcMacRewrite {
 
 void RewriteOverlaySrcMacActionSpec::ouiIs(Kiv::U32 value) {
-  if (value == oui_) return;
-  oui_ = value;
-  notify(kOui.id);
+  Kiv::attributeIs<kOui>(*this, oui_, value);
 }
 
 void RewriteOverlaySrcMacActionSpec::stationIs(Kiv::U32 value) {
-  if (value == station_) return;
-  station_ = value;
-  notify(kStation.id);
+  Kiv::attributeIs<kStation>(*this, station_, value);
 }
 
 Kiv::Type const& RewriteOverlaySrcMacActionSpec::_kivType() {

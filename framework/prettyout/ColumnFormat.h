@@ -29,16 +29,16 @@ struct Columns {
 /// Data can therefore never be taken for a format. A '%' sign is written through an argument.
 ///
 ///   ColumnFormat<3> row = "%-15s %-20s %-20s\n";
-template <std::size_t kCount>
+template <size_t kCount>
 class ColumnFormat {
  public:
-  template <std::size_t kSize>
+  template <size_t kSize>
   // NOLINTNEXTLINE(google-explicit-constructor): a literal reads as the format it is
   consteval ColumnFormat(char const (&text)[kSize]) {
     std::string_view const format(text, kSize - 1);
-    std::size_t at = 0;
+    size_t at = 0;
     for (Column& column : columns_) {
-      std::size_t const percent = format.find('%', at);
+      size_t const percent = format.find('%', at);
       if (percent == std::string_view::npos) throw "fewer columns in the format than arguments";
       column.literal = format.substr(at, percent - at);
       at = percent + 1;

@@ -16,12 +16,12 @@ using Kiv::U8;
 
 // The longest form of one byte is \u00XX, longer than kUtf8PerByte; a text is surrounded by a
 // comma, two quotes and ":{".
-constexpr std::size_t kMaxPerByte = 6;
-constexpr std::size_t kFraming = 8;
+constexpr size_t kMaxPerByte = 6;
+constexpr size_t kFraming = 8;
 
 constexpr std::array<bool, 256> kPlain = [] {
   std::array<bool, 256> plain{};
-  for (std::size_t byte = 0x20; byte < 0x80; ++byte) plain[byte] = byte != '"' && byte != '\\';
+  for (size_t byte = 0x20; byte < 0x80; ++byte) plain[byte] = byte != '"' && byte != '\\';
   return plain;
 }();
 
@@ -63,7 +63,7 @@ char* writeString(char* to, std::string_view text) {
       to = writeEscape(to, *at++);
       continue;
     }
-    std::size_t const length = Kiv::plainUtf8Length(at, end);
+    size_t const length = Kiv::plainUtf8Length(at, end);
     if (length == 0) {
       to = Kiv::writeByteAsUtf8(to, *at++);
       continue;
@@ -93,7 +93,7 @@ void JsonRenderer::doOpen(std::string_view key) {
   at = writeString(at, key);
   *at++ = ':';
   *at++ = '{';
-  buffer().commit(static_cast<std::size_t>(at - begin));
+  buffer().commit(static_cast<size_t>(at - begin));
 }
 
 void JsonRenderer::doClose() {
@@ -101,7 +101,7 @@ void JsonRenderer::doClose() {
 }
 
 void JsonRenderer::doAddAttributes(Columns const&, std::span<Attribute const> attributes) {
-  std::size_t size = 0;
+  size_t size = 0;
   for (Attribute const& attribute : attributes) {
     size += kMaxPerByte * (attribute.name.size() + attribute.value.size()) + kFraming;
   }
@@ -113,7 +113,7 @@ void JsonRenderer::doAddAttributes(Columns const&, std::span<Attribute const> at
     *at++ = ':';
     at = writeString(at, attribute.value);
   }
-  buffer().commit(static_cast<std::size_t>(at - begin));
+  buffer().commit(static_cast<size_t>(at - begin));
 }
 
 }  // namespace prettyout

@@ -11,16 +11,16 @@ namespace prettyout {
 namespace {
 
 // Small outputs, by far the most, never need more.
-constexpr std::size_t kFirstStorage = 4096;
+constexpr size_t kFirstStorage = 4096;
 
 }  // namespace
 
-OutputBuffer::OutputBuffer(std::size_t limit, Sink sink) : limit_(limit), sink_(std::move(sink)) {
+OutputBuffer::OutputBuffer(size_t limit, Sink sink) : limit_(limit), sink_(std::move(sink)) {
   KIV_CHECK(limit > 0);
   KIV_CHECK(sink_ != nullptr);
 }
 
-void OutputBuffer::limitIs(std::size_t limit) {
+void OutputBuffer::limitIs(size_t limit) {
   KIV_CHECK(limit > 0);
   limit_ = limit;
   updateSoftEnd();
@@ -32,10 +32,10 @@ void OutputBuffer::append(std::string_view text) {
   commit(text.size());
 }
 
-std::size_t OutputBuffer::drain() {
-  std::size_t const offered = waiting();
+size_t OutputBuffer::drain() {
+  size_t const offered = waiting();
   if (offered == 0) return 0;
-  std::size_t const accepted = sink_(std::string_view(begin_, offered));
+  size_t const accepted = sink_(std::string_view(begin_, offered));
   KIV_CHECK(accepted <= offered, "the sink took ", accepted, " of ", offered, " bytes");
   begin_ += accepted;
   taken_ += accepted;
@@ -52,12 +52,12 @@ std::size_t OutputBuffer::drain() {
 
 // Calls the sink once when the limit is passed and then only before storage grows again, so a sink
 // that refuses costs a call per doubling, not one per row.
-void OutputBuffer::makeRoom(std::size_t size) {
+void OutputBuffer::makeRoom(size_t size) {
   if (waiting() + size > limit_) drain();
-  std::size_t const kept = waiting();
-  std::size_t const needed = kept + size;
+  size_t const kept = waiting();
+  size_t const needed = kept + size;
   if (needed > storageSize_) {
-    std::size_t const newSize = std::max({needed, 2 * storageSize_, kFirstStorage});
+    size_t const newSize = std::max({needed, 2 * storageSize_, kFirstStorage});
     auto grown = std::make_unique_for_overwrite<char[]>(newSize + kOverrun);
     if (kept > 0) std::memcpy(grown.get(), begin_, kept);
     storage_ = std::move(grown);
@@ -70,7 +70,7 @@ void OutputBuffer::makeRoom(std::size_t size) {
   updateSoftEnd();
   // Past the limit: what the sink refused may use up the storage before the sink is asked again,
   // but one append that is larger than the limit by itself is no reason to stop asking.
-  if (static_cast<std::size_t>(softEnd_ - end_) < size) {
+  if (static_cast<size_t>(softEnd_ - end_) < size) {
     softEnd_ = kept > 0 ? begin_ + storageSize_ : end_ + size;
   }
 }

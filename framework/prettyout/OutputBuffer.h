@@ -12,7 +12,7 @@ namespace prettyout {
 /// Takes as many of the offered bytes as it can at once and says how many: all, some, or none
 /// (back-pressure), like a write to a non-blocking socket. It must not write to the buffer that
 /// calls it.
-using Sink = std::function<std::size_t(std::string_view)>;
+using Sink = std::function<size_t(std::string_view)>;
 
 /// The bytes that have been rendered and that the sink has not taken yet.
 ///
@@ -27,45 +27,45 @@ using Sink = std::function<std::size_t(std::string_view)>;
 class OutputBuffer {
  public:
   /// Bytes that may be written past the requested room, so that columns can be filled in blocks.
-  static constexpr std::size_t kOverrun = 64;
+  static constexpr size_t kOverrun = 64;
 
   /// `limit` in bytes, at least 1.
-  OutputBuffer(std::size_t limit, Sink sink);
+  OutputBuffer(size_t limit, Sink sink);
   OutputBuffer(OutputBuffer const&) = delete;
   OutputBuffer& operator=(OutputBuffer const&) = delete;
   ~OutputBuffer() = default;
 
-  std::size_t limit() const { return limit_; }
+  size_t limit() const { return limit_; }
   /// Changes the limit for what is appended from now on; bytes at least 1.
-  void limitIs(std::size_t limit);
+  void limitIs(size_t limit);
 
-  std::size_t waiting() const { return static_cast<std::size_t>(end_ - begin_); }
+  size_t waiting() const { return static_cast<size_t>(end_ - begin_); }
   bool full() const { return waiting() >= limit_; }
   /// Bytes that the sink has taken so far.
   Kiv::U64 taken() const { return taken_; }
   /// Bytes of storage now held; for the tests of the bounds.
-  std::size_t storage() const { return storageSize_; }
+  size_t storage() const { return storageSize_; }
 
   /// Room for `size` bytes, and kOverrun more that may be overwritten; valid until the next call.
-  char* room(std::size_t size) {
-    if (static_cast<std::size_t>(softEnd_ - end_) < size) makeRoom(size);
+  char* room(size_t size) {
+    if (static_cast<size_t>(softEnd_ - end_) < size) makeRoom(size);
     return end_;
   }
   /// Appends the first `size` bytes of the room just asked for.
-  void commit(std::size_t size) { end_ += size; }
+  void commit(size_t size) { end_ += size; }
   void append(std::string_view text);
 
   /// Offers all waiting bytes to the sink, once. Returns the number of bytes taken.
-  std::size_t drain();
+  size_t drain();
 
  private:
-  [[gnu::noinline]] void makeRoom(std::size_t size);
+  [[gnu::noinline]] void makeRoom(size_t size);
   void updateSoftEnd();
 
-  std::size_t limit_;
+  size_t limit_;
   Sink sink_;
   std::unique_ptr<char[]> storage_;
-  std::size_t storageSize_ = 0;  // without the overrun
+  size_t storageSize_ = 0;  // without the overrun
   char* begin_ = nullptr;
   char* end_ = nullptr;
   char* softEnd_ = nullptr;  // room() needs no help up to here

@@ -17,7 +17,7 @@ std::unique_ptr<Renderer> makeRenderer(Format format, OutputBuffer& buffer) {
 
 }  // namespace
 
-Printer::Printer(Format format, std::size_t limit, Sink sink)
+Printer::Printer(Format format, size_t limit, Sink sink)
     : format_(format), buffer_(limit, std::move(sink)), renderer_(makeRenderer(format, buffer_)) {}
 
 Kiv::Type const& Printer::fwkType() const {

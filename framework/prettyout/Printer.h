@@ -22,7 +22,7 @@ enum class Format : Kiv::U32 {
 class Printer final : public Kiv::PtrInterface {
  public:
   /// `limit`: bytes that may wait for the sink before the printer counts as full, at least 1.
-  Printer(Format format, std::size_t limit, Sink sink);
+  Printer(Format format, size_t limit, Sink sink);
 
   Format format() const { return format_; }
   Renderer& renderer() { return *renderer_; }

@@ -34,7 +34,7 @@ namespace prettyout {
 class Renderer {
  public:
   /// Dictionaries and entries that may be open at one time.
-  static constexpr std::size_t kMaxDepth = 32;
+  static constexpr size_t kMaxDepth = 32;
 
   Renderer(Renderer const&) = delete;
   Renderer& operator=(Renderer const&) = delete;
@@ -51,7 +51,7 @@ class Renderer {
 
   /// One row: `count` attributes, each a prettyout::Attribute, in the columns of `format`.
   template <class... Attributes>
-  void addAttributes(ColumnFormat<sizeof...(Attributes)> const& format, std::size_t count,
+  void addAttributes(ColumnFormat<sizeof...(Attributes)> const& format, size_t count,
                      Attributes const&... attributes) {
     KIV_CHECK(count == sizeof...(Attributes), count, " attributes announced");
     checRunning();
@@ -101,7 +101,7 @@ class Renderer {
 
   OutputBuffer& buffer_;
   State state_ = State::New;
-  std::size_t depth_ = 0;                      // open dictionaries and entries
+  size_t depth_ = 0;                           // open dictionaries and entries
   std::array<Level, kMaxDepth + 1> levels_{};  // levels_[0] is the output as a whole
 };
 

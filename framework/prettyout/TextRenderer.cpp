@@ -17,7 +17,7 @@ std::string_view textOf(std::string_view text) {
 // Addresses and names are a few bytes long. Two overlapping moves of a fixed size are a fraction of
 // the cost of a call to copy them.
 char* copyShort(char* to, std::string_view text) {
-  std::size_t const size = text.size();
+  size_t const size = text.size();
   char const* const from = text.data();
   if (size > 32) {
     std::memcpy(to, from, size);
@@ -31,13 +31,13 @@ char* copyShort(char* to, std::string_view text) {
     std::memcpy(to, from, 4);
     std::memcpy(to + size - 4, from + size - 4, 4);
   } else {
-    for (std::size_t i = 0; i < size; ++i) to[i] = from[i];
+    for (size_t i = 0; i < size; ++i) to[i] = from[i];
   }
   return to + size;
 }
 
 // Writes a whole block of blanks where that fits into the overrun, whatever the count.
-char* pad(char* to, std::size_t count) {
+char* pad(char* to, size_t count) {
   static_assert(OutputBuffer::kOverrun >= 32);
   if (count <= 32) {
     std::memset(to, ' ', 32);
@@ -49,16 +49,16 @@ char* pad(char* to, std::size_t count) {
 
 template <class Item>
 void writeRow(OutputBuffer& buffer, Columns const& format, std::span<Item const> items) {
-  std::size_t size = format.tail.size();
-  for (std::size_t i = 0; i < items.size(); ++i) {
+  size_t size = format.tail.size();
+  for (size_t i = 0; i < items.size(); ++i) {
     Column const& column = format.columns[i];
-    size += column.literal.size() + std::max<std::size_t>(column.width, textOf(items[i]).size());
+    size += column.literal.size() + std::max<size_t>(column.width, textOf(items[i]).size());
   }
   char* at = buffer.room(size);
-  for (std::size_t i = 0; i < items.size(); ++i) {
+  for (size_t i = 0; i < items.size(); ++i) {
     Column const& column = format.columns[i];
     std::string_view const text = textOf(items[i]);
-    std::size_t const blanks = column.width > text.size() ? column.width - text.size() : 0;
+    size_t const blanks = column.width > text.size() ? column.width - text.size() : 0;
     at = copyShort(at, column.literal);
     if (!column.left && blanks > 0) at = pad(at, blanks);
     at = copyShort(at, text);

@@ -19,15 +19,15 @@ U8 const* bytesOf(std::string_view text) {
 
 }  // namespace
 
-std::size_t plainUtf8Length(U8 const* at, U8 const* end) {
+size_t plainUtf8Length(U8 const* at, U8 const* end) {
   // Overlong forms, surrogates, numbers above 10FFFF and cut sequences are not valid.
   U8 const lead = *at;
-  std::size_t const length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || static_cast<std::size_t>(end - at) < length) return 0;
+  size_t const length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || static_cast<size_t>(end - at) < length) return 0;
   U8 const lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
   U8 const highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
   if (at[1] < lowest || at[1] > highest) return 0;
-  for (std::size_t i = 2; i < length; ++i) {
+  for (size_t i = 2; i < length; ++i) {
     if (!isContinuation(at[i])) return 0;
   }
   return length == 4 && isEscape(at) ? 0 : length;
@@ -45,7 +45,7 @@ std::string utf8FromBytes(std::string_view bytes) {
   text.reserve(bytes.size());
   U8 const* const end = bytesOf(bytes) + bytes.size();
   for (U8 const* at = bytesOf(bytes); at != end;) {
-    std::size_t const length = *at < 0x80 ? 1 : plainUtf8Length(at, end);
+    size_t const length = *at < 0x80 ? 1 : plainUtf8Length(at, end);
     if (length > 0) {
       text.append(at, at + length);
       at += length;
@@ -63,7 +63,7 @@ std::string bytesFromUtf8(std::string_view text) {
   bytes.reserve(text.size());
   U8 const* const end = bytesOf(text) + text.size();
   for (U8 const* at = bytesOf(text); at != end;) {
-    if (static_cast<std::size_t>(end - at) >= kUtf8PerByte && isEscape(at)) {
+    if (static_cast<size_t>(end - at) >= kUtf8PerByte && isEscape(at)) {
       bytes += static_cast<char>((at[2] & 0x3) << 6 | (at[3] & 0x3F));
       at += kUtf8PerByte;
     } else {

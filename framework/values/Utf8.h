@@ -22,9 +22,9 @@ std::string bytesFromUtf8(std::string_view text);
 
 /// Length of the valid multi-byte sequence at the front of [at, end) that is left unchanged; 0 when
 /// the byte at its front is written on its own, by writeByteAsUtf8(). `*at` is 0x80 or above.
-std::size_t plainUtf8Length(U8 const* at, U8 const* end);
+size_t plainUtf8Length(U8 const* at, U8 const* end);
 /// Writes a byte of 0x80 or above to `to`, kUtf8PerByte bytes; returns where it ended.
 char* writeByteAsUtf8(char* to, U8 byte);
-inline constexpr std::size_t kUtf8PerByte = 4;
+inline constexpr size_t kUtf8PerByte = 4;
 
 }  // namespace Kiv

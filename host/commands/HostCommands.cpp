@@ -176,7 +176,7 @@ void const* partId(Switch const& host, std::string_view part) {
   return host.part(part).get();
 }
 
-std::string counted(std::size_t count, std::string const& what) {
+std::string counted(size_t count, std::string const& what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
@@ -218,9 +218,9 @@ std::vector<void const*> machineIds(Switch const& host) {
 }
 
 std::string stage2Text(Switch const& host, std::vector<void const*> const& before) {
-  std::size_t made = 0;
-  std::size_t replaced = 0;
-  for (std::size_t i = 0; i < before.size(); ++i) {
+  size_t made = 0;
+  size_t replaced = 0;
+  for (size_t i = 0; i < before.size(); ++i) {
     if (partId(host, kMachines[i]) == before[i]) continue;
     ++(before[i] == nullptr ? made : replaced);
   }

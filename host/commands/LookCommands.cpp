@@ -27,7 +27,7 @@ Answer showChip(Switch& host) {
   return {rows, text};
 }
 
-std::string counted(std::size_t count, std::string const& what) {
+std::string counted(size_t count, std::string const& what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
@@ -91,7 +91,7 @@ std::vector<Audited> auditAll(Switch& host) {
     throw std::runtime_error("the chip's rows are held as they are, " + *why);
   }
   std::vector<Audited> all;
-  for (std::size_t i = 0; i < reconciler.tables(); ++i) {
+  for (size_t i = 0; i < reconciler.tables(); ++i) {
     Audit audit(reconciler.table(i));
     while (!audit.step()) continue;
     if (audit.status() != BfnDriver::Status::Ok) {

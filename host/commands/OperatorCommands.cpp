@@ -114,7 +114,7 @@ Answer showTable(Switch& host) {
   std::string text = "overlaySrcMacRewrite: " + stats["entriesInUse"].dump() + " of " +
                      stats["capacity"].dump() + " entries in use";
   // A profile's table size has 16 bits, and the chip may have been given another size.
-  if (std::size_t const rows = tableCapacity(host); stats["capacity"] != rows) {
+  if (size_t const rows = tableCapacity(host); stats["capacity"] != rows) {
     text += "\nthe chip takes " + std::to_string(rows) + " rows";
   }
   return {stats, text};

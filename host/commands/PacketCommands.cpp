@@ -18,7 +18,7 @@ namespace {
 using nlohmann::json;
 
 // The most frames that are listed one by one; the rest is only counted.
-constexpr std::size_t kMaxListed = 1000;
+constexpr size_t kMaxListed = 1000;
 
 std::string macText(std::optional<BfnChip::MacBytes> const& mac) {
   if (!mac) return "-";
@@ -60,7 +60,7 @@ std::string frameLine(Host::Packets::ForwardedFrame const& frame) {
 
 json totalsJson(Host::Packets::ForwardTotals const& totals) {
   json verdicts = json::object();
-  for (std::size_t i = 0; i < Host::Packets::kVerdicts; ++i) {
+  for (size_t i = 0; i < Host::Packets::kVerdicts; ++i) {
     auto const verdict = static_cast<Host::Packets::Verdict>(i);
     if (totals.of(verdict) != 0) verdicts[Host::Packets::text(verdict)] = totals.of(verdict);
   }
@@ -76,7 +76,7 @@ std::string totalsText(Host::Packets::ForwardTotals const& totals) {
                      " frames: " + std::to_string(totals.forwarded()) + " forwarded, of them " +
                      std::to_string(totals.of(Host::Packets::Verdict::Rewritten)) + " rewritten; " +
                      std::to_string(totals.dropped()) + " dropped\n ";
-  for (std::size_t i = 0; i < Host::Packets::kVerdicts; ++i) {
+  for (size_t i = 0; i < Host::Packets::kVerdicts; ++i) {
     auto const verdict = static_cast<Host::Packets::Verdict>(i);
     if (totals.of(verdict) == 0) continue;
     text +=

@@ -73,17 +73,17 @@ std::optional<BfnDriver::TableHandle> opened(BfnDriver::TableDriver& driver) {
 std::vector<BfnChip::Row> rowsOf(BfnDriver::TableDriver& driver) {
   auto const table = opened(driver);
   if (!table) return {};
-  constexpr std::size_t kRoom = 1024;
+  constexpr size_t kRoom = 1024;
   std::vector<BfnChip::KeyBytes> keys(kRoom);
   std::vector<BfnChip::ActionBytes> actions(kRoom);
   std::vector<BfnChip::Row> rows;
   BfnDriver::WalkCursor cursor;
   while (!cursor.ended) {
-    std::size_t count = 0;
+    size_t count = 0;
     auto const walked = driver.walk(*table, cursor, {keys.data()->data(), sizeof keys[0] * kRoom},
                                     {actions.data()->data(), sizeof actions[0] * kRoom}, count);
     if (walked != BfnDriver::Status::Ok) throwUnread(driver);
-    for (std::size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i) {
       BfnChip::Row row{keys[i], actions[i], 0};
       if (driver.rowHits(*table, row.key, row.hits) == BfnDriver::Status::Error)
         throwUnread(driver);
@@ -212,7 +212,7 @@ json dumpChip(Switch& host) {
   return rows;
 }
 
-std::size_t tableCapacity(Switch& host) {
+size_t tableCapacity(Switch& host) {
   auto const table = opened(host.table());
   return table ? host.table().capacity(*table) : 0;
 }
@@ -244,7 +244,7 @@ json dumpReconciler(Switch& host) {
 json dumpWaiting(Switch& host) {
   json changes = json::array();
   Reconciler& reconciler = *host.reconciler();
-  for (std::size_t i = 0; i < reconciler.tables(); ++i) {
+  for (size_t i = 0; i < reconciler.tables(); ++i) {
     for (WaitingChange const& each : reconciler.table(i).waiting()) {
       json fields = keyFields(each.key);
       fields["op"] = each.removal ? "delete" : "write";

@@ -30,7 +30,7 @@ std::vector<ConfigLine> configLines(Switch const& host);
 /// order has a meaning. Null means that it does not exist.
 nlohmann::json dumpChip(Switch& host);
 /// Rows that the table takes.
-std::size_t tableCapacity(Switch& host);
+size_t tableCapacity(Switch& host);
 /// Packets that were looked up, and what became of the others where the table counts them.
 nlohmann::json dumpCounters(Switch& host);
 /// The reconciler: rows that are wanted, those that wait, and why the chip's rows are held. Needs

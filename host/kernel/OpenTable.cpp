@@ -26,7 +26,7 @@ class KernelHardware final : public HardwareTable {
   std::vector<std::pair<std::string, Kiv::U64>> counters() override {
     std::vector<std::pair<std::string, Kiv::U64>> all;
     BfnKernel::FrameCounters const counters = program_.counters();
-    for (std::size_t i = 0; i < BfnKernel::kFrameVerdicts; ++i) {
+    for (size_t i = 0; i < BfnKernel::kFrameVerdicts; ++i) {
       auto const verdict = static_cast<mac_rewrite_verdict>(i);
       if (counters.of(verdict) == 0) continue;
       all.emplace_back(BfnKernel::text(verdict), counters.of(verdict));

@@ -11,8 +11,8 @@ namespace {
 
 std::string sentence(Mismatch const& mismatch, std::span<std::string const> words) {
   std::string text = "expected ";
-  std::size_t const count = mismatch.expected.size();
-  for (std::size_t i = 0; i < count; ++i) {
+  size_t const count = mismatch.expected.size();
+  for (size_t i = 0; i < count; ++i) {
     if (i > 0) text += i + 1 == count ? " or " : ", ";
     text += mismatch.expected[i];
   }

@@ -66,7 +66,7 @@ std::vector<std::string> splitWords(std::string_view line) {
       words.push_back(quoted(rest));
       continue;
     }
-    std::size_t const end = rest.find_first_of(" \t\r");
+    size_t const end = rest.find_first_of(" \t\r");
     words.emplace_back(rest.substr(0, end));
     rest.remove_prefix(end == std::string_view::npos ? rest.size() : end);
     if (words.back() == "==") {
@@ -116,11 +116,11 @@ std::string lineOf(std::span<std::string const> words) {
 }
 
 std::string excerpt(std::string_view word) {
-  constexpr std::size_t kMaxCharacters = 60;
+  constexpr size_t kMaxCharacters = 60;
   auto const continues = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
-  std::size_t end = 0;
-  for (std::size_t shown = 0; shown < kMaxCharacters && end < word.size(); ++shown) {
-    std::size_t const start = end++;
+  size_t end = 0;
+  for (size_t shown = 0; shown < kMaxCharacters && end < word.size(); ++shown) {
+    size_t const start = end++;
     // A character has at most three bytes after its first.
     while (end < word.size() && end - start < 4 && continues(word[end])) ++end;
   }

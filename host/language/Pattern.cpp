@@ -34,7 +34,7 @@ Ovra::EthAddr Arguments::mac(std::string_view key) const {
   return ethAddrOf(text(key)).value();
 }
 
-void Mismatch::add(std::size_t place, std::string const& what) {
+void Mismatch::add(size_t place, std::string const& what) {
   if (place < at) return;
   if (place > at) expected.clear();
   at = place;
@@ -55,7 +55,7 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
       text.remove_prefix(1);
       continue;
     }
-    std::size_t const length =
+    size_t const length =
         text[0] == '[' || text[0] == ']' ? 1 : std::min(text.find_first_of(" []"), text.size());
     tokens.push_back(text.substr(0, length));
     text.remove_prefix(length);
@@ -66,7 +66,7 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
 // "1-4094", or "65535" for 0 to that.
 Limits limitsOf(std::string_view text) {
   constexpr Kiv::U64 kAny = std::numeric_limits<Kiv::U64>::max();
-  std::size_t const dash = text.find('-');
+  size_t const dash = text.find('-');
   if (dash == std::string_view::npos) return {0, numberOf(text, kAny).value()};
   return {numberOf(text.substr(0, dash), kAny).value(),
           numberOf(text.substr(dash + 1), kAny).value()};
@@ -87,13 +87,13 @@ std::string withoutLimits(std::string_view text) {
 
 Pattern::Pattern(std::string_view text) : shown_(withoutLimits(text)) {
   auto const tokens = tokensOf(text);
-  std::size_t at = 0;
+  size_t at = 0;
   elements_ = parse(tokens, at);
   KIV_CHECK(at == tokens.size(), text);
   KIV_CHECK(!elements_.empty() && elements_[0].kind == Element::Kind::Words, text);
 }
 
-Pattern::Elements Pattern::parse(std::span<std::string_view const> tokens, std::size_t& at) {
+Pattern::Elements Pattern::parse(std::span<std::string_view const> tokens, size_t& at) {
   Elements elements;
   std::string keyword;
   while (at < tokens.size() && tokens[at] != "]") {
@@ -108,14 +108,14 @@ Pattern::Elements Pattern::parse(std::span<std::string_view const> tokens, std::
     } else if (token[0] == '<') {
       token = token.substr(1, token.size() - 2);
       element.kind = Element::Kind::Slot;
-      std::size_t const colon = token.find(':');
+      size_t const colon = token.find(':');
       element.slot = token.substr(0, colon);
       if (colon != std::string_view::npos) element.limits = limitsOf(token.substr(colon + 1));
       element.key = keyword.empty() ? '<' + element.slot + '>' : keyword;
       keyword.clear();
     } else {
       for (std::string_view rest = token; !rest.empty();) {
-        std::size_t const bar = token == "|" ? 1 : std::min(rest.find('|'), rest.size());
+        size_t const bar = token == "|" ? 1 : std::min(rest.find('|'), rest.size());
         element.words.emplace_back(rest.substr(0, bar));
         rest.remove_prefix(std::min(bar + 1, rest.size()));
       }
@@ -139,7 +139,7 @@ bool Pattern::fits(Element const& element, std::string_view word) {
   return false;
 }
 
-void Pattern::expect(Element const& element, std::size_t at, Mismatch& mismatch) {
+void Pattern::expect(Element const& element, size_t at, Mismatch& mismatch) {
   switch (element.kind) {
     case Element::Kind::Words:
       for (std::string const& word : element.words) mismatch.add(at, word);
@@ -153,11 +153,11 @@ void Pattern::expect(Element const& element, std::size_t at, Mismatch& mismatch)
   }
 }
 
-bool Pattern::matchAll(Elements const& elements, std::span<std::string const> words,
-                       std::size_t& at, Arguments& arguments, Mismatch& mismatch) {
+bool Pattern::matchAll(Elements const& elements, std::span<std::string const> words, size_t& at,
+                       Arguments& arguments, Mismatch& mismatch) {
   for (Element const& element : elements) {
     if (element.kind == Element::Kind::Slot && takesMany(element.slot)) {
-      std::size_t const begin = at;
+      size_t const begin = at;
       while (at < words.size() && words[at] != "==") ++at;
       if (at > begin) continue;
     } else if (at < words.size() && fits(element, words[at])) {
@@ -177,7 +177,7 @@ bool Pattern::matchAll(Elements const& elements, std::span<std::string const> wo
 bool Pattern::match(std::span<std::string const> words, Arguments& arguments,
                     Mismatch& mismatch) const {
   arguments.words = words;
-  std::size_t at = 0;
+  size_t at = 0;
   if (!matchAll(elements_, words, at, arguments, mismatch)) return false;
   if (at == words.size()) return true;
   mismatch.add(at, "the end of the line");
@@ -198,8 +198,8 @@ void Pattern::firsts(Element const& element, std::vector<Completion>& found) {
   }
 }
 
-bool Pattern::completeAll(Elements const& elements, std::span<std::string const> words,
-                          std::size_t& at, std::vector<Completion>& found) {
+bool Pattern::completeAll(Elements const& elements, std::span<std::string const> words, size_t& at,
+                          std::vector<Completion>& found) {
   for (Element const& element : elements) {
     bool const optional = element.kind == Element::Kind::Optional;
     if (at == words.size()) {
@@ -220,7 +220,7 @@ bool Pattern::completeAll(Elements const& elements, std::span<std::string const>
 
 bool Pattern::completions(std::span<std::string const> words,
                           std::vector<Completion>& found) const {
-  std::size_t at = 0;
+  size_t at = 0;
   completeAll(elements_, words, at, found);
   Arguments arguments;
   Mismatch mismatch;

@@ -54,10 +54,10 @@ struct Completion {
 
 /// How far a line fits the known commands, and what was expected after that.
 struct Mismatch {
-  std::size_t at = 0;
+  size_t at = 0;
   std::vector<std::string> expected;
 
-  void add(std::size_t place, std::string const& what);
+  void add(size_t place, std::string const& what);
 };
 
 /// The form of one command, read from its text:
@@ -95,15 +95,15 @@ class Pattern {
   };
   using Elements = std::vector<Element>;
 
-  static Elements parse(std::span<std::string_view const> tokens, std::size_t& at);
+  static Elements parse(std::span<std::string_view const> tokens, size_t& at);
   static bool fits(Element const& element, std::string_view word);
-  static void expect(Element const& element, std::size_t at, Mismatch& mismatch);
+  static void expect(Element const& element, size_t at, Mismatch& mismatch);
   static void firsts(Element const& element, std::vector<Completion>& found);
   /// False when nothing after these elements can be reached.
-  static bool completeAll(Elements const& elements, std::span<std::string const> words,
-                          std::size_t& at, std::vector<Completion>& found);
-  static bool matchAll(Elements const& elements, std::span<std::string const> words,
-                       std::size_t& at, Arguments& arguments, Mismatch& mismatch);
+  static bool completeAll(Elements const& elements, std::span<std::string const> words, size_t& at,
+                          std::vector<Completion>& found);
+  static bool matchAll(Elements const& elements, std::span<std::string const> words, size_t& at,
+                       Arguments& arguments, Mismatch& mismatch);
 
   std::string shown_;
   Elements elements_;

@@ -34,10 +34,10 @@ struct CapturedFrame {
   /// What was captured of the frame.
   Bytes bytes;
   /// The length of the frame as it was sent; more than `bytes` when the capture cut it.
-  std::size_t wireLength = 0;
+  size_t wireLength = 0;
 };
 
 /// The most that is kept of a frame, in bytes; the largest that capture programs use.
-inline constexpr std::size_t kMaxSnapLength = 262'144;
+inline constexpr size_t kMaxSnapLength = 262'144;
 
 }  // namespace Host::Packets

@@ -14,7 +14,7 @@ using Kiv::U16;
 using Kiv::U64;
 
 constexpr U16 kReservedVlan = 4095;
-constexpr std::size_t kLargestPayload = 1500;
+constexpr size_t kLargestPayload = 1500;
 
 ForwarderConfig const& checked(ForwarderConfig const& config) {
   if (config.accessVlan < 1 || config.accessVlan >= kReservedVlan) {
@@ -43,7 +43,7 @@ Verdict verdictOf(Ipv4Fault fault) {
 }
 
 // NoRow for an IPv4 packet that may be looked up.
-Verdict verdictByProtocol(Frame const& frame, Bytes bytes, std::size_t wireLength) {
+Verdict verdictByProtocol(Frame const& frame, Bytes bytes, size_t wireLength) {
   if (frame.doubleTagged) return Verdict::DoubleTagged;
   switch (frame.etherType) {
     case EtherType::kIpv4:
@@ -75,7 +75,7 @@ Forwarder::Forwarder(BfnChip::ChipModel& chip, ForwarderConfig const& config)
       tunnel_(config.tunnel),
       packet_(VxlanTunnel::kOverhead + config.maxFrame) {}
 
-ForwardedFrame Forwarder::forward(Bytes bytes, std::size_t wireLength) {
+ForwardedFrame Forwarder::forward(Bytes bytes, size_t wireLength) {
   // A broken capture may say that it kept more than was sent.
   wireLength = std::max(wireLength, bytes.size());
   std::optional<Frame> const frame = readFrame(bytes);
@@ -83,12 +83,11 @@ ForwardedFrame Forwarder::forward(Bytes bytes, std::size_t wireLength) {
   result.number = ++totals_.frames;
   totals_.bytesIn += bytes.size();
   if (isForwarded(result.verdict)) send(*frame, bytes, wireLength, result);
-  ++totals_.byVerdict[static_cast<std::size_t>(result.verdict)];
+  ++totals_.byVerdict[static_cast<size_t>(result.verdict)];
   return result;
 }
 
-ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes,
-                                std::size_t wireLength) {
+ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes, size_t wireLength) {
   ForwardedFrame result;
   if (bytes.size() >= EthernetHeader::kSize) {
     result.macBefore = loadBytes<6>(bytes, EthernetHeader::kSourceAt);
@@ -114,8 +113,7 @@ ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes,
   return result;
 }
 
-void Forwarder::send(Frame const& frame, Bytes bytes, std::size_t wireLength,
-                     ForwardedFrame& result) {
+void Forwarder::send(Frame const& frame, Bytes bytes, size_t wireLength, ForwardedFrame& result) {
   MutableBytes const packet = MutableBytes(packet_).first(VxlanTunnel::kOverhead + bytes.size());
   MutableBytes const inner = packet.subspan(VxlanTunnel::kOverhead);
   std::memcpy(inner.data(), bytes.data(), bytes.size());
@@ -139,7 +137,7 @@ void Forwarder::send(Frame const& frame, Bytes bytes, std::size_t wireLength,
   countKinds(frame, wireLength);
 }
 
-void Forwarder::countKinds(Frame const& frame, std::size_t wireLength) {
+void Forwarder::countKinds(Frame const& frame, size_t wireLength) {
   if (frame.tag) {
     ++totals_.tagged;
     if (frame.tag->vlan == 0) ++totals_.priorityTagged;

@@ -15,12 +15,12 @@
 namespace Host::Packets {
 
 struct ForwarderConfig {
-  static constexpr std::size_t kJumboFrame = 9'216;
+  static constexpr size_t kJumboFrame = 9'216;
 
   /// The VLAN of frames without a tag, and of those whose tag carries a priority only.
   Kiv::U16 accessVlan = 1;
   /// The longest frame that is forwarded, in bytes, Ethernet header and tags included.
-  std::size_t maxFrame = kJumboFrame;
+  size_t maxFrame = kJumboFrame;
   /// Forwards a frame of which the capture kept a part by the headers that it kept, instead of
   /// dropping it. Lengths are those on the wire; a frame whose headers are cut is still dropped.
   bool judgeTruncated = false;
@@ -42,7 +42,7 @@ struct ForwardedFrame {
   /// What leaves; empty when the frame is dropped. Valid until the next frame.
   Bytes packet;
   /// The length of what leaves on the wire; more than `packet` has when the capture cut the frame.
-  std::size_t packetWireLength = 0;
+  size_t packetWireLength = 0;
 };
 
 struct ForwardTotals {
@@ -57,7 +57,7 @@ struct ForwardTotals {
   Kiv::U64 withOptions = 0;
   Kiv::U64 jumbo = 0;  ///< more than 1500 bytes after Ethernet header and outer tag
 
-  Kiv::U64 of(Verdict verdict) const { return byVerdict[static_cast<std::size_t>(verdict)]; }
+  Kiv::U64 of(Verdict verdict) const { return byVerdict[static_cast<size_t>(verdict)]; }
   Kiv::U64 forwarded() const;
   Kiv::U64 dropped() const { return frames - forwarded(); }
 
@@ -101,13 +101,13 @@ class Forwarder {
 
   /// Forwards one frame, of which `bytes` were captured; it had `wireLength` bytes when it was
   /// sent.
-  ForwardedFrame forward(Bytes bytes, std::size_t wireLength);
+  ForwardedFrame forward(Bytes bytes, size_t wireLength);
   ForwardedFrame forward(Bytes bytes) { return forward(bytes, bytes.size()); }
 
  private:
-  ForwardedFrame judge(std::optional<Frame> const& frame, Bytes bytes, std::size_t wireLength);
-  void send(Frame const& frame, Bytes bytes, std::size_t wireLength, ForwardedFrame& result);
-  void countKinds(Frame const& frame, std::size_t wireLength);
+  ForwardedFrame judge(std::optional<Frame> const& frame, Bytes bytes, size_t wireLength);
+  void send(Frame const& frame, Bytes bytes, size_t wireLength, ForwardedFrame& result);
+  void countKinds(Frame const& frame, size_t wireLength);
 
   BfnChip::ChipModel& chip_;
   ForwarderConfig const config_;

@@ -10,9 +10,9 @@ using Kiv::U32;
 using Kiv::U64;
 using Kiv::U8;
 
-constexpr std::size_t kIpv6HeaderSize = 40;
-constexpr std::size_t kIpv6NextHeaderAt = 6;
-constexpr std::size_t kIpv6AddressesAt = 8;
+constexpr size_t kIpv6HeaderSize = 40;
+constexpr size_t kIpv6NextHeaderAt = 6;
+constexpr size_t kIpv6AddressesAt = 8;
 
 class Mixer {
  public:

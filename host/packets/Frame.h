@@ -18,7 +18,7 @@ struct Frame {
   bool doubleTagged = false;
   /// Of what follows the Ethernet header and its tags.
   Kiv::U16 etherType = 0;
-  std::size_t payloadAt = 0;
+  size_t payloadAt = 0;
   /// There is an IPv4 header when the EtherType says so, the frame has one tag at most and 20
   /// bytes are there.
   std::optional<Ipv4Header> ipv4;

@@ -62,8 +62,8 @@ void Ipv4Header::write(MutableBytes bytes) const {
   storeBytes(bytes, 16, destination);
 }
 
-Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, std::size_t wireLength) {
-  std::size_t const length = header.headerLength();
+Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, size_t wireLength) {
+  size_t const length = header.headerLength();
   if (header.version != 4 || length < Ipv4Header::kSize || length > wireLength ||
       header.totalLength < length) {
     return Ipv4Fault::Header;
@@ -75,7 +75,7 @@ Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, std::size_t wireLengt
 }
 
 void ipv4ChecksumIs(MutableBytes bytes) {
-  std::size_t const length = std::size_t{4} * (bytes[0] & 0xf);
+  size_t const length = size_t{4} * (bytes[0] & 0xf);
   store16(bytes, Ipv4Header::kChecksumAt, 0);
   store16(bytes, Ipv4Header::kChecksumAt, InternetChecksum().add(bytes.first(length)).value());
 }

@@ -33,8 +33,8 @@ inline constexpr Kiv::U8 kUdp = 17;
 }  // namespace IpProtocol
 
 struct EthernetHeader {
-  static constexpr std::size_t kSize = 14;
-  static constexpr std::size_t kSourceAt = 6;
+  static constexpr size_t kSize = 14;
+  static constexpr size_t kSourceAt = 6;
 
   MacBytes destination{};
   MacBytes source{};
@@ -48,7 +48,7 @@ struct EthernetHeader {
 
 /// What follows a tag's own EtherType: the tag, and the type of what it tags.
 struct VlanTag {
-  static constexpr std::size_t kSize = 4;
+  static constexpr size_t kSize = 4;
 
   Kiv::U8 priority = 0;  ///< 0 to 7
   bool dropEligible = false;
@@ -62,8 +62,8 @@ struct VlanTag {
 
 /// An IPv4 header without its options.
 struct Ipv4Header {
-  static constexpr std::size_t kSize = 20;
-  static constexpr std::size_t kChecksumAt = 10;
+  static constexpr size_t kSize = 20;
+  static constexpr size_t kChecksumAt = 10;
   static constexpr Kiv::U16 kDontFragment = 0x4000;
   static constexpr Kiv::U16 kMoreFragments = 0x2000;
   static constexpr Kiv::U16 kOffsetMask = 0x1fff;
@@ -80,7 +80,7 @@ struct Ipv4Header {
   AddressBytes source{};
   AddressBytes destination{};
 
-  std::size_t headerLength() const { return std::size_t{4} * headerWords; }
+  size_t headerLength() const { return size_t{4} * headerWords; }
   bool hasOptions() const { return headerWords > 5; }
   bool isFragment() const { return (flagsAndOffset & (kMoreFragments | kOffsetMask)) != 0; }
 
@@ -102,7 +102,7 @@ enum class Ipv4Fault : Kiv::U8 {
 /// Judges the IPv4 packet at the start of `bytes`, whose header was read from there, and which was
 /// followed by the frame's end after `wireLength` bytes: more than there are when a capture cut it.
 /// Bytes after its total length are padding of the frame.
-Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, std::size_t wireLength);
+Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes, size_t wireLength);
 inline Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes) {
   return ipv4Fault(header, bytes, bytes.size());
 }
@@ -111,8 +111,8 @@ inline Ipv4Fault ipv4Fault(Ipv4Header const& header, Bytes bytes) {
 void ipv4ChecksumIs(MutableBytes bytes);
 
 struct UdpHeader {
-  static constexpr std::size_t kSize = 8;
-  static constexpr std::size_t kChecksumAt = 6;
+  static constexpr size_t kSize = 8;
+  static constexpr size_t kChecksumAt = 6;
 
   Kiv::U16 sourcePort = 0;
   Kiv::U16 destinationPort = 0;
@@ -129,7 +129,7 @@ struct UdpHeader {
 Kiv::U16 udpChecksum(AddressBytes const& source, AddressBytes const& destination, Bytes bytes);
 
 struct VxlanHeader {
-  static constexpr std::size_t kSize = 8;
+  static constexpr size_t kSize = 8;
   static constexpr Kiv::U16 kPort = 4789;
   static constexpr Kiv::U32 kMaxVni = 0xff'ffff;
   static constexpr Kiv::U8 kHasVni = 0x08;

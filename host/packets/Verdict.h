@@ -27,7 +27,7 @@ enum class Verdict : Kiv::U8 {
   BadIpv4Checksum,
 };
 
-inline constexpr std::size_t kVerdicts = 14;
+inline constexpr size_t kVerdicts = 14;
 
 constexpr bool isForwarded(Verdict verdict) {
   return verdict < Verdict::TooShort;

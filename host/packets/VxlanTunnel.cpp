@@ -13,9 +13,9 @@ using Kiv::U16;
 using Kiv::U32;
 
 constexpr U16 kMaxVlan = 4094;
-constexpr std::size_t kIpv4At = EthernetHeader::kSize;
-constexpr std::size_t kUdpAt = kIpv4At + Ipv4Header::kSize;
-constexpr std::size_t kVxlanAt = kUdpAt + UdpHeader::kSize;
+constexpr size_t kIpv4At = EthernetHeader::kSize;
+constexpr size_t kUdpAt = kIpv4At + Ipv4Header::kSize;
+constexpr size_t kVxlanAt = kUdpAt + UdpHeader::kSize;
 
 }  // namespace
 
@@ -35,7 +35,7 @@ VxlanTunnel::VxlanTunnel(TunnelConfig const& config) : config_(config) {
 }
 
 void VxlanTunnel::encapsulate(U16 vlan, U32 flowHash, MutableBytes packet,
-                              std::size_t innerLength) const {
+                              size_t innerLength) const {
   KIV_CHECK(packet.size() > kOverhead && packet.size() - kOverhead <= innerLength &&
                 innerLength <= kMaxInner,
             packet.size(), " ", innerLength);

@@ -30,10 +30,10 @@ struct TunnelConfig {
 /// flows and keeps the order inside each. Costs no allocation.
 class VxlanTunnel {
  public:
-  static constexpr std::size_t kOverhead =
+  static constexpr size_t kOverhead =
       EthernetHeader::kSize + Ipv4Header::kSize + UdpHeader::kSize + VxlanHeader::kSize;
   /// The longest frame that an outer IPv4 packet has room for, in bytes.
-  static constexpr std::size_t kMaxInner =
+  static constexpr size_t kMaxInner =
       0xffff - (Ipv4Header::kSize + UdpHeader::kSize + VxlanHeader::kSize);
   static constexpr Kiv::U16 kFirstSourcePort = 49'152;
 
@@ -47,8 +47,7 @@ class VxlanTunnel {
   /// inner frame, of 1 to kMaxInner bytes, which stays as it is. `innerLength` is the length of the
   /// inner frame on the wire: more than is there when a capture cut it, and then the packet has no
   /// UDP checksum.
-  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet,
-                   std::size_t innerLength) const;
+  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet, size_t innerLength) const;
   void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet) const {
     encapsulate(vlan, flowHash, packet, packet.size() - kOverhead);
   }

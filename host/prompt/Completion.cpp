@@ -42,7 +42,7 @@ void collectVrfIds(json const& inputs, std::set<std::string>& found) {
 
 // The files and folders that begin as the typed path does, folders with a slash.
 void collectFiles(std::string_view typed, std::set<std::string>& found) {
-  std::size_t const slash = typed.rfind('/') + 1;
+  size_t const slash = typed.rfind('/') + 1;
   std::string const folder(typed.substr(0, slash));
   std::error_code error;
   std::filesystem::directory_iterator const all(folder.empty() ? "." : folder, error);
@@ -93,11 +93,11 @@ struct Unfinished {
   std::string_view typed;
 };
 
-std::size_t lastWordBegin(std::string_view line) {
+size_t lastWordBegin(std::string_view line) {
   bool quoted = false;
   bool escaped = false;
-  std::size_t begin = 0;
-  for (std::size_t at = 0; at < line.size(); ++at) {
+  size_t begin = 0;
+  for (size_t at = 0; at < line.size(); ++at) {
     char const c = line[at];
     bool const blank = c == ' ' || c == '\t';
     if (!quoted && blank) {
@@ -112,7 +112,7 @@ std::size_t lastWordBegin(std::string_view line) {
 
 /// Throws InputError.
 Unfinished unfinished(std::string_view line, Shell& shell) {
-  std::size_t const begin = lastWordBegin(line);
+  size_t const begin = lastWordBegin(line);
   return {shell.pipeline().expanded(splitWords(line.substr(0, begin))), line.substr(begin)};
 }
 
@@ -144,7 +144,7 @@ std::vector<std::string> completionsOf(std::string_view line, Shell& shell) {
 std::vector<std::string> explanationOf(std::string_view line, Shell& shell) {
   std::vector<CommandTable::Next> fitting;
   std::set<std::string> values;
-  std::size_t width = 0;
+  size_t width = 0;
   try {
     auto const [words, typed] = unfinished(line, shell);
     for (auto& each : shell.pipeline().next(words)) {

@@ -18,7 +18,7 @@ constexpr std::string_view kPasteBegins = "[200~";
 constexpr std::string_view kPasteEnds = "\x1b[201~";
 
 // The number of bytes of a character by its first one; 0 for a byte that begins none.
-std::size_t lengthOf(char byte) {
+size_t lengthOf(char byte) {
   auto const first = static_cast<unsigned char>(byte);
   if (first < 0x80) return 1;
   if (first >= 0xc2 && first <= 0xdf) return 2;
@@ -124,7 +124,7 @@ bool KeyReader::readBlock() {
 }
 
 bool KeyReader::takeFromBlock(wchar_t& character) {
-  std::size_t const length = lengthOf(block_[0]);
+  size_t const length = lengthOf(block_[0]);
   if (length == 0 || length > block_.size() ||
       !decode(std::string_view(block_).substr(0, length), character)) {
     damaged_ = true;
@@ -154,7 +154,7 @@ KeyReader::Result KeyReader::next(wchar_t& character) {
     if (auto const result = readByte(byte); result != Result::Character) return result;
     if (byte == kEscape && readBlock()) continue;
     std::string bytes(1, byte);
-    std::size_t const length = lengthOf(byte);
+    size_t const length = lengthOf(byte);
     while (bytes.size() < length && followingByte(byte)) {
       bytes += byte;
       if (continues(byte)) continue;

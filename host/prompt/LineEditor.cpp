@@ -114,7 +114,7 @@ unsigned char LineEditor::complete() {
 
   std::string const common = commonStart(words);
   // The words begin with what is typed of them.
-  std::size_t typed = std::min(common.size(), text.size());
+  size_t typed = std::min(common.size(), text.size());
   while (!text.ends_with(std::string_view(common).substr(0, typed))) --typed;
   std::string more = common.substr(typed);
   if (words.size() == 1 && !more.ends_with('/')) more += ' ';
@@ -162,7 +162,7 @@ LineEditor::Result LineEditor::read(std::string& line) {
     return Result::Interrupted;
   }
   if (text == nullptr || length <= 0) return Result::End;
-  line.assign(text, static_cast<std::size_t>(length));
+  line.assign(text, static_cast<size_t>(length));
   while (line.ends_with('\n') || line.ends_with('\r')) line.pop_back();
   return damaged ? Result::Damaged : Result::Line;
 }

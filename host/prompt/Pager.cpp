@@ -22,7 +22,7 @@ bool installed(std::string_view program) {
   char const* const path = std::getenv("PATH");
   std::string_view rest = path != nullptr ? path : "";
   while (!rest.empty()) {
-    std::size_t const end = std::min(rest.find(':'), rest.size());
+    size_t const end = std::min(rest.find(':'), rest.size());
     std::string const file = std::string(rest.substr(0, end)) + '/' + std::string(program);
     if (::access(file.c_str(), X_OK) == 0) return true;
     rest.remove_prefix(std::min(end + 1, rest.size()));
@@ -49,11 +49,11 @@ Pager::Pager() : hasProgram_(installed(kProgram)) {}
 bool Pager::isLong(std::string const& text) const {
   winsize size{};
   bool const known = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 1;
-  std::size_t const limit = lines_.value_or(known ? size.ws_row - 1 : 0);
+  size_t const limit = lines_.value_or(known ? size.ws_row - 1 : 0);
   if (limit == 0) return false;
-  std::size_t const width = known ? size.ws_col : 0;
-  std::size_t rows = 0;
-  std::size_t bytes = 0;
+  size_t const width = known ? size.ws_col : 0;
+  size_t rows = 0;
+  size_t bytes = 0;
   for (char const c : text) {
     if (c == '\n' || (width > 0 && bytes == width)) {
       if (++rows > limit) return true;
@@ -75,8 +75,8 @@ void Pager::show(std::string const& text) const {
   }
   std::string_view rest = text;
   while (!rest.empty() && !Interrupt::requested()) {
-    constexpr std::size_t kPiece = 4096;
-    std::size_t const end = std::min(rest.find('\n', kPiece), rest.size() - 1) + 1;
+    constexpr size_t kPiece = 4096;
+    size_t const end = std::min(rest.find('\n', kPiece), rest.size() - 1) + 1;
     std::fwrite(rest.data(), 1, end, stdout);
     std::fflush(stdout);
     rest.remove_prefix(end);

@@ -14,7 +14,7 @@ class Pager {
 
   /// The number of lines that a text may have without being paged; 0: any number. Without one, it
   /// is that of the terminal.
-  void linesIs(std::optional<std::size_t> lines) { lines_ = lines; }
+  void linesIs(std::optional<size_t> lines) { lines_ = lines; }
 
   /// A text that ends with a line end. An interrupt stops it.
   void show(std::string const& text) const;
@@ -22,7 +22,7 @@ class Pager {
  private:
   bool isLong(std::string const& text) const;
 
-  std::optional<std::size_t> lines_;
+  std::optional<size_t> lines_;
   bool hasProgram_;
 };
 

@@ -62,7 +62,7 @@ class LastWords {
   }
 
   static inline char text_[1000];
-  static inline std::size_t size_ = 0;
+  static inline size_t size_ = 0;
 };
 
 /// One session at the prompt.
@@ -180,13 +180,13 @@ class Session {
     report("The last session died in this line:\n  " + lines.back() + "\nIts lines are in " +
            file.string() + '.');
     if (lines.size() < 2) return;
-    std::size_t const count = lines.size() - 1;
+    size_t const count = lines.size() - 1;
     std::printf("Replay the %zu %s before it? [y/N] ", count, count == 1 ? "line" : "lines");
     std::fflush(stdout);
     std::string answer;
     for (char c = 0; ::read(STDIN_FILENO, &c, 1) == 1 && c != '\n';) answer += c;
     if (answer != "y" && answer != "Y" && answer != "yes") return;
-    for (std::size_t i = 0; i < count && !Interrupt::requested() && !shell_.exited(); ++i) {
+    for (size_t i = 0; i < count && !Interrupt::requested() && !shell_.exited(); ++i) {
       runLine(lines[i]);
     }
   }

@@ -8,7 +8,7 @@ using BfnChip::ActionBytes;
 using BfnChip::KeyBytes;
 using BfnDriver::Status;
 
-bool Audit::step(std::size_t rows) {
+bool Audit::step(size_t rows) {
   if (phase_ == Phase::Done) return true;
   if (!table_.handle()) {
     status_ = Status::NotFound;
@@ -33,10 +33,10 @@ bool Audit::step(std::size_t rows) {
   return phase_ == Phase::Done;
 }
 
-void Audit::stepInstalled(std::size_t rows) {
+void Audit::stepInstalled(size_t rows) {
   std::vector<KeyBytes> keys(rows);
   std::vector<ActionBytes> actions(rows);
-  std::size_t found = 0;
+  size_t found = 0;
   status_ =
       table_.chip().walk(*table_.handle(), cursor_, {keys[0].data(), rows * BfnChip::kKeyBytes},
                          {actions[0].data(), rows * BfnChip::kActionBytes}, found);
@@ -44,14 +44,14 @@ void Audit::stepInstalled(std::size_t rows) {
     phase_ = Phase::Done;
     return;
   }
-  for (std::size_t i = 0; i < found; ++i) {
+  for (size_t i = 0; i < found; ++i) {
     Kiv::U64 const key = BfnChip::packed(keys[i]);
     if (!table_.seen(key, BfnChip::packed(actions[i]), mark_)) suspects_.push_back(key);
   }
   if (cursor_.ended) phase_ = Phase::Wanted;
 }
 
-void Audit::stepWanted(std::size_t rows) {
+void Audit::stepWanted(size_t rows) {
   for (; rows > 0; --rows) {
     BfnChip::RowTable::Slot const* const slot = table_.wantedRows().notBelow(place_);
     if (slot == nullptr) {
@@ -69,7 +69,7 @@ void Audit::stepWanted(std::size_t rows) {
   }
 }
 
-void Audit::stepSuspects(std::size_t rows) {
+void Audit::stepSuspects(size_t rows) {
   for (; rows > 0 && checked_ < suspects_.size(); --rows, ++checked_) {
     std::optional<Finding> const finding = table_.compare(suspects_[checked_]);
     if (finding) findings_.push_back(*finding);

@@ -20,13 +20,13 @@ namespace Host {
 /// The table must outlive it. Cost: at most `rows` rows a slice.
 class Audit {
  public:
-  static constexpr std::size_t kRowsPerStep = 4096;
+  static constexpr size_t kRowsPerStep = 4096;
 
   explicit Audit(ReconciledTable& table) : table_(table), mark_(table.auditStarted()) {}
 
   /// One slice. True when there is no more to do. Throws what the chip's driver throws; the slice
   /// can then be repeated.
-  bool step(std::size_t rows = kRowsPerStep);
+  bool step(size_t rows = kRowsPerStep);
   /// Ok, or why the table could not be walked: then there are no findings.
   BfnDriver::Status status() const { return status_; }
   std::vector<Finding> const& findings() const { return findings_; }
@@ -34,9 +34,9 @@ class Audit {
  private:
   enum class Phase : Kiv::U8 { Installed, Wanted, Suspects, Done };
 
-  void stepInstalled(std::size_t rows);
-  void stepWanted(std::size_t rows);
-  void stepSuspects(std::size_t rows);
+  void stepInstalled(size_t rows);
+  void stepWanted(size_t rows);
+  void stepSuspects(size_t rows);
 
   ReconciledTable& table_;
   Kiv::U64 const mark_;
@@ -45,7 +45,7 @@ class Audit {
   BfnDriver::WalkCursor cursor_;
   Kiv::U64 place_ = 0;  // of the next wanted row
   std::vector<Kiv::U64> suspects_;
-  std::size_t checked_ = 0;
+  size_t checked_ = 0;
   std::vector<Finding> findings_;
 };
 

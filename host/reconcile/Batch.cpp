@@ -6,7 +6,7 @@ namespace Host {
 
 using BfnDriver::Change;
 
-Batch::Batch(std::size_t room) {
+Batch::Batch(size_t room) {
   rows_.reserve(room);
   changes_.reserve(room);
   results_.reserve(room);

@@ -15,12 +15,12 @@ namespace Host {
 class Batch {
  public:
   /// Room for that many changes.
-  explicit Batch(std::size_t room);
+  explicit Batch(size_t room);
 
-  std::size_t room() const { return rows_.capacity(); }
-  std::size_t size() const { return rows_.size(); }
+  size_t room() const { return rows_.capacity(); }
+  size_t size() const { return rows_.size(); }
   /// The key of a change, packed.
-  Kiv::U64 key(std::size_t i) const { return BfnChip::packed(rows_[i].key); }
+  Kiv::U64 key(size_t i) const { return BfnChip::packed(rows_[i].key); }
 
   /// One change more: there must be room for it.
   void write(Kiv::U64 key, Kiv::U64 action);

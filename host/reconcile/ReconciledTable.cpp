@@ -20,8 +20,8 @@ using Kiv::U64;
 constexpr double kFirstPause = 1;
 constexpr double kLongestPause = 60;
 constexpr double kWarnAgain = 60;
-constexpr std::size_t kWalkRows = 4096;
-constexpr std::size_t kBatch = 1024;
+constexpr size_t kWalkRows = 4096;
+constexpr size_t kBatch = 1024;
 
 }  // namespace
 
@@ -244,12 +244,12 @@ Status ReconciledTable::compareAll(std::vector<U64>& extra, std::vector<U64>& di
   std::vector<ActionBytes> actions(kWalkRows);
   BfnDriver::WalkCursor cursor;
   while (!cursor.ended) {
-    std::size_t rows = 0;
+    size_t rows = 0;
     Status const status =
         chip_.walk(*handle_, cursor, {keys[0].data(), kWalkRows * BfnChip::kKeyBytes},
                    {actions[0].data(), kWalkRows * BfnChip::kActionBytes}, rows);
     if (status != Status::Ok) return status;
-    for (std::size_t i = 0; i < rows; ++i) {
+    for (size_t i = 0; i < rows; ++i) {
       U64 const key = BfnChip::packed(keys[i]);
       Slot* const slot = wanted_.find(key);
       if (slot == nullptr) {
@@ -292,13 +292,13 @@ std::vector<U64> ReconciledTable::collected() const {
 }
 
 void ReconciledTable::applyErases(std::span<U64 const> keys, Batch& batch, Applied& applied) {
-  for (std::size_t from = 0; from < keys.size(); from += batch.room()) {
+  for (size_t from = 0; from < keys.size(); from += batch.room()) {
     batch.clear();
     for (U64 const key : keys.subspan(from, std::min(batch.room(), keys.size() - from))) {
       batch.erase(key);
     }
     std::span<Status const> const results = batch.apply(chip_, *handle_);
-    for (std::size_t i = 0; i < results.size(); ++i) {
+    for (size_t i = 0; i < results.size(); ++i) {
       if (results[i] == Status::Ok || results[i] == Status::NotFound) {
         failures_.erase(batch.key(i));
         if (results[i] == Status::Ok) ++applied.erased;
@@ -312,7 +312,7 @@ void ReconciledTable::applyErases(std::span<U64 const> keys, Batch& batch, Appli
 }
 
 // Only as many new rows are tried as there is room for, and none before those that wait.
-std::size_t ReconciledTable::insertable() const {
+size_t ReconciledTable::insertable() const {
   if (!queue_.empty()) return 0;
   Fill const at = fill();
   return at.capacity - std::min(at.capacity, at.rows);
@@ -320,9 +320,9 @@ std::size_t ReconciledTable::insertable() const {
 
 void ReconciledTable::applyWrites(std::span<U64 const> keys, bool inserts, Batch& batch,
                                   Applied& applied) {
-  std::size_t from = 0;
+  size_t from = 0;
   while (from < keys.size()) {
-    std::size_t count = std::min(batch.room(), keys.size() - from);
+    size_t count = std::min(batch.room(), keys.size() - from);
     if (inserts) count = std::min(count, insertable());
     if (count == 0) break;
     batch.clear();
@@ -330,7 +330,7 @@ void ReconciledTable::applyWrites(std::span<U64 const> keys, bool inserts, Batch
       if (Slot const* const slot = wanted_.find(key)) batch.write(key, slot->action);
     }
     std::span<Status const> const results = batch.apply(chip_, *handle_);
-    for (std::size_t i = 0; i < results.size(); ++i) {
+    for (size_t i = 0; i < results.size(); ++i) {
       errorIs(results[i] == Status::Error ? chip_.lastError().c_str() : "");
       wrote(batch.key(i), results[i]);
       ++(results[i] != Status::Ok ? applied.waiting
@@ -537,10 +537,10 @@ std::optional<double> ReconciledTable::nextRetry() const {
   return next;
 }
 
-std::size_t ReconciledTable::entryCount() const {
+size_t ReconciledTable::entryCount() const {
   if (!handle_) return 0;
   auto const count = static_cast<std::ptrdiff_t>(chip_.entryCount(*handle_)) + pendingRows_;
-  return static_cast<std::size_t>(std::max<std::ptrdiff_t>(count, 0));
+  return static_cast<size_t>(std::max<std::ptrdiff_t>(count, 0));
 }
 
 // --- What waits
@@ -575,7 +575,7 @@ void ReconciledTable::retryFailures() {
   for (auto const& [key, error] : failures_) {
     (wanted_.find(key) == nullptr ? erases : writes).push_back(key);
   }
-  std::size_t const before = failures_.size();
+  size_t const before = failures_.size();
   Batch batch(std::min(kBatch, before));
   Applied applied;
   applyErases(erases, batch, applied);
@@ -609,7 +609,7 @@ std::vector<WaitingChange> ReconciledTable::waiting() const {
 }
 
 void ReconciledTable::noteQueue() {
-  std::size_t const rows = queue_.size();
+  size_t const rows = queue_.size();
   if (rows == 0 && warned_ == 0) return;
   bool const news =
       rows == 0 || warned_ == 0 || rows >= 2 * warned_ || clock_.now() - warnedAt_ >= kWarnAgain;
@@ -689,7 +689,7 @@ Applied ReconciledTable::repair(std::span<Finding const> findings) {
                                              : inserts)
         .push_back(BfnChip::packed(each.key));
   }
-  Batch batch(std::min(kBatch, std::max<std::size_t>(wrong.size(), 1)));
+  Batch batch(std::min(kBatch, std::max<size_t>(wrong.size(), 1)));
 
   for (U64 const key : overwrites) {
     if (Slot& slot = *wanted_.find(key); isQueued(slot)) dequeue(slot);

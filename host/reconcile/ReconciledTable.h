@@ -54,11 +54,11 @@ struct Finding {
 struct Applied {
   /// Ok, or why nothing was done: the chip could not be read, or its driver has no walk.
   BfnDriver::Status status = BfnDriver::Status::Ok;
-  std::size_t inserted = 0;
-  std::size_t overwritten = 0;
-  std::size_t erased = 0;
+  size_t inserted = 0;
+  size_t overwritten = 0;
+  size_t erased = 0;
   /// Changes that were tried or due and wait.
-  std::size_t waiting = 0;
+  size_t waiting = 0;
 };
 
 /// One table: the rows that are wanted, and what has to happen until the chip holds them.
@@ -82,7 +82,7 @@ class ReconciledTable {
     bool turns = false;
   };
   /// Called with the number of rows that wait for room when it is to be reported.
-  using Warn = std::function<void(std::size_t)>;
+  using Warn = std::function<void(size_t)>;
 
   /// Chip, clock and options must outlive it.
   ReconciledTable(BfnDriver::TableDriver& chip, Kiv::Clock const& clock, Options const& options,
@@ -112,12 +112,12 @@ class ReconciledTable {
   std::optional<double> nextRetry() const;
 
   /// The chip's count, and what pending changes will make of it.
-  std::size_t entryCount() const;
-  std::size_t wanted() const { return wanted_.size(); }
+  size_t entryCount() const;
+  size_t wanted() const { return wanted_.size(); }
   /// Rows that wait for room.
-  std::size_t waitingForRoom() const { return queue_.size(); }
+  size_t waitingForRoom() const { return queue_.size(); }
   /// Rows whose write or removal failed.
-  std::size_t failed() const { return failures_.size(); }
+  size_t failed() const { return failures_.size(); }
   /// Those that wait for room in their order, then the failed ones.
   std::vector<WaitingChange> waiting() const;
 
@@ -228,18 +228,18 @@ class ReconciledTable {
   /// How full the table was when it last refused a row; until that changes, or room_ is due, it is
   /// not asked again.
   struct Fill {
-    std::size_t rows = 0;
-    std::size_t capacity = 0;
+    size_t rows = 0;
+    size_t capacity = 0;
     friend bool operator==(Fill const&, Fill const&) = default;
   };
   Fill fill() const;
-  std::size_t insertable() const;
+  size_t insertable() const;
   std::optional<Fill> refusedAt_;
   std::string error_;
   std::vector<Pending> pending_;
   BfnChip::RowTable pendingIndex_;  // key to its place in pending_
   std::ptrdiff_t pendingRows_ = 0;  // by how many rows pending changes will change the count
-  std::size_t warned_ = 0;
+  size_t warned_ = 0;
   double warnedAt_ = 0;
 };
 

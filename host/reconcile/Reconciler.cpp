@@ -85,18 +85,18 @@ std::optional<double> Reconciler::nextRetry() const {
   return next;
 }
 
-std::size_t Reconciler::wanted() const {
-  std::size_t sum = 0;
+size_t Reconciler::wanted() const {
+  size_t sum = 0;
   for (Table const& table : tables_) sum += table.rows->wanted();
   return sum;
 }
-std::size_t Reconciler::waitingForRoom() const {
-  std::size_t sum = 0;
+size_t Reconciler::waitingForRoom() const {
+  size_t sum = 0;
   for (Table const& table : tables_) sum += table.rows->waitingForRoom();
   return sum;
 }
-std::size_t Reconciler::failed() const {
-  std::size_t sum = 0;
+size_t Reconciler::failed() const {
+  size_t sum = 0;
   for (Table const& table : tables_) sum += table.rows->failed();
   return sum;
 }
@@ -104,16 +104,16 @@ std::size_t Reconciler::failed() const {
 // --- The binding's side
 
 Reconciler::Opened const* Reconciler::opened(TableHandle handle) const {
-  auto const number = static_cast<std::size_t>(handle);
+  auto const number = static_cast<size_t>(handle);
   return number < opened_.size() && !opened_[number].closed ? &opened_[number] : nullptr;
 }
 
-std::size_t Reconciler::tableIs(BfnDriver::TableAddress const& address) {
-  for (std::size_t i = 0; i < tables_.size(); ++i) {
+size_t Reconciler::tableIs(BfnDriver::TableAddress const& address) {
+  for (size_t i = 0; i < tables_.size(); ++i) {
     if (tables_[i].device == address.device && tables_[i].name == address.table) return i;
   }
   auto rows = std::make_unique<ReconciledTable>(
-      chip_, *clock_, options_, [](std::size_t waiting) { Kiv::emitLog(rowsWaiting, waiting); });
+      chip_, *clock_, options_, [](size_t waiting) { Kiv::emitLog(rowsWaiting, waiting); });
   tables_.push_back({address.device, std::string(address.table), std::move(rows)});
   return tables_.size() - 1;
 }
@@ -121,10 +121,10 @@ std::size_t Reconciler::tableIs(BfnDriver::TableAddress const& address) {
 std::optional<TableHandle> Reconciler::open(BfnDriver::TableAddress const& address) {
   std::optional<TableHandle> const chip = chip_.open(address);
   if (!chip) return std::nullopt;
-  std::size_t const table = tableIs(address);
+  size_t const table = tableIs(address);
   auto const known = std::ranges::find_if(
       opened_, [&](Opened const& each) { return !each.closed && each.chip == *chip; });
-  std::size_t const number = static_cast<std::size_t>(known - opened_.begin());
+  size_t const number = static_cast<size_t>(known - opened_.begin());
   if (known == opened_.end()) opened_.push_back({address.session, *chip, table});
   tables_[table].rows->handleIs(*chip);
   return static_cast<TableHandle>(number);
@@ -136,7 +136,7 @@ void Reconciler::closeSession(Kiv::U32 session) {
   for (Opened& each : opened_) {
     if (each.session == session) each.closed = true;
   }
-  for (std::size_t i = 0; i < tables_.size(); ++i) {
+  for (size_t i = 0; i < tables_.size(); ++i) {
     auto const open = std::ranges::find_if(
         opened_, [i](Opened const& each) { return !each.closed && each.table == i; });
     tables_[i].rows->handleIs(open == opened_.end() ? std::nullopt : std::optional(open->chip));
@@ -187,19 +187,19 @@ void Reconciler::prefetch(TableHandle table, ByteView key) const {
 }
 
 Status Reconciler::walk(TableHandle table, BfnDriver::WalkCursor& cursor, std::span<Kiv::U8> keys,
-                        std::span<Kiv::U8> actions, std::size_t& rows) const {
+                        std::span<Kiv::U8> actions, size_t& rows) const {
   Opened const* const from = opened(table);
   if (from == nullptr) return Status::Error;
   tables_[from->table].rows->flush();
   return chip_.walk(from->chip, cursor, keys, actions, rows);
 }
 
-std::size_t Reconciler::entryCount(TableHandle table) const {
+size_t Reconciler::entryCount(TableHandle table) const {
   Opened const* const from = opened(table);
   return from == nullptr ? 0 : tables_[from->table].rows->entryCount();
 }
 
-std::size_t Reconciler::capacity(TableHandle table) const {
+size_t Reconciler::capacity(TableHandle table) const {
   Opened const* const from = opened(table);
   return from == nullptr ? 0 : chip_.capacity(from->chip);
 }

@@ -59,11 +59,11 @@ class Reconciler final : public BfnDriver::TableDriver {
   std::optional<double> nextRetry() const;
 
   /// The tables that have been opened, one for each device and name.
-  std::size_t tables() const { return tables_.size(); }
-  ReconciledTable& table(std::size_t i) const { return *tables_[i].rows; }
-  std::size_t wanted() const;
-  std::size_t waitingForRoom() const;
-  std::size_t failed() const;
+  size_t tables() const { return tables_.size(); }
+  ReconciledTable& table(size_t i) const { return *tables_[i].rows; }
+  size_t wanted() const;
+  size_t waitingForRoom() const;
+  size_t failed() const;
 
   // The binding's side.
 
@@ -80,9 +80,9 @@ class Reconciler final : public BfnDriver::TableDriver {
   void prefetch(BfnDriver::TableHandle table, BfnDriver::ByteView key) const override;
   BfnDriver::Status walk(BfnDriver::TableHandle table, BfnDriver::WalkCursor& cursor,
                          std::span<Kiv::U8> keys, std::span<Kiv::U8> actions,
-                         std::size_t& rows) const override;
-  std::size_t entryCount(BfnDriver::TableHandle table) const override;
-  std::size_t capacity(BfnDriver::TableHandle table) const override;
+                         size_t& rows) const override;
+  size_t entryCount(BfnDriver::TableHandle table) const override;
+  size_t capacity(BfnDriver::TableHandle table) const override;
   BfnDriver::Status rowHits(BfnDriver::TableHandle table, BfnDriver::ByteView key,
                             Kiv::U64& hits) const override;
   BfnDriver::Status tableHits(BfnDriver::TableHandle table,
@@ -101,13 +101,13 @@ class Reconciler final : public BfnDriver::TableDriver {
   struct Opened {
     Kiv::U32 session;
     BfnDriver::TableHandle chip;
-    std::size_t table;
+    size_t table;
     bool closed = false;
   };
 
   /// Null for an unknown handle.
   Opened const* opened(BfnDriver::TableHandle handle) const;
-  std::size_t tableIs(BfnDriver::TableAddress const& address);
+  size_t tableIs(BfnDriver::TableAddress const& address);
 
   BfnDriver::TableDriver& chip_;
   Kiv::Ptr<Kiv::Clock const> const clock_;

@@ -19,7 +19,7 @@ constexpr std::string_view kPipe = "|";
 std::vector<std::string> linesOf(std::string_view text) {
   std::vector<std::string> lines;
   while (!text.empty()) {
-    std::size_t const end = std::min(text.find('\n'), text.size());
+    size_t const end = std::min(text.find('\n'), text.size());
     lines.emplace_back(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
   }
@@ -102,7 +102,7 @@ void Pipeline::addFilters() {
                      std::ofstream file(name);
                      if (!current_.text.empty()) file << current_.text << '\n';
                      if (!file.flush()) throw InputError(excerpt(name) + " cannot be written");
-                     std::size_t const count = lines().size();
+                     size_t const count = lines().size();
                      return Answer(count, name + ": " + std::to_string(count) +
                                               (count == 1 ? " line" : " lines") + " saved");
                    });
@@ -119,9 +119,9 @@ bool Pipeline::isCommand(std::span<std::string const> words) const {
   return words[0] != "help" || std::ranges::find(words, kPipe) == words.end();
 }
 
-std::size_t Pipeline::commandWords(std::span<std::string const> words) const {
+size_t Pipeline::commandWords(std::span<std::string const> words) const {
   if (std::ranges::find(words, kPipe) == words.end() || isCommand(words)) return words.size();
-  for (std::size_t at = words.size() - 1; at > 0; --at) {
+  for (size_t at = words.size() - 1; at > 0; --at) {
     if (words[at] == kPipe && isCommand(words.subspan(0, at))) return at;
   }
   return words.size();
@@ -151,17 +151,17 @@ Answer Pipeline::apply(Stages const& stages, Answer answer) {
 }
 
 std::vector<std::string> Pipeline::expanded(std::span<std::string const> words) const {
-  std::size_t const count = commandWords(words);
+  size_t const count = commandWords(words);
   // The command may be one only once its words are in full.
   auto full = commands_.expanded(words.subspan(0, count));
-  std::size_t const end = commandWords(full);
+  size_t const end = commandWords(full);
   auto const filterStart = full.begin() + static_cast<std::ptrdiff_t>(end);
   std::vector<std::string> rest(filterStart, full.end());
   full.erase(filterStart, full.end());
   rest.insert(rest.end(), words.begin() + static_cast<std::ptrdiff_t>(count), words.end());
-  for (std::size_t at = 0; at < rest.size();) {
+  for (size_t at = 0; at < rest.size();) {
     full.push_back(rest[at++]);
-    std::size_t const begin = at;
+    size_t const begin = at;
     while (at < rest.size() && rest[at] != kPipe) ++at;
     auto const filter = filters_.expanded(std::span(rest).subspan(begin, at - begin));
     full.insert(full.end(), filter.begin(), filter.end());
@@ -170,7 +170,7 @@ std::vector<std::string> Pipeline::expanded(std::span<std::string const> words) 
 }
 
 std::vector<CommandTable::Next> Pipeline::next(std::span<std::string const> words) const {
-  std::size_t const end = commandWords(words);
+  size_t const end = commandWords(words);
   if (end == words.size()) {
     auto found = commands_.next(commands_.innermost(words));
     if (!words.empty() && !found.empty() && found[0].completion.text == CommandTable::kEndOfLine) {
@@ -182,7 +182,7 @@ std::vector<CommandTable::Next> Pipeline::next(std::span<std::string const> word
   while (true) {
     auto const pipe = std::ranges::find(filter, kPipe);
     if (pipe == filter.end()) break;
-    filter = filter.subspan(static_cast<std::size_t>(pipe - filter.begin()) + 1);
+    filter = filter.subspan(static_cast<size_t>(pipe - filter.begin()) + 1);
   }
   return filters_.next(filter);
 }

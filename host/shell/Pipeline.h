@@ -19,7 +19,7 @@ class Pipeline {
   Pipeline& operator=(Pipeline const&) = delete;
 
   /// The number of words up to the first filter's `|`; all of them when there is none.
-  std::size_t commandWords(std::span<std::string const> words) const;
+  size_t commandWords(std::span<std::string const> words) const;
 
   /// One filter, checked and ready.
   using Stages = std::vector<std::vector<std::string>>;

@@ -35,7 +35,7 @@ void Progress::show() {
   shown_ = now;
   visible_ = true;
   auto const percent = static_cast<int>(std::min(done_, total_) * 100 / total_);
-  std::string bar(static_cast<std::size_t>(percent * kWidth / 100), '#');
+  std::string bar(static_cast<size_t>(percent * kWidth / 100), '#');
   bar.resize(kWidth, ' ');
   *terminal_ << "\r[" << bar << "] " << std::setw(3) << percent << " %" << std::flush;
 }

@@ -20,21 +20,21 @@ namespace Host {
 
 namespace {
 
-constexpr std::size_t kBriefLines = 6;
+constexpr size_t kBriefLines = 6;
 constexpr std::string_view kLoad = "load";
 
 std::string shortened(std::string const& text) {
   std::vector<std::string_view> lines;
   for (std::string_view rest = text; !rest.empty();) {
-    std::size_t const end = std::min(rest.find('\n'), rest.size());
+    size_t const end = std::min(rest.find('\n'), rest.size());
     lines.push_back(rest.substr(0, end));
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }
   if (lines.size() <= 2 * kBriefLines) return text;
   std::string brief;
-  for (std::size_t i = 0; i < kBriefLines; ++i) brief += std::string(lines[i]) + '\n';
+  for (size_t i = 0; i < kBriefLines; ++i) brief += std::string(lines[i]) + '\n';
   brief += "... " + std::to_string(lines.size() - 2 * kBriefLines) + " lines ...\n";
-  for (std::size_t i = lines.size() - kBriefLines; i < lines.size(); ++i) {
+  for (size_t i = lines.size() - kBriefLines; i < lines.size(); ++i) {
     brief += std::string(lines[i]) + (i + 1 < lines.size() ? "\n" : "");
   }
   return brief;
@@ -172,7 +172,7 @@ Shell::Status Shell::runLine(std::string_view line, std::ostream& err) {
       err, [&] { located([&] { return carryOut(pipeline_.expanded(splitWords(line)), line); }); });
 }
 
-std::size_t Shell::readFile(std::filesystem::path const& file) {
+size_t Shell::readFile(std::filesystem::path const& file) {
   std::error_code error;
   std::ifstream in(file);
   if (!in || std::filesystem::is_directory(file, error)) {
@@ -182,7 +182,7 @@ std::size_t Shell::readFile(std::filesystem::path const& file) {
   return readStream(in, {file.string(), file.parent_path(), 0}, error ? 0 : size);
 }
 
-std::size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 size) {
+size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 size) {
   struct Nested {
     explicit Nested(Shell& in) : shell(in), outer(in.place_) { ++shell.depth_; }
     ~Nested() {
@@ -194,7 +194,7 @@ std::size_t Shell::readStream(std::istream& in, Place const& place, Kiv::U64 siz
   } const nested(*this);
   place_ = place;
   Progress progress(size, Progress::terminal());
-  std::size_t commands = 0;
+  size_t commands = 0;
   std::string line;
   while (!exited_ && std::getline(in, line)) {
     ++place_.line;
@@ -244,7 +244,7 @@ bool Shell::carryOut(std::vector<std::string> const& words, std::string_view lin
 }
 
 Shell::Prepared Shell::prepare(std::span<std::string const> words) const {
-  std::size_t const count = pipeline_.commandWords(words);
+  size_t const count = pipeline_.commandWords(words);
   auto filters = pipeline_.stages(words.subspan(count));
   return {table_.find(words.subspan(0, count)), std::move(filters)};
 }
@@ -278,7 +278,7 @@ Answer Shell::answerOf(Command const& command, Arguments const& arguments) {
 Answer Shell::load(Arguments const& given) {
   if (depth_ >= kMaxDepth) throw InputError("files are loaded within each other too deep");
   std::string const name = given.text("load");
-  std::size_t commands = 0;
+  size_t commands = 0;
   try {
     commands = readFile(inputPath(name));
   } catch (InputError const& error) {
@@ -330,9 +330,9 @@ void Shell::print(Answer const& answer, std::string_view line) {
 }
 
 void Shell::printLines(std::string_view text) {
-  constexpr std::size_t kPiece = 4096;
+  constexpr size_t kPiece = 4096;
   while (text.size() > kPiece && !Interrupt::requested()) {
-    std::size_t const end = std::min(text.find('\n', kPiece), text.size() - 1) + 1;
+    size_t const end = std::min(text.find('\n', kPiece), text.size() - 1) + 1;
     out_ << text.substr(0, end) << std::flush;
     text.remove_prefix(end);
   }

@@ -81,17 +81,17 @@ class Shell {
   struct Place {
     std::string name;
     std::filesystem::path folder;
-    std::size_t line = 0;
+    size_t line = 0;
   };
-  static constexpr std::size_t kMaxDepth = 16;
+  static constexpr size_t kMaxDepth = 16;
 
   void addLanguage();
   template <class F>
   Status guarded(std::ostream& err, F const& run);
   void report(Failure const& failure);
   /// The number of commands carried out.
-  std::size_t readFile(std::filesystem::path const& file);
-  std::size_t readStream(std::istream& in, Place const& place, Kiv::U64 size);
+  size_t readFile(std::filesystem::path const& file);
+  size_t readStream(std::istream& in, Place const& place, Kiv::U64 size);
   /// Whether the line was a command. An error of the language becomes a Failure that has its place.
   template <class F>
   bool located(F const& run);
@@ -123,7 +123,7 @@ class Shell {
   CommandTable table_;
   Pipeline pipeline_{table_};
   Place place_;
-  std::size_t depth_ = 0;
+  size_t depth_ = 0;
   bool exited_ = false;
   /// Of the current run.
   std::ostream* err_ = nullptr;

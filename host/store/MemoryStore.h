@@ -16,7 +16,7 @@ struct MemoryStoreContents {
   std::map<std::string, StoredRecord> records;
   /// The last changes; those before the first one are forgotten.
   std::deque<StoreEvent> events;
-  std::size_t maxEvents = 100'000;
+  size_t maxEvents = 100'000;
 
   std::string refusal;  ///< not empty: why changes are refused
   bool away = false;    ///< nothing can be reached

@@ -46,8 +46,7 @@ RedisReply converted(redisReply const& from) {
     case REDIS_REPLY_ARRAY:
       to.kind = RedisReply::Kind::List;
       to.list.reserve(from.elements);
-      for (std::size_t i = 0; i < from.elements; ++i)
-        to.list.push_back(converted(*from.element[i]));
+      for (size_t i = 0; i < from.elements; ++i) to.list.push_back(converted(*from.element[i]));
       break;
     default:
       break;
@@ -96,7 +95,7 @@ void RedisConnection::add(std::initializer_list<std::string_view> words) {
 
 void RedisConnection::add(std::vector<std::string_view> const& words) {
   std::vector<char const*> bytes;
-  std::vector<std::size_t> sizes;
+  std::vector<size_t> sizes;
   bytes.reserve(words.size());
   sizes.reserve(words.size());
   for (std::string_view const word : words) {

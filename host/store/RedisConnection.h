@@ -46,7 +46,7 @@ class RedisConnection {
   /// The next answer; throws StoreRefused when it is an error.
   RedisReply need();
   /// How many answers have not been read.
-  std::size_t awaited() const { return awaited_; }
+  size_t awaited() const { return awaited_; }
 
   // For commands whose answer comes at some time.
   /// Sends the batch.
@@ -65,7 +65,7 @@ class RedisConnection {
 
   std::string const name_;
   std::unique_ptr<redisContext, Free> context_;
-  std::size_t awaited_ = 0;
+  size_t awaited_ = 0;
 };
 
 }  // namespace Host

@@ -62,7 +62,7 @@ StoreVersion lastVersion(Reply const& entries) {
 }
 
 std::string_view fieldOf(std::vector<Reply> const& fields, std::string_view name) {
-  for (std::size_t i = 0; i + 1 < fields.size(); i += 2) {
+  for (size_t i = 0; i + 1 < fields.size(); i += 2) {
     if (fields[i].text == name) return fields[i + 1].text;
   }
   return {};
@@ -206,7 +206,7 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
     connection_->add({name.starts_with(kType) ? "GET" : "HGETALL", key(name)});
   }
   connection_->add({"EXEC"});
-  for (std::size_t i = 0; i < names.size() + 4; ++i) connection_->need();
+  for (size_t i = 0; i < names.size() + 4; ++i) connection_->need();
   Reply const all = connection_->need();
   if (all.list.size() != names.size() + 3) return false;
   if (all.list[2].list.size() != names.size()) return false;
@@ -215,7 +215,7 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
   }
   snapshot.head.epoch = all.list[0].text;
   snapshot.head.version = lastVersion(all.list[1]);
-  std::size_t at = 3;
+  size_t at = 3;
   for (std::string_view const name : names) {
     Reply const& contents = all.list[at++];
     if (contents.isError()) {
@@ -227,7 +227,7 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
       if (contents.list.empty()) continue;
       std::string const path = unescaped(name.substr(kData.size(), colon - kData.size()));
       auto& collection = snapshot.records[path].form[std::string(name.substr(colon + 1))];
-      for (std::size_t i = 0; i + 1 < contents.list.size(); i += 2) {
+      for (size_t i = 0; i + 1 < contents.list.size(); i += 2) {
         collection[contents.list[i].text] = contents.list[i + 1].text;
       }
     } else {
@@ -246,7 +246,7 @@ std::optional<std::vector<StoreEvent>> RedisStore::changes() {
       Reply const entries = connection_->need();
       if (entries.list.empty() || lastVersion(entries) != read_) return std::nullopt;
       if (entries.list.size() == 1) break;
-      for (std::size_t i = 1; i < entries.list.size(); ++i) {
+      for (size_t i = 1; i < entries.list.size(); ++i) {
         auto const& entry = entries.list[i].list;
         if (entry.size() != 2) continue;
         read_ = versionOf(entry[0].text);
@@ -365,11 +365,11 @@ StoreVersion RedisStore::writeAll(std::vector<StoreChange const*> const& changes
   connection_->add({"MULTI"});
   for (StoreChange const* change : changes) addChange(*change);
   // Each command is acknowledged before EXEC answers for all of them.
-  std::size_t const acknowledged = connection_->awaited();
+  size_t const acknowledged = connection_->awaited();
   connection_->add({"EXEC"});
   addWatch();
   std::string refusal;
-  for (std::size_t i = 0; i < acknowledged; ++i) {
+  for (size_t i = 0; i < acknowledged; ++i) {
     Reply const each = connection_->answer();
     if (each.isError() && refusal.empty()) refusal = each.text;
   }

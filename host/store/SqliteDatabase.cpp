@@ -90,7 +90,7 @@ bool SqliteDatabase::Statement::step() {
 std::string SqliteDatabase::Statement::text(int column) const {
   auto const* const bytes = sqlite3_column_text(statement_.get(), column);
   if (bytes == nullptr) return {};
-  auto const size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
+  auto const size = static_cast<size_t>(sqlite3_column_bytes(statement_.get(), column));
   return {reinterpret_cast<char const*>(bytes), size};
 }
 

@@ -45,7 +45,7 @@ Kiv::LogHandle storeRefusedBehind(
     "Check the store's free space and the rights of the agent in it.", 60.0, 2.0, false);
 
 std::string shown(std::string const& text) {
-  constexpr std::size_t kMax = 200;
+  constexpr size_t kMax = 200;
   std::string const form = Kiv::quotedToStrep(text).stdString();
   return form.size() <= kMax ? form : form.substr(0, kMax) + "...";
 }

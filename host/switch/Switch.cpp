@@ -99,7 +99,7 @@ BfnDriver::TableDriver& Switch::table() {
   return recorder_;
 }
 
-void Switch::capacityIs(std::size_t rows) {
+void Switch::capacityIs(size_t rows) {
   if (!hardware_) chip.tableIs(BfnChip::ChipModel::kRewriteTable, rows);
   faults_.capacityIs(rows);
 }

@@ -83,7 +83,7 @@ class Switch {
   /// Makes the chip, whichever it is, scarce and unreliable.
   BfnChip::FaultingDriver& faults() { return faults_; }
   /// Rows that the table takes: the chip model any number, another table at most its own.
-  void capacityIs(std::size_t rows);
+  void capacityIs(size_t rows);
   /// After stage 2 has run, with the text of the exception that has left it, if one has. A
   /// reconciler then brings the chip to the rows that are wanted, and what it did is returned.
   /// While the bring-up is not whole, so that they may be too few, the chip keeps the rows that it

@@ -68,7 +68,7 @@ void show(KernelProgram& program, Ports& ports) {
   auto const handle = *table.open({0, 0, {}, "", BfnKernel::KernelTable::kRewriteTable});
   std::cout << table.entryCount(handle) << " rows of " << table.capacity(handle) << '\n';
   BfnKernel::FrameCounters const counters = program.counters();
-  for (std::size_t i = 0; i < BfnKernel::kFrameVerdicts; ++i) {
+  for (size_t i = 0; i < BfnKernel::kFrameVerdicts; ++i) {
     auto const verdict = static_cast<mac_rewrite_verdict>(i);
     if (counters.of(verdict) == 0) continue;
     std::cout << BfnKernel::text(verdict) << ' ' << counters.of(verdict) << '\n';
@@ -79,7 +79,7 @@ using Action = std::function<void(KernelProgram&, Ports&)>;
 
 // What the words say is to be done. Throws WrongUse when they are no command.
 Action actionOf(std::vector<std::string> const& words) {
-  auto const are = [&](std::size_t count, std::string_view first) {
+  auto const are = [&](size_t count, std::string_view first) {
     return words.size() == count && words[0] == first;
   };
   if (are(4, "attach") && words[2] == "vlan") {

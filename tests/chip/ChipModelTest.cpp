@@ -241,10 +241,10 @@ TEST_F(ChipModelTest, ADevicesTableIsThereOnceItIsOpenedWithTheCapacityOfThatNam
 // The n-th allocation of a call fails, for every n.
 TEST_F(ChipModelTest, AWriteWithoutMemoryChangesNothingAndCanBeRepeated) {
   chip.tableIs(ChipModel::kRewriteTable, 1000);
-  std::size_t failures = 0;
+  size_t failures = 0;
   for (Kiv::U8 n = 0; n < 250; ++n) {
     failures += BfnTest::failEachAllocation([&] { EXPECT_EQ(write(n), WriteResult::Ok); },
-                                            [&](std::size_t) {
+                                            [&](size_t) {
                                               EXPECT_EQ(chip.rowCount(), n);
                                               EXPECT_EQ(chip.resourcesInUse(), n);
                                               EXPECT_EQ(chip.journal().size(), n);
@@ -261,11 +261,11 @@ TEST_F(ChipModelTest, AnEraseWithoutMemoryChangesNothingAndCanBeRepeated) {
   chip.tableIs(ChipModel::kRewriteTable, 1000);
   for (Kiv::U8 n = 0; n < 100; ++n) write(n);
   (void)chip.journal().take();
-  std::size_t failures = 0;
+  size_t failures = 0;
   for (Kiv::U8 n = 0; n < 100; ++n) {
     failures +=
         BfnTest::failEachAllocation([&] { EXPECT_EQ(chip.erase(table, key(n)), EraseResult::Ok); },
-                                    [&](std::size_t) { EXPECT_EQ(chip.rowCount(), 100u - n); });
+                                    [&](size_t) { EXPECT_EQ(chip.rowCount(), 100u - n); });
   }
   EXPECT_GT(failures, 1u);
   EXPECT_EQ(chip.journal().size(), 100u);

@@ -41,7 +41,7 @@ class FaultingDriverTest : public ::testing::Test {
   std::array<Status, 3> applyThree() {
     std::array const keys{key(1), key(2), key(3)};
     std::array<Change, 3> changes;
-    for (std::size_t i = 0; i < 3; ++i) changes[i] = {Change::Kind::Write, keys[i], kAction};
+    for (size_t i = 0; i < 3; ++i) changes[i] = {Change::Kind::Write, keys[i], kAction};
     std::array<Status, 3> results{};
     driver.apply(table, changes, results);
     return results;

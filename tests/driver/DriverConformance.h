@@ -17,7 +17,7 @@
 //
 // with a class that has
 //
-//   explicit MyChipUnderTest(std::size_t capacity);  // a chip whose tables are empty and so large
+//   explicit MyChipUnderTest(size_t capacity);  // a chip whose tables are empty and so large
 //   BfnDriver::TableDriver& driver();
 //   static constexpr bool kCountsHits;               // whether the chip counts at all
 //   void packet(BfnTest::DriverKey const& key);      // looks a packet up that the row matches
@@ -85,7 +85,7 @@ class DriverConformance : public ::testing::Test {
 
   /// A chip and its table on device 0.
   struct Opened {
-    explicit Opened(std::size_t capacity) : chip(capacity), table(open(chip)) {}
+    explicit Opened(size_t capacity) : chip(capacity), table(open(chip)) {}
 
     WriteResult write(Kiv::U32 n, Kiv::U32 action) {
       return driver.write(table, driverKey(n), driverAction(action));
@@ -97,9 +97,9 @@ class DriverConformance : public ::testing::Test {
     void fill(Kiv::U32 count) {
       for (Kiv::U32 n = 0; n < count; ++n) ASSERT_EQ(write(n, n), WriteResult::Ok) << n;
     }
-    std::size_t count() const { return driver.entryCount(table); }
+    size_t count() const { return driver.entryCount(table); }
     /// All rows, by a walk with room for that many at a time; a key that comes twice is a failure.
-    DriverRows rows(std::size_t room = TableDriver::kWalkRoom) const {
+    DriverRows rows(size_t room = TableDriver::kWalkRoom) const {
       return walked(driver, table, room, [] {});
     }
 
@@ -109,20 +109,20 @@ class DriverConformance : public ::testing::Test {
   };
 
   template <class Between>
-  static DriverRows walked(TableDriver const& driver, TableHandle table, std::size_t room,
+  static DriverRows walked(TableDriver const& driver, TableHandle table, size_t room,
                            Between const& between) {
     std::vector<Kiv::U8> keys(room * 8);
     std::vector<Kiv::U8> actions(room * 8);
     DriverRows found;
     BfnDriver::WalkCursor cursor;
-    for (std::size_t batches = 0; !cursor.ended; ++batches) {
-      std::size_t rows = ~std::size_t{0};
+    for (size_t batches = 0; !cursor.ended; ++batches) {
+      size_t rows = ~size_t{0};
       EXPECT_EQ(driver.walk(table, cursor, keys, actions, rows), Status::Ok);
       if (::testing::Test::HasFailure() || batches > 1'000'000 || rows > room) {
         ADD_FAILURE() << "batch " << batches << ", rows " << rows;
         return found;
       }
-      for (std::size_t i = 0; i < rows; ++i) {
+      for (size_t i = 0; i < rows; ++i) {
         DriverKey key;
         DriverAction action;
         std::copy_n(keys.data() + 8 * i, 8, key.data());
@@ -216,7 +216,7 @@ TYPED_TEST_P(DriverConformance, AWalkGivesEveryRowOnceWhateverTheRoom) {
   for (Kiv::U32 const count : {0u, 1u, 63u, 64u, 65u, 5000u}) {
     typename Suite::Opened at(10'000);
     at.fill(count);
-    for (std::size_t const room : {64u, 100u, 4096u, 10'000u})
+    for (size_t const room : {64u, 100u, 4096u, 10'000u})
       EXPECT_EQ(at.rows(room), Suite::rowsOf(0, count)) << count << " rows, room for " << room;
   }
 }
@@ -225,18 +225,18 @@ TYPED_TEST_P(DriverConformance, AWalkGoesOnFromACopyOfItsCursor) {
   using Suite = DriverConformance<TypeParam>;
   typename Suite::Opened at(1000);
   at.fill(1000);
-  constexpr std::size_t kRoom = BfnDriver::TableDriver::kWalkRoom;
+  constexpr size_t kRoom = BfnDriver::TableDriver::kWalkRoom;
   std::vector<Kiv::U8> keys(8 * kRoom);
   std::vector<Kiv::U8> actions(8 * kRoom);
   BfnDriver::WalkCursor cursor;
-  std::size_t rows = 0;
-  std::size_t total = 0;
+  size_t rows = 0;
+  size_t total = 0;
   while (!cursor.ended) {
     BfnDriver::WalkCursor again = cursor;
     ASSERT_EQ(at.driver.walk(at.table, cursor, keys, actions, rows), BfnDriver::Status::Ok);
     std::vector<Kiv::U8> const first(keys.begin(),
                                      keys.begin() + static_cast<std::ptrdiff_t>(8 * rows));
-    std::size_t rowsAgain = 0;
+    size_t rowsAgain = 0;
     ASSERT_EQ(at.driver.walk(at.table, again, keys, actions, rowsAgain), BfnDriver::Status::Ok);
     EXPECT_EQ(rowsAgain, rows);
     EXPECT_TRUE(std::equal(first.begin(), first.end(), keys.begin()));
@@ -272,9 +272,9 @@ TYPED_TEST_P(DriverConformance, RowsThatStayComeOnceWhateverChangesWithinTheWalk
     std::map<DriverKey, unsigned> seen;
     BfnDriver::WalkCursor cursor;
     while (!cursor.ended) {
-      std::size_t rows = 0;
+      size_t rows = 0;
       ASSERT_EQ(at.driver.walk(at.table, cursor, keys, actions, rows), BfnDriver::Status::Ok);
-      for (std::size_t i = 0; i < rows; ++i) {
+      for (size_t i = 0; i < rows; ++i) {
         DriverKey key;
         std::copy_n(keys.data() + 8 * i, 8, key.data());
         ++seen[key];
@@ -324,20 +324,20 @@ TYPED_TEST_P(DriverConformance, ABatchDoesWhatItsChangesDoOneByOne) {
   auto const seed = static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed());
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-  constexpr std::size_t kCapacity = 100;
+  constexpr size_t kCapacity = 100;
   typename Suite::Opened at(kCapacity);
   DriverRows model;
   for (int round = 0; round < 100; ++round) {
-    std::size_t const size = random() % 300;
+    size_t const size = random() % 300;
     std::vector<DriverKey> keys;
     std::vector<DriverAction> actions;
-    for (std::size_t i = 0; i < size; ++i) {
+    for (size_t i = 0; i < size; ++i) {
       keys.push_back(driverKey(static_cast<Kiv::U32>(random() % 200)));
       actions.push_back(driverAction(static_cast<Kiv::U32>(random() % 1000)));
     }
     std::vector<BfnDriver::Change> changes;
     std::vector<Status> expected;
-    for (std::size_t i = 0; i < size; ++i) {
+    for (size_t i = 0; i < size; ++i) {
       if (random() % 3 == 0) {
         changes.push_back({Kind::Erase, keys[i], {}});
         expected.push_back(model.erase(keys[i]) == 1 ? Status::Ok : Status::NotFound);
@@ -367,7 +367,7 @@ TYPED_TEST_P(DriverConformance, BytesOfAnotherWidthAreAnErrorAndChangeNothing) {
   std::array<Kiv::U8, 16> room;
   room.fill(0xEE);
   std::span<Kiv::U8> const right(room.data(), 8);
-  for (std::size_t const width : {0u, 7u, 9u, 16u}) {
+  for (size_t const width : {0u, 7u, 9u, 16u}) {
     SCOPED_TRACE(width);
     BfnDriver::ByteView const wrong(bytes.data(), width);
     EXPECT_EQ(at.driver.write(at.table, wrong, action), BfnDriver::WriteResult::Error);
@@ -405,7 +405,7 @@ TYPED_TEST_P(DriverConformance, AnUnknownHandleIsAnErrorInEveryCall) {
   BfnDriver::WalkCursor cursor;
   std::vector<Kiv::U8> bytes(8 * 64);
   std::vector<Kiv::U8> more(8 * 64);
-  std::size_t rows = 7;
+  size_t rows = 7;
   EXPECT_EQ(at.driver.walk(unknown, cursor, bytes, more, rows), Status::Error);
   EXPECT_EQ(rows, 7u);
   EXPECT_FALSE(cursor.ended);

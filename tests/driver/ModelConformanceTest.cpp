@@ -13,7 +13,7 @@ class ModelUnderTest {
  public:
   static constexpr bool kCountsHits = true;
 
-  explicit ModelUnderTest(std::size_t capacity) : chip_(capacity) {}
+  explicit ModelUnderTest(size_t capacity) : chip_(capacity) {}
 
   BfnDriver::TableDriver& driver() { return chip_; }
   void packet(DriverKey const& key) {
@@ -28,7 +28,7 @@ class ModelUnderTest {
 template <class Front>
 class ModelBehind : public ModelUnderTest {
  public:
-  explicit ModelBehind(std::size_t capacity)
+  explicit ModelBehind(size_t capacity)
       : ModelUnderTest(capacity), front_(ModelUnderTest::driver()) {}
 
   BfnDriver::TableDriver& driver() { return front_; }
@@ -46,8 +46,7 @@ class LimitedModelUnderTest {
  public:
   static constexpr bool kCountsHits = true;
 
-  explicit LimitedModelUnderTest(std::size_t capacity)
-      : chip_(capacity + 10), front_(chip_.driver()) {
+  explicit LimitedModelUnderTest(size_t capacity) : chip_(capacity + 10), front_(chip_.driver()) {
     front_.capacityIs(capacity);
   }
 

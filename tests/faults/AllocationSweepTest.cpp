@@ -90,12 +90,12 @@ std::string ran(FaultEvent const& event, Scene& scene) {
 constexpr int kNothingFailed = 3;
 
 // The child's part; n = 0: no allocation fails. Writes what it sees to standard output.
-int run(std::unique_ptr<Scene>& scene, FaultEvent const& event, std::size_t n) {
-  std::size_t const blocksBefore = BfnTest::liveAllocations();
-  std::size_t const callsBefore = BfnTest::allocationCount();
+int run(std::unique_ptr<Scene>& scene, FaultEvent const& event, size_t n) {
+  size_t const blocksBefore = BfnTest::liveAllocations();
+  size_t const callsBefore = BfnTest::allocationCount();
   BfnTest::failAllocation(n);
   std::string thrown = ran(event, *scene);
-  std::size_t const calls = BfnTest::allocationCount() - callsBefore;
+  size_t const calls = BfnTest::allocationCount() - callsBefore;
   bool const failed = BfnTest::allocationFailed();
   BfnTest::failAllocation(0);
   if (n != 0 && !failed) return kNothingFailed;
@@ -124,12 +124,12 @@ int run(std::unique_ptr<Scene>& scene, FaultEvent const& event, std::size_t n) {
 
 struct Seen {
   std::string text;
-  long blocks = 0;              ///< live at the end, more than before
-  std::size_t allocations = 0;  ///< of the event's first run
+  long blocks = 0;         ///< live at the end, more than before
+  size_t allocations = 0;  ///< of the event's first run
 };
 
 Seen seen(std::string const& output) {
-  std::size_t const at = output.rfind("blocks ");
+  size_t const at = output.rfind("blocks ");
   if (at == std::string::npos) return {output, 0, 0};
   Seen now{output.substr(0, at), 0, 0};
   std::string of;
@@ -166,8 +166,8 @@ std::string wrong(BfnTest::ChildEnd const& end, Seen const& reference, bool coun
 }
 
 struct Result {
-  std::size_t pairs = 0;
-  std::size_t failing = 0;
+  size_t pairs = 0;
+  size_t failing = 0;
   std::string report;
 };
 
@@ -185,9 +185,9 @@ void warmUp(FaultEvent const& event) {
 }
 
 // `number` is that of the sweep.
-Result sweep(FaultEvent const& event, std::size_t number, int size, bool warm) {
+Result sweep(FaultEvent const& event, size_t number, int size, bool warm) {
   auto scene = std::make_unique<Scene>(size, event.stage);
-  auto const child = [&](std::size_t n) {
+  auto const child = [&](size_t n) {
     std::cout.flush();
     return BfnTest::inChild(STDOUT_FILENO, [&] {
       ::alarm(60);
@@ -203,7 +203,7 @@ Result sweep(FaultEvent const& event, std::size_t number, int size, bool warm) {
   }
   Seen const reference = seen(unharmed.text);
   std::string last;
-  for (std::size_t n = 1; n <= reference.allocations; ++n) {
+  for (size_t n = 1; n <= reference.allocations; ++n) {
     if (!longRun() && !BfnTest::takesCase(number + n)) continue;
     BfnTest::ChildEnd const end = child(n);
     ++result.pairs;
@@ -218,18 +218,18 @@ Result sweep(FaultEvent const& event, std::size_t number, int size, bool warm) {
 }
 
 TEST(AllocationSweep, AnEventWhoseAllocationFailsCanBeRepeated) {
-  std::size_t pairs = 0;
-  std::size_t failing = 0;
+  size_t pairs = 0;
+  size_t failing = 0;
   std::string report;
   std::set<std::string> unknown;
   std::set<std::string> failed;
   for (bool const warm : {false, true}) {
-    std::size_t share = warm ? 1 : 0;
+    size_t share = warm ? 1 : 0;
     for (FaultEvent const& event : BfnTest::faultEvents()) {
       Result all;
       if (warm) warmUp(event);
       ++share;
-      for (std::size_t i = 0; i < std::size(kSizes); ++i) {
+      for (size_t i = 0; i < std::size(kSizes); ++i) {
         if (!longRun() && i != share % std::size(kSizes)) continue;
         Result const one = sweep(event, share, kSizes[i], warm);
         all.pairs += one.pairs;

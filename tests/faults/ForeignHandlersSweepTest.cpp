@@ -41,7 +41,7 @@ class Foreign {
     watchers_.push_back(watcher);
   }
   void called(char const* name) {
-    std::size_t const number = calls_.size() + 1;
+    size_t const number = calls_.size() + 1;
     calls_.emplace_back(name);
     if (then && number == at) then();
   }
@@ -54,7 +54,7 @@ class Foreign {
 
   /// Called once, at the call of that number.
   std::function<void()> then;
-  std::size_t at = 0;
+  size_t at = 0;
 
  private:
   std::vector<std::string> calls_;  // outlives the watchers: what they hold notifies when it goes
@@ -131,7 +131,7 @@ std::string outcome(Body const& body) {
   });
   if (end.exitedWith(0)) return end.text;
   // The condition and the explanation of a fatal check, without the addresses of this process.
-  std::size_t const from = end.text.find("Failed(");
+  size_t const from = end.text.find("Failed(");
   if (from == std::string::npos) return "dies: " + end.text;
   return "dies: " + end.text.substr(from, end.text.find(')', from) + 1 - from);
 }
@@ -143,7 +143,7 @@ bool dies(std::string const& text) {
 struct Case {
   FaultEvent const& event;
   FaultEvent const& change;
-  std::size_t at;
+  size_t at;
 };
 
 std::string runCase(Stand& stand, Case const& each) {
@@ -169,10 +169,10 @@ std::string runBoth(Stand& stand, FaultEvent const& first, FaultEvent const& sec
 
 std::vector<std::string> callsOf(Stand& stand, FaultEvent const& event) {
   std::string const text = outcome([&] {
-    std::size_t const before = stand.foreign.calls().size();
+    size_t const before = stand.foreign.calls().size();
     thrownBy(event, *stand.scene);
     std::string names;
-    for (std::size_t i = before; i < stand.foreign.calls().size(); ++i) {
+    for (size_t i = before; i < stand.foreign.calls().size(); ++i) {
       names += stand.foreign.calls()[i] + '\n';
     }
     return names;
@@ -234,7 +234,7 @@ Ends pinned() {
   std::ifstream file(BFN_FOREIGN_OUTCOMES);
   for (std::string line; std::getline(file, line);) {
     if (line.empty() || line[0] == '#') continue;
-    std::size_t const at = line.rfind(" | ");
+    size_t const at = line.rfind(" | ");
     ends[line.substr(0, at)] = line.substr(at + 3);
   }
   return ends;
@@ -249,8 +249,8 @@ bool mayEnd(Ends const& expected, std::string const& pair, std::string const& en
 TEST(ForeignHandlersSweep, AChangeInTheMiddleOfAnEventEndsAsOneAfterTheOtherOrAsPinned) {
   bool const all = BfnTest::longRun() || BfnTest::writesOutcomes();
   Stand stand;
-  std::size_t events = 0;
-  std::size_t cases = 0;
+  size_t events = 0;
+  size_t cases = 0;
   Ends const expected = pinned();
   Ends ends;
   std::string unexpected;
@@ -258,16 +258,16 @@ TEST(ForeignHandlersSweep, AChangeInTheMiddleOfAnEventEndsAsOneAfterTheOtherOrAs
     if (event.stage != Stage::Running || !isOneStep(event)) continue;
     std::vector<std::string> const calls = callsOf(stand, event);
     ++events;
-    std::size_t number = 0;
+    size_t number = 0;
     for (FaultEvent const& change : BfnTest::faultEvents()) {
       if (!isChange(change)) continue;
-      std::size_t const only = number++ % std::max<std::size_t>(calls.size(), 1) + 1;
+      size_t const only = number++ % std::max<size_t>(calls.size(), 1) + 1;
       if (!all && (events + number) % 2 == 0) continue;
       std::string const pair = std::string(event.name) + " | " + change.name;
       if (!all && !BfnTest::takesCase(events + number)) continue;
       std::string const one = runBoth(stand, event, change);
       std::string other;  // asked for when it matters
-      for (std::size_t at = 1; at <= calls.size(); ++at) {
+      for (size_t at = 1; at <= calls.size(); ++at) {
         if (!all && at != only) continue;
         ++cases;
         std::string const text = runCase(stand, {event, change, at});

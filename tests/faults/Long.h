@@ -20,11 +20,11 @@ inline bool longRun() {
 }
 /// Whether a short run takes a case, by the case's number. A process whose every access is checked
 /// takes tens of milliseconds to fork, so that it takes each eighth one, beginning at the seed.
-inline bool takesCase(std::size_t number) {
+inline bool takesCase(size_t number) {
 #ifdef KIV_ADDRESS_SANITIZER
-  constexpr std::size_t kStep = 8;
+  constexpr size_t kStep = 8;
 #else
-  constexpr std::size_t kStep = 1;
+  constexpr size_t kStep = 1;
 #endif
   return (number + testSeed()) % kStep == 0;
 }

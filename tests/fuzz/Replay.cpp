@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string>
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size);
 
 int main(int argc, char** argv) {
   int replayed = 0;

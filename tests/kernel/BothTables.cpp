@@ -51,7 +51,7 @@ using Kiv::U8;
 using Buffer = std::vector<U8>;
 
 constexpr int kSkipped = 77;
-constexpr std::size_t kRowBytes = 16;
+constexpr size_t kRowBytes = 16;
 
 void check(bool ok, std::string const& what) {
   if (!ok) throw std::runtime_error(what + ": " + std::strerror(errno));
@@ -116,7 +116,7 @@ class Wire {
     message.msg_controllen = control.size();
     ssize_t const length = recvmsg(out_.get(), &message, 0);
     check(length >= 0, "a frame of " + std::to_string(frame.size()) + " bytes was lost");
-    bytes.resize(static_cast<std::size_t>(length));
+    bytes.resize(static_cast<size_t>(length));
     // The kernel takes the tag out of what it receives.
     for (cmsghdr* part_of = CMSG_FIRSTHDR(&message); part_of != nullptr;
          part_of = CMSG_NXTHDR(&message, part_of)) {
@@ -159,7 +159,7 @@ class BothTables {
         wire_(kernel_, deviceVlan) {
     handle_ = *table_.open({0, 0, {}, "", BfnKernel::KernelTable::kRewriteTable});
     auto const inModel = *chip_.open({0, 0, {}, "", BfnChip::ChipModel::kRewriteTable});
-    for (std::size_t i = 0; i < rowCount(); ++i) {
+    for (size_t i = 0; i < rowCount(); ++i) {
       check(table_.write(handle_, key(i), action(i)) == BfnDriver::WriteResult::Ok &&
                 chip_.write(inModel, key(i), action(i)) == BfnDriver::WriteResult::Ok,
             "a row");
@@ -176,14 +176,14 @@ class BothTables {
     std::string_view const verdict = throughKernel(frame, inKernel);
     putText(out, Host::Packets::text(inModel.verdict));
     putText(out, verdict);
-    std::size_t const outer = inModel.packet.empty() ? 0 : Host::Packets::VxlanTunnel::kOverhead;
+    size_t const outer = inModel.packet.empty() ? 0 : Host::Packets::VxlanTunnel::kOverhead;
     putFrame(out, inModel.packet.subspan(outer));
     putFrame(out, inKernel);
   }
 
   void putHits(std::ostream& out) {
     std::vector<BfnChip::Row> const inModel = chip_.rows();
-    for (std::size_t i = 0; i < rowCount(); ++i) {
+    for (size_t i = 0; i < rowCount(); ++i) {
       auto const row = std::ranges::find_if(
           inModel, [&](BfnChip::Row const& r) { return std::ranges::equal(r.key, key(i)); });
       U64 hits = 0;
@@ -205,11 +205,11 @@ class BothTables {
     config.accessVlan = accessVlan;
     return config;
   }
-  std::size_t rowCount() const { return rows_.size() / kRowBytes; }
-  BfnDriver::ByteView key(std::size_t row) const {
+  size_t rowCount() const { return rows_.size() / kRowBytes; }
+  BfnDriver::ByteView key(size_t row) const {
     return BfnDriver::ByteView(rows_).subspan(row * kRowBytes, 8);
   }
-  BfnDriver::ByteView action(std::size_t row) const {
+  BfnDriver::ByteView action(size_t row) const {
     return BfnDriver::ByteView(rows_).subspan(row * kRowBytes + 8, 8);
   }
 
@@ -227,7 +227,7 @@ class BothTables {
     }
     FrameCounters const now = kernel_.counters();
     std::string_view verdict = "not counted";
-    for (std::size_t i = 0; i < BfnKernel::kFrameVerdicts; ++i) {
+    for (size_t i = 0; i < BfnKernel::kFrameVerdicts; ++i) {
       U64 const more = now.byVerdict[i] - before_.byVerdict[i];
       if (more == 0) continue;
       bool const once = more == 1 && verdict == "not counted";
@@ -245,9 +245,9 @@ class BothTables {
   Host::Packets::Forwarder forwarder_;
   Wire wire_;
   FrameCounters before_;
-  std::size_t tested_ = 0;
-  std::size_t carried_ = 0;
-  std::size_t notTaken_ = 0;
+  size_t tested_ = 0;
+  size_t carried_ = 0;
+  size_t notTaken_ = 0;
 };
 
 void run(char** arguments) {
@@ -255,7 +255,7 @@ void run(char** arguments) {
                     static_cast<U16>(std::stoi(arguments[5])));
   Buffer const frames = contents(arguments[2]);
   std::ofstream out(arguments[3], std::ios::binary);
-  for (std::size_t at = 0; at < frames.size();) {
+  for (size_t at = 0; at < frames.size();) {
     U32 length = 0;
     std::memcpy(&length, &frames[at], sizeof length);
     auto const first = frames.begin() + static_cast<std::ptrdiff_t>(at + sizeof length);

@@ -21,7 +21,7 @@ class KernelUnderTest {
 
   static std::optional<std::string> whyNot() { return BfnTest::whyNot(); }
 
-  explicit KernelUnderTest(std::size_t capacity)
+  explicit KernelUnderTest(size_t capacity)
       : first_({directory(), capacity}), second_({directory(), capacity}) {
     driver_.deviceIs(0, first_);
     driver_.deviceIs(1, second_);
@@ -69,7 +69,7 @@ class ReconciledKernelUnderTest {
 
   static std::optional<std::string> whyNot() { return BfnTest::whyNot(); }
 
-  explicit ReconciledKernelUnderTest(std::size_t capacity) : kernel_(capacity) {
+  explicit ReconciledKernelUnderTest(size_t capacity) : kernel_(capacity) {
     reconciler_.waitingIs(false);
     for (Kiv::U8 device = 0; device < 2; ++device) {
       reconciler_.open(

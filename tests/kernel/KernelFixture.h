@@ -25,7 +25,7 @@ class KernelFixture : public ::testing::Test {
 
   /// Where programs are pinned; a bpf file system is mounted there by the first one.
   std::filesystem::path directory() const { return scratch_ / "bpf"; }
-  BfnKernel::KernelOptions options(std::size_t rows = 100) const { return {directory(), rows}; }
+  BfnKernel::KernelOptions options(size_t rows = 100) const { return {directory(), rows}; }
 
  private:
   std::filesystem::path scratch_;

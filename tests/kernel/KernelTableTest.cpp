@@ -35,7 +35,7 @@ Bytes bytesOf(U64 number) {
 
 class KernelTableTest : public BfnTest::KernelFixture {
  protected:
-  void openWith(std::size_t rows) {
+  void openWith(size_t rows) {
     kernel_ = std::make_unique<KernelProgram>(options(rows));
     table_ = std::make_unique<KernelTable>(*kernel_);
     handle_ = *table_->open(address());
@@ -54,25 +54,25 @@ class KernelTableTest : public BfnTest::KernelFixture {
     std::memcpy(&number, action.data(), sizeof number);
     return number;
   }
-  std::size_t count() const { return table_->entryCount(handle_); }
+  size_t count() const { return table_->entryCount(handle_); }
   // Another process with its own way to the map.
   void someoneWrites(U64 key, U64 action) {
     ASSERT_EQ(kernel_->rows().update(&key, &action, BPF_ANY), 0);
   }
   void someoneErases(U64 key) { ASSERT_EQ(kernel_->rows().erase(&key), 0); }
 
-  std::multiset<U64> walked(std::size_t room = KernelTable::kWalkRoom) {
+  std::multiset<U64> walked(size_t room = KernelTable::kWalkRoom) {
     std::multiset<U64> keys;
     BfnDriver::WalkCursor cursor;
     while (!cursor.ended) batch(cursor, room, keys);
     return keys;
   }
-  void batch(BfnDriver::WalkCursor& cursor, std::size_t room, std::multiset<U64>& into) {
+  void batch(BfnDriver::WalkCursor& cursor, size_t room, std::multiset<U64>& into) {
     std::vector<U8> keys(room * 8);
     std::vector<U8> actions(room * 8);
-    std::size_t rows = 0;
+    size_t rows = 0;
     ASSERT_EQ(table_->walk(handle_, cursor, keys, actions, rows), Status::Ok);
-    for (std::size_t i = 0; i < rows; ++i) {
+    for (size_t i = 0; i < rows; ++i) {
       U64 key = 0;
       std::memcpy(&key, &keys[8 * i], sizeof key);
       into.insert(key);
@@ -105,7 +105,7 @@ TEST_F(KernelTableTest, RowIsTheBindingsBytesInTheMap) {
 }
 
 TEST_F(KernelTableTest, FullIsDistinguishedFromOverwriteAndEndsWithAnErase) {
-  for (std::size_t const rows : {1u, 2u, 20u, 1'000u}) {
+  for (size_t const rows : {1u, 2u, 20u, 1'000u}) {
     openWith(rows);
     for (U64 key = 0; key < rows; ++key) ASSERT_EQ(write(key), WriteResult::Ok) << rows;
     EXPECT_EQ(write(rows), WriteResult::TableFull) << rows;
@@ -280,7 +280,7 @@ TEST_F(KernelTableTest, EachDeviceHasItsTable) {
 
 TEST_F(KernelTableTest, WithoutMemoryAWriteHasNoResourcesAndChangesNothing) {
   openWith(1000);
-  std::size_t without = 0;
+  size_t without = 0;
   for (U64 key = 1; key <= 100; ++key) {
     WriteResult result;
     {
@@ -306,7 +306,7 @@ TEST_F(KernelTableTest, WithoutMemoryManyChangesAreMadeOneByOne) {
   std::vector<Change> changes;
   for (Bytes const& key : keys) changes.push_back({Change::Kind::Write, key, key});
   std::vector<Status> results(changes.size(), Status::Error);
-  for (std::size_t spared = 0;; ++spared) {
+  for (size_t spared = 0;; ++spared) {
     ASSERT_EQ(table_->clear(handle_), Status::Ok);
     {
       BfnTest::NoMemory const none(spared);
@@ -314,8 +314,8 @@ TEST_F(KernelTableTest, WithoutMemoryManyChangesAreMadeOneByOne) {
     }
     auto const made = std::ranges::count(results, Status::Ok);
     EXPECT_EQ(made + std::ranges::count(results, Status::NoSysResources), 200);
-    EXPECT_EQ(count(), static_cast<std::size_t>(made));
-    EXPECT_EQ(walked().size(), static_cast<std::size_t>(made));
+    EXPECT_EQ(count(), static_cast<size_t>(made));
+    EXPECT_EQ(walked().size(), static_cast<size_t>(made));
     if (!BfnTest::allocationFailed()) break;
   }
   EXPECT_THAT(results, Each(Status::Ok));

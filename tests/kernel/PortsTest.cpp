@@ -54,8 +54,8 @@ class PortsTest : public BfnTest::KernelFixture {
     if (kernel_->devices().lookup(&index, &device) != 0) return std::nullopt;
     return std::pair(device.vlan, device.vni);
   }
-  std::size_t entries() {
-    std::size_t count = 0;
+  size_t entries() {
+    size_t count = 0;
     U32 index = 0;
     for (int end = kernel_->devices().nextKey(nullptr, &index); end == 0;
          end = kernel_->devices().nextKey(&index, &index)) {

@@ -103,7 +103,7 @@ TEST_F(Program, FrameThatIsNotIpv4IsNotLookedUp) {
 }
 
 TEST_F(Program, HeaderWithOptionsAndFragmentsAreLookedUp) {
-  for (std::size_t words = 1; words <= 10; ++words) {
+  for (size_t words = 1; words <= 10; ++words) {
     Buffer const options(4 * words, 1);
     expect(ethernet(EtherType::kIpv4, ipv4(counting(20), {}, options)), MAC_REWRITE_REWRITTEN,
            kRowMac);

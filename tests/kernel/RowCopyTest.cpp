@@ -43,7 +43,7 @@ TEST(RowCopy, OneThatIsReadEndsTheHintsBeforeIt) {
 TEST(RowCopy, OnlyTheLastHintsHold) {
   RowCopy copy = copyOf({1, 2});
   copy.hint(1);
-  for (std::size_t i = 0; i < RowCopy::kAhead; ++i) copy.hint(2);
+  for (size_t i = 0; i < RowCopy::kAhead; ++i) copy.hint(2);
   EXPECT_EQ(copy.take(1), std::nullopt);
   EXPECT_EQ(copy.take(2), ~U64{2});
 }

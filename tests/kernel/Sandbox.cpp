@@ -58,7 +58,7 @@ bool attempt(std::string& why) {
   close(ends[0]);
   int status = 0;
   waitpid(child, &status, 0);
-  why.assign(buffer.data(), bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
+  why.assign(buffer.data(), bytes > 0 ? static_cast<size_t>(bytes) : 0);
   return status == 0;
 }
 
@@ -99,7 +99,7 @@ std::string outputOf(std::string const& line) {
   check(pipe != nullptr, line);
   std::string output;
   std::array<char, 4096> buffer{};
-  while (std::size_t const bytes = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
+  while (size_t const bytes = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
     output.append(buffer.data(), bytes);
   }
   return output;

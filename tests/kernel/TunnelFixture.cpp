@@ -51,12 +51,12 @@ void TunnelFixture::SetUp() {
   host(*farHost_, "2");
 }
 
-std::string TunnelFixture::captured(std::size_t frames, std::string const& filter,
+std::string TunnelFixture::captured(size_t frames, std::string const& filter,
                                     std::string const& line) const {
   return captured(frames, filter, line, *farHost_, "eth0", nearHost_.get());
 }
 
-std::string TunnelFixture::captured(std::size_t frames, std::string const& filter,
+std::string TunnelFixture::captured(size_t frames, std::string const& filter,
                                     std::string const& line, OtherHost const& where,
                                     std::string const& device, OtherHost const* from) const {
   std::string const file = (directory().parent_path() / "capture").string();

@@ -25,10 +25,9 @@ class TunnelFixture : public KernelFixture {
   static void on(OtherHost const* host, std::string const& line);
   /// The first frames that pass `filter` at the far host while `line` runs on the near one, as
   /// tcpdump prints them, a line each.
-  std::string captured(std::size_t frames, std::string const& filter,
-                       std::string const& line) const;
+  std::string captured(size_t frames, std::string const& filter, std::string const& line) const;
   /// The same at `where` by `device`, while `line` runs on `from`, null for the near end.
-  std::string captured(std::size_t frames, std::string const& filter, std::string const& line,
+  std::string captured(size_t frames, std::string const& filter, std::string const& line,
                        OtherHost const& where, std::string const& device,
                        OtherHost const* from) const;
 

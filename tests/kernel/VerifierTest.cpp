@@ -51,7 +51,7 @@ class Verifier : public BfnTest::KernelFixture {
   std::string logOf(Kiv::U32 level) {
     std::unique_ptr<mac_rewrite, void (*)(mac_rewrite*)> const program(mac_rewrite__open(),
                                                                        mac_rewrite__destroy);
-    std::vector<char> log(std::size_t{8} << 20);
+    std::vector<char> log(size_t{8} << 20);
     bpf_program__set_log_level(program->progs.mac_rewrite, level);
     bpf_program__set_log_buf(program->progs.mac_rewrite, log.data(), log.size());
     EXPECT_EQ(mac_rewrite__load(program.get()), 0);

@@ -106,7 +106,7 @@ class PromptTest : public ::testing::Test {
   }
 
   std::string wait(std::string_view shown) {
-    std::size_t found = 0;
+    size_t found = 0;
     while ((found = unread_.find(shown)) == std::string::npos) {
       if (!read()) {
         ADD_FAILURE() << "the terminal does not show \"" << shown << "\" but\n" << unread_;
@@ -146,7 +146,7 @@ class PromptTest : public ::testing::Test {
     ssize_t const size = ::read(terminal_, piece.data(), piece.size());
     left_ = size <= 0;
     if (left_) return false;
-    unread_.append(piece.data(), static_cast<std::size_t>(size));
+    unread_.append(piece.data(), static_cast<size_t>(size));
     return true;
   }
 

@@ -21,9 +21,9 @@ Lines linesOf(std::string const& file) {
 }
 
 // The n-th fenced block, from 0.
-Lines fencedBlock(Lines const& document, std::size_t n) {
+Lines fencedBlock(Lines const& document, size_t n) {
   Lines block;
-  std::size_t fences = 0;
+  size_t fences = 0;
   for (std::string const& line : document) {
     if (line.starts_with("```")) {
       ++fences;
@@ -36,22 +36,22 @@ Lines fencedBlock(Lines const& document, std::size_t n) {
 }
 
 // The 16 of "... 16 lines ...".
-std::optional<std::size_t> leftOut(std::string_view line) {
+std::optional<size_t> leftOut(std::string_view line) {
   std::string_view const begin = "... ";
   std::string_view const end = " lines ...";
   if (!line.starts_with(begin) || !line.ends_with(end)) return std::nullopt;
   line = line.substr(begin.size(), line.size() - begin.size() - end.size());
-  std::size_t count = 0;
+  size_t count = 0;
   auto const [stop, error] = std::from_chars(line.data(), line.data() + line.size(), count);
   if (error != std::errc() || stop != line.data() + line.size()) return std::nullopt;
   return count;
 }
 
 // Each line of the block is the next one of what is printed, but for those that are left out.
-void expectShown(std::size_t block, std::string const& expected) {
+void expectShown(size_t block, std::string const& expected) {
   Lines const shown = fencedBlock(linesOf(SOURCE_DIR "/README.md"), block);
   Lines const printed = linesOf(expected);
-  std::size_t at = 0;
+  size_t at = 0;
   for (std::string const& line : shown) {
     if (auto const count = leftOut(line)) {
       at += *count;

@@ -91,7 +91,7 @@ TEST_P(InterruptedLiveExampleTest, LeavesNothing) {
   while (poll(&ready, 1, 60'000) == 1) {
     ssize_t const bytes = read(terminal, buffer.data(), buffer.size());
     if (bytes <= 0) break;
-    shown.append(buffer.data(), static_cast<std::size_t>(bytes));
+    shown.append(buffer.data(), static_cast<size_t>(bytes));
     if (interrupted || shown.find(GetParam()) == std::string::npos) continue;
     interrupted = true;
     EXPECT_EQ(write(terminal, "\x03", 1), 1);

@@ -81,7 +81,7 @@ class Report {
 void chipRows(Report& report, World const& world, State const& s) {
   std::vector<BfnChip::Row> const rows = world.chip.rows();
   report.equal("rows in the chip", rows.size(), s.rows);
-  std::size_t inModel = 0;
+  size_t inModel = 0;
   for (int v = 0; v < kRowVlans; ++v) {
     for (int i = 0; i < kIps; ++i) {
       if (s.row[v][i] == kNone) continue;
@@ -98,7 +98,7 @@ void chipRows(Report& report, World const& world, State const& s) {
 
 void manager(Report& report, BfnMacRewrite::OverlaySrcMacRewriteManager const& actual,
              ManagerState const& expected) {
-  std::size_t count = 0;
+  size_t count = 0;
   for (int n = 1; n < kIntfs; ++n) {
     for (int i = 0; i < kIps; ++i) {
       if (expected.record[n][i].present) ++count;
@@ -132,7 +132,7 @@ void agentConfig(Report& report, BfnMacRewrite::Agent::Config const& actual,
     report.equal("record of VRF id " + std::to_string(kIdValue[v]), record != nullptr,
                  expected.present[v]);
     if (record == nullptr || report.found()) continue;
-    std::size_t count = 0;
+    size_t count = 0;
     for (int i = 0; i < kIps; ++i) {
       if (expected.mac[v][i] == kNone) continue;
       ++count;
@@ -154,7 +154,7 @@ void rewriteMachine(Report& report, World const& world, State const& s) {
   if (expected.config != kNone) {
     agentConfig(report, *actual->overlaySrcMacRewriteAgentConfig(), s.config[expected.config]);
   }
-  Table<std::size_t, kIntfs> onIntf{};
+  Table<size_t, kIntfs> onIntf{};
   for (int v = 0; v < kIds; ++v) {
     std::string const vrf = " of VRF id " + std::to_string(kIdValue[v]);
     for (int i = 0; i < kIps; ++i) {
@@ -211,13 +211,13 @@ Differ effectsDiffer(World& world, Thrown thrown, Effects const& expected) {
   Report report;
   std::vector<BfnChip::JournalEntry> actual;
   if (world.chip.journal().size() != 0) actual = world.chip.journal().take();
-  for (std::size_t i = 0; i < std::min(actual.size(), expected.calls.size()); ++i) {
+  for (size_t i = 0; i < std::min(actual.size(), expected.calls.size()); ++i) {
     report.equal("chip call " + std::to_string(i + 1), actual[i], journalEntry(expected.calls[i]));
   }
   report.equal("chip calls", actual.size(), expected.calls.size());
   report.equal("thrown", std::string(text(thrown)), text(expected.thrown));
   report.equal("log messages", world.logged.size(), expected.logs.size());
-  for (std::size_t i = 0; i < expected.logs.size() && !report.found(); ++i) {
+  for (size_t i = 0; i < expected.logs.size() && !report.found(); ++i) {
     Kiv::LogMessage const& message = world.logged[i];
     report.equal("log name", message.name, "BFN_VXLAN_MAC_REWRITE_TABLE_FULL");
     report.equal("log severity", static_cast<int>(message.severity), 4);

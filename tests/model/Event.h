@@ -175,7 +175,7 @@ using Event = std::variant<
     event::Destroy, event::Stage1, event::Stage2, event::Capacity, event::Resources,
     event::FailNext, event::FailNth, event::FaultsClear, event::Clock>;
 
-inline constexpr Table<std::size_t, 6> kCapacity{1000, 1000, 20, 8, 3, 0};
+inline constexpr Table<size_t, 6> kCapacity{1000, 1000, 20, 8, 3, 0};
 /// In seconds; no sum of them is the log's interval.
 inline constexpr Table<double, 3> kClockStep{1.37, 17.93, 61.11};
 

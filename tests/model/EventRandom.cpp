@@ -222,10 +222,10 @@ Event randomEvent(Random& random) {
 
 std::vector<Event> randomSequence(std::uint64_t seed, int length) {
   Random random(seed);
-  std::vector<Event> events(static_cast<std::size_t>(length));
+  std::vector<Event> events(static_cast<size_t>(length));
   std::ranges::generate(events, [&random] { return randomEvent(random); });
   // Bring-up in order, each at its own random place of the beginning; later stages are by chance.
-  std::size_t at = random() % 60;
+  size_t at = random() % 60;
   for (Event const& step :
        {Event(event::Create{}), Event(event::Stage1{}), Event(event::Stage2{})}) {
     at = std::min(at, events.size());

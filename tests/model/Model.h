@@ -125,9 +125,9 @@ struct State {
 
   // The chip. Rows by VLAN (index) and address: the MAC or kNone.
   Table<Table<std::int8_t, kIps>, kRowVlans> row;
-  std::size_t rows = 0;
-  std::size_t capacity = 1000;
-  std::size_t resources = 1000;
+  size_t rows = 0;
+  size_t capacity = 1000;
+  size_t resources = 1000;
   /// The way in which the n-th write from now fails, or kNone.
   Table<std::int8_t, 8> nth;
   /// Runs of failing writes, how many and how, the next one first.

@@ -13,8 +13,8 @@ using Outcome = ChipCall::Outcome;
 bool inVlanRange(std::uint32_t vlan) {
   return vlan >= 1 && vlan <= 4094;
 }
-std::size_t rowVlan(std::uint16_t vlan) {
-  return static_cast<std::size_t>(std::ranges::find(kVlanValue, vlan) - kVlanValue.begin());
+size_t rowVlan(std::uint16_t vlan) {
+  return static_cast<size_t>(std::ranges::find(kVlanValue, vlan) - kVlanValue.begin());
 }
 
 template <class T>

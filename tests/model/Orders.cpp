@@ -8,9 +8,9 @@ namespace BfnTest {
 
 namespace {
 
-template <class Range, class KeyText, std::size_t N>
+template <class Range, class KeyText, size_t N>
 void fill(Table<int, N>& order, Range const& range, KeyText const& indexOf) {
-  std::size_t at = 0;
+  size_t at = 0;
   for (auto const& member : range) {
     if (at == N) break;
     order[at++] = indexOf(member);

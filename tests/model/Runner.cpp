@@ -68,7 +68,7 @@ std::optional<Difference> runSequence(std::vector<Event> const& events, Options 
     model.plantedFault = options.plantedFault;
     Effects effects;
     int deathsLeft = options.deathsToTry;
-    for (std::size_t i = 0; i < events.size(); ++i) {
+    for (size_t i = 0; i < events.size(); ++i) {
       Event const& event = events[i];
       if (!model.possible(event)) continue;
       if (std::optional<Death> const death = model.apply(event, effects)) {
@@ -86,7 +86,7 @@ std::optional<Difference> runSequence(std::vector<Event> const& events, Options 
       Thrown const thrown = world.apply(event);
       auto what = effectsDiffer(world, thrown, effects);
       bool const compareState =
-          i + 1 == events.size() || i % static_cast<std::size_t>(options.compareEvery) == 0;
+          i + 1 == events.size() || i % static_cast<size_t>(options.compareEvery) == 0;
       if (!what && compareState) what = stateDiffers(world, model.state());
       if (what) return Difference{i, std::move(*what)};
     }
@@ -153,9 +153,9 @@ std::optional<std::uint64_t> failingSeed(Batch& batch) {
   });
   // What an ending process says follows whole messages.
   Message last{};
-  std::size_t const started =
-      std::min(end.text.size() / sizeof last, static_cast<std::size_t>(batch.sequences) + 1);
-  for (std::size_t i = 0; i < started; ++i) {
+  size_t const started =
+      std::min(end.text.size() / sizeof last, static_cast<size_t>(batch.sequences) + 1);
+  for (size_t i = 0; i < started; ++i) {
     Message next;
     std::memcpy(&next, end.text.data() + i * sizeof next, sizeof next);
     std::uint64_t const expected =
@@ -175,12 +175,12 @@ std::vector<Event> shrink(std::vector<Event> events, Options const& options) {
   Options every = options;
   every.compareEvery = 1;
   if (!differsInChild(events, every)) return events;
-  std::size_t chunk = std::max<std::size_t>(events.size() / 2, 1);
+  size_t chunk = std::max<size_t>(events.size() / 2, 1);
   while (true) {
     bool smaller = false;
-    for (std::size_t from = 0; from < events.size();) {
+    for (size_t from = 0; from < events.size();) {
       std::vector<Event> rest(events);
-      std::size_t const to = std::min(from + chunk, events.size());
+      size_t const to = std::min(from + chunk, events.size());
       rest.erase(rest.begin() + static_cast<std::ptrdiff_t>(from),
                  rest.begin() + static_cast<std::ptrdiff_t>(to));
       if (!rest.empty() && differsInChild(rest, every)) {
@@ -191,7 +191,7 @@ std::vector<Event> shrink(std::vector<Event> events, Options const& options) {
       }
     }
     if (chunk == 1 && !smaller) return events;
-    chunk = std::max<std::size_t>(chunk / 2, 1);
+    chunk = std::max<size_t>(chunk / 2, 1);
   }
 }
 

@@ -31,7 +31,7 @@ struct Tally {
 };
 
 struct Difference {
-  std::size_t event;  ///< index in the sequence
+  size_t event;  ///< index in the sequence
   std::string what;
 };
 

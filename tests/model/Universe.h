@@ -11,7 +11,7 @@
 namespace BfnTest {
 
 /// An array that takes an index of any integer type.
-template <class T, std::size_t N>
+template <class T, size_t N>
 struct Table {
   using value_type = T;
 
@@ -19,17 +19,17 @@ struct Table {
 
   template <std::integral Index>
   constexpr T& operator[](Index index) {
-    return items[static_cast<std::size_t>(index)];
+    return items[static_cast<size_t>(index)];
   }
   template <std::integral Index>
   constexpr T const& operator[](Index index) const {
-    return items[static_cast<std::size_t>(index)];
+    return items[static_cast<size_t>(index)];
   }
   constexpr T* begin() { return items; }
   constexpr T* end() { return items + N; }
   constexpr T const* begin() const { return items; }
   constexpr T const* end() const { return items + N; }
-  static constexpr std::size_t size() { return N; }
+  static constexpr size_t size() { return N; }
   constexpr T& back() { return items[N - 1]; }
   constexpr void fill(T const& value) { std::fill(begin(), end(), value); }
 

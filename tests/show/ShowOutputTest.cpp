@@ -277,7 +277,7 @@ TEST_F(ShowOutputTest, AnEntryIsPrintedInBothForms) {
   for (Kiv::U32 const format : {0u, kJson}) {
     auto const sm = command({.format = format});
     sm->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(static_cast<prettyout::Format>(format),
-                                                         std::size_t{65'536}, request()->sink()));
+                                                         size_t{65'536}, request()->sink()));
     auto& renderer = sm->prettyoutPrinter()->renderer();
     renderer.start();
     renderer.startDict("addresses");

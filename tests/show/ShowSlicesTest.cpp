@@ -397,7 +397,7 @@ TEST_F(ShowSlicesTest, TheOutputIsFlushedBeforeTheCommandIsCompleted) {
       "show", asked, 1e9, clock, host.agent->overlaySrcMacRewriteManager(), false, L3::VrfName(),
       false, Ovra::IpAddr(), false, Ovra::EthAddr(), false);
   sm->prettyoutPrinterIs(
-      Kiv::make<prettyout::Printer>(prettyout::Format::Text, std::size_t{65'536}, asked->sink()));
+      Kiv::make<prettyout::Printer>(prettyout::Format::Text, size_t{65'536}, asked->sink()));
   sm->handleAsyncCommand(7, 0);
   EXPECT_TRUE(flushed);
   EXPECT_TRUE(sm->executionCompleted());

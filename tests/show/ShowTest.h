@@ -143,8 +143,8 @@ class ShowTest : public PluginTest {
   }
   /// A printer for a command that is driven by hand.
   void printerIs(Kiv::Ptr<Sm> const& sm) {
-    sm->prettyoutPrinterIs(Kiv::make<prettyout::Printer>(prettyout::Format::Text,
-                                                         std::size_t{65'536}, request()->sink()));
+    sm->prettyoutPrinterIs(
+        Kiv::make<prettyout::Printer>(prettyout::Format::Text, size_t{65'536}, request()->sink()));
   }
 
   Kiv::Ptr<TickClock> clock = Kiv::make<TickClock>();

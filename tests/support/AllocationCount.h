@@ -8,19 +8,19 @@
 namespace BfnTest {
 
 /// How often operator new has been called, calls that failed included.
-std::size_t allocationCount();
+size_t allocationCount();
 /// How many of its blocks are live.
-std::size_t liveAllocations();
+size_t liveAllocations();
 
 /// Makes the n-th allocation from now on throw std::bad_alloc, once; 0 takes that back.
-void failAllocation(std::size_t n);
+void failAllocation(size_t n);
 /// Whether an allocation has failed since the last failAllocation() or NoMemory.
 bool allocationFailed();
 
 /// While one lives, every allocation throws std::bad_alloc, except for the first `spared`.
 class NoMemory {
  public:
-  explicit NoMemory(std::size_t spared = 0);
+  explicit NoMemory(size_t spared = 0);
   NoMemory(NoMemory const&) = delete;
   NoMemory& operator=(NoMemory const&) = delete;
   ~NoMemory() { end(); }
@@ -34,8 +34,8 @@ class NoMemory {
 /// that let std::bad_alloc out; it puts back what the next run needs. Returns the number of runs
 /// that failed.
 template <class Act, class Check>
-std::size_t failEachAllocation(Act const& act, Check const& check) {
-  for (std::size_t n = 1;; ++n) {
+size_t failEachAllocation(Act const& act, Check const& check) {
+  for (size_t n = 1;; ++n) {
     failAllocation(n);
     bool thrown = false;
     try {

@@ -35,7 +35,7 @@ ChildEnd inChild(int fd, Body const& body) {
   char buffer[4096];
   ssize_t got = 0;
   while ((got = ::read(ends[0], buffer, sizeof buffer)) > 0) {
-    end.text.append(buffer, static_cast<std::size_t>(got));
+    end.text.append(buffer, static_cast<size_t>(got));
   }
   ::close(ends[0]);
   while (::waitpid(child, &end.status, 0) < 0) {

@@ -34,7 +34,7 @@ Ovra::EthAddr mac(char const* text) {
   return Kiv::strepToValue<Ovra::EthAddr>(Kiv::String(text));
 }
 
-PluginHost::PluginHost(std::size_t capacity)
+PluginHost::PluginHost(size_t capacity)
     : chip(capacity),
       systemStatus(Kiv::makeActive<BfnSystem::SystemStatus>()),
       profileData(Kiv::makeActive<BfnAgentLib::BfnProfileData>()),

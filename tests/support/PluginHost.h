@@ -26,7 +26,7 @@ class PluginHost {
  public:
   static constexpr char const* kProfile = "vxlan-routing";
 
-  explicit PluginHost(std::size_t capacity = BfnChip::ChipModel::kDefaultCapacity);
+  explicit PluginHost(size_t capacity = BfnChip::ChipModel::kDefaultCapacity);
   ~PluginHost();
 
   /// Gives the plug-in the records below: mount, shared object, profile.

@@ -39,12 +39,10 @@ class RecordingDriver final : public BfnDriver::TableDriver {
             std::span<Kiv::U8> action) const override {
     return chip_.read(handle, key, action);
   }
-  std::size_t entryCount(BfnDriver::TableHandle handle) const override {
+  size_t entryCount(BfnDriver::TableHandle handle) const override {
     return chip_.entryCount(handle);
   }
-  std::size_t capacity(BfnDriver::TableHandle handle) const override {
-    return chip_.capacity(handle);
-  }
+  size_t capacity(BfnDriver::TableHandle handle) const override { return chip_.capacity(handle); }
 
   bool refuses = false;
   std::function<void()> then;

@@ -31,7 +31,7 @@ TEST_F(OverlaySrcMacRewriteManagerWithoutMemoryTest,
     host.journal();
     ASSERT_GT(BfnTest::failEachAllocation(
                   [&] { (void)manager->addEntry(vrfName, VlanId(100), intf, sip, someMac); },
-                  [&](std::size_t n) {
+                  [&](size_t n) {
                     EXPECT_EQ(manager->matchSpecAndRefCount().size(), size) << n;
                     EXPECT_EQ(host.rows(), rows) << n;
                     EXPECT_EQ(manager->overlaySrcMacRewriteTable()->entryCount(), size) << n;
@@ -51,7 +51,7 @@ TEST_F(OverlaySrcMacRewriteManagerWithoutMemoryTest, ARemovalAllocatesNothing) {
   for (unsigned n = 1; n < 60; ++n) {
     Ovra::IntfId const intf("Ethernet1");
     Ovra::IpAddr const address = ip(("10.0.0." + std::to_string(n)).c_str());
-    std::size_t const before = BfnTest::allocationCount();
+    size_t const before = BfnTest::allocationCount();
     manager->deleteEntry(intf, address);
     EXPECT_EQ(BfnTest::allocationCount(), before) << n;
   }

@@ -91,7 +91,7 @@ bool setAllByName(Records const& records, Kiv::String const& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   Kiv::String const text(reinterpret_cast<char const*>(data), size);
   parseAs<IpAndMac, Agent::IpAndIntfId, Input::VrfNameAndIp, Input::VrfIpAndMac>(text);
   // Making the records takes longer than most inputs do.

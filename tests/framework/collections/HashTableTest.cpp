@@ -16,7 +16,7 @@ namespace {
 // How many allocations succeed before one fails; negative: all.
 int allocationsLeft = -1;
 
-void* allocate(std::size_t size) {
+void* allocate(size_t size) {
   if (allocationsLeft == 0) throw std::bad_alloc();
   if (allocationsLeft > 0) --allocationsLeft;
   void* const memory = std::malloc(size);
@@ -27,13 +27,13 @@ void* allocate(std::size_t size) {
 }  // namespace
 
 // The alignments that the tables of this program ask for are malloc's own.
-void* operator new(std::size_t size, std::align_val_t) {
+void* operator new(size_t size, std::align_val_t) {
   return allocate(size);
 }
 void operator delete(void* memory, std::align_val_t) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+void operator delete(void* memory, size_t, std::align_val_t) noexcept {
   std::free(memory);
 }
 

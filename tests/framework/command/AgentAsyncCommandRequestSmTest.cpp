@@ -212,7 +212,7 @@ TEST_F(AgentAsyncCommandRequestSmTest, WakeMakesTheNextSliceDueAtOnce) {
 }
 
 TEST_F(AgentAsyncCommandRequestSmTest, ASlowSinkGetsEveryByteInOrder) {
-  for (std::size_t const perCall : {1u, 7u, 89u, 1000u}) {
+  for (size_t const perCall : {1u, 7u, 89u, 1000u}) {
     for (U32 const format : {0u, 1u}) {
       client_.received.clear();
       client_.perCall = std::string::npos;
@@ -316,7 +316,7 @@ TEST_F(AgentAsyncCommandRequestSmTest, AbortFromTheSinkEndsTheCommandInTheMiddle
   auto const request = Kiv::make<AgentCommandRequest const>(1u, 0u, [&](std::string_view) {
     command->abort();
     command.reset();  // the machine's driver releases it as well
-    return std::size_t{0};
+    return size_t{0};
   });
   command = Kiv::make<ListCommandSm>("list", request, 1.0, clock_, 100u);
   command->maxBufferSizeIs(90);

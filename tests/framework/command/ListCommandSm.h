@@ -46,8 +46,8 @@ std::string listed(Kiv::U32 count);
 /// A client: a sink that takes `perCall` bytes at each call until that is changed.
 struct Client {
   std::string received;
-  std::size_t perCall = std::string::npos;
-  std::size_t calls = 0;
+  size_t perCall = std::string::npos;
+  size_t calls = 0;
 
   Kiv::Ptr<Agent::AgentCommandRequest const> request(Kiv::U32 format = 0, Kiv::U32 socket = 7);
 };

@@ -47,8 +47,8 @@ class PlainDriver final : public TableDriver {
     action[0] = row->second;
     return true;
   }
-  std::size_t entryCount(TableHandle) const override { return rows.size(); }
-  std::size_t capacity(TableHandle) const override { return 100; }
+  size_t entryCount(TableHandle) const override { return rows.size(); }
+  size_t capacity(TableHandle) const override { return 100; }
 
   std::map<U8, U8> rows;
 };
@@ -82,7 +82,7 @@ TEST(TableDriver, WhatADriverHasNothingForIsNotSupported) {
   BfnDriver::WalkCursor cursor;
   std::vector<U8> keys(TableDriver::kWalkRoom);
   std::vector<U8> actions(TableDriver::kWalkRoom);
-  std::size_t rows = 7;
+  size_t rows = 7;
   Kiv::U64 hits = 7;
   BfnDriver::TableHits all{7, 7};
   EXPECT_EQ(driver.walk(kTable, cursor, keys, actions, rows), Status::NotSupported);
@@ -99,7 +99,7 @@ TEST(TableDriver, WhatADriverHasNothingForIsNotSupported) {
 std::vector<Change> changesOfEveryOutcome() {
   static constexpr U8 kKeys[] = {1, 2, 13, 14, 15};
   static constexpr U8 kActions[] = {11, 12};
-  auto const key = [](std::size_t i) { return ByteView(&kKeys[i], 1); };
+  auto const key = [](size_t i) { return ByteView(&kKeys[i], 1); };
   ByteView const action(&kActions[0], 1);
   using enum Change::Kind;
   return {{Write, key(0), action},

@@ -145,7 +145,7 @@ TEST_F(BfnTableMgrTest, ListOutlivesItsProfileEntryWhileAManagerIsDeclaredThere)
 TEST_F(BfnTableMgrTest, ADyingManagerAllocatesNothing) {
   auto mgr = manager({"a", "b", "a name of many more characters than fit into an object"});
   auto const other = manager({"c"});
-  std::size_t const before = BfnTest::allocationCount();
+  size_t const before = BfnTest::allocationCount();
   mgr.reset();
   EXPECT_EQ(BfnTest::allocationCount(), before);
   EXPECT_THAT(names(*list), ElementsAre("c"));
@@ -154,9 +154,9 @@ TEST_F(BfnTableMgrTest, ADyingManagerAllocatesNothing) {
 TEST_F(BfnTableMgrTest, AManagerThatIsMadeWithoutMemoryLeavesTheEarlierDeclarationOrItsOwn) {
   auto const first = manager();
   Ptr<SomeManager> second;
-  std::size_t const failures =
+  size_t const failures =
       BfnTest::failEachAllocation([&] { second = Kiv::makeActive<SomeManager>(entry, system); },
-                                  [&](std::size_t n) {
+                                  [&](size_t n) {
                                     EXPECT_EQ(list->manager("some"), first) << n;
                                     EXPECT_THAT(names(*list), ElementsAre("some")) << n;
                                   });

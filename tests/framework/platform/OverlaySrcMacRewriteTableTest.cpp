@@ -61,8 +61,8 @@ class RecordingDriver final : public BfnDriver::TableDriver {
     std::ranges::copy(row->second, action.begin());
     return true;
   }
-  std::size_t entryCount(TableHandle) const override { return rows.size(); }
-  std::size_t capacity(TableHandle) const override { return 100; }
+  size_t entryCount(TableHandle) const override { return rows.size(); }
+  size_t capacity(TableHandle) const override { return 100; }
 
   std::map<Bytes, Bytes> rows;
   std::vector<Bytes> erased;

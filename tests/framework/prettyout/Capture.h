@@ -11,8 +11,8 @@ namespace BfnTest {
 /// A sink that keeps what it takes, and takes no more than it is allowed to at each call.
 struct Capture {
   std::string bytes;
-  std::size_t calls = 0;
-  std::size_t perCall = std::string_view::npos;
+  size_t calls = 0;
+  size_t perCall = std::string_view::npos;
 
   prettyout::Sink sink() {
     return [this](std::string_view offered) {
@@ -26,7 +26,7 @@ struct Capture {
 
 /// A printer of the given form with a limit of `limit` bytes, and its output.
 struct Output {
-  explicit Output(prettyout::Format format, std::size_t limit = 65536)
+  explicit Output(prettyout::Format format, size_t limit = 65536)
       : printer(Kiv::make<prettyout::Printer>(format, limit, capture.sink())) {}
 
   prettyout::Renderer& renderer() const { return printer->renderer(); }

@@ -145,7 +145,7 @@ TEST(OutputBuffer, BytesArriveInOrderWhateverTheSinkTakes) {
   std::string taken;
   std::string expected;
   OutputBuffer buffer(500, [&](std::string_view offered) {
-    std::size_t const size = random() % 3 == 0 ? 0 : random() % (offered.size() + 1);
+    size_t const size = random() % 3 == 0 ? 0 : random() % (offered.size() + 1);
     taken += offered.substr(0, size);
     return size;
   });
@@ -177,7 +177,7 @@ TEST(OutputBufferDeathTest, ASinkThatTakesMoreThanItWasOfferedIsFatal) {
 }
 
 TEST(OutputBufferDeathTest, ALimitOfNothingIsFatal) {
-  EXPECT_DEATH(OutputBuffer(0, [](std::string_view) { return std::size_t{0}; }), "limit > 0");
+  EXPECT_DEATH(OutputBuffer(0, [](std::string_view) { return size_t{0}; }), "limit > 0");
 }
 
 }  // namespace

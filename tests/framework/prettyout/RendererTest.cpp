@@ -103,7 +103,7 @@ TEST_P(RendererDeathTest, AWrongAttributeCountIsFatal) {
 
 TEST_P(RendererDeathTest, NestingIsBounded) {
   renderer_.start();
-  for (std::size_t i = 0; i < Renderer::kMaxDepth; ++i) renderer_.startDict("d");
+  for (size_t i = 0; i < Renderer::kMaxDepth; ++i) renderer_.startDict("d");
   EXPECT_DEATH(renderer_.startDict("d"), "nested too deeply");
 }
 

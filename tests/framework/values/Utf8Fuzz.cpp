@@ -7,7 +7,7 @@
 #include "framework/core/Fatal.h"
 #include "framework/values/Utf8.h"
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   std::string_view const bytes(reinterpret_cast<char const*>(data), size);
   std::string const text = Kiv::utf8FromBytes(bytes);
   KIV_CHECK(Kiv::bytesFromUtf8(text) == bytes, bytes);

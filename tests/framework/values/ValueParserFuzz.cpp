@@ -32,7 +32,7 @@ void parseAs(Kiv::String const& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   parseAs<bool, Kiv::U8, Kiv::U64, std::int64_t, Kiv::String, Ovra::IpAddr, Ovra::EthAddr,
           Ovra::IntfId, L3::VrfName, Pex::VrfId, Bridging::VlanId, Pex::VrfAndIpAddr,
           Pex::PortVlanPair>(Kiv::String(reinterpret_cast<char const*>(data), size));

@@ -11,7 +11,7 @@
 
 // Reads any bytes as lines of the command language and finds their commands, without carrying them
 // out: that would leave the process with files, and with the plug-in's fatal checks.
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   static std::ostringstream out;
   static Host::Switch host{Host::Plugin(LAB_PLUGIN)};
   static Host::Shell shell(host, out);

@@ -88,14 +88,14 @@ TEST_F(CaptureTest, ReadsWhatItWroteInBothUnits) {
         {0, 0}, {1, 999'999'000}, {0x7fff'ffff, 1'000}, {0xffff'ffff, 5'000}};
     {
       CaptureWriter writer(path, unit);
-      for (std::size_t i = 0; i < times.size(); ++i) {
+      for (size_t i = 0; i < times.size(); ++i) {
         Buffer const bytes = counting(i * 20'000);
         writer.write({times[i], bytes, bytes.size() + i});
       }
     }
     CaptureReader reader(path);
     EXPECT_EQ(reader.timeUnit(), unit);
-    for (std::size_t i = 0; i < times.size(); ++i) {
+    for (size_t i = 0; i < times.size(); ++i) {
       auto const frame = reader.next();
       ASSERT_TRUE(frame) << i;
       EXPECT_EQ(frame->time, times[i]);
@@ -146,7 +146,7 @@ TEST_F(CaptureTest, RefusesAnotherLinkType) {
 
 TEST_F(CaptureTest, GivesEveryFrameBeforeTheOneInWhichAFileEnds) {
   Buffer const whole = BfnTest::joined({kHeader, kRecord, kRecord});
-  for (std::size_t size = whole.size() - kRecord.size() + 1; size < whole.size(); ++size) {
+  for (size_t size = whole.size() - kRecord.size() + 1; size < whole.size(); ++size) {
     frames = 0;
     EXPECT_THAT(failureOf(Buffer(whole.begin(), whole.begin() + std::ptrdiff_t(size))),
                 HasSubstr("expected a whole record 2: truncated dump file"));

@@ -158,7 +158,7 @@ TEST_F(ForwarderTest, ForwardsADoubleTaggedFrameInItsOuterVlanWithoutALookUp) {
 
 TEST_F(ForwarderTest, DropsAFrameThatEndsInsideItsHeaderOrTag) {
   Buffer const frame = tagged(100, udpFrame());
-  for (std::size_t size = 0; size < 18; ++size) {
+  for (size_t size = 0; size < 18; ++size) {
     ForwardedFrame const result =
         forward(Buffer(frame.begin(), frame.begin() + std::ptrdiff_t(size)));
     EXPECT_EQ(result.verdict, Verdict::TooShort) << size;
@@ -170,7 +170,7 @@ TEST_F(ForwarderTest, DropsAFrameThatEndsInsideItsHeaderOrTag) {
 
 TEST_F(ForwarderTest, DropsAFrameThatTheCaptureCut) {
   Buffer const frame = tagged(100, udpFrame());
-  for (std::size_t const kept : {std::size_t{0}, std::size_t{10}, std::size_t{20}, frame.size()}) {
+  for (size_t const kept : {size_t{0}, size_t{10}, size_t{20}, frame.size()}) {
     ForwardedFrame const result = forwarder().forward(Bytes(frame).first(kept), frame.size() + 1);
     EXPECT_EQ(result.verdict, Verdict::Truncated) << kept;
     EXPECT_TRUE(result.packet.empty()) << kept;
@@ -186,7 +186,7 @@ TEST_F(ForwarderTest, DropsAFrameOfTheReservedVlan) {
 }
 
 TEST_F(ForwarderTest, ForwardsJumboFramesUpToTheLongest) {
-  auto const frameOf = [](std::size_t size) { return udpFrame(size - 42); };
+  auto const frameOf = [](size_t size) { return udpFrame(size - 42); };
   EXPECT_EQ(verdict(frameOf(1514)), Verdict::Rewritten);
   EXPECT_EQ(totals().jumbo, 0u);
   EXPECT_EQ(verdict(frameOf(1515)), Verdict::Rewritten);
@@ -267,9 +267,9 @@ TEST_F(ForwarderTest, CountsEveryFrameOnce) {
   wanted.frames = 4;
   wanted.bytesIn = 2 * hit.size() + arp.size() + 1;
   wanted.bytesOut = 2 * hit.size() + arp.size() + 3 * 50;
-  wanted.byVerdict[std::size_t(Verdict::Rewritten)] = 2;
-  wanted.byVerdict[std::size_t(Verdict::Arp)] = 1;
-  wanted.byVerdict[std::size_t(Verdict::TooShort)] = 1;
+  wanted.byVerdict[size_t(Verdict::Rewritten)] = 2;
+  wanted.byVerdict[size_t(Verdict::Arp)] = 1;
+  wanted.byVerdict[size_t(Verdict::TooShort)] = 1;
   wanted.tagged = 2;
   EXPECT_EQ(totals(), wanted);
   EXPECT_EQ(totals().forwarded(), 3u);
@@ -286,7 +286,7 @@ TEST_F(ForwarderTest, KeepsTheOuterSourcePortOfAFlowWhenARowComes) {
 }
 
 TEST_F(ForwarderTest, RefusesValuesOutOfRange) {
-  auto const with = [&](Kiv::U16 accessVlan, std::size_t maxFrame) {
+  auto const with = [&](Kiv::U16 accessVlan, size_t maxFrame) {
     ForwarderConfig bad;
     bad.accessVlan = accessVlan;
     bad.maxFrame = maxFrame;
@@ -301,7 +301,7 @@ TEST_F(ForwarderTest, RefusesValuesOutOfRange) {
 }
 
 TEST(Verdict, HasAWordForEachOfThem) {
-  for (std::size_t i = 0; i < kVerdicts; ++i) EXPECT_NE(text(Verdict(i)), "unknown") << i;
+  for (size_t i = 0; i < kVerdicts; ++i) EXPECT_NE(text(Verdict(i)), "unknown") << i;
   EXPECT_EQ(text(Verdict(kVerdicts)), "unknown");
 }
 
@@ -310,7 +310,7 @@ class CutFramesTest : public ForwarderTest {
   CutFramesTest() { config.judgeTruncated = true; }
 
   // The frame as a capture keeps it that stores `kept` bytes of it.
-  ForwardedFrame cut(Buffer const& frame, std::size_t kept) {
+  ForwardedFrame cut(Buffer const& frame, size_t kept) {
     return forwarder().forward(Bytes(frame).first(kept), frame.size());
   }
 };
@@ -332,7 +332,7 @@ TEST_F(CutFramesTest, AreForwardedByTheHeadersThatTheCaptureKept) {
 
 TEST_F(CutFramesTest, AreDroppedWhenTheirHeadersAreCut) {
   Buffer const frame = tagged(100, udpFrame());
-  for (std::size_t const kept : {0u, 13u, 14u, 17u, 18u, 37u}) {
+  for (size_t const kept : {0u, 13u, 14u, 17u, 18u, 37u}) {
     EXPECT_EQ(cut(frame, kept).verdict, Verdict::Truncated) << kept;
   }
   EXPECT_EQ(cut(frame, 38).verdict, Verdict::Rewritten);

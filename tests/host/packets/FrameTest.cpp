@@ -53,7 +53,7 @@ TEST(ReadFrame, StopsAtASecondTagOfEitherKind) {
 
 TEST(ReadFrame, IsNothingInsideTheEthernetHeaderOrTheTag) {
   Buffer const bytes = tagged(100, BfnTest::udpFrame());
-  for (std::size_t size = 0; size < 18; ++size) {
+  for (size_t size = 0; size < 18; ++size) {
     // The type that would call for a tag is only there from 14 bytes on.
     EXPECT_FALSE(readFrame(Bytes(bytes).first(size))) << size;
   }
@@ -79,7 +79,7 @@ TEST(FlowHash, IsTheSameForEveryFrameOfAFlow) {
 TEST(FlowHash, DiffersByEachFieldOfAFlow) {
   Buffer const udp = BfnTest::udpFrame();
   // A byte of each MAC, both addresses, the protocol (to TCP), both ports.
-  for (std::size_t const at : {0u, 5u, 6u, 11u, 26u, 29u, 30u, 33u, 34u, 35u, 36u, 37u}) {
+  for (size_t const at : {0u, 5u, 6u, 11u, 26u, 29u, 30u, 33u, 34u, 35u, 36u, 37u}) {
     Buffer other = udp;
     other[at] ^= 1;
     EXPECT_NE(hashOf(other), hashOf(udp)) << at;
@@ -93,7 +93,7 @@ TEST(FlowHash, TakesPortsAndAddressesOfIpv6) {
   Buffer packet = counting(60);
   packet[6] = IpProtocol::kUdp;
   Buffer const frame = ethernet(EtherType::kIpv6, packet);
-  for (std::size_t const at : {14u + 8u, 14u + 39u, 14u + 40u, 14u + 43u}) {
+  for (size_t const at : {14u + 8u, 14u + 39u, 14u + 40u, 14u + 43u}) {
     Buffer other = frame;
     other[at] ^= 1;
     EXPECT_NE(hashOf(other), hashOf(frame)) << at;

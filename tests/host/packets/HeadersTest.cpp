@@ -32,7 +32,7 @@ TEST(InternetChecksum, CountsAnOddLastByteAsTheUpperHalfOfAWord) {
 
 TEST(InternetChecksum, IsTheSameInPiecesAndAsAWhole) {
   Buffer const bytes = counting(257);
-  for (std::size_t cut = 0; cut <= bytes.size(); cut += 2) {
+  for (size_t cut = 0; cut <= bytes.size(); cut += 2) {
     EXPECT_EQ(
         InternetChecksum().add(Bytes(bytes).first(cut)).add(Bytes(bytes).subspan(cut)).value(),
         InternetChecksum().add(bytes).value())
@@ -107,7 +107,7 @@ TYPED_TEST_SUITE(EveryHeader, Headers);
 
 TYPED_TEST(EveryHeader, IsReadOnlyWhenAllItsBytesAreThere) {
   Buffer const bytes = counting(TypeParam::kSize);
-  for (std::size_t size = 0; size < bytes.size(); ++size) {
+  for (size_t size = 0; size < bytes.size(); ++size) {
     EXPECT_FALSE(TypeParam::read(Bytes(bytes).first(size))) << size;
   }
   EXPECT_TRUE(TypeParam::read(bytes));
@@ -151,7 +151,7 @@ TEST(Ipv4Fault, IsNoneWithOptionsAndWithPaddingAfterThePacket) {
 TEST(Ipv4Fault, CoversEachBitOfTheHeaderByItsChecksum) {
   Buffer const good = BfnTest::ipv4(counting(8), {}, hex("94040000"));
   ASSERT_EQ(faultOf(good), Ipv4Fault::None);
-  for (std::size_t bit = 0; bit < 24 * 8; ++bit) {
+  for (size_t bit = 0; bit < 24 * 8; ++bit) {
     Buffer bad = good;
     bad[bit / 8] = static_cast<Kiv::U8>(bad[bit / 8] ^ 1u << bit % 8);
     EXPECT_NE(faultOf(bad), Ipv4Fault::None) << "bit " << bit;

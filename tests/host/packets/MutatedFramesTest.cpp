@@ -43,12 +43,12 @@ class MutatedFrames : public testing::Test {
               ethernet(EtherType::kArp, counting(28))};
   }
 
-  std::size_t below(std::size_t limit) {
-    return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_);
+  size_t below(size_t limit) {
+    return std::uniform_int_distribution<size_t>(0, limit - 1)(random_);
   }
-  void mutate(Buffer& bytes, std::size_t from = 0) {
-    for (std::size_t changes = below(4); changes > 0 && bytes.size() > from; --changes) {
-      std::size_t const at = from + below(bytes.size() - from);
+  void mutate(Buffer& bytes, size_t from = 0) {
+    for (size_t changes = below(4); changes > 0 && bytes.size() > from; --changes) {
+      size_t const at = from + below(bytes.size() - from);
       switch (below(4)) {
         case 0:
           bytes[at] = static_cast<Kiv::U8>(below(256));
@@ -80,7 +80,7 @@ TEST_F(MutatedFrames, LeaveWholeOrAreDroppedForAReason) {
     Buffer frame = frames[below(frames.size())];
     mutate(frame);
     frame.shrink_to_fit();  // so that a read past its end is seen
-    std::size_t const wireLength = frame.size() + (below(8) == 0 ? below(100) : 0);
+    size_t const wireLength = frame.size() + (below(8) == 0 ? below(100) : 0);
     ForwardedFrame const result = forwarder.forward(frame, wireLength);
     ASSERT_EQ(isForwarded(result.verdict), !result.packet.empty());
     if (result.packet.empty()) continue;
@@ -98,7 +98,7 @@ TEST_F(MutatedFrames, LeaveWholeOrAreDroppedForAReason) {
   ForwardTotals const& totals = forwarder.totals();
   EXPECT_EQ(totals.bytesOut, bytesOut);
   EXPECT_EQ(totals.frames, 100'000u);
-  for (std::size_t i = 0; i < kVerdicts; ++i) {
+  for (size_t i = 0; i < kVerdicts; ++i) {
     if (Verdict(i) == Verdict::TooLong) continue;  // none of them is so long
     EXPECT_GT(totals.byVerdict[i], 0u) << "a run without a frame that is " << text(Verdict(i));
   }

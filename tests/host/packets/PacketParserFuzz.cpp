@@ -29,7 +29,7 @@ void writeRows(BfnChip::ChipModel& chip) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   static BfnChip::ChipModel chip;
   static Forwarder* const forwarder = [] {
     writeRows(chip);

@@ -32,9 +32,9 @@ Buffer joined(std::initializer_list<Buffer> parts) {
   return all;
 }
 
-Buffer counting(std::size_t size) {
+Buffer counting(size_t size) {
   Buffer bytes(size);
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<U8>(i);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<U8>(i);
   return bytes;
 }
 
@@ -67,7 +67,7 @@ Buffer ipv4(Buffer const& payload, Ipv4Header header, Buffer const& options) {
   return joined({bytes, payload});
 }
 
-Buffer udpFrame(std::size_t payloadSize, U16 sourcePort) {
+Buffer udpFrame(size_t payloadSize, U16 sourcePort) {
   Buffer datagram(UdpHeader::kSize);
   UdpHeader{sourcePort, 5005, static_cast<U16>(UdpHeader::kSize + payloadSize), 0}.write(datagram);
   datagram = joined({datagram, counting(payloadSize)});

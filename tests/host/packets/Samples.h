@@ -25,7 +25,7 @@ inline constexpr Host::Packets::AddressBytes kPeer{10, 1, 1, 20};
 Buffer hex(std::string_view digits);
 Buffer joined(std::initializer_list<Buffer> parts);
 /// Of `size` bytes: 0, 1, 2, ...
-Buffer counting(std::size_t size);
+Buffer counting(size_t size);
 
 /// Destination kPeerMac, source kHostMac, the type, the payload.
 Buffer ethernet(Kiv::U16 etherType, Buffer const& payload);
@@ -36,7 +36,7 @@ Buffer tagged(Kiv::U16 vlan, Buffer const& frame,
 Buffer ipv4(Buffer const& payload, Host::Packets::Ipv4Header header = {},
             Buffer const& options = {});
 /// An untagged UDP datagram from kHost to kPeer.
-Buffer udpFrame(std::size_t payloadSize = 18, Kiv::U16 sourcePort = 40'000);
+Buffer udpFrame(size_t payloadSize = 18, Kiv::U16 sourcePort = 40'000);
 
 /// Writes a row as the driver does, in the chip's own bytes.
 void rowIs(BfnChip::ChipModel& chip, Kiv::U16 vlan, Host::Packets::AddressBytes const& source,

@@ -29,7 +29,7 @@ std::string outputOf(std::string const& command) {
   std::unique_ptr<std::FILE, decltype(close)> const pipe(popen(command.c_str(), "r"), close);
   std::string output;
   std::array<char, 4096> piece;
-  while (std::size_t const size = std::fread(piece.data(), 1, piece.size(), pipe.get())) {
+  while (size_t const size = std::fread(piece.data(), 1, piece.size(), pipe.get())) {
     output.append(piece.data(), size);
   }
   return output;
@@ -119,8 +119,8 @@ TEST_F(TcpdumpTest, SeesTheRowsMacInTheRowsVlanOnly) {
 
 TEST_F(TcpdumpTest, FindsNothingWrongWithFramesOfManyLengths) {
   std::vector<Buffer> frames;
-  for (std::size_t size = 0; size < 200; ++size) frames.push_back(udpFrame(size));
-  for (std::size_t const size : {1'471u, 1'472u, 8'999u, 9'174u}) frames.push_back(udpFrame(size));
+  for (size_t size = 0; size < 200; ++size) frames.push_back(udpFrame(size));
+  for (size_t const size : {1'471u, 1'472u, 8'999u, 9'174u}) frames.push_back(udpFrame(size));
   auto const packets = forwarded(frames);
   ASSERT_EQ(packets.size(), frames.size());
   for (std::string const& packet : packets) {
@@ -134,7 +134,7 @@ TEST_F(TcpdumpTest, ReadsTheForwardedRecordingOfTheExample) {
   AddressBytes const hosta{10, 1, 1, 11};
   BfnTest::rowIs(chip, 100, hosta, BfnTest::kRowMac);
   std::filesystem::path const recording = std::filesystem::path(EXAMPLES_DIR) / "leaf1/hosts.pcap";
-  std::size_t rewritten = 0;
+  size_t rewritten = 0;
   Forwarder forwarder(chip);
   std::vector<ForwardedFrame> results;
   forwardCapture(recording, folder / "out.pcap", forwarder, [&](ForwardedFrame const& result) {
@@ -146,7 +146,7 @@ TEST_F(TcpdumpTest, ReadsTheForwardedRecordingOfTheExample) {
   auto const after = packetsOf(folder / "out.pcap");
   ASSERT_EQ(before.size(), results.size());
   ASSERT_EQ(after.size(), results.size()) << "nothing of it is dropped";
-  for (std::size_t i = 0; i < results.size(); ++i) {
+  for (size_t i = 0; i < results.size(); ++i) {
     // By what tcpdump says of the frame, not by what the forwarder does.
     bool const hit = before[i].find("vlan 100, p 0, ethertype IPv4") != std::string::npos &&
                      before[i].find("10.1.1.11") < before[i].find("10.1.1.20");

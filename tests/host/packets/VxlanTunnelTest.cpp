@@ -54,8 +54,8 @@ TEST(VxlanTunnel, IsReadBackWithEveryField) {
 
 TEST(VxlanTunnel, ComesBackFromEveryLengthUpToTheLongest) {
   VxlanTunnel const tunnel;
-  for (std::size_t const size : {std::size_t{1}, std::size_t{2}, std::size_t{59}, std::size_t{60},
-                                 std::size_t{1518}, std::size_t{9216}, VxlanTunnel::kMaxInner}) {
+  for (size_t const size : {size_t{1}, size_t{2}, size_t{59}, size_t{60}, size_t{1518},
+                            size_t{9216}, VxlanTunnel::kMaxInner}) {
     Buffer const inner = counting(size);
     Buffer const packet = encapsulated(tunnel, 7, 1, inner);
     auto const read = readVxlan(packet);
@@ -88,7 +88,7 @@ TEST(ReadVxlan, RefusesAPacketOfWhichAnyOuterBitIsWrong) {
   };
   ASSERT_TRUE(same(good));
   // From the EtherType on; nothing guards the MACs.
-  for (std::size_t bit = 12 * 8; bit < good.size() * 8; ++bit) {
+  for (size_t bit = 12 * 8; bit < good.size() * 8; ++bit) {
     Buffer bad = good;
     bad[bit / 8] = static_cast<Kiv::U8>(bad[bit / 8] ^ 1u << bit % 8);
     EXPECT_FALSE(same(bad)) << "bit " << bit;
@@ -97,7 +97,7 @@ TEST(ReadVxlan, RefusesAPacketOfWhichAnyOuterBitIsWrong) {
 
 TEST(ReadVxlan, RefusesEveryPacketThatEndsTooEarly) {
   Buffer const good = encapsulated(VxlanTunnel{}, 100, 9, counting(60));
-  for (std::size_t size = 0; size < good.size(); ++size) {
+  for (size_t size = 0; size < good.size(); ++size) {
     EXPECT_FALSE(readVxlan(Bytes(good).first(size))) << size;
   }
 }

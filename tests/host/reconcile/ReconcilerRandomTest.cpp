@@ -122,7 +122,7 @@ class RandomRun {
       ASSERT_NE(wanted, wanted_.end()) << "a row that is not wanted";
       ASSERT_EQ(wanted->second, action);
     }
-    std::size_t const room = chip_.capacityOf();
+    size_t const room = chip_.capacityOf();
     // A capacity lowered below the rows that are there leaves them alone.
     ASSERT_GE(rows.size(), std::min(room, wanted_.size()));
     ASSERT_EQ(reconciler_->failed(), 0u);
@@ -159,14 +159,14 @@ class RandomRun {
       reconciler_->write(table_, key, action);
     }
     DriverRows const before = chipRows();
-    std::size_t difference = 0;
-    std::size_t staying = 0;
+    size_t difference = 0;
+    size_t staying = 0;
     for (auto const& [key, action] : before) {
       auto const it = wanted.find(key);
       if (it == wanted.end() || it->second != action) ++difference;
       if (it != wanted.end()) ++staying;
     }
-    std::size_t const room = chip_.capacityOf() - std::min(chip_.capacityOf(), staying);
+    size_t const room = chip_.capacityOf() - std::min(chip_.capacityOf(), staying);
     difference += std::min(room, wanted.size() - staying);
     chip_.journal().clear();
     Host::Applied const applied = reconciler_->commit();

@@ -32,7 +32,7 @@ using ::testing::SizeIs;
 /// What reached the chip since the last call, as words: "write 3 <- 7", "erase 3".
 class ReconcilerTest : public ::testing::Test {
  protected:
-  explicit ReconcilerTest(std::size_t capacity = 65'536) : chip(capacity) {
+  explicit ReconcilerTest(size_t capacity = 65'536) : chip(capacity) {
     Kiv::LogService::reset();
     Kiv::LogService::clockIs([this] { return clock->now(); });
     open();
@@ -98,7 +98,7 @@ class ReconcilerTest : public ::testing::Test {
     }
     return counts;
   }
-  std::vector<Finding> audit(std::size_t rows = Audit::kRowsPerStep) {
+  std::vector<Finding> audit(size_t rows = Audit::kRowsPerStep) {
     Audit run(reconciler.table(0));
     while (!run.step(rows)) {
     }
@@ -233,7 +233,7 @@ TEST_F(ReconcilerTest, AReadAndAWalkSeeThePendingChanges) {
   std::vector<Kiv::U8> keys(64 * 8);
   std::vector<Kiv::U8> actions(64 * 8);
   BfnDriver::WalkCursor cursor;
-  std::size_t rows = 0;
+  size_t rows = 0;
   EXPECT_EQ(reconciler.walk(table, cursor, keys, actions, rows), Status::Ok);
   EXPECT_EQ(rows, 2u);
 }
@@ -412,17 +412,17 @@ TEST_F(ReconcilerTest, UnderConstantChangesAnEqualChipHasNoFinding) {
   }
 }
 
-std::size_t heapInUse() {
+size_t heapInUse() {
   struct mallinfo2 const info = mallinfo2();
   return info.uordblks + info.hblkhd;
 }
 
 TEST_F(ReconcilerTest, RowsCostAtMostFortyBytesEach) {
-  std::size_t const empty = heapInUse();
-  std::vector<char> const probe(std::size_t{1} << 20);
+  size_t const empty = heapInUse();
+  std::vector<char> const probe(size_t{1} << 20);
   if (heapInUse() < empty + probe.size()) GTEST_SKIP() << "this allocator does not count";
-  std::size_t const rows = 65'536;
-  std::size_t const before = heapInUse();
+  size_t const rows = 65'536;
+  size_t const before = heapInUse();
   for (Kiv::U32 n = 0; n < rows; ++n) write(n, n);
   EXPECT_GE(heapInUse() - before, rows * (8 + 8)) << "held";
   EXPECT_LE(heapInUse() - before, rows * 40) << "held";
@@ -432,9 +432,9 @@ TEST_F(ReconcilerTest, RowsCostAtMostFortyBytesEach) {
   alone.journal().limitIs(0);
   auto const handle =
       alone.open({1, 0, BfnId::BfnPipeId(0), "p", BfnChip::ChipModel::kRewriteTable}).value();
-  std::size_t const beforeAlone = heapInUse();
+  size_t const beforeAlone = heapInUse();
   for (Kiv::U32 n = 0; n < rows; ++n) alone.write(handle, driverKey(n), driverAction(n));
-  std::size_t const model = heapInUse() - beforeAlone;
+  size_t const model = heapInUse() - beforeAlone;
   running();
   EXPECT_EQ(chip.rowCount(), rows);
   EXPECT_LE(heapInUse() - before, rows * 40 + 2 * model) << "running, the chip's rows apart";
@@ -491,7 +491,7 @@ TEST_F(ReconcilerTest, TheEndOfATurnReachesTheChipAfterItsChanges) {
     explicit Counting(BfnChip::ChipModel& model) : ForwardingDriver(model), chip(model) {}
     void turnEnded() override { rows.push_back(chip.rowCount()); }
     BfnChip::ChipModel& chip;
-    std::vector<std::size_t> rows;
+    std::vector<size_t> rows;
   } counting(chip);
   Reconciler front(counting, clock);
   auto const handle =
@@ -509,7 +509,7 @@ TEST_F(ReconcilerTest, ATableThatCannotBeWalkedIsStillHeld) {
   struct Blind final : BfnDriver::ForwardingDriver {
     using ForwardingDriver::ForwardingDriver;
     Status walk(BfnDriver::TableHandle, BfnDriver::WalkCursor&, std::span<Kiv::U8>,
-                std::span<Kiv::U8>, std::size_t&) const override {
+                std::span<Kiv::U8>, size_t&) const override {
       return Status::Error;
     }
   } blind(chip);
@@ -529,7 +529,7 @@ class ReconcilerUnderTest {
  public:
   static constexpr bool kCountsHits = true;
 
-  explicit ReconcilerUnderTest(std::size_t capacity) : chip_(capacity) {
+  explicit ReconcilerUnderTest(size_t capacity) : chip_(capacity) {
     reconciler_.waitingIs(false);
     for (Kiv::U8 device = 0; device < 2; ++device) {
       reconciler_.open({99, device, BfnId::BfnPipeId(0), "", BfnChip::ChipModel::kRewriteTable});

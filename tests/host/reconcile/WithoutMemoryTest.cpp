@@ -58,7 +58,7 @@ struct World {
     while (!audit.step()) {
     }
     EXPECT_TRUE(audit.findings().empty()) << audit.findings().size() << " findings";
-    EXPECT_EQ(chip.rowCount(), std::min<std::size_t>(8, wanted.size()));
+    EXPECT_EQ(chip.rowCount(), std::min<size_t>(8, wanted.size()));
     EXPECT_EQ(chip.rowCount() + reconciler.waitingForRoom(), wanted.size());
     EXPECT_EQ(reconciler.failed(), 0u);
     EXPECT_FALSE(reconciler.table(0).held());
@@ -78,7 +78,7 @@ struct World {
 // Each allocation of `event` in a world of its own, after `before`.
 void eachFailing(std::function<void(World&)> const& before,
                  std::function<void(World&)> const& event) {
-  for (std::size_t n = 1;; ++n) {
+  for (size_t n = 1;; ++n) {
     SCOPED_TRACE(n);
     World world;
     before(world);
@@ -121,7 +121,7 @@ TEST(ReconcilerWithoutMemory, ACommitWhoseChangesFailLosesNone) {
 
 TEST(ReconcilerWithoutMemory, ANewRowThatIsToWaitIsNotLost) {
   eachFailing(running, [](World& world) {
-    std::size_t const before = world.reconciler.wanted();
+    size_t const before = world.reconciler.wanted();
     try {
       world.want(20, 20);
     } catch (std::bad_alloc const&) {

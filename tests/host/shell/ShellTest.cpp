@@ -252,7 +252,7 @@ TEST_F(ShellTest, TheDocumentHasTheFormAndTheExampleOfEveryCommand) {
 TEST_F(ShellTest, TheDocumentHasEveryWordThatFramesAreCountedAs) {
   std::ifstream in(LAB_DOCUMENT);
   std::string const document{std::istreambuf_iterator<char>(in), {}};
-  for (std::size_t i = 0; i < Host::Packets::kVerdicts; ++i) {
+  for (size_t i = 0; i < Host::Packets::kVerdicts; ++i) {
     std::string const word(Host::Packets::text(static_cast<Host::Packets::Verdict>(i)));
     EXPECT_THAT(document, ::testing::ContainsRegex("\n\\|([^|]*, | )" + word + "(, [^|]*)? \\|"));
   }

@@ -146,7 +146,7 @@ TEST_F(PortsForm, RemovingWhatIsNotThereSaysNothing) {
 TEST(RecordForm, AValueInAnObjectThatIsNotThereMakesTheObjectWithIt) {
   auto const addresses = makeActive<Status>();
   auto const watcher = makeActive<BfnTest::Watcher>(addresses);
-  std::size_t seen = 0;
+  size_t seen = 0;
   watcher->then = [&] {
     if (addresses->vrfStatus(Pex::VrfId(7)) != nullptr) {
       seen = addresses->vrfStatus(Pex::VrfId(7))->ipAndIntfId().size();
@@ -189,7 +189,7 @@ TEST(RecordForm, WhatDoesNotFitIsRefusedAndChangesNothing) {
   auto const records = filledRecords();
   std::string const ip = form(Ovra::IpAddr(0x0A000001));
   std::string const port = form(Pex::PortVlanPair(Ovra::IntfId("Ethernet1"), 5));
-  std::vector<std::pair<std::size_t, Unreadable>> const cases{
+  std::vector<std::pair<size_t, Unreadable>> const cases{
       {1, {setting("nothing", "", "True"), "keeps no \"nothing\""}},
       {1, {setting("fullName", "", "x"), "keeps no \"fullName\""}},
       {1, {setting("overlaySrcMacRewriteSupported", "", "maybe"), "expected"}},

@@ -71,7 +71,7 @@ StoreChange changeOf(std::string const& line) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   // Which also links the library of these records.
   KIV_CHECK(Kiv::Type::find(kConfigType) == &BfnMacRewrite::Input::Config::_kivType());
   Kiv::LogService::sinkIs([](Kiv::LogMessage const&) {});

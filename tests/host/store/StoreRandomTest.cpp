@@ -205,8 +205,8 @@ class StoreRandomTest : public ::testing::Test {
     char bytes[4096];
     ssize_t const got = ::read(writer.reports, bytes, sizeof bytes);
     if (got <= 0) return false;
-    writer.rest.append(bytes, static_cast<std::size_t>(got));
-    std::size_t at = 0;
+    writer.rest.append(bytes, static_cast<size_t>(got));
+    size_t at = 0;
     for (; at + sizeof(Report) <= writer.rest.size(); at += sizeof(Report)) {
       Report report{};
       std::memcpy(&report, writer.rest.data() + at, sizeof report);
@@ -251,7 +251,7 @@ class StoreRandomTest : public ::testing::Test {
         of.push_back(i);
       }
       ASSERT_GT(::poll(waiting.data(), waiting.size(), 60'000), 0);
-      for (std::size_t i = 0; i < waiting.size(); ++i) {
+      for (size_t i = 0; i < waiting.size(); ++i) {
         if (waiting[i].revents == 0 || read(of[i])) continue;
         if (end(of[i])) --alive;
       }

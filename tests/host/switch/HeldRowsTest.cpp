@@ -29,7 +29,7 @@ class UnreadableTable final : public Host::HardwareTable {
     using ForwardingDriver::ForwardingDriver;
     BfnDriver::Status walk(BfnDriver::TableHandle table, BfnDriver::WalkCursor& cursor,
                            std::span<Kiv::U8> keys, std::span<Kiv::U8> actions,
-                           std::size_t& rows) const override {
+                           size_t& rows) const override {
       if (!readable) return BfnDriver::Status::Error;
       return ForwardingDriver::walk(table, cursor, keys, actions, rows);
     }
