@@ -14,6 +14,9 @@ namespace Host {
 /// Errors: only the constructor takes memory, so only it throws std::bad_alloc.
 class Batch {
  public:
+  /// Changes that one call makes at most, so that its memory stays small.
+  static constexpr size_t kMost = 1024;
+
   /// Room for that many changes.
   explicit Batch(size_t room);
 
