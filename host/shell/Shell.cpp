@@ -323,20 +323,9 @@ void Shell::print(Answer const& answer, std::string_view line) {
     if (pager_) {
       pager_(answer.text + '\n');
     } else {
-      printLines(answer.text);
-      out_ << '\n';
+      out_ << answer.text << '\n';
     }
   }
-}
-
-void Shell::printLines(std::string_view text) {
-  constexpr size_t kPiece = 4096;
-  while (text.size() > kPiece && !Interrupt::requested()) {
-    size_t const end = std::min(text.find('\n', kPiece), text.size() - 1) + 1;
-    out_ << text.substr(0, end) << std::flush;
-    text.remove_prefix(end);
-  }
-  if (!Interrupt::requested()) out_ << text;
 }
 
 }  // namespace Host

@@ -110,8 +110,6 @@ class Shell {
   Answer expect(Arguments const& given);
   Answer measure(Arguments const& given);
   void print(Answer const& answer, std::string_view line);
-  /// Up to an interrupt.
-  void printLines(std::string_view text);
   /// Throws Failure when what was printed cannot be written.
   void flush();
 
