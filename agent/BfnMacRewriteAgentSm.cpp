@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/BfnMacRewriteAgentSm.h"
 
 #include <utility>
@@ -40,8 +41,7 @@ void AgentSm::handleInitMacRewriteTables() {
                                 bfnMacRewriteL3Shared_->l3Status());
 }
 
-// Recorded rings know the trace of this handler by its line, 51; a test says so. A step may run a
-// foreign handler that drops the agent, which dispatch holds until this returns.
+// Recorded rings know the trace of this handler by its line, 51; a test says so.
 void AgentSm::handleStartMacRewriteSm() {
   if (!initialized()) return;
   BfnSystem::ChipCapabilities const capabilities = chipCapabilities();
@@ -49,6 +49,8 @@ void AgentSm::handleStartMacRewriteSm() {
   Kiv::Ptr<BfnMacRewriteMount> const mount = agentMount_;
   if (supported) {
     KIV_TRACE(9, "");
+    // A step may run a foreign handler that drops the agent, which dispatch holds until this
+    // returns.
     auto const& l3Shared = *bfnMacRewriteL3Shared_;
     bfnMacRewriteIntfRoutingStatusSmIs(l3Shared.l3PortAndLagRoutingStatus(),
                                        l3Shared.vlanIntfRoutingStatus(),

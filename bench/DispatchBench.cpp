@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one notification costs from the notifier's list to the handler of a state machine, against a
 // loop of plain virtual calls and against a general signal library without locking. The handlers
 // are the same; they are not inlined, as those of a machine in another source file are not.

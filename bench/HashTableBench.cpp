@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flat hash table against absl::flat_hash_map, both with the same 32-bit hash, a key of 12
 // bytes and a pointer. Names are <table>/<operation>/<members>; times are for one member.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's table: changes and walks of 65,536 rows, and the program on the path of a frame.
 #include <array>
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plug-in on the kernel's table, through the reconciler as the host has it: events, a commit of
 // all rows, the show command.
 #include <benchmark/benchmark.h>

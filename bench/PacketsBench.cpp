@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small frames through a full table of 65,536 rows and out into VXLAN packets, on one core: items
 // are frames. What this is held to is a million frames a second.
 #include <benchmark/benchmark.h>

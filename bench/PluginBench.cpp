@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plug-in on its chip, row by row, against a program that takes the same decisions without a
 // framework: flat hash maps, plain structs, and one raw record in a ring wherever the plug-in
 // traces.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copying and dropping one reference, against an intrusive pointer whose counter is a plain
 // integer.
 #include <benchmark/benchmark.h>

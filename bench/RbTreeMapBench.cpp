@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ordered map against std::map: keys of 12 bytes and a pointer. Names are
 // <map>/<operation>/<members>; times are for one member.
 

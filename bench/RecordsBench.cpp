@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the agent's records take: the memory of one address in Agent::VrfStatus.
 
 #include <benchmark/benchmark.h>

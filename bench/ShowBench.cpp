@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the show command costs, all phases, against formatting the same lines by snprintf, and the
 // longest of its slices under a quantum.
 #include <algorithm>

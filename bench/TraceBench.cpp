@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a trace statement costs, against reading the time-stamp counter and writing the same bytes
 // raw.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // TCP through a VXLAN tunnel between two network namespaces, with the program on the near end's
 // device and without it.
 #include <benchmark/benchmark.h>

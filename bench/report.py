@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Prints how measured benchmarks stand to their targets.
 
 Reads the JSON results that bench/run leaves, takes the median of each benchmark's repetitions and

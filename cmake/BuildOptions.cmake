@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # How every target of this project is compiled. Included once, from the top.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

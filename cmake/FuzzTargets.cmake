@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Fuzz targets. A target is one source that defines LLVMFuzzerTestOneInput, and the inputs that are
 # kept for it in tests/fuzz/corpus/<target>.
 #

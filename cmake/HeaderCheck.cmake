@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Every header compiles alone. One translation unit is written for each header below the given
 # folders, with nothing in it but that header, so that one which forgets an include of its own fails
 # the build. New headers are found by themselves. A header that is the first include of its own

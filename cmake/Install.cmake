@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # `cmake --install`: libraries, headers, the CMake package and the pkg-config file.
 #
 # Headers go below include/BfnMacRewrite/, which is itself the include path, so that a program

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The rooms of the plug-in are object libraries: the shared library is made of their objects, and
 # so are the tests that look inside it. Only what is marked BFN_MAC_REWRITE_EXPORT is visible
 # outside.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # add_shared_library(NAME SOURCES...): a shared library of this project, with its version and soname.
 function(add_shared_library name)
   add_library(${name} SHARED ${ARGN})

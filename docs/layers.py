@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks every include of the tree against docs/layers.txt, and the picture of the house against it.
 
   docs/layers.py          prints what is wrong; the exit status is 1 when something is

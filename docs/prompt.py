@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Draws docs/prompt.svg: a session at the lab's prompt, as a terminal shows it.
 
 usage: docs/prompt.py [PROGRAM]      default: build/release/bin/macrewrite-lab

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "show/ShowMacRewriteCommandRequestSm.h"
 
 #include "framework/core/Fatal.h"

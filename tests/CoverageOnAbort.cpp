@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Coverage builds only: a death test's child ends by SIGABRT, which would lose the counters of the
 // very lines that the test is about. Write them first, then die as before.
 #include <csignal>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Plants one fault at a time in a room's sources and lists those that no test notices.
 
 A fault is a comparison turned, a condition negated, a constant changed, a statement dropped or two

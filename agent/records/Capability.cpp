@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/records/Capability.h"
 
 #include "framework/generic/Describe.h"

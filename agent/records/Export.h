@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// What a library of the plug-in exports, this one or the plug-in itself; everything else in them

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Records hosts.pcap: real traffic of three hosts on a switch, each a network namespace of this
 # machine, as the switch receives it, VLAN tags and all.
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Shows rows that the plug-in has written at work on real packets: two leaf switches, an underlay,
 # two VLANs with a host in each at both leaves. Everything is made in namespaces of its own, which
 # go with this script, also when it is interrupted or killed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An introduction: the agent's records, and a small state machine that watches them.
 //
 // A record is an object with attributes. A reactor watches it: a small object that names, row by

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// KIV_ADDRESS_SANITIZER is defined in a build with AddressSanitizer, by either compiler.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "framework/platform/BfTableException.h"
 
 // The destructors are defined here so that each type has one home, whichever library throws or

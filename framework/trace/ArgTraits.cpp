@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "framework/trace/ArgTraits.h"
 
 #include "framework/core/Strep.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/commands/Commands.h"
 #include "host/dumps/Dumps.h"
 #include "host/language/InputError.h"

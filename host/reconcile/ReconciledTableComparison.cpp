@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Comparisons of the whole table with the chip: the commit after a bring-up, audit and repair.
 #include <algorithm>
 #include <vector>

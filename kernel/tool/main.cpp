@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // macrewrite-kernel: puts the kernel program on tunnel devices, shows what it does, and takes it
 // out. See docs/kernel.md.
 #include <charconv>

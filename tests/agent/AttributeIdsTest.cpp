@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The attribute ids of the plug-in's types. A notifiee that watches an object by id compiles them
 // in.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/BfnMacRewriteL3Shared.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What docs/layers.py finds in a small tree with one thing wrong. The script is the one argument."""
 import os
 import subprocess

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "chip/ChipModel.h"
 #include "chip/FaultingDriver.h"
 #include "chip/JournalingDriver.h"

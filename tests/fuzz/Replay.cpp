@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The main program of a fuzz target in a build without libFuzzer: gives each file of the folders on
 // the command line to the target once. Fails when there was no file to give.
 #include <cstddef>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # One run of the install test; see CMakeLists.txt beside this file for the variables.
 cmake_minimum_required(VERSION 3.25)
 

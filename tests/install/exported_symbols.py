@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Compares what a library shows the world with its list in exported/.
 
 A line of a list is a function with its arguments as they are demangled, or `Name::*`: a class that is exported whole

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives the same frames to the chip model and to the kernel program over the same rows, and writes
 // down what each made of them. oracle.py says what they should have made.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's table does what every driver has to, and so does the reconciler over it.
 #include <linux/bpf.h>
 #include <optional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Maps and program in their directory: what outlives whom, and what is refused.
 #include "kernel/KernelProgram.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows in the kernel's map, as the driver writes and counts them.
 #include "kernel/KernelTable.h"
 

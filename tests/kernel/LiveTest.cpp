@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two tunnel ends with a host at each, as they are on any Linux machine: what the far host receives
 // when the program sits on the near end's VXLAN device.
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program on devices: attached, followed, taken out, and nothing else touched.
 #include "kernel/Ports.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program by itself: frames given to it one by one.
 #include <gtest/gtest.h>
 #include <linux/bpf.h>

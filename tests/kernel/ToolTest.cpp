@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // macrewrite-kernel as it is started by people: what it prints, and its exit status.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel's verifier says of the program: that it is sound, and nothing else.
 #include <array>
 #include <bpf/bpf.h>

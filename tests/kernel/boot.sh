@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Boots Debian's stock kernel in QEMU, without acceleration, and runs programs in it: this machine's
 # files, read-only, below another kernel. Kernel and initial file system are made below build/.
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Says what the look-up of overlay source-MAC rewrites does to frames, and compares with that what
 the chip model and the kernel program do.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Runs the leaf example where its capture may be written, and compares what it prints.
 #
 #   cmake -D program=... -D source=... -D scratch=... -P LeafExample.cmake

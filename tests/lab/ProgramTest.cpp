@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // macrewrite-lab as it is started by people and by other programs: options, streams, exit statuses.
 #include <csignal>
 #include <cstdlib>

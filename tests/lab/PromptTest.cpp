@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The prompt as it is typed at: the program on a terminal of its own.
 #include <array>
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The README shows what `./dev run` and `./dev run live` print. Other tests compare what these
 // examples print with their expected.txt; these compare the README with it.
 #include <charconv>

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs the lab over a table of its own in the kernel, in namespaces that go with it. Status 3, by
 # which a test counts as skipped, where they may not be made.
 #

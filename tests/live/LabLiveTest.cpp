@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plug-in in the lab writes rows into the kernel's table, and hosts send packets through them:
 // what the far host receives, as tcpdump reads it there, and what is left when the lab is killed.
 #include <csignal>

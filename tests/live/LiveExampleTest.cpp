@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The example with namespaces as `./dev run live` starts it: what it prints, and what it leaves.
 #include <array>
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Linked into every suite: a test begins and ends with no live framework object.
 #include <gtest/gtest.h>
 #include <sstream>

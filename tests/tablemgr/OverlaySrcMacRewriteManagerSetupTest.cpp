@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "framework/platform/SlabKeyManager.h"
 #include "framework/platform/StatusManager.h"
 #include "framework/platform/TableInitialization.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records as others see them: by the names of their attributes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

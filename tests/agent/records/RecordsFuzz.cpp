@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives any text to the records, as others do: to the parsers of their values, and to each of their
 // attributes by name. A text that is read is written in a form that reads back as the same value;
 // one that is refused raises RangeException and leaves every record as it was.

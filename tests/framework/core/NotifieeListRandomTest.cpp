@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random runs of two notifiers and many notifiees against a plain model of what a visit does.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "framework/l3/RouteStatus.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The binding's bytes as the chip reads them: two independent pieces of code that must agree.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

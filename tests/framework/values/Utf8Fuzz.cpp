@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as UTF-8: the text is valid and gives the bytes back, and reading any text fails never.
 #include <cstddef>
 #include <cstdint>

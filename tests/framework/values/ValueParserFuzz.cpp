@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives any bytes to every parser of a string form. A parser reads a value, whose own form must
 // then read back as the same value, or refuses by RangeException; nothing else may come out.
 #include <cstddef>

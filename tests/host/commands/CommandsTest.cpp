@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What commands print for people, and what they do with files.
 #include <filesystem>
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the commands of the reconciler print for people.
 #include <gtest/gtest.h>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/packets/Frame.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives any bytes as a frame to the forwarder, through a chip whose rows the frames of the corpus
 // hit. A frame is dropped, or leaves inside a VXLAN packet as it came except for its source MAC.
 //

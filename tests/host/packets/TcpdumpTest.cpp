@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What another program makes of the packets that leave.
 #include <array>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random changes, capacities, failures, rows that come and go in the chip, and restarts. At rest
 // the chip holds exactly the wanted rows that fit, and a commit makes the difference and no more.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every allocation of a call fails once. With memory again and time for retries, the chip comes to
 // the wanted rows all the same.
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What holds for a state database that mirrors a store of any kind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Puts any text into a store, a line "kind|path|collection|key|value" for each change. Nothing in
 // it ends the process that mirrors the store; a process that has followed every change and one that
 // reads the store afterwards hold the same.

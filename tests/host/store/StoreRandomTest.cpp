@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Several processes change one store at random while they are killed, cut off and lose changes. At
 // rest all hold the same, no change that was taken is lost, and each process has seen the changes
 // of a key in one writer's order.

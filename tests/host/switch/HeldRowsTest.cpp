@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a switch does with its chip's rows when the chip cannot be read.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

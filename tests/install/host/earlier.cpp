@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every header that earlier releases had in another place.
 #include "agent/records/BfnMacRewriteInput.h"
 #include "framework/chip/ChipModel.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's table from outside: what every machine can do, rights or not.
 #include <iostream>
 
