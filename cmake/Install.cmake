@@ -1,83 +1,107 @@
 # SPDX-License-Identifier: Apache-2.0
-# `cmake --install`: libraries, headers, the CMake package and the pkg-config file.
+# `cmake --install`, and its components, which the Debian packages are made of:
 #
-# Headers go below include/BfnMacRewrite/, which is itself the include path, so that a program
-# outside includes "framework/core/Ptr.h" just as the sources here do.
+#   libkiv1, libbfnmacrewrite1   the shared libraries
+#   dev                          headers, what programs are linked with, CMake and pkg-config files
+#   kernel                       the kernel's table for programs (CMake package BfnMacRewriteKernel) and its tool
+#   lab                          macrewrite-lab with its examples, manual pages and completions
+#   doc                          the documents as a site
+#
+# Headers go below include/BfnMacRewrite/. That is an include path itself, and so is the folder above: a
+# program outside includes "framework/core/Ptr.h" as the sources here do, or
+# <BfnMacRewrite/framework/core/Ptr.h>.
+#
+# Every path is relative to another one in the prefix, so that an installed tree may be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(BFN_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/BfnMacRewrite)
 set(BFN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/BfnMacRewrite)
+# What programs read at run time.
+set(BFN_INSTALL_SHAREDIR ${CMAKE_INSTALL_DATADIR}/macrewrite)
+file(RELATIVE_PATH BFN_BIN_TO_LIB /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+file(RELATIVE_PATH BFN_BIN_TO_SHARE /${CMAKE_INSTALL_BINDIR} /${BFN_INSTALL_SHAREDIR})
+file(RELATIVE_PATH BFN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 
-# Where it is built, the kernel's table is a package of its own, BfnMacRewriteKernel, which needs the
-# first one, and the install component `kernel`.
+# Internal headers stay here: what they declare is not exported.
+set(BFN_INTERNAL_HEADERS RowCollection.h)
 
-# bfn_install(LIBRARIES targets... HEADER_FOLDERS folders... INTERNAL_HEADERS names...): call once.
-# Internal headers stay here: what they declare is not exported. Each library is exported
-# as BfnMacRewrite::<target>; list a library before those that it needs. A folder that ends in a
-# slash gives what is in it, not itself.
-function(bfn_install)
-  cmake_parse_arguments(ARG "" "" "LIBRARIES;HEADER_FOLDERS;INTERNAL_HEADERS" ${ARGN})
-
-  set(BFN_PC_LIBS "")
-  foreach(library IN LISTS ARG_LIBRARIES)
-    target_include_directories(${library} INTERFACE
-      $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}> $<INSTALL_INTERFACE:${BFN_INSTALL_INCLUDEDIR}>)
-    target_compile_features(${library} INTERFACE cxx_std_20)
-    set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
-    string(APPEND BFN_PC_LIBS " -l${library}")
+# bfn_api_headers(LIBRARY PLACES...): the headers that are the library's API, which are those of its
+# folders, and of folders below, except for internal ones; a place with a * is a pattern. Those below
+# compat/ are include paths of earlier releases and include what is in the present place.
+function(bfn_api_headers library)
+  set(api "")
+  foreach(place IN LISTS ARGN)
+    if(NOT place MATCHES "\\*")
+      set(place ${place}/*.h)
+      set(depth GLOB_RECURSE)
+    else()
+      set(depth GLOB)
+    endif()
+    file(${depth} headers CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${place})
+    foreach(header IN LISTS headers)
+      get_filename_component(name ${header} NAME)
+      if(NOT name IN_LIST BFN_INTERNAL_HEADERS)
+        list(APPEND api ${header})
+      endif()
+    endforeach()
   endforeach()
+  target_sources(${library} PUBLIC FILE_SET HEADERS BASE_DIRS ${CMAKE_SOURCE_DIR} FILES ${api})
+  target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(${library} INTERFACE cxx_std_20)
+endfunction()
 
-  install(TARGETS ${ARG_LIBRARIES} EXPORT BfnMacRewriteTargets
-          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  set(internal "")
-  foreach(header IN LISTS ARG_INTERNAL_HEADERS)
-    list(APPEND internal PATTERN ${header} EXCLUDE)
-  endforeach()
-  foreach(folder IN LISTS ARG_HEADER_FOLDERS)
-    install(DIRECTORY ${CMAKE_SOURCE_DIR}/${folder} DESTINATION ${BFN_INSTALL_INCLUDEDIR}
-            FILES_MATCHING PATTERN "*.h" ${internal})
-  endforeach()
-
-  install(EXPORT BfnMacRewriteTargets NAMESPACE BfnMacRewrite::
-          DESTINATION ${BFN_INSTALL_CMAKEDIR})
-  configure_package_config_file(
-    ${CMAKE_SOURCE_DIR}/cmake/BfnMacRewriteConfig.cmake.in
-    ${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfig.cmake
-    INSTALL_DESTINATION ${BFN_INSTALL_CMAKEDIR})
-  write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfigVersion.cmake
+# bfn_package(NAME): the CMake package of the export set <NAME>Targets, in the component.
+function(bfn_package name component)
+  set(folder ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  install(EXPORT ${name}Targets NAMESPACE BfnMacRewrite:: DESTINATION ${folder} COMPONENT ${component})
+  configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/${name}Config.cmake.in
+                                ${CMAKE_BINARY_DIR}/package/${name}Config.cmake
+                                INSTALL_DESTINATION ${folder})
+  write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/${name}ConfigVersion.cmake
                                    COMPATIBILITY SameMajorVersion)
-  install(FILES ${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfig.cmake
-                ${CMAKE_BINARY_DIR}/package/BfnMacRewriteConfigVersion.cmake
-          DESTINATION ${BFN_INSTALL_CMAKEDIR})
+  install(FILES ${CMAKE_BINARY_DIR}/package/${name}Config.cmake
+                ${CMAKE_BINARY_DIR}/package/${name}ConfigVersion.cmake
+          DESTINATION ${folder} COMPONENT ${component})
+endfunction()
 
-  file(RELATIVE_PATH BFN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-  configure_file(${CMAKE_SOURCE_DIR}/cmake/BfnMacRewrite.pc.in
-                 ${CMAKE_BINARY_DIR}/package/BfnMacRewrite.pc @ONLY)
-  install(FILES ${CMAKE_BINARY_DIR}/package/BfnMacRewrite.pc
-          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# bfn_pkg_config(NAME DESCRIPTION LIBRARIES REQUIRES COMPONENT)
+function(bfn_pkg_config name description libs requires component)
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/Library.pc.in ${CMAKE_BINARY_DIR}/package/${name}.pc @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/package/${name}.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${component})
+endfunction()
+
+# The libraries, which bfn_api_headers() has seen before.
+function(bfn_install_libraries)
+  set_target_properties(Kiv BfnMacRewriteRecords BfnMacRewrite PROPERTIES INSTALL_RPATH "$ORIGIN")
+  set(headers FILE_SET HEADERS DESTINATION ${BFN_INSTALL_INCLUDEDIR} COMPONENT dev)
+  install(TARGETS Kiv EXPORT BfnMacRewriteTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libkiv1 NAMELINK_COMPONENT dev ${headers})
+  install(TARGETS BfnMacRewriteRecords BfnMacRewrite EXPORT BfnMacRewriteTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libbfnmacrewrite1
+          NAMELINK_COMPONENT dev ${headers})
+  install(TARGETS KivChip EXPORT BfnMacRewriteTargets
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev ${headers})
+  install(DIRECTORY ${CMAKE_SOURCE_DIR}/compat/ DESTINATION ${BFN_INSTALL_INCLUDEDIR} COMPONENT dev
+          FILES_MATCHING PATTERN "*.h")
+  bfn_package(BfnMacRewrite dev)
+  bfn_pkg_config(Kiv "Reference-counted records and reactors" -lKiv "" dev)
+  bfn_pkg_config(BfnMacRewrite "Source MAC rewrites of VXLAN overlay packets on Bfn forwarding chips"
+                 "-lBfnMacRewrite -lBfnMacRewriteRecords -lKivChip" Kiv dev)
 endfunction()
 
 function(bfn_install_kernel)
-  target_include_directories(KivKernel INTERFACE
-    $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}> $<INSTALL_INTERFACE:${BFN_INSTALL_INCLUDEDIR}>)
-  target_compile_features(KivKernel INTERFACE cxx_std_20)
-  set_target_properties(KivKernel PROPERTIES INSTALL_RPATH "$ORIGIN")
-  file(RELATIVE_PATH to_libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-  set_target_properties(macrewrite-kernel PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
-
+  bfn_api_headers(KivKernel kernel/*.h kernel/program)
   install(TARGETS KivKernel EXPORT BfnMacRewriteKernelTargets
-          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kernel)
-  install(TARGETS macrewrite-kernel
-          RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kernel)
-  install(DIRECTORY ${CMAKE_SOURCE_DIR}/kernel DESTINATION ${BFN_INSTALL_INCLUDEDIR}
-          COMPONENT kernel FILES_MATCHING PATTERN "*.h" PATTERN tool EXCLUDE)
-  install(EXPORT BfnMacRewriteKernelTargets NAMESPACE BfnMacRewrite::
-          DESTINATION ${BFN_INSTALL_CMAKEDIR}Kernel COMPONENT kernel)
-  write_basic_package_version_file(
-    ${CMAKE_BINARY_DIR}/package/BfnMacRewriteKernelConfigVersion.cmake
-    COMPATIBILITY SameMajorVersion)
-  install(FILES ${CMAKE_SOURCE_DIR}/cmake/BfnMacRewriteKernelConfig.cmake
-                ${CMAKE_BINARY_DIR}/package/BfnMacRewriteKernelConfigVersion.cmake
-          DESTINATION ${BFN_INSTALL_CMAKEDIR}Kernel COMPONENT kernel)
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kernel
+          FILE_SET HEADERS DESTINATION ${BFN_INSTALL_INCLUDEDIR} COMPONENT kernel)
+  bfn_package(BfnMacRewriteKernel kernel)
+  bfn_install_program(macrewrite-kernel kernel)
+endfunction()
+
+# bfn_install_program(TARGET COMPONENT): a program, which finds the libraries of its prefix.
+function(bfn_install_program program component)
+  set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${BFN_BIN_TO_LIB}")
+  install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
 endfunction()

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
 #include <unistd.h>
 
 #include "framework/core/Hash.h"
@@ -11,12 +16,13 @@
 #include "host/kernel/OpenTable.h"
 #include "host/prompt/Prompt.h"
 #include "host/shell/Shell.h"
+#include "host/switch/Installed.h"
 
 namespace {
 
 constexpr char kExamples[] =
     "Examples:\n"
-    "  macrewrite-lab examples/leaf1/leaf1.lab      bring-up, configuration, packets\n"
+    "  macrewrite-lab demo                          bring-up, configuration, packets\n"
     "  macrewrite-lab --echo case.lab               each line before its answer\n"
     "  echo 'dump inputs' | macrewrite-lab          commands from standard input\n"
     "  macrewrite-lab --json --trace 9 case.lab     answers for a program, traces on stderr\n"
@@ -29,14 +35,9 @@ constexpr char kExamples[] =
 
 constexpr char kKernelDirectory[] = "/run/macrewrite";
 
-std::filesystem::path besideProgram(char const* file) {
-  std::error_code error;
-  auto const program = std::filesystem::read_symlink("/proc/self/exe", error);
-  return program.parent_path() / file;
-}
-
+constexpr char kDemo[] = "demo";
 struct Options {
-  std::string plugin = besideProgram("libBfnMacRewrite.so").string();
+  std::string plugin = Host::installedPlugin().string();
   std::optional<Kiv::U32> hashSeed;
   std::optional<unsigned> traceLevel;
   std::string table = "model";
@@ -63,6 +64,21 @@ Host::SwitchTable tableOf(Options const& options) {
   return table;
 }
 
+/// The first of the installed examples, in a new folder of its own, where it writes its files.
+std::string demo() {
+  auto const example = Host::installedExamples() / "leaf1" / "leaf1.lab";
+  if (!std::filesystem::exists(example)) {
+    throw std::runtime_error("the examples are not installed: there is no " + example.string());
+  }
+  std::string folder = std::filesystem::temp_directory_path() / "macrewrite-demo-XXXXXX";
+  if (::mkdtemp(folder.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(), folder);
+  }
+  std::filesystem::current_path(folder);
+  std::cout << "What is written is in " << folder << std::endl;
+  return example.string();
+}
+
 int run(Options const& options) {
   if (options.hashSeed) Kiv::HashHelper::hashSeed32Is(*options.hashSeed);
   if (options.traceLevel) {
@@ -83,7 +99,8 @@ int run(Options const& options) {
     if (result == Host::Shell::Done) result = status;
     return !shell.exited() && (result == Host::Shell::Done || options.shell.keepGoing);
   };
-  for (std::string const& file : options.files) {
+  for (std::string file : options.files) {
+    if (file == kDemo && options.files.size() == 1 && !std::filesystem::exists(file)) file = demo();
     bool const standardInput = file == "-";
     if (!goesOn(standardInput ? shell.runStream(std::cin, "stdin", std::cerr)
                               : shell.runFile(file, std::cerr))) {
@@ -101,7 +118,8 @@ int parseAndRun(int argc, char** argv) {
   CLI::App app{"A switch around the MAC rewrite plug-in: operator, host agent, chip and packets."};
   app.footer(kExamples);
   app.add_option("FILE", options.files,
-                 "files of commands, - for standard input; none: standard input or a prompt")
+                 "files of commands, - for standard input; none: standard input or a prompt;\n"
+                 "demo: the first of the installed examples, unless there is a file of that name")
       ->type_name("");
   app.add_option("-c,--command", options.commands,
                  "a command, after the files; may be given more than once")
@@ -114,7 +132,7 @@ int parseAndRun(int argc, char** argv) {
       ->type_name("FILE");
   app.set_version_flag("--version", Host::versionText());
   app.add_option("--plugin", options.plugin,
-                 "the plug-in to open (default: the one beside this program)")
+                 "the plug-in to open (default: the one installed with this program)")
       ->type_name("PATH");
   app.add_option("--hash-seed", options.hashSeed, "walk hashed collections in a repeatable order")
       ->type_name("N");

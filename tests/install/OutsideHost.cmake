@@ -12,7 +12,7 @@ run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix})
 
 # A library is installed under its whole version, its soname points there, and the name that a
 # program is linked with points at the soname.
-foreach(library IN ITEMS BfnMacRewrite BfnMacRewriteRecords KivChip Kiv)
+foreach(library IN ITEMS BfnMacRewrite BfnMacRewriteRecords Kiv)
   foreach(link IN ITEMS ".so:.so.${soversion}" ".so.${soversion}:.so.${version}")
     string(REPLACE ":" ";" pair ${link})
     list(GET pair 0 from)
@@ -50,13 +50,18 @@ elseif(way STREQUAL "KernelPackage")
     message(FATAL_ERROR "the component kernel lacks macrewrite-kernel")
   endif()
 elseif(way STREQUAL "PkgConfig")
-  execute_process(
-    COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/${libdir}/pkgconfig
-            ${pkg_config} --cflags --libs BfnMacRewrite
-    OUTPUT_VARIABLE package_flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-  separate_arguments(all_flags UNIX_COMMAND "${flags} ${package_flags}")
-  run(${compiler} ${host}/../../../examples/host/host.cpp ${all_flags} -Wl,-rpath,${prefix}/${libdir} -o ${scratch}/host)
-  run(${scratch}/host)
+  foreach(program IN ITEMS BfnMacRewrite:../../../examples/host/host.cpp Kiv:kiv.cpp)
+    string(REPLACE ":" ";" pair ${program})
+    list(GET pair 0 package)
+    list(GET pair 1 source)
+    execute_process(
+      COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/${libdir}/pkgconfig
+              ${pkg_config} --cflags --libs ${package}
+      OUTPUT_VARIABLE package_flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(all_flags UNIX_COMMAND "${flags} ${package_flags}")
+    run(${compiler} ${host}/${source} ${all_flags} -Wl,-rpath,${prefix}/${libdir} -o ${scratch}/${package})
+    run(${scratch}/${package})
+  endforeach()
 else()
   message(FATAL_ERROR "way is '${way}'")
 endif()

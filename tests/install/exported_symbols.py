@@ -43,18 +43,21 @@ class List:
 
 def main():
     parser = argparse.ArgumentParser()
-    for name in ("library", "list", "soname", "nm", "readelf"):
+    for name in ("library", "list", "soname", "version", "nm", "readelf"):
         parser.add_argument(f"--{name}", required=True)
     parser.add_argument("--below", nargs="*", default=[], help="the lists of the libraries that it needs")
     options = parser.parse_args()
 
-    symbols = subprocess.run([options.nm, "-DC", "--defined-only", options.library], capture_output=True, text=True, check=True)
+    nm = [options.nm, "-D", "--defined-only", options.library]
+    symbols = subprocess.run([*nm, "-C", "--without-symbol-versions"], capture_output=True, text=True, check=True)
     own = List(options.list)
     below = [List(file) for file in options.below]
     wrong = []
     count = 0
     for line in sorted(set(line.split(" ", 1)[1] for line in symbols.stdout.splitlines())):
         kind, name = line.split(" ", 1)
+        if kind == "A" and name == options.version:
+            continue
         plain = OF_A_CLASS.sub("", name)
         if kind in "VWuvw" and (plain == name or "<" in plain or plain.startswith("std::")):
             continue
@@ -64,6 +67,9 @@ def main():
         if not own.has(name):
             wrong.append(f"not in the list:       {name}")
     wrong += [f"not exported any more: {name}" for name in sorted(own.missing)]
+
+    versioned = subprocess.run(nm, capture_output=True, text=True, check=True).stdout.splitlines()
+    wrong += [f"has another version:   {line}" for line in versioned if not line.endswith((f"@@{options.version}", f" A {options.version}"))]
 
     dynamic = subprocess.run([options.readelf, "-d", options.library], capture_output=True, text=True, check=True)
     if f"Library soname: [{options.soname}]" not in dynamic.stdout:

@@ -16,6 +16,7 @@
 namespace {
 
 using nlohmann::json;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
@@ -73,6 +74,19 @@ TEST_F(ProgramTest, WithoutFilesItRunsStandardInput) {
   EXPECT_EQ(run("", "print one\nshutdown\n"), 2);
   EXPECT_EQ(out, "one\n");
   EXPECT_THAT(err, StartsWith("stdin:2: error: expected "));
+}
+
+TEST_F(ProgramTest, DemoIsTheFirstExampleUnlessThereIsAFileOfThatName) {
+  EXPECT_EQ(run("demo -c 'print after it'"), 0);
+  EXPECT_THAT(out, StartsWith("What is written is in "));
+  EXPECT_THAT(out, HasSubstr("55 frames: 55 forwarded"));
+  EXPECT_THAT(out, EndsWith("after it\n"));
+  std::string const written = out.substr(22, out.find('\n') - 22);
+  EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(written) / "build/leaf1.pcap"));
+  std::filesystem::remove_all(written);
+  fileIs("demo", "print mine\n");
+  EXPECT_EQ(run("demo"), 0);
+  EXPECT_EQ(out, "mine\n");
 }
 
 TEST_F(ProgramTest, FilesRunOneAfterAnotherOnOneHostUpToTheFirstThatFails) {
