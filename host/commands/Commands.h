@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+#include "host/commands/Changes.h"
+#include "host/commands/Configuration.h"
 #include "host/language/CommandTable.h"
 
 namespace Host {
@@ -28,6 +30,9 @@ inline void makeFolderOf(std::filesystem::path const& file) {
 /// Finds a file that a command reads.
 using ResolvePath = std::function<std::filesystem::path(std::string const&)>;
 CommandGroup packetCommands(Switch& host, ResolvePath const& resolve);
+/// Reads a file of the operator's lines. Throws InputError.
+using ReadConfiguration = std::function<Configuration(std::string const&)>;
+CommandGroup changeCommands(Changes& changes, ReadConfiguration const& read);
 /// The making of large examples.
 CommandGroup scaleCommands();
 

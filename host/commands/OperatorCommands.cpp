@@ -7,49 +7,28 @@
 #include "framework/log/LogService.h"
 #include "framework/trace/Decode.h"
 #include "host/commands/Commands.h"
+#include "host/commands/Configuration.h"
 #include "host/dumps/Dumps.h"
 #include "host/language/InputError.h"
-#include "host/language/Lexer.h"
 #include "host/switch/Switch.h"
 
 namespace Host {
 
 namespace {
 
-constexpr char kEntry[] = "overlaySrcMacRewriteEntry";
-
-Object const& config(Switch const& host) {
-  if (!host.cliConfig()) {
-    throw InputError("there is no cli-config; host replace cli-config makes one");
-  }
-  return host.cliConfig();
-}
-
 Answer rewriteIs(Switch& host, Arguments const& given) {
-  set(config(host), kEntry,
-      {Kiv::StrepWriter("BfnMacRewrite::Input::VrfIpAndMac")
-           .field("vrfName", L3::VrfName(given.text("vrf")))
-           .field("ip", given.ip("src-ip"))
-           .field("mac", given.mac("src-mac"))
-           .close()});
+  configurationLineIs(host, operatorLineOf(given.words).key, given.mac("src-mac"));
   return {};
 }
 
 Answer rewriteDel(Switch& host, Arguments const& given) {
-  Object const& from = config(host);
-  Kiv::GenericValue const key = Kiv::StrepWriter("BfnMacRewrite::Input::VrfNameAndIp")
-                                    .field("vrfName", L3::VrfName(given.text("vrf")))
-                                    .field("ip", given.ip("src-ip"))
-                                    .close();
-  if (given.has("src-mac")) {
-    Kiv::GenericValue const line = get(from, kEntry, {key});
-    if (line.isNothing()) return {};
-    if (configLineOf(line.strep()).mac != given.mac("src-mac")) {
-      throw InputError("expected the MAC address that is configured, " +
-                       Kiv::valueToStrep(configLineOf(line.strep()).mac).stdString());
-    }
+  OperatorLine const line = operatorLineOf(given.words);
+  if (line.mac) {
+    auto const mac = configuredMac(host, line.key);
+    if (!mac) return {};
+    if (auto const why = refusal(line, mac); !why.empty()) throw InputError(why);
   }
-  del(from, kEntry, key);
+  configurationLineDel(host, line.key);
   return {};
 }
 
@@ -92,11 +71,9 @@ Answer showRunningConfig(Switch& host) {
   std::string text;
   nlohmann::json lines = nlohmann::json::array();
   for (ConfigLine const& line : configLines(host)) {
-    std::ostringstream out;
-    out << "vxlan forwarding match vrf " << quotedWord(line.vrfName.view()) << " src-ip " << line.ip
-        << " action rewrite src-mac " << line.mac;
-    text += (text.empty() ? "" : "\n") + out.str();
-    lines.push_back(out.str());
+    std::string const one = textOf({line.vrfName, line.ip}, line.mac);
+    text += (text.empty() ? "" : "\n") + one;
+    lines.push_back(one);
   }
   return {lines, text};
 }

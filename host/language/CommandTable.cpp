@@ -10,15 +10,19 @@ namespace Host {
 
 namespace {
 
-std::string sentence(Mismatch const& mismatch, std::span<std::string const> words) {
+InputError errorOf(Mismatch const& mismatch, std::span<std::string const> words) {
   std::string text = "expected ";
   size_t const count = mismatch.expected.size();
   for (size_t i = 0; i < count; ++i) {
     if (i > 0) text += i + 1 == count ? " or " : ", ";
     text += mismatch.expected[i];
   }
-  if (mismatch.at == words.size()) return text + ", found the end of the line";
-  return text + ", found " + excerpt(words[mismatch.at]);
+  InputFault fault{mismatch.at, std::nullopt, mismatch.expected, std::nullopt};
+  if (mismatch.at == words.size()) {
+    return {text + ", found the end of the line", std::move(fault)};
+  }
+  fault.found = words[mismatch.at];
+  return {text + ", found " + excerpt(words[mismatch.at]), std::move(fault)};
 }
 
 /// One word that may come next, and the commands that have it there.
@@ -61,7 +65,8 @@ std::string keywordOf(std::string const& word, std::vector<CommandTable::Next> c
   if (matches.empty()) return word;
   std::string names;
   for (std::string const& match : matches) names += (names.empty() ? "" : ", ") + match;
-  throw InputError(excerpt(word) + " is short for more than one word: " + names);
+  throw InputError(excerpt(word) + " is short for more than one word: " + names,
+                   {0, std::nullopt, matches, word});
 }
 
 bool beginsWith(std::string_view text, std::span<std::string const> words) {
@@ -94,7 +99,7 @@ CommandTable::Found CommandTable::find(std::span<std::string const> words) const
   } else {
     for (auto const& [word, commands] : byFirstWord_) mismatch.add(0, word);
   }
-  throw InputError(sentence(mismatch, words));
+  throw errorOf(mismatch, words);
 }
 
 std::vector<CommandTable::Next> CommandTable::next(std::span<std::string const> words) const {
@@ -140,7 +145,7 @@ std::vector<std::string> CommandTable::expanded(std::span<std::string const> wor
     auto const command = innermost(full);
     auto const following = next(command.subspan(0, command.size() - 1));
     if (std::ranges::any_of(following, isText)) break;
-    full.back() = keywordOf(word, following);
+    full.back() = readingFrom(full.size() - 1, [&] { return keywordOf(word, following); });
   }
   full.insert(full.end(), words.begin() + static_cast<std::ptrdiff_t>(full.size()), words.end());
   return full;

@@ -40,6 +40,9 @@ struct Command {
   std::string help;
   std::string example;
   Handler handler;
+  /// What is probably a mistake in a line that can be carried out, in words, each with what may
+  /// have been meant.
+  std::function<std::vector<std::string>(Arguments const&)> doubts;
 };
 
 /// The commands that go together, under a title.

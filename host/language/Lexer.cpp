@@ -2,6 +2,8 @@
 #include "host/language/Lexer.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 #include "framework/core/HexDigits.h"
 #include "host/language/InputError.h"
@@ -20,8 +22,12 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-// The character that an escape denotes; `rest` begins after the backslash.
-char escaped(std::string_view& rest) {
+[[noreturn]] void failAt(std::string const& text, size_t byte) {
+  throw InputError(text, {std::nullopt, byte, {}, std::nullopt});
+}
+
+// The character that an escape denotes; `rest` begins after the backslash and ends with the line.
+char escaped(std::string_view& rest, size_t lineSize) {
   char const kind = rest.empty() ? '\0' : rest[0];
   if (kind == '"' || kind == '\\') {
     rest.remove_prefix(1);
@@ -35,10 +41,10 @@ char escaped(std::string_view& rest) {
       return static_cast<char>(high << 4 | low);
     }
   }
-  throw InputError("wrong escape in a quoted word: expected \\\", \\\\ or \\xHH");
+  failAt("wrong escape in a quoted word: expected \\\", \\\\ or \\xHH", lineSize - rest.size() - 1);
 }
 
-std::string quoted(std::string_view& rest) {
+std::string quoted(std::string_view& rest, size_t lineSize) {
   std::string word;
   rest.remove_prefix(1);
   while (!rest.empty()) {
@@ -46,35 +52,55 @@ std::string quoted(std::string_view& rest) {
     rest.remove_prefix(1);
     if (c == '"') {
       if (!rest.empty() && !isBlank(rest[0])) {
-        throw InputError("expected a blank after the closing quote");
+        failAt("expected a blank after the closing quote", lineSize - rest.size());
       }
       return word;
     }
-    word += c == '\\' ? escaped(rest) : c;
+    word += c == '\\' ? escaped(rest, lineSize) : c;
   }
-  throw InputError("expected a closing quote before the end of the line");
+  failAt("expected a closing quote before the end of the line", lineSize);
+}
+
+/// Calls `add(word, begin, end, quoted)` for each word.
+template <class Add>
+void forEachWord(std::string_view line, Add const& add) {
+  std::string_view rest = line;
+  bool verbatim = false;
+  while (!verbatim) {
+    while (!rest.empty() && isBlank(rest[0])) rest.remove_prefix(1);
+    if (rest.empty() || rest[0] == '#') return;
+    size_t const begin = line.size() - rest.size();
+    if (rest[0] == '"') {
+      std::string word = quoted(rest, line.size());
+      add(std::move(word), begin, line.size() - rest.size(), true);
+      continue;
+    }
+    std::string_view const word = rest.substr(0, rest.find_first_of(" \t\r"));
+    rest.remove_prefix(word.size());
+    verbatim = word == "==";
+    add(std::string(word), begin, begin + word.size(), false);
+  }
+  if (std::string_view const raw = trimmed(rest); !raw.empty()) {
+    auto const begin = static_cast<size_t>(raw.data() - line.data());
+    add(std::string(raw), begin, begin + raw.size(), false);
+  }
 }
 
 }  // namespace
 
 std::vector<std::string> splitWords(std::string_view line) {
   std::vector<std::string> words;
-  std::string_view rest = line;
-  for (;;) {
-    while (!rest.empty() && isBlank(rest[0])) rest.remove_prefix(1);
-    if (rest.empty() || rest[0] == '#') return words;
-    if (rest[0] == '"') {
-      words.push_back(quoted(rest));
-      continue;
-    }
-    size_t const end = rest.find_first_of(" \t\r");
-    words.emplace_back(rest.substr(0, end));
-    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end);
-    if (words.back() == "==") {
-      if (std::string_view const raw = trimmed(rest); !raw.empty()) words.emplace_back(raw);
-      return words;
-    }
-  }
+  forEachWord(line,
+              [&](std::string word, size_t, size_t, bool) { words.push_back(std::move(word)); });
+  return words;
+}
+
+std::vector<PlacedWord> placedWords(std::string_view line) {
+  std::vector<PlacedWord> words;
+  forEachWord(line, [&](std::string word, size_t begin, size_t end, bool isQuoted) {
+    words.push_back({std::move(word), begin, end, isQuoted});
+  });
+  return words;
 }
 
 std::string quotedWord(std::string_view word) {

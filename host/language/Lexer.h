@@ -17,6 +17,16 @@ namespace Host {
 /// Throws InputError for an open quote and a wrong escape.
 std::vector<std::string> splitWords(std::string_view line);
 
+/// The same with where each word is.
+struct PlacedWord {
+  std::string text;
+  /// Bytes of the line, with the quotes.
+  size_t begin;
+  size_t end;
+  bool quoted;
+};
+std::vector<PlacedWord> placedWords(std::string_view line);
+
 /// The word as splitWords() reads it back, in quotes when it needs them.
 std::string quotedWord(std::string_view word);
 

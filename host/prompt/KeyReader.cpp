@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
+#include <ctime>
 #include <poll.h>
 #include <string_view>
 #include <unistd.h>
@@ -68,10 +70,16 @@ class SignalsHeld {
   sigset_t before_{};
 };
 
+std::optional<timespec> timeOf(std::optional<double> seconds) {
+  if (!seconds) return std::nullopt;
+  constexpr double kNanoseconds = 1e9;
+  double const whole = std::floor(*seconds);
+  return timespec{static_cast<time_t>(whole), static_cast<long>((*seconds - whole) * kNanoseconds)};
+}
+
 }  // namespace
 
-KeyReader::KeyReader(int file, std::function<bool()> interrupted, std::function<void()> signalled)
-    : file_(file), interrupted_(std::move(interrupted)), signalled_(std::move(signalled)) {}
+KeyReader::KeyReader(int file, Hooks hooks) : file_(file), hooks_(std::move(hooks)) {}
 
 bool KeyReader::takeDamaged() {
   return std::exchange(damaged_, false);
@@ -84,11 +92,14 @@ KeyReader::Result KeyReader::readByte(char& byte) {
     return Result::Character;
   }
   SignalsHeld const held;
-  while (!interrupted_()) {
+  while (!hooks_.interrupted()) {
     pollfd waited{file_, POLLIN, 0};
-    if (::ppoll(&waited, 1, nullptr, held.released()) < 0) {
+    auto const wait = timeOf(hooks_.due());
+    int const ready = ::ppoll(&waited, 1, wait ? &*wait : nullptr, held.released());
+    if (ready == 0) continue;
+    if (ready < 0) {
       if (errno != EINTR) return Result::End;
-      signalled_();
+      hooks_.signalled();
       continue;
     }
     ssize_t const count = ::read(file_, &byte, 1);
@@ -147,7 +158,7 @@ KeyReader::Result KeyReader::next(wchar_t& character) {
   while (true) {
     while (!block_.empty()) {
       pasted_ = true;
-      if (interrupted_()) return Result::Interrupted;
+      if (hooks_.interrupted()) return Result::Interrupted;
       if (takeFromBlock(character)) return Result::Character;
     }
     pasted_ = false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace Host {
@@ -12,9 +13,16 @@ class KeyReader {
  public:
   enum class Result { Character, End, Interrupted };
 
-  /// `interrupted` is asked before each wait and when a signal ends it; `resized` is called
-  /// whenever one does.
-  KeyReader(int file, std::function<bool()> interrupted, std::function<void()> signalled);
+  struct Hooks {
+    /// Asked before each wait and when a signal ends it.
+    std::function<bool()> interrupted;
+    /// Called whenever a signal ends a wait.
+    std::function<void()> signalled;
+    /// Does what is due, before each wait; gives the seconds after which it is to be called again,
+    /// if it is.
+    std::function<std::optional<double>()> due;
+  };
+  KeyReader(int file, Hooks hooks);
 
   /// Waits for the next character. A byte that belongs to no character is left out and remembered.
   Result next(wchar_t& character);
@@ -40,8 +48,7 @@ class KeyReader {
   bool takeFromBlock(wchar_t& character);
 
   int file_;
-  std::function<bool()> interrupted_;
-  std::function<void()> signalled_;
+  Hooks hooks_;
   std::string ahead_;  ///< bytes read too far
   std::string block_;
   bool pasted_ = false;

@@ -50,7 +50,7 @@ void LineEditor::CloseHistory::operator()(History* past) const {
 LineEditor::LineEditor(std::string prompt, Hooks hooks)
     : prompt_(std::move(prompt)),
       hooks_(std::move(hooks)),
-      keys_(STDIN_FILENO, hooks_.interrupted, [this] { resize(); }),
+      keys_(STDIN_FILENO, {hooks_.interrupted, [this] { resize(); }, hooks_.due}),
       history_(history_init()),
       editor_(el_init("macrewrite-lab", stdin, stdout, stderr)) {
   HistEvent event;
@@ -143,9 +143,18 @@ void LineEditor::resize() {
   rows_ = size.ws_row;
   columns_ = size.ws_col;
   if (first || !changed) return;
+  hide();
+  el_resize(editor_.get());
+  redraw();
+}
+
+void LineEditor::hide() {
   // The editor draws from the first column on.
   std::fputs("\r\x1b[J", stdout);
-  el_resize(editor_.get());
+  std::fflush(stdout);
+}
+
+void LineEditor::redraw() {
   el_set(editor_.get(), EL_REFRESH);
 }
 

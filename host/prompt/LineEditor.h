@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,8 @@ class LineEditor {
     /// Whether the text before the cursor ends within quotes, where `?` is a character.
     std::function<bool(std::string_view)> inQuotes;
     std::function<bool()> interrupted;
+    /// KeyReader::Hooks::due.
+    std::function<std::optional<double>()> due;
   };
   enum class Result { Line, End, Interrupted, Damaged };
 
@@ -37,6 +40,11 @@ class LineEditor {
 
   /// The next line, without its end. Damaged: the terminal sent bytes that are no UTF-8.
   Result read(std::string& line);
+
+  /// Removes the line from the terminal, so that something else can be written there.
+  static void hide();
+  /// Draws it again.
+  void redraw();
 
   void addToHistory(std::string const& line);
   /// Reads the history from a file and keeps it there from now on. Without effect when the file

@@ -2,6 +2,7 @@
 #include "host/prompt/Prompt.h"
 
 #include <algorithm>
+#include <chrono>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -77,7 +78,11 @@ class Session {
         editor_(colours_ ? kGreenPrompt : kPlainPrompt,
                 {[&shell](std::string_view line) { return completionsOf(line, shell); },
                  [&shell](std::string_view line) { return explanationOf(line, shell); },
-                 endsInQuotes, Interrupt::requested}) {
+                 endsInQuotes, Interrupt::requested, [this] { return runDue(); }}) {
+    shell.changes().realTimeIs([] {
+      using Clock = std::chrono::steady_clock;
+      return std::chrono::duration<double>(Clock::now().time_since_epoch()).count();
+    });
     shell.pagerIs([this](std::string const& text) {
       shell_.out().flush();
       pager_.show(text);
@@ -96,6 +101,7 @@ class Session {
   ~Session() {
     shell_.pagerIs({});
     shell_.recorderIs({});
+    shell_.changes().realTimeIs({});
   }
 
   void run() {
@@ -119,6 +125,8 @@ class Session {
       }
       break;
     }
+    // What was not confirmed does not outlive the session.
+    shell_.takeBack();
     if (log_) log_->end();
   }
 
@@ -126,6 +134,16 @@ class Session {
   static std::optional<SessionLog> openLog(PromptOptions const& options) {
     if (options.sessionLog.empty()) return SessionLog::inFolder(stateFolder());
     return SessionLog(options.sessionLog);
+  }
+
+  // While a line is being typed.
+  std::optional<double> runDue() {
+    auto const left = shell_.changes().realTimeLeft();
+    if (!left || *left > 0) return left;
+    LineEditor::hide();
+    auto const next = shell_.runDue();
+    editor_.redraw();
+    return next;
   }
 
   void record(std::string_view line) { log_->add(line); }

@@ -130,15 +130,13 @@ size_t Pipeline::commandWords(std::span<std::string const> words) const {
 
 Pipeline::Stages Pipeline::stages(std::span<std::string const> words) const {
   Stages all;
-  for (std::string const& word : words) {
-    if (word == kPipe) {
-      all.emplace_back();
-    } else {
-      all.back().push_back(word);
-    }
+  for (size_t at = 0; at < words.size();) {
+    size_t const begin = ++at;
+    while (at < words.size() && words[at] != kPipe) ++at;
+    auto const stage = words.subspan(begin, at - begin);
+    readingFrom(begin, [&] { return filters_.find(stage); });
+    all.emplace_back(stage.begin(), stage.end());
   }
-  std::vector<std::string> const none;
-  for (auto const& stage : all) filters_.find(stage.empty() ? std::span(none) : std::span(stage));
   return all;
 }
 
@@ -164,7 +162,8 @@ std::vector<std::string> Pipeline::expanded(std::span<std::string const> words) 
     full.push_back(rest[at++]);
     size_t const begin = at;
     while (at < rest.size() && rest[at] != kPipe) ++at;
-    auto const filter = filters_.expanded(std::span(rest).subspan(begin, at - begin));
+    auto const filter = readingFrom(
+        full.size(), [&] { return filters_.expanded(std::span(rest).subspan(begin, at - begin)); });
     full.insert(full.end(), filter.begin(), filter.end());
   }
   return full;

@@ -4,11 +4,16 @@
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "host/commands/Changes.h"
 #include "host/language/CommandTable.h"
+#include "host/shell/FileLines.h"
+#include "host/shell/LineError.h"
 #include "host/shell/Pipeline.h"
 #include "host/switch/Switch.h"
 
@@ -21,6 +26,12 @@ struct ShellOptions {
   bool json = false;
   /// A line that fails is reported, and the next one is carried out.
   bool keepGoing = false;
+  /// Doubts about lines of files are reported, too; about those of a prompt they always are.
+  bool warn = false;
+  /// A line that there are doubts about is refused.
+  bool strict = false;
+  /// Errors show the line, and where in it they are.
+  bool carets = false;
 };
 
 /// The name and version of this build.
@@ -48,6 +59,11 @@ class Shell {
   Status runStream(std::istream& in, std::string const& name, std::ostream& err);
   /// One line of a prompt, in which keywords may be shortened.
   Status runLine(std::string_view line, std::ostream& err);
+  /// Does what is due by the clocks. Gives the seconds until that is to be called again; nothing
+  /// when it need not be.
+  std::optional<double> runDue();
+  /// Takes back what has not been confirmed, since the session ends.
+  void takeBack();
 
   /// Whether a line said exit.
   bool exited() const { return exited_; }
@@ -66,6 +82,7 @@ class Shell {
   CommandTable const& table() const { return table_; }
   Pipeline const& pipeline() const { return pipeline_; }
   Switch& host() { return host_; }
+  Changes& changes() { return changes_; }
 
   /// A file that a command reads: in the folder of the file that holds the command, else in the
   /// working directory. The first of both when it is in neither.
@@ -74,28 +91,36 @@ class Shell {
   ShellOptions const& options() const { return options_; }
 
  private:
-  /// A line failed; the text says where and why.
+  /// Lines failed.
   struct Failure : std::runtime_error {
-    Failure(Status why, std::string const& text) : std::runtime_error(text), status(why) {}
+    Failure(Status why, LineError error) : Failure(why, std::vector{std::move(error)}) {}
+    Failure(Status why, std::vector<LineError> all)
+        : std::runtime_error(all.at(0).text), status(why), errors(std::move(all)) {}
     Status status;
+    std::vector<LineError> errors;
   };
   struct Place {
     std::string name;
     std::filesystem::path folder;
     size_t line = 0;
+    /// Whether the line is a prompt's.
+    bool typed = false;
   };
   static constexpr size_t kMaxDepth = 16;
 
   void addLanguage();
   template <class F>
   Status guarded(std::ostream& err, F const& run);
+  template <class F>
+  void unattended(F const& run);
   void report(Failure const& failure);
-  /// The number of commands carried out.
-  size_t readFile(std::filesystem::path const& file);
-  size_t readStream(std::istream& in, Place const& place, Kiv::U64 size);
+  void warn(std::string const& doubt);
+  /// Counts the commands carried out.
+  void readLines(FileLines& lines, Place const& place, size_t& commands);
   /// Whether the line was a command. An error of the language becomes a Failure that has its place.
   template <class F>
-  bool located(F const& run);
+  bool located(std::string_view line, F const& run);
+  LineError errorHere(std::string const& what) const;
   /// Whether there was a command. `line` is the words as they were typed.
   bool carryOut(std::vector<std::string> const& words, std::string_view line);
   /// A command and the filters of its answer. Valid as long as the words.
@@ -108,7 +133,43 @@ class Shell {
   Answer answerOf(Command const& command, Arguments const& arguments);
   Answer answerTo(std::span<std::string const> words) { return run(prepare(words)); }
   Answer load(Arguments const& given);
+  Answer loadCheck(Arguments const& given);
+  /// What is known of a file whose lines were looked at.
+  struct CheckedFile {
+    std::filesystem::file_time_type written;
+    /// Every command is a line of the operator's.
+    bool operatorOnly = true;
+    /// Whether one of these may be refused over some configuration.
+    bool mayBeRefused = false;
+  };
+  /// What a look at a file, and at those that it loads, has found.
+  struct Checked {
+    std::vector<LineError> errors;
+    /// Lines with an error; more than there are errors when they are too many.
+    size_t wrong = 0;
+    size_t commands = 0;
+    bool exits = false;
+    /// Of the file that is being looked at, at last of the outermost one.
+    CheckedFile top;
+    std::vector<std::filesystem::path> open;
+    std::map<std::filesystem::path, CheckedFile> files;
+  };
+  /// `missing`: whether a file to be loaded that cannot be read is an error.
+  void check(std::filesystem::path const& file, FileLines& lines, bool missing, Checked& found);
+  void checkLine(std::string_view line, bool missing, Checked& found);
+  void checkNested(std::filesystem::path const& file, bool missing, Checked& found);
+  /// The words of the command that is carried out in the end, without its filters.
+  std::span<std::string const> checkCommand(std::span<std::string const> words) const;
+  static void throwErrors(Checked& found);
+  /// Throws Failure for the first line of the operator's that would be refused.
+  void checkOperatorLines(FileLines& lines, std::string const& name);
+  void readChecked(FileLines& lines, Place const& place, size_t& commands);
+  void readAllOrNothing(FileLines& lines, Place const& place, CheckedFile const& facts,
+                        size_t& commands);
+  Configuration readConfiguration(std::string const& name);
+  void advance(double seconds);
   Answer expect(Arguments const& given);
+  static nlohmann::json expectedJson(std::string const& text);
   Answer measure(Arguments const& given);
   void print(Answer const& answer, std::string_view line);
   /// Throws Failure when what was printed cannot be written.
@@ -121,7 +182,13 @@ class Shell {
   Recorder recorder_;
   CommandTable table_;
   Pipeline pipeline_{table_};
+  Changes changes_;
   Place place_;
+  /// The line that is carried out, as it was typed.
+  std::string_view source_;
+  /// Files that were checked with one that is being loaded.
+  std::map<std::filesystem::path, CheckedFile> checked_;
+  size_t loads_ = 0;
   size_t depth_ = 0;
   bool exited_ = false;
   /// Of the current run.

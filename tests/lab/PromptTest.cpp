@@ -319,4 +319,20 @@ TEST_F(PromptTest, TheEndOfInputLeaves) {
   EXPECT_EQ(exitStatus(), 0);
 }
 
+TEST_F(PromptTest, ChangesThatAreNotConfirmedAreTakenBackWhileALineIsTyped) {
+  enter("commit confirmed 1");
+  enter("vxlan forwarding match vrf red src-ip 10.0.0.1 action rewrite src-mac 02:00:00:00:00:01");
+  type("show run", "show run");
+  wait("BFN_VXLAN_MAC_REWRITE_NOT_CONFIRMED");
+  wait("lab> show run");
+  EXPECT_THAT(type("ning-config | count\r", "\nlab> "), HasSubstr("\n0\r"));
+}
+
+TEST_F(PromptTest, LeavingThePromptTakesBackWhatIsNotConfirmed) {
+  enter("commit confirmed 100");
+  enter("vxlan forwarding match vrf red src-ip 10.0.0.1 action rewrite src-mac 02:00:00:00:00:01");
+  type("exit\r", "BFN_VXLAN_MAC_REWRITE_NOT_CONFIRMED");
+  EXPECT_EQ(exitStatus(), 0);
+}
+
 }  // namespace

@@ -40,7 +40,8 @@ class KeyReaderTest : public ::testing::Test {
 
   std::array<int, 2> ends = newPipe();
   bool interrupted = false;
-  Host::KeyReader keys{ends[0], [this] { return interrupted; }, [] {}};
+  Host::KeyReader keys{ends[0], {[this] { return interrupted; }, [] {}, [this] { return due(); }}};
+  std::function<std::optional<double>()> due = [] { return std::nullopt; };
 };
 
 TEST_F(KeyReaderTest, CharactersOfEveryLengthAreRead) {
@@ -55,8 +56,7 @@ TEST_F(KeyReaderTest, BytesThatAreNoCharacterAreLeftOutAndRemembered) {
     std::string_view const text(bytes);
     ASSERT_EQ(write(pipeEnds[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
     close(pipeEnds[1]);
-    Host::KeyReader reader(
-        pipeEnds[0], [] { return false; }, [] {});
+    Host::KeyReader reader(pipeEnds[0], {[] { return false; }, [] {}, [] { return std::nullopt; }});
     std::u32string all;
     for (wchar_t c = 0; reader.next(c) == Result::Character;) all += static_cast<char32_t>(c);
     EXPECT_EQ(all, U"az") << testing::PrintToString(text);
@@ -95,6 +95,20 @@ TEST_F(KeyReaderTest, AnInterruptEndsTheWaitBeforeAnythingIsRead) {
   interrupted = false;
   EXPECT_EQ(keys.next(c), Result::Character);
   EXPECT_EQ(c, L'a');
+}
+
+TEST_F(KeyReaderTest, WhatIsDueIsDoneWhileNoKeyComes) {
+  int calls = 0;
+  due = [&]() -> std::optional<double> {
+    if (++calls == 3) {
+      EXPECT_EQ(write(ends[1], "x", 1), 1);
+    }
+    return 0.001;
+  };
+  wchar_t character = 0;
+  EXPECT_EQ(keys.next(character), Result::Character);
+  EXPECT_EQ(character, L'x');
+  EXPECT_EQ(calls, 3);
 }
 
 }  // namespace
