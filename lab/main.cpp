@@ -85,7 +85,9 @@ int run(Options const& options) {
     Kiv::TraceHandle::defaultLevelsIs((Kiv::U32{2} << *options.traceLevel) - 1);
   }
   Host::Switch host(Host::Plugin(options.plugin), tableOf(options));
-  Host::Shell shell(host, std::cout, options.shell);
+  Host::ShellOptions shellOptions = options.shell;
+  shellOptions.carets = ::isatty(STDERR_FILENO) == 1;
+  Host::Shell shell(host, std::cout, shellOptions);
   if (options.files.empty() && options.commands.empty()) {
     if (::isatty(STDIN_FILENO) == 1) {
       Host::runPrompt(shell, options.prompt);

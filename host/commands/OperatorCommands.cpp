@@ -17,7 +17,8 @@ namespace Host {
 namespace {
 
 Answer rewriteIs(Switch& host, Arguments const& given) {
-  configurationLineIs(host, operatorLineOf(given.words).key, given.mac("src-mac"));
+  OperatorLine const line = operatorLineOf(given.words);
+  configurationLineIs(host, line.key, line.mac.value());
   return {};
 }
 

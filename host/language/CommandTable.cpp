@@ -2,6 +2,7 @@
 #include "host/language/CommandTable.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
@@ -94,7 +95,9 @@ CommandTable::Found CommandTable::find(std::span<std::string const> words) const
   if (candidates != byFirstWord_.end()) {
     for (Command const* const command : candidates->second) {
       Arguments arguments;
-      if (command->pattern.match(words, arguments, mismatch)) return {command, arguments};
+      if (command->pattern.match(words, arguments, mismatch)) {
+        return {command, std::move(arguments)};
+      }
     }
   } else {
     for (auto const& [word, commands] : byFirstWord_) mismatch.add(0, word);

@@ -75,7 +75,8 @@ void forEachWord(std::string_view line, Add const& add) {
       add(std::move(word), begin, line.size() - rest.size(), true);
       continue;
     }
-    std::string_view const word = rest.substr(0, rest.find_first_of(" \t\r"));
+    auto const end = std::ranges::find_if(rest, isBlank);
+    std::string_view const word = rest.substr(0, static_cast<size_t>(end - rest.begin()));
     rest.remove_prefix(word.size());
     verbatim = word == "==";
     add(std::string(word), begin, begin + word.size(), false);
@@ -89,7 +90,10 @@ void forEachWord(std::string_view line, Add const& add) {
 }  // namespace
 
 std::vector<std::string> splitWords(std::string_view line) {
+  // Most lines have fewer.
+  constexpr size_t kWords = 12;
   std::vector<std::string> words;
+  words.reserve(kWords);
   forEachWord(line,
               [&](std::string word, size_t, size_t, bool) { words.push_back(std::move(word)); });
   return words;

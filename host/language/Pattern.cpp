@@ -178,6 +178,7 @@ bool Pattern::matchAll(Elements const& elements, std::span<std::string const> wo
 bool Pattern::match(std::span<std::string const> words, Arguments& arguments,
                     Mismatch& mismatch) const {
   arguments.words = words;
+  arguments.reserve(words.size());
   size_t at = 0;
   if (!matchAll(elements_, words, at, arguments, mismatch)) return false;
   if (at == words.size()) return true;

@@ -32,6 +32,7 @@ class Arguments {
   Ovra::EthAddr mac(std::string_view key) const;
 
   void add(std::string_view key, std::string_view value) { values_.emplace_back(key, value); }
+  void reserve(size_t values) { values_.reserve(values); }
   /// Every word of the line, and where it came from.
   std::span<std::string const> words;
 

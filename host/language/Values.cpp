@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/language/Values.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 
 #include "framework/core/Exceptions.h"
+#include "framework/core/HexDigits.h"
 #include "framework/core/Strep.h"
 #include "framework/values/IntfId.h"
 #include "framework/values/VrfName.h"
@@ -21,13 +24,46 @@ std::optional<T> parsed(std::string_view text) {
   }
 }
 
+// The usual form of an address, without the detour over a string form; every other one is parsed.
+std::optional<Ovra::IpAddr> dottedQuad(std::string_view text) {
+  Kiv::U32 address = 0;
+  for (int octet = 0; octet < 4; ++octet) {
+    Kiv::U32 value = 0;
+    size_t digits = 0;
+    while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9' && digits < 3) {
+      value = value * 10 + static_cast<Kiv::U32>(text[digits++] - '0');
+    }
+    bool const ends =
+        octet == 3 ? digits == text.size() : digits < text.size() && text[digits] == '.';
+    if (digits == 0 || !ends || value > 255 || (digits > 1 && text[0] == '0')) return std::nullopt;
+    address = address << 8 | value;
+    text.remove_prefix(std::min(digits + 1, text.size()));
+  }
+  return Ovra::IpAddr(address);
+}
+
+std::optional<Ovra::EthAddr> colonPairs(std::string_view text) {
+  constexpr size_t kSize = 17;
+  if (text.size() != kSize) return std::nullopt;
+  std::array<Kiv::U8, 6> bytes{};
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    int const high = Kiv::hexDigitValue(text[3 * i]);
+    int const low = Kiv::hexDigitValue(text[3 * i + 1]);
+    if (high < 0 || low < 0 || (i > 0 && text[3 * i - 1] != ':')) return std::nullopt;
+    bytes[i] = static_cast<Kiv::U8>(high << 4 | low);
+  }
+  return Ovra::EthAddr(bytes);
+}
+
 }  // namespace
 
 std::optional<Ovra::IpAddr> ipAddrOf(std::string_view text) {
-  return parsed<Ovra::IpAddr>(text);
+  auto const usual = dottedQuad(text);
+  return usual ? usual : parsed<Ovra::IpAddr>(text);
 }
 std::optional<Ovra::EthAddr> ethAddrOf(std::string_view text) {
-  return parsed<Ovra::EthAddr>(text);
+  auto const usual = colonPairs(text);
+  return usual ? usual : parsed<Ovra::EthAddr>(text);
 }
 
 std::optional<Kiv::U64> numberOf(std::string_view text, Kiv::U64 max) {

@@ -108,6 +108,40 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"help host everything", "there is no command that begins so; try help"},
         BadLine{"host vrf \"red", "expected a closing quote before the end of the line"}));
 
+class CaretShellTest : public BfnTest::ShellFixture {
+ protected:
+  CaretShellTest() : ShellFixture({.carets = true}) {}
+};
+
+TEST_F(CaretShellTest, AnErrorShowsTheLineWithACaretUnderWhatIsWrong) {
+  run("host address 10.0.0.256 vrf-id 7");
+  EXPECT_EQ(err.str(),
+            "case:1: error: expected an IPv4 address such as 10.0.0.1, found 10.0.0.256\n"
+            "  host address 10.0.0.256 vrf-id 7\n"
+            "               ^\n");
+  run("dump");
+  EXPECT_THAT(err.str(), ::testing::EndsWith("\n  dump\n       ^\n"));
+  // A wide character takes two columns.
+  run("host vrf \xe6\x9d\xb1 id x");
+  EXPECT_THAT(err.str(),
+              ::testing::EndsWith("\n  host vrf \xe6\x9d\xb1 id x\n                 ^\n"));
+}
+
+TEST_F(CaretShellTest, OfALongLineTheErrorShowsAPart) {
+  run("print " + std::string(100, 'x') + " \"\\n\" " + std::string(100, 'y'));
+  std::string const shown = err.str();
+  EXPECT_THAT(shown, HasSubstr("\n  ...xxx"));
+  EXPECT_THAT(shown, HasSubstr("yyy...\n"));
+  size_t const line = shown.find('\n') + 1;
+  size_t const below = shown.find('\n', line) + 1;
+  EXPECT_EQ(shown[line + (shown.find('^') - below)], '\\');
+}
+
+TEST_F(CaretShellTest, WhatIsNoPartOfTheLineHasNoCaret) {
+  run("no host vrf red id 7");
+  EXPECT_EQ(err.str(), "case:1: error: the VRF has no id\n");
+}
+
 TEST_F(ShellTest, TheFirstBadLineEndsTheRun) {
   EXPECT_EQ(run("print one\nbad\nprint two"), Host::Shell::BadInput);
   EXPECT_EQ(out.str(), "one\n");
@@ -181,7 +215,39 @@ TEST_F(JsonShellTest, EveryAnswerIsOneJsonLine) {
             "\"file\":\"case\",\"line\":2}\n");
 }
 
+TEST_F(JsonShellTest, ALineErrorKnowsItsPlaceInTheLine) {
+  struct Wrong {
+    char const* line;
+    int column;
+  };
+  for (auto const& [line, column] :
+       {Wrong{"host address 10.0.0.256 vrf-id 7", 14}, Wrong{"  dump", 8},
+        Wrong{"host vrf \"a", 12}, Wrong{"print \"\\n\"", 8}, Wrong{"expect dump chips == []", 13},
+        Wrong{"show capability | shorten", 19}, Wrong{"expect dump chip == [", 21},
+        Wrong{"host vrf z\xc3\xbcrich id x", 20}}) {
+    EXPECT_EQ(run(line), Host::Shell::BadInput);
+    EXPECT_EQ(nlohmann::json::parse(out.str()).at("column"), column) << line;
+  }
+}
+
+TEST_F(JsonShellTest, AFailedExpectationHasBothSides) {
+  EXPECT_EQ(run("expect print a == [1]"), Host::Shell::ExpectationFailed);
+  auto const error = nlohmann::json::parse(out.str());
+  EXPECT_EQ(error.at("expected"), nlohmann::json({1}));
+  EXPECT_EQ(error.at("found"), "a");
+  EXPECT_EQ(error.at("line"), 1);
+  EXPECT_EQ(error.at("column"), nullptr);
+}
+
 TEST_F(JsonShellTest, AnErrorIsAJsonLineToo) {
+  EXPECT_EQ(run("host agent restart"), Host::Shell::BadInput);
+  EXPECT_EQ(nlohmann::json::parse(out.str()),
+            nlohmann::json({{"column", 12},
+                            {"error", "case:1: error: expected create or destroy, found restart"},
+                            {"expected", {"create", "destroy"}},
+                            {"file", "case"},
+                            {"found", "restart"},
+                            {"line", 1}}));
   EXPECT_EQ(run("dump chips"), Host::Shell::BadInput);
   EXPECT_THAT(out.str(), HasSubstr("\"error\":\"case:1: error: expected chip"));
 }
