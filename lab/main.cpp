@@ -129,6 +129,9 @@ int parseAndRun(int argc, char** argv) {
       ->allow_extra_args(false);
   app.add_flag("--keep-going", options.shell.keepGoing,
                "a line that fails is reported, and the next one is carried out");
+  app.add_flag("--warn", options.shell.warn,
+               "doubts about lines of files are reported, as at the prompt");
+  app.add_flag("--strict", options.shell.strict, "a doubtful line is refused");
   app.add_option("--session-log", options.prompt.sessionLog,
                  "where the prompt keeps the session's lines (default: the user's state folder)")
       ->type_name("FILE");

@@ -56,7 +56,7 @@ Answer commit(Changes& changes) {
 Answer checkpoint(Changes& changes, Arguments const& given) {
   std::string const name =
       changes.checkpointIs(given.has("<NAME>") ? given.text("<NAME>") : std::string());
-  return {{{"checkpoint", name}}, "checkpoint " + quotedWord(name)};
+  return {{{"checkpoint", name}}, "checkpoint " + typedWord(name)};
 }
 
 Answer rollback(Changes& changes, Arguments const& given) {
@@ -76,7 +76,7 @@ Answer showCheckpoints(Changes const& changes) {
     list.push_back({{"lines", configuration.size()}, {"name", name}, {"time", time}});
     char columns[48];
     std::snprintf(columns, sizeof columns, "\n%-8.0f %7zu  ", time, configuration.size());
-    text += columns + quotedWord(name);
+    text += columns + typedWord(name);
   }
   auto const deadline = changes.deadline();
   if (deadline) {

@@ -4,9 +4,11 @@
 #include <istream>
 #include <optional>
 #include <ostream>
+#include <utility>
 
 #include "framework/log/LogService.h"
 #include "host/commands/Commands.h"
+#include "host/commands/Doubts.h"
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
 #include "host/shell/Interrupt.h"
@@ -26,10 +28,13 @@ std::string versionText() {
 
 Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
     : host_(host), out_(out), options_(options), changes_(host) {
-  table_.add(operatorCommands(host));
+  for (auto* const commands : {operatorCommands, hostCommands}) {
+    CommandGroup group = commands(host);
+    addDoubts(group, host);
+    table_.add(std::move(group));
+  }
   table_.add(changeCommands(changes_,
                             [this](std::string const& name) { return readConfiguration(name); }));
-  table_.add(hostCommands(host));
   table_.add(chipCommands(host));
   table_.add(packetCommands(host, [this](std::string const& name) { return inputPath(name); }));
   table_.add(lookCommands(host));

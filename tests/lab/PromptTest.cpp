@@ -335,4 +335,15 @@ TEST_F(PromptTest, LeavingThePromptTakesBackWhatIsNotConfirmed) {
   EXPECT_EQ(exitStatus(), 0);
 }
 
+TEST_F(PromptTest, AProbableMistakeIsAWarningWithWhatMayHaveBeenMeant) {
+  enter("host vrf zürich id 7");
+  EXPECT_THAT(enter("no host vrf zürch"),
+              HasSubstr("prompt:2: warning: there is no VRF zürch; did you mean zürich?"));
+}
+
+TEST_F(PromptTest, AnErrorShowsWhereInTheLineItIs) {
+  EXPECT_THAT(enter("host vrf 東京 id x"),
+              HasSubstr("found x\r\n  host vrf 東京 id x\r\n                   ^\r\n"));
+}
+
 }  // namespace
