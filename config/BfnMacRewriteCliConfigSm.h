@@ -83,6 +83,7 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
   Pex::VrfId localVrfNameToId(L3::VrfName vrfName) const {
     return localVrfNameToId_.get(vrfName).value;
   }
+  auto const& localVrfNameToId() const { return localVrfNameToId_; }
   bool localVrfNameToIdHas(L3::VrfName vrfName) const { return localVrfNameToId_.has(vrfName); }
   void localVrfNameToIdIs(L3::VrfName vrfName, Pex::VrfId vrfId) {
     localVrfNameToId_.set({vrfName, vrfId});

@@ -216,6 +216,7 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
   Ovra::IntfId localVrfIpToIntf(Pex::VrfAndIpAddr const& pair) const {
     return localVrfIpToIntf_.get(pair).value;
   }
+  auto const& localVrfIpToIntf() const { return localVrfIpToIntf_; }
   void localVrfIpToIntfIs(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfId) {
     localVrfIpToIntf_.set({pair, intfId});
   }

@@ -19,6 +19,7 @@ CommandGroup operatorCommands(Switch& host);
 CommandGroup hostCommands(Switch& host);
 CommandGroup chipCommands(Switch& host);
 CommandGroup lookCommands(Switch& host);
+CommandGroup explainCommands(Switch& host);
 /// What a commit or a repair did, for people.
 std::string text(Applied const& applied);
 /// Makes the folder, and those that it lies in. Throws InputError.

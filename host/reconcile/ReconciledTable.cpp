@@ -494,24 +494,29 @@ void ReconciledTable::retryFailures() {
 }
 
 std::vector<WaitingChange> ReconciledTable::waiting() const {
-  std::vector<WaitingChange> waiting;
-  waiting.reserve(queue_.size() + failures_.size());
-  for (auto const& [sequence, key] : queue_) {
-    Slot const& slot = *wanted_.find(key);
-    waiting.push_back(
-        {BfnChip::unpacked(key),
-         BfnChip::unpacked(slot.action),
-         false,
-         stateOf(slot) == State::Queued ? WaitReason::TableFull : WaitReason::NoSysResources,
-         {}});
+  std::vector<WaitingChange> all;
+  all.reserve(queue_.size() + failures_.size());
+  for (auto const& [sequence, key] : queue_) all.push_back(*waiting(key));
+  for (auto const& [key, error] : failures_) all.push_back(*waiting(key));
+  return all;
+}
+
+std::optional<WaitingChange> ReconciledTable::waiting(U64 key) const {
+  Slot const* const slot = wanted_.find(key);
+  WaitingChange change;
+  change.key = BfnChip::unpacked(key);
+  change.removal = slot == nullptr;
+  if (slot != nullptr) change.action = BfnChip::unpacked(slot->action);
+  if (slot != nullptr && isQueued(*slot)) {
+    change.reason =
+        stateOf(*slot) == State::Queued ? WaitReason::TableFull : WaitReason::NoSysResources;
+    return change;
   }
-  for (auto const& [key, error] : failures_) {
-    Slot const* const slot = wanted_.find(key);
-    waiting.push_back({BfnChip::unpacked(key),
-                       slot == nullptr ? ActionBytes{} : BfnChip::unpacked(slot->action),
-                       slot == nullptr, WaitReason::Failed, error});
-  }
-  return waiting;
+  auto const failure = failures_.find(key);
+  if (failure == failures_.end()) return std::nullopt;
+  change.reason = WaitReason::Failed;
+  change.error = failure->second;
+  return change;
 }
 
 void ReconciledTable::noteQueue() {

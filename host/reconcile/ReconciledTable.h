@@ -121,6 +121,8 @@ class ReconciledTable {
   size_t failed() const { return failures_.size(); }
   /// Those that wait for room in their order, then the failed ones.
   std::vector<WaitingChange> waiting() const;
+  /// The one of that key; nothing when it does not wait.
+  std::optional<WaitingChange> waiting(Kiv::U64 key) const;
 
   // For an audit.
 

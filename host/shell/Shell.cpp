@@ -38,6 +38,7 @@ Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
   table_.add(chipCommands(host));
   table_.add(packetCommands(host, [this](std::string const& name) { return inputPath(name); }));
   table_.add(lookCommands(host));
+  table_.add(explainCommands(host));
   table_.add(scaleCommands());
   addLanguage();
   Kiv::LogService::reset();

@@ -45,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         BadLine{"shutdown",
                 "expected audit, brief, checkpoint, chip, clock, commit, dump, exit, expect, "
-                "generate, help, host, load, "
+                "explain, generate, help, host, load, "
                 "measure, no, packets, print, repair, replace, rollback, show or vxlan, found "
                 "shutdown"},
         BadLine{"vxlan forwarding match vrf red src-ip 10.0.0.256 action rewrite src-mac "
