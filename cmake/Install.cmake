@@ -98,6 +98,7 @@ function(bfn_install_kernel)
           FILE_SET HEADERS DESTINATION ${BFN_INSTALL_INCLUDEDIR} COMPONENT kernel)
   bfn_package(BfnMacRewriteKernel kernel)
   bfn_install_program(macrewrite-kernel kernel)
+  bfn_manual(macrewrite-kernel kernel "the MAC rewrite table in the kernel")
 endfunction()
 
 # bfn_install_program(TARGET COMPONENT): a program, which finds the libraries of its prefix.

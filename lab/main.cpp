@@ -29,9 +29,11 @@ constexpr char kExamples[] =
     "  macrewrite-lab                               a prompt; help lists the commands\n"
     "  macrewrite-lab -c 'dump inputs' case.lab     the file, then a command; - is standard input\n"
     "\n"
-    "Exit status: 0 all is well, 1 an expectation failed, 2 bad input, 3 this machine has not "
-    "what\n"
-    "the kernel's table needs.";
+    "Exit status:\n"
+    "  0  all is well\n"
+    "  1  an expectation failed\n"
+    "  2  bad input\n"
+    "  3  this machine has not what the kernel's table needs";
 
 constexpr char kKernelDirectory[] = "/run/macrewrite";
 

@@ -37,6 +37,19 @@ std::int64_t heapBytes() {
   return static_cast<std::int64_t>(info.uordblks + info.hblkhd);
 }
 
+nlohmann::json formsOf(CommandTable const& table) {
+  nlohmann::json groups = nlohmann::json::array();
+  for (CommandGroup const& group : table.groups()) {
+    nlohmann::json commands = nlohmann::json::array();
+    for (Command const& command : group.commands) {
+      commands.push_back(
+          {{"form", command.pattern.text()}, {"help", command.help}, {"example", command.example}});
+    }
+    groups.push_back({{"title", group.title}, {"commands", commands}});
+  }
+  return groups;
+}
+
 }  // namespace
 
 void Shell::addLanguage() {
@@ -79,6 +92,8 @@ void Shell::addLanguage() {
                      std::string const text = table_.help(given.words.subspan(1));
                      return Answer(text, text);
                    });
+  add.emplace_back("dump language", "the forms of all commands", "dump language",
+                   [this](Arguments const&) { return Answer(formsOf(table_)); });
   add.emplace_back("show version", "the version of this build", "show version",
                    [](Arguments const&) {
                      return Answer({{"version", HOST_VERSION}}, versionText());

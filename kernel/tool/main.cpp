@@ -36,9 +36,17 @@ constexpr char kUsage[] =
     "  show                     devices, VNIs, rows and what became of the frames\n"
     "  remove                   detach all devices and remove the table with its rows\n"
     "\n"
-    "DIRECTORY is where the table is kept: on a bpf file system, or one is mounted there. Exit\n"
-    "status: 0; 1 when a command fails; 2 for wrong use; 3 when this machine lacks a right or a\n"
-    "feature, which is named.\n";
+    "DIRECTORY is where the table is kept: on a bpf file system, or one is mounted there.\n"
+    "\n"
+    "Options:\n"
+    "  --help     print this and end\n"
+    "  --version  print the version and end\n"
+    "\n"
+    "Exit status:\n"
+    "  0  all is well\n"
+    "  1  a command failed\n"
+    "  2  wrong use\n"
+    "  3  this machine lacks a right or a feature, which is named\n";
 
 class WrongUse : public std::exception {};
 
@@ -120,6 +128,14 @@ Action actionOf(std::vector<std::string> const& words) {
 
 void run(std::vector<std::string> const& words) {
   if (words.empty()) throw WrongUse();
+  if (words.size() == 1 && (words[0] == "--help" || words[0] == "-h")) {
+    std::cout << kUsage;
+    return;
+  }
+  if (words.size() == 1 && words[0] == "--version") {
+    std::cout << "BfnMacRewrite " KERNEL_TOOL_VERSION "\n";
+    return;
+  }
   Action const action = actionOf({words.begin() + 1, words.end()});
   KernelProgram program({words[0]});
   for (std::string const& notice : program.notices()) {

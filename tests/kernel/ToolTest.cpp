@@ -53,6 +53,16 @@ TEST_F(ToolTest, WhatFailsIsOneLineAndStatusOne) {
   EXPECT_EQ(printed_, "macrewrite-kernel: vx0 is not attached\n");
 }
 
+TEST_F(ToolTest, HelpAndVersionAreNoWrongUseAndMakeNothing) {
+  for (char const* option : {"--help", "-h"}) {
+    EXPECT_EQ(tool(option), 0);
+    EXPECT_THAT(printed_, StartsWith("usage: macrewrite-kernel DIRECTORY COMMAND"));
+  }
+  EXPECT_EQ(tool("--version"), 0);
+  EXPECT_THAT(printed_, StartsWith("BfnMacRewrite "));
+  EXPECT_FALSE(std::filesystem::exists(directory()));
+}
+
 TEST_F(ToolTest, WrongUseIsShownAndMakesNothing) {
   for (char const* words : {"", "frobnicate", "attach", "attach vx0 vlan x", "show all"}) {
     EXPECT_EQ(onTable(words), 2) << words;

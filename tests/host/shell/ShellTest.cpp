@@ -94,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"chip capacity many", "expected a number from 0 to 4294967295, found many"},
         BadLine{"dump everything",
                 "expected chip, journal, records, indexes, config, inputs, capability, stats, log, "
-                "objects, reconciler or waiting, found everything"},
+                "objects, reconciler, waiting or language, found everything"},
         BadLine{"packets no-such.pcap out.pcap",
                 "no-such.pcap: expected a capture file that can be read: No such "
                 "file or directory"},
@@ -314,6 +314,21 @@ TEST_F(ShellTest, TheDocumentHasTheFormAndTheExampleOfEveryCommand) {
       EXPECT_NE(document.find("`" + command.pattern.text() + "`"), std::string::npos)
           << command.pattern.text();
       EXPECT_NE(document.find(command.example), std::string::npos) << command.example;
+    }
+  }
+}
+
+TEST_F(ShellTest, TheLanguageIsDumpedWithTheFormHelpAndExampleOfEveryCommand) {
+  auto const groups = nlohmann::json::parse(printed("dump language"));
+  ASSERT_EQ(groups.size(), shell.table().groups().size());
+  for (size_t i = 0; i < groups.size(); ++i) {
+    auto const& group = shell.table().groups()[i];
+    EXPECT_EQ(groups[i]["title"], group.title);
+    ASSERT_EQ(groups[i]["commands"].size(), group.commands.size());
+    for (size_t at = 0; at < group.commands.size(); ++at) {
+      EXPECT_EQ(groups[i]["commands"][at]["form"], group.commands[at].pattern.text());
+      EXPECT_EQ(groups[i]["commands"][at]["help"], group.commands[at].help);
+      EXPECT_EQ(groups[i]["commands"][at]["example"], group.commands[at].example);
     }
   }
 }
