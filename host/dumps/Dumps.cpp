@@ -46,9 +46,6 @@ std::string sourceText(BfnChip::AddressBytes const& bytes) {
   return shown(Ovra::IpAddr(Kiv::U32{bytes[0]} << 24 | Kiv::U32{bytes[1]} << 16 |
                             Kiv::U32{bytes[2]} << 8 | Kiv::U32{bytes[3]}));
 }
-std::string macText(BfnChip::ActionBytes const& action) {
-  return shown(Ovra::EthAddr(BfnChip::RewriteLayout::newSourceMac(BfnChip::packed(action))));
-}
 
 json keyFields(BfnChip::KeyBytes const& key) {
   auto const fields = BfnChip::RewriteLayout::fields(key);
@@ -202,9 +199,22 @@ std::vector<ConfigLine> configLines(Switch const& host) {
   return lines;
 }
 
+std::string macText(BfnChip::ActionBytes const& action) {
+  return shown(Ovra::EthAddr(BfnChip::RewriteLayout::newSourceMac(BfnChip::packed(action))));
+}
+
+json rowKeyJson(BfnChip::KeyBytes const& key) {
+  auto const fields = BfnChip::RewriteLayout::fields(key);
+  return {{"sip", sourceText(fields.source)}, {"vlan", fields.vlan}};
+}
+
+std::vector<BfnChip::Row> chipRows(Switch& host) {
+  return rowsOf(host.table());
+}
+
 json dumpChip(Switch& host) {
   json rows = json::array();
-  for (BfnChip::Row const& row : rowsOf(host.table())) {
+  for (BfnChip::Row const& row : chipRows(host)) {
     json fields = keyFields(row.key);
     fields["mac"] = macText(row.action);
     fields["hits"] = row.hits;

@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "chip/RowTable.h"
 #include "framework/core/String.h"
 #include "framework/values/EthAddr.h"
 #include "framework/values/IpAddr.h"
@@ -30,6 +31,11 @@ std::vector<ConfigLine> configLines(Switch const& host);
 /// All dumps, each whole, with its keys sorted; lists are in the order of their keys unless the
 /// order has a meaning. Null means that it does not exist.
 nlohmann::json dumpChip(Switch& host);
+/// The chip's rows by VLAN and address.
+std::vector<BfnChip::Row> chipRows(Switch& host);
+/// A row's VLAN and source IP, and its MAC, as all answers show them.
+nlohmann::json rowKeyJson(BfnChip::KeyBytes const& key);
+std::string macText(BfnChip::ActionBytes const& action);
 /// Rows that the table takes.
 size_t tableCapacity(Switch& host);
 /// Packets that were looked up, and what became of the others where the table counts them.

@@ -296,6 +296,14 @@ std::vector<Pex::VrfId> FactFinder::indexed(Ovra::IpAddr ip) const {
   return ids;
 }
 
+std::vector<Pex::VrfAndIpAddr> FactFinder::indexed() const {
+  std::vector<Pex::VrfAndIpAddr> pairs;
+  if (machine() == nullptr) return pairs;
+  for (auto const& entry : machine()->localVrfIpToIntf()) pairs.push_back(entry.key);
+  std::ranges::sort(pairs);
+  return pairs;
+}
+
 void FactFinder::owner(PairFacts& facts) const {
   std::ostringstream out;
   for (Pex::VrfId const other : indexed(facts.ip)) {

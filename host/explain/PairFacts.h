@@ -15,6 +15,7 @@
 #include "framework/values/EthAddr.h"
 #include "framework/values/IntfId.h"
 #include "framework/values/IpAddr.h"
+#include "framework/values/VrfAndIpAddr.h"
 #include "framework/values/VrfId.h"
 #include "framework/values/VrfName.h"
 #include "host/reconcile/Reconciler.h"
@@ -159,6 +160,8 @@ class FactFinder {
   /// get it. Sorted by VRF id.
   std::vector<PairFacts> ofRow(Kiv::U16 vlan, Ovra::IpAddr ip) const;
   std::optional<InstalledRow> installed(Kiv::U16 vlan, Ovra::IpAddr ip) const;
+  /// The pairs that the agent has indexed, sorted. Cost: a walk over the index.
+  std::vector<Pex::VrfAndIpAddr> indexed() const;
 
   FactSources const& sources() const { return sources_; }
   /// What the bring-up lacks; nothing when rows can be there.

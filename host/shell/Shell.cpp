@@ -13,6 +13,7 @@
 #include "host/language/Lexer.h"
 #include "host/shell/Interrupt.h"
 #include "host/shell/Progress.h"
+#include "host/shell/WhatIf.h"
 
 namespace Host {
 
@@ -40,6 +41,7 @@ Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
   table_.add(lookCommands(host));
   table_.add(explainCommands(host));
   table_.add(scaleCommands());
+  table_.add(whatIfCommands(*this));
   addLanguage();
   Kiv::LogService::reset();
   Kiv::LogService::clockIs([clock = host.clock] { return clock->now(); });

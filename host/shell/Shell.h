@@ -87,6 +87,8 @@ class Shell {
   /// A file that a command reads: in the folder of the file that holds the command, else in the
   /// working directory. The first of both when it is in neither.
   std::filesystem::path inputPath(std::string const& name) const;
+  /// Where the line is that is carried out: "operator.cfg:3".
+  std::string place() const { return place_.name + ':' + std::to_string(place_.line); }
   std::ostream& out() { return out_; }
   ShellOptions const& options() const { return options_; }
 

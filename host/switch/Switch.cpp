@@ -40,7 +40,7 @@ Switch::Switch(Plugin plugin, SwitchTable table)
       routeStatus(Kiv::makeActive<Routing::Hardware::RouteStatus>()),
       plugin_(std::move(plugin)),
       hardware_(std::move(table.hardware)),
-      faults_(hardware_ ? hardware_->driver() : chip),
+      faults_(chipDriver()),
       recorder_(faults_),
       database_(Kiv::makeActive<Corvo::Database>()),
       session_(Corvo::embeddedSessionFactory(database_)),
@@ -58,6 +58,11 @@ Switch::Switch(Plugin plugin, SwitchTable table)
   for (char const* const which : {"port", "vlan", "subinterface"}) {
     set(l3Shared_, routingStatusAttribute(which), {Kiv::makeActive<BfnL3::L3RoutingStatus>()});
   }
+}
+
+BfnDriver::TableDriver& Switch::chipDriver() {
+  if (!hardware_) return chip;
+  return detachable_.emplace(hardware_->driver());
 }
 
 Switch::~Switch() {
@@ -103,6 +108,37 @@ BfnDriver::TableDriver& Switch::table() {
 void Switch::capacityIs(size_t rows) {
   if (!hardware_) chip.tableIs(BfnChip::ChipModel::kRewriteTable, rows);
   faults_.capacityIs(rows);
+}
+
+namespace {
+
+/// A table in memory, and no devices.
+class MemoryTable final : public HardwareTable {
+ public:
+  explicit MemoryTable(std::unique_ptr<BfnChip::ChipModel> rows) : rows_(std::move(rows)) {}
+
+  BfnDriver::TableDriver& driver() override { return *rows_; }
+  void portIs(std::string const& /*device*/, std::optional<Kiv::U16> /*vlan*/) override {}
+  bool portDel(std::string const& /*device*/) override { return true; }
+  std::vector<std::pair<std::string, Kiv::U64>> counters() override { return {}; }
+  void handleEvents() override {}
+
+ private:
+  std::unique_ptr<BfnChip::ChipModel> rows_;
+};
+
+}  // namespace
+
+std::unique_ptr<BfnChip::ChipModel> Switch::tableCopy() const {
+  return detachable_ ? detachable_->copy() : nullptr;
+}
+
+void Switch::detach(std::unique_ptr<BfnChip::ChipModel> copy) {
+  if (!detachable_) return;
+  detachable_->detach(*copy);
+  // Not destroyed: what it would take down belongs to the process that was copied.
+  [[maybe_unused]] auto* const outside = hardware_.release();
+  hardware_ = std::make_unique<MemoryTable>(std::move(copy));
 }
 
 std::optional<std::string> Switch::agentLacks() const {

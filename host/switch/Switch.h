@@ -21,6 +21,7 @@
 #include "framework/values/IpAddr.h"
 #include "framework/values/VrfId.h"
 #include "host/reconcile/Reconciler.h"
+#include "host/switch/DetachableDriver.h"
 #include "host/switch/Generic.h"
 #include "host/switch/HardwareTable.h"
 #include "host/switch/Plugin.h"
@@ -90,6 +91,12 @@ class Switch {
   /// While the bring-up is not whole, so that they may be too few, the chip keeps the rows that it
   /// has; a log message says why.
   std::optional<Applied> stage2Ended(std::optional<std::string> const& exception);
+  /// The rows in memory, for a copy of the process to go on with; null when they are in the chip
+  /// model, which is in memory already. Throws std::runtime_error when the chip cannot be read.
+  std::unique_ptr<BfnChip::ChipModel> tableCopy() const;
+  /// In a copy of the process, with what tableCopy() gave before: nothing outside of the process is
+  /// reached from here on, neither the table nor its devices.
+  void detach(std::unique_ptr<BfnChip::ChipModel> copy);
   /// Why the chip's rows are held; nothing when they are not.
   std::optional<std::string> heldBecause() const;
   /// Ends a turn of the event loop: what waits for that goes to the chip, and so do the wanted rows
@@ -131,6 +138,7 @@ class Switch {
   Kiv::Ptr<BfnL3::L3RoutingStatus> routingStatus(std::string_view which) const;
 
  private:
+  BfnDriver::TableDriver& chipDriver();
   /// What the agent lacks of the machines and inputs that it has after a whole stage 2.
   std::optional<std::string> agentLacks() const;
   /// Why the bring-up is not whole; nothing when it is.
@@ -139,6 +147,8 @@ class Switch {
 
   Plugin plugin_;
   std::unique_ptr<HardwareTable> hardware_;
+  /// In front of hardware_, where there is one.
+  std::optional<DetachableDriver> detachable_;
   BfnChip::FaultingDriver faults_;
   BfnChip::JournalingDriver recorder_;
   std::optional<Reconciler> reconciler_;

@@ -46,8 +46,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"shutdown",
                 "expected audit, brief, checkpoint, chip, clock, commit, dump, exit, expect, "
                 "explain, generate, help, host, load, "
-                "measure, no, packets, print, repair, replace, rollback, show or vxlan, found "
-                "shutdown"},
+                "measure, no, packets, print, repair, replace, rollback, show, vxlan or "
+                "what-if, found shutdown"},
         BadLine{"vxlan forwarding match vrf red src-ip 10.0.0.256 action rewrite src-mac "
                 "02:00:00:00:00:01",
                 "expected an IPv4 address such as 10.0.0.1, found 10.0.0.256"},
