@@ -2,7 +2,9 @@
 # Manual pages and completions of the programs, made of what these say of themselves. Needs help2man
 # and python3, and a build that runs here; otherwise they are left out.
 find_program(HELP2MAN_PROGRAM help2man)
-find_package(Python3 COMPONENTS Interpreter)
+if(BFN_BUILD_PROGRAMS)
+  find_package(Python3 COMPONENTS Interpreter)
+endif()
 if(HELP2MAN_PROGRAM AND Python3_FOUND AND NOT CMAKE_CROSSCOMPILING AND NOT BFN_SANITIZE AND NOT BFN_COVERAGE)
   set(BFN_DOCUMENTS ON)
 else()
@@ -59,4 +61,28 @@ function(bfn_language_page component)
     COMMAND Python3::Interpreter ${BFN_MANUAL} language ${PROJECT_VERSION})
   install(FILES ${CMAKE_BINARY_DIR}/documents/man7/macrewrite-language.7
           DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT ${component})
+endfunction()
+
+# The documents as a site, the install component `doc`. Needs Debian's python3-markdown, which is for
+# Debian's own python3.
+find_program(BFN_SITE_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+set(BFN_SITE OFF)
+if(BFN_SITE_PYTHON AND BFN_BUILD_PROGRAMS)
+  execute_process(COMMAND ${BFN_SITE_PYTHON} -c "import markdown" RESULT_VARIABLE missing OUTPUT_QUIET ERROR_QUIET)
+  if(missing EQUAL 0)
+    set(BFN_SITE ON)
+  endif()
+endif()
+
+function(bfn_site component)
+  if(NOT BFN_SITE)
+    return()
+  endif()
+  set(site ${CMAKE_BINARY_DIR}/documents/site)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.md ${CMAKE_SOURCE_DIR}/docs/*.svg)
+  add_custom_command(OUTPUT ${site}/index.html
+    COMMAND ${BFN_SITE_PYTHON} ${CMAKE_SOURCE_DIR}/docs/site.py ${site}
+    DEPENDS ${sources} ${CMAKE_SOURCE_DIR}/docs/site.py ${CMAKE_SOURCE_DIR}/README.md ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
+  add_custom_target(site ALL DEPENDS ${site}/index.html)
+  install(DIRECTORY ${site}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/macrewrite-doc/html COMPONENT ${component})
 endfunction()

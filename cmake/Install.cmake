@@ -2,10 +2,11 @@
 # `cmake --install`, and its components, which the Debian packages are made of:
 #
 #   libkiv1, libbfnmacrewrite1   the shared libraries
-#   dev                          headers, what programs are linked with, CMake and pkg-config files
-#   kernel                       the kernel's table for programs (CMake package BfnMacRewriteKernel) and its tool
+#   dev                          headers, what programs are linked with, CMake and pkg-config files; where it is
+#                                built, the kernel's table, too (CMake package BfnMacRewriteKernel)
+#   kernel                       macrewrite-kernel, where it is built
 #   lab                          macrewrite-lab with its examples, manual pages and completions
-#   doc                          the documents as a site
+#   doc                          the documents as a site, where python3-markdown is there
 #
 # Headers go below include/BfnMacRewrite/. That is an include path itself, and so is the folder above: a
 # program outside includes "framework/core/Ptr.h" as the sources here do, or
@@ -94,9 +95,9 @@ endfunction()
 function(bfn_install_kernel)
   bfn_api_headers(KivKernel kernel/*.h kernel/program)
   install(TARGETS KivKernel EXPORT BfnMacRewriteKernelTargets
-          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kernel
-          FILE_SET HEADERS DESTINATION ${BFN_INSTALL_INCLUDEDIR} COMPONENT kernel)
-  bfn_package(BfnMacRewriteKernel kernel)
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
+          FILE_SET HEADERS DESTINATION ${BFN_INSTALL_INCLUDEDIR} COMPONENT dev)
+  bfn_package(BfnMacRewriteKernel dev)
   bfn_install_program(macrewrite-kernel kernel)
   bfn_manual(macrewrite-kernel kernel "the MAC rewrite table in the kernel")
 endfunction()
