@@ -43,6 +43,18 @@ Answer failWrites(Switch& host, Arguments const& given) {
   return {};
 }
 
+Answer failNth(Switch& host, Arguments const& given) {
+  host.faults().faults().failNth(given.number("write"), faultOf(given.text("full")));
+  return {};
+}
+
+Answer failNthEraseOrRead(Switch& host, Arguments const& given) {
+  BfnChip::FaultPlan& plan =
+      given.text("erase") == "erase" ? host.faults().eraseFaults() : host.faults().readFaults();
+  plan.failNth(given.number("<N>"), faultOf(given.text("other")));
+  return {};
+}
+
 Answer failErasesOrReads(Switch& host, Arguments const& given) {
   BfnChip::FaultPlan& plan =
       given.text("erase") == "erase" ? host.faults().eraseFaults() : host.faults().readFaults();
@@ -145,6 +157,14 @@ CommandGroup chipCommands(Switch& host) {
                    "that many erases, or reads of a row, from now on fail in this way",
                    "chip fail next 1 other read",
                    [&host](Arguments const& given) { return failErasesOrReads(host, given); });
+  add.emplace_back("chip fail write <N:1-4294967295> full|no-resources|other|exception",
+                   "the N-th write from now on fails in this way, 1 being the next",
+                   "chip fail write 2 full",
+                   [&host](Arguments const& given) { return failNth(host, given); });
+  add.emplace_back("chip fail erase|read <N:1-4294967295> other|exception",
+                   "the N-th erase, or read of a row, from now on fails in this way",
+                   "chip fail erase 2 other",
+                   [&host](Arguments const& given) { return failNthEraseOrRead(host, given); });
   add.emplace_back("chip clear faults|hits", "no more faults; all hit counts zero",
                    "chip clear hits",
                    [&host](Arguments const& given) { return clear(host, given); });

@@ -9,14 +9,26 @@
 #include "host/commands/Configuration.h"
 #include "host/language/CommandTable.h"
 
+namespace Agent {
+class CommandDispatcher;
+}
+
 namespace Host {
 
+class SlicedShow;
 class Switch;
 struct Applied;
 
 /// The commands of each kind, acting on a host that must outlive them.
 CommandGroup operatorCommands(Switch& host);
 CommandGroup hostCommands(Switch& host);
+/// Adds those that do to an input what only a test does: notifications without a change, another
+/// object under the same key, the active profile in parts.
+void addInputCommands(CommandGroup& group, Switch& host);
+CommandGroup sliceCommands(SlicedShow& show);
+/// Has the dispatcher run the plug-in's show command, which appends to `output`. Throws InputError.
+void startShow(Switch& host, Arguments const& given, Agent::CommandDispatcher& dispatcher,
+               std::string& output);
 CommandGroup chipCommands(Switch& host);
 CommandGroup lookCommands(Switch& host);
 CommandGroup explainCommands(Switch& host);

@@ -443,6 +443,7 @@ CommandGroup hostCommands(Switch& host) {
   CommandGroup group{"host agent", {}};
   addRecords(group, host);
   addBringUp(group, host);
+  addInputCommands(group, host);
   return group;
 }
 

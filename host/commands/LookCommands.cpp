@@ -160,6 +160,11 @@ CommandGroup lookCommands(Switch& host) {
   add("dump capability", "the capability record", dumpCapability);
   add("dump stats", "the table's statistics; null before it is initialised", dumpStats);
   add("dump log", "log messages", [](Switch&) { return dumpLog(); });
+  add("dump routing-status", "the routing status of all interfaces, merged by interface",
+      dumpRoutingStatus);
+  add("dump tables", "the tables declared in the active profile, and how many are pending",
+      dumpTables);
+  add("dump reactors", "how many reactors are registered with each record", dumpReactors);
   add("dump objects", "live framework objects by type", [](Switch&) { return dumpObjects(); });
   add("dump reconciler", "rows that are wanted, and why the chip's are held, if they are",
       reconcilerState);

@@ -6,8 +6,10 @@
 #include "framework/core/Strep.h"
 #include "framework/log/LogService.h"
 #include "framework/trace/Decode.h"
+#include "framework/trace/TraceHandle.h"
 #include "host/commands/Commands.h"
 #include "host/commands/Configuration.h"
+#include "host/commands/SlicedShow.h"
 #include "host/dumps/Dumps.h"
 #include "host/language/InputError.h"
 #include "host/switch/Switch.h"
@@ -34,35 +36,11 @@ Answer rewriteDel(Switch& host, Arguments const& given) {
 }
 
 Answer showRewrite(Switch& host, Arguments const& given) {
-  if (!host.hasAgent()) throw InputError("there is no agent; host agent create makes one");
-  if (!host.tableManager()) {
-    throw InputError("there is no table manager; a change of host init-tables makes one");
-  }
-  bool const json = given.has("json");
   std::string output;
-  auto const request = Kiv::makeActive<Agent::AgentCommandRequest>(
-      0u, static_cast<Kiv::U32>(json ? prettyout::Format::Json : prettyout::Format::Text),
-      [&output](std::string_view bytes) {
-        output += bytes;
-        return bytes.size();
-      });
-  bool const vrf = given.has("vrf");
-  bool const ip = given.has("src-ip");
-  // The first src-mac is the keyword of the command itself; a filter's value is no keyword.
-  bool const mac = given.has("src-mac") && given.text("src-mac") != "src-mac";
-  Kiv::GenericValue const arguments[] = {
-      get(host.agent(), "overlaySrcMacRewriteManager"),
-      Kiv::GenericValue::of(vrf),
-      Kiv::GenericValue(Kiv::valueToStrep(L3::VrfName(vrf ? given.text("vrf") : ""))),
-      Kiv::GenericValue::of(ip),
-      Kiv::GenericValue(Kiv::valueToStrep(ip ? given.ip("src-ip") : Ovra::IpAddr())),
-      Kiv::GenericValue::of(mac),
-      Kiv::GenericValue(Kiv::valueToStrep(mac ? given.mac("src-mac") : Ovra::EthAddr())),
-      Kiv::GenericValue::of(given.has("cli-testing")),
-  };
   Agent::CommandDispatcher dispatcher(host.clock, 1.0);
-  dispatcher.commandIs("BfnMacRewrite::ShowMacRewriteCommandRequestSm", request, arguments);
+  startShow(host, given, dispatcher, output);
   while (dispatcher.commands() > 0) dispatcher.runSlices();
+  bool const json = given.has("json");
   nlohmann::json answer = json ? parsedJson(output) : nlohmann::json();
   if (output.ends_with('\n')) output.pop_back();
   return json ? Answer(std::move(answer), output) : Answer(output, output);
@@ -107,6 +85,16 @@ Answer showLog() {
   return {dumpLog(), text};
 }
 
+// Levels up to that one are written as text.
+Answer traceLevel(Arguments const& given) {
+  std::string const level = given.text("level");
+  Kiv::U32 const mask =
+      level == "off" ? 0 : (Kiv::U32{2} << static_cast<unsigned>(std::stoul(level))) - 1;
+  Kiv::TraceHandle::defaultLevelsIs(mask);
+  Kiv::TraceHandle::forEach([mask](Kiv::TraceHandle& handle) { handle.levelsAre(mask); });
+  return {};
+}
+
 Answer showTrace(Arguments const& given) {
   std::string text;
   nlohmann::json lines = nlohmann::json::array();
@@ -121,6 +109,50 @@ Answer showTrace(Arguments const& given) {
 }
 
 }  // namespace
+
+void startShow(Switch& host, Arguments const& given, Agent::CommandDispatcher& dispatcher,
+               std::string& output) {
+  if (!host.hasAgent()) throw InputError("there is no agent; host agent create makes one");
+  if (!host.tableManager()) {
+    throw InputError("there is no table manager; a change of host init-tables makes one");
+  }
+  bool const json = given.has("json");
+  auto const request = Kiv::makeActive<Agent::AgentCommandRequest>(
+      0u, static_cast<Kiv::U32>(json ? prettyout::Format::Json : prettyout::Format::Text),
+      [&output](std::string_view bytes) {
+        output += bytes;
+        return bytes.size();
+      });
+  bool const vrf = given.has("vrf");
+  bool const ip = given.has("src-ip");
+  // The first src-mac is the keyword of the command itself; a filter's value is no keyword.
+  bool const mac = given.has("src-mac") && given.text("src-mac") != "src-mac";
+  Kiv::GenericValue const arguments[] = {
+      get(host.agent(), "overlaySrcMacRewriteManager"),
+      Kiv::GenericValue::of(vrf),
+      Kiv::GenericValue(Kiv::valueToStrep(L3::VrfName(vrf ? given.text("vrf") : ""))),
+      Kiv::GenericValue::of(ip),
+      Kiv::GenericValue(Kiv::valueToStrep(ip ? given.ip("src-ip") : Ovra::IpAddr())),
+      Kiv::GenericValue::of(mac),
+      Kiv::GenericValue(Kiv::valueToStrep(mac ? given.mac("src-mac") : Ovra::EthAddr())),
+      Kiv::GenericValue::of(given.has("cli-testing")),
+  };
+  dispatcher.commandIs("BfnMacRewrite::ShowMacRewriteCommandRequestSm", request, arguments);
+}
+
+CommandGroup sliceCommands(SlicedShow& show) {
+  CommandGroup group{"show in slices", {}};
+  auto& add = group.commands;
+  add.emplace_back(
+      "show vxlan forwarding src-mac rewrite [vrf <VRF>] [src-ip <IP>] [src-mac <MAC>] "
+      "[cli-testing] slices [json]",
+      "the same, of which only the first slice runs; other lines may come before the next one",
+      "show vxlan forwarding src-mac rewrite cli-testing slices",
+      [&show](Arguments const& given) { return show.start(given); });
+  add.emplace_back("show slice", "the next slice, and whether the command has ended", "show slice",
+                   [&show](Arguments const&) { return show.next(); });
+  return group;
+}
 
 CommandGroup operatorCommands(Switch& host) {
   CommandGroup group{"operator", {}};
@@ -152,6 +184,9 @@ CommandGroup operatorCommands(Switch& host) {
                    [](Arguments const&) { return showLog(); });
   add.emplace_back("show trace [last <N>]", "the trace ring, decoded", "show trace last 5",
                    showTrace);
+  add.emplace_back("trace level <LEVEL>",
+                   "write traces up to that level, 0 to 30, as text on standard error; off: none",
+                   "trace level 9", traceLevel);
   return group;
 }
 

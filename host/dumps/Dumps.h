@@ -57,6 +57,13 @@ nlohmann::json dumpInputs(Switch const& host);
 nlohmann::json dumpCapability(Switch const& host);
 nlohmann::json dumpStats(Switch const& host);
 nlohmann::json dumpLog();
+/// The routing status of all interfaces, merged by interface; null before stage 1.
+nlohmann::json dumpRoutingStatus(Switch const& host);
+/// The tables that are declared in the active profile's entry, and what the table manager waits
+/// for.
+nlohmann::json dumpTables(Switch const& host);
+/// How many reactors are registered with each record that the plug-in is given or makes.
+nlohmann::json dumpReactors(Switch const& host);
 /// Live framework objects by type.
 nlohmann::json dumpObjects();
 

@@ -2,6 +2,7 @@
 #include "host/language/Lexer.h"
 
 #include <algorithm>
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -61,10 +62,21 @@ std::string quoted(std::string_view& rest, size_t lineSize) {
   failAt("expected a closing quote before the end of the line", lineSize);
 }
 
-/// Calls `add(word, begin, end, quoted)` for each word.
+bool isEquals(std::string_view word, std::string_view /*before*/) {
+  return word == "==";
+}
+
+bool isComparison(std::string_view word, std::string_view before) {
+  return word == "==" || word == "contains" || (word == "of" && before == "one");
+}
+
+/// Calls `add(word, begin, end, quoted)` for each word; after one for which `beforeVerbatim(word,
+/// theWordBefore)` is true, the rest is one.
 template <class Add>
-void forEachWord(std::string_view line, Add const& add) {
+void forEachWord(std::string_view line, Add const& add,
+                 bool (&beforeVerbatim)(std::string_view, std::string_view) = isEquals) {
   std::string_view rest = line;
+  std::string_view before;
   bool verbatim = false;
   while (!verbatim) {
     while (!rest.empty() && isBlank(rest[0])) rest.remove_prefix(1);
@@ -78,7 +90,8 @@ void forEachWord(std::string_view line, Add const& add) {
     auto const end = std::ranges::find_if(rest, isBlank);
     std::string_view const word = rest.substr(0, static_cast<size_t>(end - rest.begin()));
     rest.remove_prefix(word.size());
-    verbatim = word == "==";
+    verbatim = beforeVerbatim(word, before);
+    before = word;
     add(std::string(word), begin, begin + word.size(), false);
   }
   if (std::string_view const raw = trimmed(rest); !raw.empty()) {
@@ -104,6 +117,41 @@ std::vector<PlacedWord> placedWords(std::string_view line) {
   forEachWord(line, [&](std::string word, size_t begin, size_t end, bool isQuoted) {
     words.push_back({std::move(word), begin, end, isQuoted});
   });
+  return words;
+}
+
+std::vector<PlacedWord> lineWords(std::string_view line) {
+  constexpr std::string_view kExpect = "expect";
+  size_t const begin = line.find_first_not_of(" \t\r");
+  bool const expects = begin != std::string_view::npos && line.substr(begin).starts_with(kExpect);
+  if (!expects) return placedWords(line);
+  auto const isPlain = [](PlacedWord const& word) { return !word.quoted && word.text == "=="; };
+  std::exception_ptr wrong;
+  std::vector<PlacedWord> words;
+  try {
+    words = placedWords(line);
+    if (words[0].text != kExpect || std::ranges::any_of(words, isPlain)) return words;
+  } catch (InputError const&) {
+    // JSON may be no words.
+    wrong = std::current_exception();
+  }
+  std::vector<PlacedWord> compared;
+  bool found = false;
+  try {
+    std::string before;
+    forEachWord(
+        line,
+        [&](std::string word, size_t from, size_t end, bool isQuoted) {
+          found = found || (!isQuoted && isComparison(word, before));
+          before = word;
+          compared.push_back({std::move(word), from, end, isQuoted});
+        },
+        isComparison);
+  } catch (InputError const&) {
+    found = false;
+  }
+  if (found) return compared;
+  if (wrong) std::rethrow_exception(wrong);
   return words;
 }
 
@@ -136,12 +184,18 @@ std::string typedWord(std::string_view word) {
 }
 
 std::string lineOf(std::span<std::string const> words) {
+  bool const compares =
+      !words.empty() && words[0] == "expect" && std::ranges::find(words, "==") == words.end();
+  auto& beforeVerbatim = compares ? isComparison : isEquals;
   std::string line;
+  std::string_view before;
   bool verbatim = false;
   for (std::string const& word : words) {
     line += line.empty() ? "" : " ";
-    line += verbatim ? word : word == "==" ? word : typedWord(word);
-    verbatim = word == "==";
+    bool const operates = beforeVerbatim(word, before);
+    line += verbatim || operates ? word : typedWord(word);
+    verbatim = verbatim || operates;
+    before = word;
   }
   return line;
 }

@@ -27,6 +27,10 @@ struct PlacedWord {
 };
 std::vector<PlacedWord> placedWords(std::string_view line);
 
+/// The same for a line of the command language: in one that begins with "expect" and has no "==",
+/// the rest is one verbatim word after "contains" and after "one of", too.
+std::vector<PlacedWord> lineWords(std::string_view line);
+
 /// The word as splitWords() reads it back, in quotes when it needs them.
 std::string quotedWord(std::string_view word);
 

@@ -159,7 +159,9 @@ bool Pattern::matchAll(Elements const& elements, std::span<std::string const> wo
   for (Element const& element : elements) {
     if (element.kind == Element::Kind::Slot && takesMany(element.slot)) {
       size_t const begin = at;
-      while (at < words.size() && words[at] != "==") ++at;
+      auto const after = static_cast<size_t>(&elements.back() - &element);
+      bool const compares = after > 0 && (&element)[1].key != "==";
+      while (at + (compares ? after : 0) < words.size() && (compares || words[at] != "==")) ++at;
       if (at > begin) continue;
     } else if (at < words.size() && fits(element, words[at])) {
       if (element.kind == Element::Kind::Optional) {
@@ -173,6 +175,14 @@ bool Pattern::matchAll(Elements const& elements, std::span<std::string const> wo
     if (element.kind != Element::Kind::Optional) return false;
   }
   return true;
+}
+
+std::span<std::string const> Pattern::innerCommand(std::span<std::string const> words) const {
+  auto const place = std::ranges::find(elements_, "COMMAND", &Element::slot);
+  if (place == elements_.end()) return {};
+  auto const before = static_cast<size_t>(place - elements_.begin());
+  size_t const others = elements_.size() - 1;
+  return words.subspan(before, words.size() - others);
 }
 
 bool Pattern::match(std::span<std::string const> words, Arguments& arguments,

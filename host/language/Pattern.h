@@ -67,7 +67,7 @@ struct Mismatch {
 ///   word              itself
 ///   one|other         one of several words
 ///   <VRF> <N:1-4094>  a value, see accepts(); a number may have limits
-///   <COMMAND> <TEXT>  all words up to "=="
+///   <COMMAND> <TEXT>  all words up to "=="; before other words, all but as many as these are
 ///   [ ... ]           may be left out; what it begins with decides whether it is there
 class Pattern {
  public:
@@ -77,6 +77,10 @@ class Pattern {
   std::string const& text() const { return shown_; }
   /// The word that every line of this form begins with.
   std::string const& firstWord() const { return elements_[0].words[0]; }
+
+  /// The words of a line of this form that are a command themselves; none where the form takes
+  /// none.
+  std::span<std::string const> innerCommand(std::span<std::string const> words) const;
 
   /// Whether the words have this form. Fills in the arguments, to be discarded on a mismatch, and
   /// records in `mismatch` where it failed.

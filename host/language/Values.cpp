@@ -15,6 +15,8 @@ namespace Host {
 
 namespace {
 
+constexpr Kiv::U64 kMostTraceLevel = 30;
+
 template <class T>
 std::optional<T> parsed(std::string_view text) {
   try {
@@ -81,6 +83,10 @@ bool accepts(std::string_view slot, Limits const& limits, std::string_view text)
   if (slot == "INTF") return text.size() <= Ovra::IntfId::maxLength;
   if (slot == "IP") return ipAddrOf(text).has_value();
   if (slot == "MAC") return ethAddrOf(text).has_value();
+  if (slot == "LEVEL") {
+    auto const level = numberOf(text, kMostTraceLevel);
+    return text == "off" || level.has_value();
+  }
   if (slot == "N") {
     auto const number = numberOf(text, limits.max);
     return number.has_value() && *number >= limits.min;
@@ -96,6 +102,9 @@ std::string describeSlot(std::string_view slot, Limits const& limits) {
   if (slot == "N") {
     return "a number from " + std::to_string(limits.min) + " to " + std::to_string(limits.max);
   }
+  if (slot == "LEVEL") return "a trace level from 0 to 30 or off";
+  if (slot == "VALUE") return "a value";
+  if (slot == "MESSAGE") return "a part of a message";
   if (slot == "NAME") return "a name";
   if (slot == "FILE") return "a file of commands";
   if (slot == "DIR") return "a folder";

@@ -83,6 +83,9 @@ void collectValues(Completion const& place, std::string_view typed, Switch const
   } else if (place.slot == "NAME" && place.key == "profile") {
     json const inputs = dumpInputs(host);
     for (auto const& [name, entry] : inputs["profiles"].items()) found.insert(name);
+  } else if (place.slot == "LEVEL") {
+    // Those that the plug-in and the framework use.
+    found.insert({"0", "4", "9", "off"});
   } else if (place.slot == "FILE" || place.slot == "DIR" || place.slot.ends_with(".pcap")) {
     collectFiles(typed, found);
   }

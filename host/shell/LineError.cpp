@@ -85,7 +85,7 @@ std::string pointedAt(std::string_view line, size_t byte) {
 // Where the word begins; after the last one for the end of the line.
 std::optional<size_t> byteOf(std::string_view line, size_t word) {
   try {
-    auto const words = placedWords(line);
+    auto const words = lineWords(line);
     if (word < words.size()) return words[word].begin;
     // A place for the word that is missing.
     if (word == words.size()) return words.empty() ? 0 : words.back().end + 1;

@@ -28,7 +28,7 @@ std::string versionText() {
 }
 
 Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
-    : host_(host), out_(out), options_(options), changes_(host) {
+    : host_(host), out_(out), options_(options), changes_(host), slicedShow_(host) {
   for (auto* const commands : {operatorCommands, hostCommands}) {
     CommandGroup group = commands(host);
     addDoubts(group, host);
@@ -36,6 +36,7 @@ Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
   }
   table_.add(changeCommands(changes_,
                             [this](std::string const& name) { return readConfiguration(name); }));
+  table_.add(sliceCommands(slicedShow_));
   table_.add(chipCommands(host));
   table_.add(packetCommands(host, [this](std::string const& name) { return inputPath(name); }));
   table_.add(lookCommands(host));
@@ -43,8 +44,12 @@ Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
   table_.add(scaleCommands());
   table_.add(whatIfCommands(*this));
   addLanguage();
+  takeLog();
+}
+
+void Shell::takeLog() {
   Kiv::LogService::reset();
-  Kiv::LogService::clockIs([clock = host.clock] { return clock->now(); });
+  Kiv::LogService::clockIs([clock = host_.clock] { return clock->now(); });
   Kiv::LogService::sinkIs([this](Kiv::LogMessage const& message) {
     if (options_.json) {
       out_ << jsonText({{"log", Kiv::toString(message)}}) << '\n';
@@ -114,7 +119,7 @@ Shell::Status Shell::runStream(std::istream& in, std::string const& name, std::o
 Shell::Status Shell::runLine(std::string_view line, std::ostream& err) {
   place_ = {"prompt", {}, place_.line + 1, true};
   return guarded(err, [&] {
-    located(line, [&] { return carryOut(pipeline_.expanded(splitWords(line)), line); });
+    located(line, [&] { return carryOut(pipeline_.expanded(wordsOf(line).value()), line); });
   });
 }
 
@@ -138,17 +143,22 @@ void Shell::unattended(F const& run) {
   host_.turnEnds();
 }
 
+Shell::Inside::Inside(Shell& shell, Place const& place)
+    : shell_(shell), outer_(shell.place_), variables_(shell.variables_) {
+  // What a file means does not depend on what was typed before it.
+  if (outer_.typed) shell.variables_ = {};
+  shell.place_ = place;
+  ++shell.depth_;
+}
+
+Shell::Inside::~Inside() {
+  --shell_.depth_;
+  shell_.place_ = outer_;
+  shell_.variables_ = std::move(variables_);
+}
+
 void Shell::readLines(FileLines& lines, Place const& place, size_t& commands) {
-  struct Nested {
-    explicit Nested(Shell& in) : shell(in), outer(in.place_) { ++shell.depth_; }
-    ~Nested() {
-      --shell.depth_;
-      shell.place_ = outer;
-    }
-    Shell& shell;
-    Place const outer;
-  } const nested(*this);
-  place_ = place;
+  Inside const inside(*this, place);
   Progress progress(lines.size(), Progress::terminal());
   std::string line;
   while (!exited_ && lines.next(line)) {
@@ -158,7 +168,7 @@ void Shell::readLines(FileLines& lines, Place const& place, size_t& commands) {
     }
     progress.add(line.size() + 1);
     try {
-      if (located(line, [&] { return carryOut(splitWords(line), line); })) ++commands;
+      if (located(line, [&] { return carryOut(wordsOf(line).value(), line); })) ++commands;
     } catch (Failure const& failure) {
       if (!options_.keepGoing) throw;
       report(failure);
@@ -185,6 +195,11 @@ LineError Shell::errorHere(std::string const& what) const {
   error.file = place_.name;
   error.line = place_.line;
   return error;
+}
+
+std::optional<std::vector<std::string>> Shell::wordsOf(std::string_view line) const {
+  if (variables_.empty() && line.find("expect") == std::string_view::npos) return splitWords(line);
+  return variables_.replacedIn(lineWords(line));
 }
 
 bool Shell::carryOut(std::vector<std::string> const& words, std::string_view line) {

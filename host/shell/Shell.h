@@ -11,10 +11,12 @@
 #include <vector>
 
 #include "host/commands/Changes.h"
+#include "host/commands/SlicedShow.h"
 #include "host/language/CommandTable.h"
 #include "host/shell/FileLines.h"
 #include "host/shell/LineError.h"
 #include "host/shell/Pipeline.h"
+#include "host/shell/Variables.h"
 #include "host/switch/Switch.h"
 
 namespace Host {
@@ -109,8 +111,23 @@ class Shell {
     bool typed = false;
   };
   static constexpr size_t kMaxDepth = 16;
+  /// As long as it lives, lines are those of that file, with variables of their own.
+  class Inside {
+   public:
+    Inside(Shell& shell, Place const& place);
+    Inside(Inside const&) = delete;
+    Inside& operator=(Inside const&) = delete;
+    ~Inside();
+
+   private:
+    Shell& shell_;
+    Place const outer_;
+    Variables variables_;
+  };
 
   void addLanguage();
+  void addExpectations(std::vector<Command>& commands);
+  void addVariables(std::vector<Command>& commands);
   template <class F>
   Status guarded(std::ostream& err, F const& run);
   template <class F>
@@ -123,6 +140,8 @@ class Shell {
   template <class F>
   bool located(std::string_view line, F const& run);
   LineError errorHere(std::string const& what) const;
+  /// The words with the values of variables; nothing when one is not known yet. Throws InputError.
+  std::optional<std::vector<std::string>> wordsOf(std::string_view line) const;
   /// Whether there was a command. `line` is the words as they were typed.
   bool carryOut(std::vector<std::string> const& words, std::string_view line);
   /// A command and the filters of its answer. Valid as long as the words.
@@ -133,7 +152,6 @@ class Shell {
   Prepared prepare(std::span<std::string const> words) const;
   Answer run(Prepared const& prepared);
   Answer answerOf(Command const& command, Arguments const& arguments);
-  Answer answerTo(std::span<std::string const> words) { return run(prepare(words)); }
   Answer load(Arguments const& given);
   Answer loadCheck(Arguments const& given);
   /// What is known of a file whose lines were looked at.
@@ -170,7 +188,21 @@ class Shell {
                         size_t& commands);
   Configuration readConfiguration(std::string const& name);
   void advance(double seconds);
+  /// Calls `f` with the command within one. Throws InputError when that is none.
+  template <class F>
+  auto withInner(Arguments const& given, F const& f);
+  /// The answer to it.
+  Answer answerToInner(Arguments const& given);
   Answer expect(Arguments const& given);
+  Answer expectContains(Arguments const& given);
+  Answer expectOneOf(Arguments const& given);
+  Answer expectDeath(Arguments const& given);
+  Answer expectStderr(Arguments const& given);
+  [[noreturn]] void expectationFailed(std::string const& how, nlohmann::json const& expected,
+                                      nlohmann::json const& found) const;
+  Answer setVariable(Arguments const& given, std::string const& value);
+  Answer reset();
+  void takeLog();
   static nlohmann::json expectedJson(std::string const& text);
   Answer measure(Arguments const& given);
   void print(Answer const& answer, std::string_view line);
@@ -185,7 +217,10 @@ class Shell {
   CommandTable table_;
   Pipeline pipeline_{table_};
   Changes changes_;
+  SlicedShow slicedShow_;
   Place place_;
+  /// Of the file that is read, or of the prompt.
+  Variables variables_;
   /// The line that is carried out, as it was typed.
   std::string_view source_;
   /// Files that were checked with one that is being loaded.

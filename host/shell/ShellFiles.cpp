@@ -32,30 +32,38 @@ std::filesystem::path Shell::inputPath(std::string const& name) const {
 std::span<std::string const> Shell::checkCommand(std::span<std::string const> words) const {
   Prepared const prepared = prepare(words);
   words = prepared.found.arguments.words;
-  if (words[0] == "expect") {
+  auto const& pattern = prepared.found.command->pattern;
+  if (words[0] == "expect" && pattern.text().ends_with("<JSON>")) {
     readingFrom(words.size() - 1, [&] { return expectedJson(words.back()); });
-    words = words.subspan(1, words.size() - 3);
-  } else if (words[0] == "brief" || words[0] == "measure") {
-    words = words.subspan(1);
-  } else {
-    return words;
   }
-  return readingFrom(1, [&] { return checkCommand(words); });
+  auto const inner = pattern.innerCommand(words);
+  if (inner.empty()) return words;
+  return readingFrom(static_cast<size_t>(inner.data() - words.data()),
+                     [&] { return checkCommand(inner); });
 }
 
 void Shell::checkLine(std::string_view line, bool missing, Checked& found) {
-  auto const words = splitWords(line);
-  if (words.empty()) return;
+  auto const known = wordsOf(line);
+  // A line with a value that is not known yet is looked at when it is carried out.
+  if (!known || known->empty()) {
+    if (!known) ++found.commands;
+    found.top.operatorOnly = found.top.operatorOnly && known;
+    return;
+  }
+  std::span<std::string const> const words(*known);
   auto const command = checkCommand(words);
   ++found.commands;
   bool const operators = command.size() == words.size() && isOperatorLine(words);
   found.top.operatorOnly = found.top.operatorOnly && operators;
   // Only a removal that gives its MAC may be refused.
   if (operators && words[0] == "no" && operatorLineOf(words).mac) found.top.mayBeRefused = true;
-  if (command.empty()) return;
   if (command[0] == "exit") found.exits = true;
-  if (command[0] == "load" && command.size() == 2)
+  if (words[0] == "set" && words.size() > 3) {
+    variables_.set(words[1], words[2] == "=" ? Variables::Value(words[3]) : std::nullopt);
+  }
+  if (command[0] == "load" && command.size() == 2) {
     checkNested(inputPath(command[1]), missing, found);
+  }
 }
 
 void Shell::checkNested(std::filesystem::path const& file, bool missing, Checked& found) {
@@ -76,7 +84,7 @@ void Shell::check(std::filesystem::path const& file, FileLines& lines, bool miss
   CheckedFile const outerFacts = std::exchange(found.top, {});
   found.top.written = std::filesystem::last_write_time(file, error);
   found.open.push_back(file);
-  Place const outer = std::exchange(place_, {file.string(), file.parent_path(), 0});
+  Inside const inside(*this, {file.string(), file.parent_path(), 0});
   std::string line;
   while (!found.exits && lines.next(line)) {
     ++place_.line;
@@ -89,7 +97,6 @@ void Shell::check(std::filesystem::path const& file, FileLines& lines, bool miss
       }
     }
   }
-  place_ = outer;
   found.open.pop_back();
   found.files[file] = found.top;
   if (!found.open.empty()) found.top = outerFacts;
@@ -109,7 +116,7 @@ void Shell::checkOperatorLines(FileLines& lines, std::string const& name) {
   lines.rewind();
   std::string line;
   for (size_t number = 1; lines.next(line); ++number) {
-    auto const words = splitWords(line);
+    auto const words = wordsOf(line).value();
     if (words.empty()) continue;
     auto const why = applyLine(operatorLineOf(words), configuration);
     if (!why.empty()) throw Failure(BadInput, LineError(name, number, line, InputError(why)));
@@ -201,10 +208,9 @@ Configuration Shell::readConfiguration(std::string const& name) {
   std::filesystem::path const file = inputPath(name);
   Configuration configuration;
   Checked found;
-  Place const outer = place_;
   try {
     FileLines lines(file, false);
-    place_ = {file.string(), file.parent_path(), 0};
+    Inside const inside(*this, {file.string(), file.parent_path(), 0});
     std::string line;
     while (lines.next(line)) {
       ++place_.line;
@@ -225,10 +231,8 @@ Configuration Shell::readConfiguration(std::string const& name) {
       }
     }
   } catch (InputError const& error) {
-    place_ = outer;
     throw InputError(excerpt(name) + ": " + error.what());
   }
-  place_ = outer;
   throwErrors(found);
   return configuration;
 }

@@ -60,20 +60,19 @@ void Shell::addLanguage() {
   add.emplace_back(
       "load --check <FILE>", "carry out nothing, but report every line of the file that is wrong",
       "load --check operator.cfg", [this](Arguments const& given) { return loadCheck(given); });
-  add.emplace_back("expect <COMMAND> == <JSON>",
-                   "carry out the command; the run fails unless it answers that",
-                   "expect dump capability == {\"overlaySrcMacRewriteSupported\": true}",
-                   [this](Arguments const& given) { return expect(given); });
+  addExpectations(add);
   add.emplace_back(
       "measure <COMMAND>", "carry out the command; seconds, and bytes by which the heap has grown",
       "measure load operator.cfg", [this](Arguments const& given) { return measure(given); });
   add.emplace_back("brief <COMMAND>", "carry out the command; only the first and last lines",
                    "brief show chip", [this](Arguments const& given) {
-                     Answer answer =
-                         readingFrom(1, [&] { return answerTo(given.words.subspan(1)); });
+                     Answer answer = answerToInner(given);
                      answer.text = shortened(answer.text);
                      return answer;
                    });
+  addVariables(add);
+  add.emplace_back("reset", "everything is as at the start, except for variables", "reset",
+                   [this](Arguments const&) { return reset(); });
   add.emplace_back("clock advance <N>", "the lab's clock advances by that many seconds",
                    "clock advance 60", [this](Arguments const& given) {
                      advance(static_cast<double>(given.number("advance")));
@@ -105,6 +104,45 @@ void Shell::addLanguage() {
   table_.add(std::move(group));
 }
 
+void Shell::addVariables(std::vector<Command>& add) {
+  add.emplace_back("set <NAME> = <VALUE>",
+                   "$NAME, or ${NAME}, in the words of later lines stands for the value",
+                   "set vlan = 1006",
+                   [this](Arguments const& given) { return setVariable(given, given.text("=")); });
+  add.emplace_back("set <NAME> from <COMMAND>", "the same, for the command's answer as JSON",
+                   "set before from dump chip", [this](Arguments const& given) {
+                     return setVariable(given, jsonText(answerToInner(given).json));
+                   });
+  add.emplace_back("show variables", "the variables and their values", "show variables",
+                   [this](Arguments const&) {
+                     nlohmann::json all = nlohmann::json::object();
+                     std::string text;
+                     for (auto const& [name, value] : variables_.values()) {
+                       all[name] = value.value();
+                       text += (text.empty() ? "" : "\n") + name + " = " + value.value();
+                     }
+                     return Answer(all, text);
+                   });
+}
+
+Answer Shell::setVariable(Arguments const& given, std::string const& value) {
+  std::string const name = given.text("set");
+  if (!Variables::isName(name)) {
+    throw InputError("expected a name of letters, digits and _, found " + excerpt(name),
+                     {1, std::nullopt, {"a name"}, name});
+  }
+  variables_.set(name, value);
+  return {};
+}
+
+Answer Shell::reset() {
+  changes_.reset();
+  slicedShow_.reset();
+  host_.reset();
+  takeLog();
+  return {};
+}
+
 void Shell::advance(double seconds) {
   double const end = host_.clock->now() + seconds;
   // What a window takes back is taken back at its own time.
@@ -116,30 +154,11 @@ void Shell::advance(double seconds) {
   host_.clock->nowIs(end);
 }
 
-nlohmann::json Shell::expectedJson(std::string const& text) {
-  nlohmann::json json = parsedJson(text);
-  if (json.is_discarded()) throw InputError("expected JSON after ==", {0, {}, {"JSON"}, text});
-  return json;
-}
-
-Answer Shell::expect(Arguments const& given) {
-  auto const words = given.words.subspan(1, given.words.size() - 3);
-  auto const expected =
-      readingFrom(given.words.size() - 1, [&] { return expectedJson(given.words.back()); });
-  nlohmann::json const found = readingFrom(1, [&] { return answerTo(words).json; });
-  if (found == expected) return {};
-  LineError error = errorHere("expectation failed\n  expected: " + jsonText(expected) +
-                              "\n  found:    " + jsonText(found));
-  error.expected = expected;
-  error.found = found;
-  throw Failure(ExpectationFailed, std::move(error));
-}
-
 Answer Shell::measure(Arguments const& given) {
   using Clock = std::chrono::steady_clock;
   std::int64_t const before = heapBytes();
   Clock::time_point const start = Clock::now();
-  Answer answer = readingFrom(1, [&] { return answerTo(given.words.subspan(1)); });
+  Answer answer = answerToInner(given);
   double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
   std::int64_t const bytes = heapBytes() - before;
   char text[64];

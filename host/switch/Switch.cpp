@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/switch/Switch.h"
 
+#include <memory>
 #include <utility>
 
 #include "framework/core/Fatal.h"
@@ -67,6 +68,24 @@ BfnDriver::TableDriver& Switch::chipDriver() {
 
 Switch::~Switch() {
   agentDel();
+}
+
+void Switch::reset() noexcept {
+  if (hardware_) {
+    auto& driver = hardware_->driver();
+    constexpr Kiv::U32 kOwnSession = ~Kiv::U32{0} - 1;
+    if (auto const table =
+            driver.open({kOwnSession, 0, {}, "", BfnChip::ChipModel::kRewriteTable})) {
+      driver.clear(*table);
+    }
+    driver.closeSession(kOwnSession);
+  }
+  Plugin plugin = plugin_;
+  SwitchTable table{std::move(hardware_), reconciler_.has_value()};
+  // In place, since everything around it refers to it. Where that fails, there is nothing to go on
+  // with.
+  std::destroy_at(this);
+  std::construct_at(this, std::move(plugin), std::move(table));
 }
 
 void Switch::mountAgain() {

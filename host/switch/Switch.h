@@ -50,6 +50,10 @@ class Switch {
 
   Plugin const& plugin() const { return plugin_; }
 
+  /// Everything is as after construction, with the same plug-in, and a table without rows. What
+  /// refers to this object stays valid; what it held is gone.
+  void reset() noexcept;
+
   // Bring-up.
 
   bool hasAgent() const { return agent_ != nullptr; }

@@ -24,7 +24,6 @@ except ImportError:
 
 # These need a terminal, a table in the kernel, or the process's end.
 ELSEWHERE = re.compile(r'terminal length|save-case|(no )?chip port|exit$')
-TAKES_COMMAND = ('expect ', 'brief ', 'measure ')
 
 
 def expression(form):
@@ -49,8 +48,8 @@ def expression(form):
 def command_of(line):
     """The line without what is expected of its answer, and without filters."""
     line = ' '.join(line.split())
-    if line.startswith('expect '):
-        line = line[len('expect '):].split(' == ')[0]
+    if line.startswith('expect ') and not line.startswith(('expect death ', 'expect stderr ')):
+        line = re.split(' == | contains | one of ', line[len('expect '):])[0]
     return line
 
 
