@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <pcap/pcap.h>
+#include <unistd.h>
+#include <zlib.h>
 
 namespace Host::Packets {
 
@@ -22,6 +24,38 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
 
 [[noreturn]] void fail(std::string const& name, std::string const& what) {
   throw CaptureError(name + ": " + what);
+}
+
+struct CloseCompressed {
+  void operator()(gzFile_s* file) const { gzclose_r(file); }
+};
+
+bool isCompressed(std::array<U8, 4> const& magic) {
+  return magic[0] == 0x1f && magic[1] == 0x8b;
+}
+
+// What a compressed file was, in a file without a name.
+File decompressed(std::string const& name, std::FILE* file) {
+  File plain(std::tmpfile());
+  int const copy = plain ? ::dup(::fileno(file)) : -1;
+  if (copy < 0) fail(name, std::string("cannot be decompressed: ") + std::strerror(errno));
+  ::lseek(copy, 0, SEEK_SET);
+  std::unique_ptr<gzFile_s, CloseCompressed> const in(gzdopen(copy, "rb"));
+  if (!in) fail(name, "cannot be decompressed: no memory");
+  char piece[1 << 16];
+  int count = 0;
+  while ((count = gzread(in.get(), piece, sizeof piece)) > 0) {
+    if (std::fwrite(piece, 1, static_cast<size_t>(count), plain.get()) !=
+        static_cast<size_t>(count)) {
+      fail(name, std::string("cannot be decompressed: ") + std::strerror(errno));
+    }
+  }
+  int error = Z_OK;
+  char const* const why = gzerror(in.get(), &error);
+  // A file that ends early is an error only of the buffer.
+  if (count < 0 || error != Z_OK) fail(name, std::string("expected a whole gzip file: ") + why);
+  std::rewind(plain.get());
+  return plain;
 }
 
 std::string recordName(Kiv::U64 number) {
@@ -50,8 +84,14 @@ CaptureReader::CaptureReader(std::filesystem::path const& path) : name_(path.str
     fail(name_, std::string("expected a capture file that can be read: ") + std::strerror(errno));
   }
   std::array<U8, 4> magic{};
-  if (std::fread(magic.data(), 1, magic.size(), file.get()) != magic.size()) {
+  auto const readMagic = [&] {
+    if (std::fread(magic.data(), 1, magic.size(), file.get()) == magic.size()) return;
     fail(name_, "expected a capture file, ends before its header");
+  };
+  readMagic();
+  if (isCompressed(magic)) {
+    file = decompressed(name_, file.get());
+    readMagic();
   }
   if (std::fseek(file.get(), 0, SEEK_SET) != 0) {
     fail(name_, "expected a capture file that can be read from its start again, as a pipe cannot");

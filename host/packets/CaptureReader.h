@@ -13,7 +13,8 @@ struct pcap;
 
 namespace Host::Packets {
 
-/// Reads a capture file (pcap or pcapng) of Ethernet frames, one after another, through libpcap.
+/// Reads a capture file (pcap or pcapng) of Ethernet frames, one after another, through libpcap. A
+/// file that gzip has compressed is read as what it was.
 ///
 ///   CaptureReader reader("in.pcap");
 ///   while (auto const frame = reader.next()) use(frame->bytes);

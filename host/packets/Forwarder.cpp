@@ -63,6 +63,24 @@ Verdict verdictByProtocol(Frame const& frame, Bytes bytes, size_t wireLength) {
   }
 }
 
+bool isLinkLocal(Frame const& frame) {
+  constexpr MacBytes kReserved{0x01, 0x80, 0xc2, 0x00, 0x00, 0x00};
+  MacBytes block = frame.ethernet.destination;
+  block[5] &= 0xf0;
+  if (block == kReserved) return true;
+  if (!frame.ipv4) return false;
+  AddressBytes const& to = frame.ipv4->destination;
+  return to[0] == 224 && to[1] == 0 && to[2] == 0;
+}
+
+// DSCP and ECN of the packet in a frame; 0 where there are none.
+Kiv::U8 typeOfServiceOf(Frame const& frame, Bytes bytes) {
+  if (frame.doubleTagged) return 0;
+  if (frame.ipv4) return frame.ipv4->typeOfService;
+  bool const ipv6 = frame.etherType == EtherType::kIpv6 && bytes.size() >= frame.payloadAt + 2;
+  return ipv6 ? static_cast<Kiv::U8>(load16(bytes, frame.payloadAt) >> 4 & 0xff) : Kiv::U8{0};
+}
+
 }  // namespace
 
 U64 ForwardTotals::forwarded() const {
@@ -108,6 +126,8 @@ ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes, 
     result.verdict = Verdict::TooLong;
   } else if (!result.vlan) {
     result.verdict = Verdict::ReservedVlan;
+  } else if (config_.dropLinkLocal && isLinkLocal(*frame)) {
+    result.verdict = Verdict::LinkLocal;
   } else {
     result.verdict = verdictByProtocol(*frame, bytes, wireLength);
   }
@@ -115,9 +135,14 @@ ForwardedFrame Forwarder::judge(std::optional<Frame> const& frame, Bytes bytes, 
 }
 
 void Forwarder::send(Frame const& frame, Bytes bytes, size_t wireLength, ForwardedFrame& result) {
-  MutableBytes const packet = MutableBytes(packet_).first(VxlanTunnel::kOverhead + bytes.size());
+  // A tag is between the MACs and the type of what it tags.
+  constexpr size_t kMacs = 2 * sizeof(MacBytes);
+  size_t const stripped = config_.stripTag && frame.tag ? VlanTag::kSize : 0;
+  size_t const length = bytes.size() - stripped;
+  MutableBytes const packet = MutableBytes(packet_).first(VxlanTunnel::kOverhead + length);
   MutableBytes const inner = packet.subspan(VxlanTunnel::kOverhead);
-  std::memcpy(inner.data(), bytes.data(), bytes.size());
+  std::memcpy(inner.data(), bytes.data(), kMacs);
+  std::memcpy(inner.data() + kMacs, bytes.data() + kMacs + stripped, length - kMacs);
 
   result.macAfter = result.macBefore;
   if (result.verdict == Verdict::NoRow) {
@@ -131,9 +156,10 @@ void Forwarder::send(Frame const& frame, Bytes bytes, size_t wireLength, Forward
     }
   }
   // Of the frame as it came: a flow keeps its path when a row for it comes or goes.
-  tunnel_.encapsulate(*result.vlan, flowHash(frame, bytes), packet, wireLength);
+  tunnel_.encapsulate(*result.vlan, flowHash(frame, bytes), packet, wireLength - stripped,
+                      config_.carryTypeOfService ? typeOfServiceOf(frame, bytes) : Kiv::U8{0});
   result.packet = packet;
-  result.packetWireLength = VxlanTunnel::kOverhead + wireLength;
+  result.packetWireLength = VxlanTunnel::kOverhead + wireLength - stripped;
   totals_.bytesOut += packet.size();
   countKinds(frame, wireLength);
 }

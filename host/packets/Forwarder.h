@@ -25,6 +25,14 @@ struct ForwarderConfig {
   /// Forwards a frame of which the capture kept a part by the headers that it kept, instead of
   /// dropping it. Lengths are those on the wire; a frame whose headers are cut is still dropped.
   bool judgeTruncated = false;
+  /// Takes the tag off a frame before it is encapsulated, as RFC 7348 has it; of two, the outer
+  /// one.
+  bool stripTag = false;
+  /// Gives the outer header the DSCP and the ECN of the packet within, as RFC 6040 has it.
+  bool carryTypeOfService = false;
+  /// Drops multicast that does not leave its link: to the MACs 01:80:c2:00:00:00 to :0f, and IPv4
+  /// to 224.0.0.0/24. Neighbour discovery of IPv6, which a VXLAN has to carry, is none of it.
+  bool dropLinkLocal = false;
   TunnelConfig tunnel;
 };
 
@@ -77,6 +85,8 @@ struct ForwardTotals {
 ///   ends inside its Ethernet header or its tag                  dropped: TooShort
 ///   is longer than maxFrame                                     dropped: TooLong
 ///   has VLAN 4095                                               dropped: ReservedVlan
+///   is link-local multicast                                     dropped: LinkLocal (see
+///                                                               ForwarderConfig::dropLinkLocal)
 ///   has a second tag (0x8100 or 0x88a8 after such a tag)        forwarded: DoubleTagged; in the
 ///                                                               VLAN of the outer tag, no look-up
 ///   is ARP, IPv6, anything other than IPv4                      forwarded, no look-up

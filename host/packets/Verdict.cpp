@@ -33,6 +33,8 @@ std::string_view text(Verdict verdict) {
       return "IPv4 cut short";
     case Verdict::BadIpv4Checksum:
       return "bad IPv4 checksum";
+    case Verdict::LinkLocal:
+      return "link-local multicast";
   }
   return "unknown";
 }

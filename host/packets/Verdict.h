@@ -26,9 +26,10 @@ enum class Verdict : Kiv::U8 {
   BadIpv4Header,
   Ipv4CutShort,
   BadIpv4Checksum,
+  LinkLocal,  ///< multicast that does not leave its link
 };
 
-inline constexpr size_t kVerdicts = 14;
+inline constexpr size_t kVerdicts = 15;
 
 constexpr bool isForwarded(Verdict verdict) {
   return verdict < Verdict::TooShort;

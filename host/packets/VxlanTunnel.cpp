@@ -28,6 +28,7 @@ VxlanTunnel::VxlanTunnel(TunnelConfig const& config) : config_(config) {
   EthernetHeader{config.destinationMac, config.sourceMac, EtherType::kIpv4}.write(headers);
   Ipv4Header ipv4;
   ipv4.flagsAndOffset = Ipv4Header::kDontFragment;
+  ipv4.timeToLive = config.timeToLive;
   ipv4.protocol = IpProtocol::kUdp;
   ipv4.source = config.source;
   ipv4.destination = config.destination;
@@ -35,14 +36,15 @@ VxlanTunnel::VxlanTunnel(TunnelConfig const& config) : config_(config) {
   UdpHeader{0, VxlanHeader::kPort, 0, 0}.write(headers.subspan(kUdpAt));
 }
 
-void VxlanTunnel::encapsulate(U16 vlan, U32 flowHash, MutableBytes packet,
-                              size_t innerLength) const {
+void VxlanTunnel::encapsulate(U16 vlan, U32 flowHash, MutableBytes packet, size_t innerLength,
+                              Kiv::U8 typeOfService) const {
   KIV_CHECK(packet.size() > kOverhead && packet.size() - kOverhead <= innerLength &&
                 innerLength <= kMaxInner,
             packet.size(), " ", innerLength);
   std::ranges::copy(headers_, packet.begin());
 
   MutableBytes const ipv4 = packet.subspan(kIpv4At);
+  ipv4[1] = typeOfService;
   store16(ipv4, 2, static_cast<U16>(kOverhead - kIpv4At + innerLength));
   ipv4ChecksumIs(ipv4);
 

@@ -20,12 +20,14 @@ struct TunnelConfig {
   AddressBytes destination{192, 0, 2, 2};
   /// The VNI of a VLAN is this plus the VLAN: VLAN 100 travels in VNI 10100.
   Kiv::U32 vniBase = 10'000;
-  /// Whether the outer UDP checksum is computed. Off, it is 0: none, which VXLAN over IPv4 allows.
+  /// Whether the outer UDP checksum is computed. Off, it is 0: none, as RFC 7348 has it.
   bool udpChecksum = true;
+  /// Of the outer IPv4 header.
+  Kiv::U8 timeToLive = 64;
 };
 
-/// Puts frames into VXLAN packets: outer Ethernet, IPv4 (no fragmenting, identification 0, time to
-/// live 64), UDP to port 4789, VXLAN.
+/// Puts frames into VXLAN packets: outer Ethernet, IPv4 (no fragmenting, identification 0), UDP to
+/// port 4789, VXLAN.
 ///
 /// The outer source port comes from the flow's hash, in 49152..65535, so that the underlay spreads
 /// flows and keeps the order inside each. Costs no allocation.
@@ -47,8 +49,9 @@ class VxlanTunnel {
   /// Writes the outer headers into the first kOverhead bytes of `packet`; what follows them is the
   /// inner frame, of 1 to kMaxInner bytes, which stays as it is. `innerLength` is the length of the
   /// inner frame on the wire: more than is there when a capture cut it, and then the packet has no
-  /// UDP checksum.
-  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet, size_t innerLength) const;
+  /// UDP checksum. `typeOfService`: DSCP and ECN of the outer IPv4 header.
+  void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet, size_t innerLength,
+                   Kiv::U8 typeOfService = 0) const;
   void encapsulate(Kiv::U16 vlan, Kiv::U32 flowHash, MutableBytes packet) const {
     encapsulate(vlan, flowHash, packet, packet.size() - kOverhead);
   }

@@ -150,6 +150,16 @@ TEST_F(ProgramTest, WhatTheKernelsTableLacksIsOneLineAndStatusThree) {
   EXPECT_THAT(contents(folder / "err"), MatchesRegex("macrewrite-lab: [^\n]+\n"));
 }
 
+TEST_F(ProgramTest, ACaptureMayComeFromStandardInput) {
+  std::string const capture = SOURCE_DIR "/examples/leaf1/hosts.pcap";
+  EXPECT_EQ(run("-c 'packets " + capture + " file.pcap'"), 0);
+  EXPECT_EQ(run("-c 'packets --from - input.pcap' -c 'trace packet 1'", contents(capture)), 0);
+  EXPECT_THAT(out, HasSubstr("\nframe 1, "));
+  EXPECT_EQ(contents(folder / "input.pcap"), contents(folder / "file.pcap"));
+  EXPECT_EQ(run("-c 'packets --from - input.pcap'", "no capture"), 2);
+  EXPECT_THAT(err, StartsWith("prompt:1: error: standard input: expected a capture file"));
+}
+
 TEST_F(ProgramTest, HelpHasEveryOptionAndExamples) {
   EXPECT_EQ(run("--help"), 0);
   for (char const* const option :

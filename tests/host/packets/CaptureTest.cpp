@@ -5,6 +5,7 @@
 #include <string>
 #include <unistd.h>
 #include <vector>
+#include <zlib.h>
 
 #include "host/packets/CaptureReader.h"
 #include "host/packets/CaptureWriter.h"
@@ -44,6 +45,45 @@ class CaptureTest : public testing::Test {
   std::filesystem::path const path = folder / "some.pcap";
   int frames = 0;
 };
+
+// kHeader and kRecord as gzip compresses them.
+Buffer compressed(Buffer const& bytes) {
+  Buffer packed(bytes.size() + 100);
+  z_stream stream{};
+  constexpr int kGzip = 15 + 16;
+  EXPECT_EQ(deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, kGzip, 8, Z_DEFAULT_STRATEGY), Z_OK);
+  stream.next_in = const_cast<Kiv::U8*>(bytes.data());
+  stream.avail_in = static_cast<unsigned>(bytes.size());
+  stream.next_out = packed.data();
+  stream.avail_out = static_cast<unsigned>(packed.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  packed.resize(stream.total_out);
+  deflateEnd(&stream);
+  return packed;
+}
+
+TEST_F(CaptureTest, ReadsACompressedFileAsWhatItWas) {
+  fileIs(path, compressed(BfnTest::joined({kHeader, kRecord, kRecord})));
+  CaptureReader reader(path);
+  EXPECT_EQ(reader.timeUnit(), TimeUnit::Microseconds);
+  auto const frame = reader.next();
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(Buffer(frame->bytes.begin(), frame->bytes.end()), hex("deadbeef"));
+  EXPECT_TRUE(reader.next());
+  EXPECT_FALSE(reader.next());
+}
+
+TEST_F(CaptureTest, ACompressedFileThatIsCutOrBrokenIsRefused) {
+  Buffer whole = compressed(BfnTest::joined({kHeader, kRecord}));
+  for (size_t size = 4; size < whole.size(); ++size) {
+    EXPECT_NE(failureOf(Buffer(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))),
+              "no failure")
+        << size;
+  }
+  whole[whole.size() - 8] ^= 1;  // of the checksum
+  EXPECT_THAT(failureOf(whole), HasSubstr("expected a whole gzip file"));
+  EXPECT_THAT(failureOf(compressed(hex("0102"))), HasSubstr("ends before its header"));
+}
 
 TEST_F(CaptureTest, ReadsARecordFromTheBytesOfAFile) {
   fileIs(path, BfnTest::joined({kHeader, kRecord}));

@@ -356,4 +356,84 @@ TEST_F(ForwarderTest, CutFramesAreDroppedUnlessTheyAreToBeJudged) {
   EXPECT_EQ(forwarder().forward(Bytes(frame).first(96), frame.size()).verdict, Verdict::Truncated);
 }
 
+// Frames as RFC 7348 has them have no tag within.
+TEST_F(ForwarderTest, TheTagIsStrippedWhenThatIsAskedFor) {
+  config.stripTag = true;
+  Buffer const plain = udpFrame();
+  ForwardedFrame const result = forwarder().forward(tagged(100, plain));
+  auto const read = readVxlan(result.packet);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->vxlan.vni, 10'100u);
+  Buffer wanted = plain;
+  storeBytes(wanted, EthernetHeader::kSourceAt, kRowMac);
+  EXPECT_EQ(Buffer(read->inner.begin(), read->inner.end()), wanted);
+  EXPECT_EQ(result.packetWireLength, result.packet.size());
+
+  ForwardedFrame const twice = forwarder().forward(tagged(100, tagged(200, plain)));
+  auto const inner = readVxlan(twice.packet);
+  ASSERT_TRUE(inner);
+  EXPECT_EQ(Buffer(inner->inner.begin(), inner->inner.end()), tagged(200, plain))
+      << "of two tags the outer one";
+}
+
+TEST_F(ForwarderTest, ACutFrameIsStrippedToo) {
+  config.stripTag = true;
+  config.judgeTruncated = true;
+  Buffer const frame = tagged(100, udpFrame(100));
+  ForwardedFrame const result = forwarder().forward(Bytes(frame).first(60), frame.size());
+  EXPECT_EQ(result.packet.size(), VxlanTunnel::kOverhead + 56);
+  EXPECT_EQ(result.packetWireLength, VxlanTunnel::kOverhead + frame.size() - 4);
+}
+
+TEST_F(ForwarderTest, DscpAndEcnAreThoseOfThePacketWithinWhenThatIsAskedFor) {
+  Ipv4Header header;
+  header.typeOfService = 0xb9;
+  Buffer const packet = ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(20), header));
+  Buffer ipv6 = counting(40);
+  ipv6[0] = 0x6b;
+  ipv6[1] = 0x90;
+  config.carryTypeOfService = true;
+  auto const outer = [&](Buffer const& frame) {
+    return readVxlan(forwarder().forward(frame).packet).value().ipv4.typeOfService;
+  };
+  EXPECT_EQ(outer(packet), 0xb9);
+  EXPECT_EQ(outer(tagged(100, packet)), 0xb9);
+  EXPECT_EQ(outer(ethernet(EtherType::kIpv6, ipv6)), 0xb9);
+  EXPECT_EQ(outer(ethernet(EtherType::kIpv6, {})), 0);
+  EXPECT_EQ(outer(ethernet(EtherType::kArp, counting(28))), 0);
+  EXPECT_EQ(outer(tagged(100, tagged(200, packet))), 0);
+
+  Forwarder usual(chip);
+  EXPECT_EQ(readVxlan(usual.forward(packet).packet)->ipv4.typeOfService, 0);
+}
+
+TEST_F(ForwarderTest, LinkLocalMulticastIsDroppedWhenThatIsAskedFor) {
+  auto const to = [](AddressBytes const& address) {
+    Buffer packet = BfnTest::ipv4(counting(20));
+    storeBytes(packet, 16, address);
+    ipv4ChecksumIs(packet);
+    return ethernet(EtherType::kIpv4, packet);
+  };
+  Buffer const hello = to({224, 0, 0, 5});
+  Buffer const other = to({224, 0, 1, 5});
+  Buffer bridge = ethernet(0x88cc, counting(40));
+  storeBytes(bridge, 0, MacBytes{0x01, 0x80, 0xc2, 0, 0, 0x0e});
+  Buffer next = bridge;
+  next[5] = 0x10;
+  Forwarder usual(chip);
+  EXPECT_NE(usual.forward(hello).verdict, Verdict::LinkLocal);
+  config.dropLinkLocal = true;
+  EXPECT_EQ(verdict(hello), Verdict::LinkLocal);
+  EXPECT_EQ(verdict(tagged(100, hello)), Verdict::LinkLocal);
+  EXPECT_EQ(verdict(bridge), Verdict::LinkLocal);
+  EXPECT_NE(verdict(other), Verdict::LinkLocal);
+  EXPECT_NE(verdict(next), Verdict::LinkLocal);
+  EXPECT_EQ(totals().dropped(), 3u);
+}
+
+TEST_F(ForwarderTest, TheOuterTimeToLiveIsTheTunnels) {
+  config.tunnel.timeToLive = 7;
+  EXPECT_EQ(readVxlan(forward(udpFrame()).packet)->ipv4.timeToLive, 7);
+}
+
 }  // namespace

@@ -41,7 +41,9 @@ class MutatedFrames : public testing::Test {
               tagged(100, ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(9), {}, Buffer(8, 1)))),
               ethernet(EtherType::kIpv4, BfnTest::ipv4(counting(48), fragment)),
               ethernet(EtherType::kIpv6, counting(60)),
-              ethernet(EtherType::kArp, counting(28))};
+              ethernet(EtherType::kArp, counting(28)),
+              ethernet(0x88cc, counting(46))};
+    storeBytes(frames.back(), 0, MacBytes{0x01, 0x80, 0xc2, 0, 0, 0x0e});
   }
 
   size_t below(size_t limit) {
@@ -75,7 +77,13 @@ class MutatedFrames : public testing::Test {
 };
 
 TEST_F(MutatedFrames, LeaveWholeOrAreDroppedForAReason) {
-  Forwarder forwarder(chip);
+  ForwarderConfig config;
+  config.dropLinkLocal = true;
+  Forwarder forwarder(chip, config);
+  config.stripTag = true;
+  config.carryTypeOfService = true;
+  config.judgeTruncated = true;
+  Forwarder withOptions(chip, config);
   Kiv::U64 bytesOut = 0;
   for (int i = 0; i < 100'000; ++i) {
     Buffer frame = frames[below(frames.size())];
@@ -84,7 +92,11 @@ TEST_F(MutatedFrames, LeaveWholeOrAreDroppedForAReason) {
     size_t const wireLength = frame.size() + (below(8) == 0 ? below(100) : 0);
     ForwardedFrame const result = forwarder.forward(frame, wireLength);
     ASSERT_EQ(isForwarded(result.verdict), !result.packet.empty());
+    ForwardedFrame const other = withOptions.forward(frame, wireLength);
+    ASSERT_EQ(isForwarded(other.verdict), !other.packet.empty());
     if (result.packet.empty()) continue;
+    bool const stripped = readFrame(frame)->tag.has_value();
+    ASSERT_EQ(other.packet.size() + (stripped ? VlanTag::kSize : 0), result.packet.size());
     bytesOut += result.packet.size();
     auto const read = readVxlan(result.packet);
     ASSERT_TRUE(read);
