@@ -25,6 +25,7 @@ option(BFN_FUZZ "Build the fuzz targets with libFuzzer; needs clang++" OFF)
 option(BFN_BUILD_BENCH "Build the benchmarks" OFF)
 option(BFN_CHECK_HEADERS "Compile every header alone, as part of the build" OFF)
 option(BFN_PRECOMPILE "Precompile the test framework's headers" ON)
+option(BFN_BATCHES "Compile up to 16 sources of a product's library in one unit" OFF)
 option(BFN_SUITE_PROCESSES "One process a test suite, not one a test" OFF)
 
 find_program(CCACHE_PROGRAM ccache)

@@ -20,7 +20,7 @@ function(add_fuzz_target name source)
     set(found ${CMAKE_BINARY_DIR}/found/${name})
     file(MAKE_DIRECTORY ${found})
     add_test(NAME Fuzz.${name}
-             COMMAND ${name} -seed=1 -runs=100000 -max_total_time=20 ${found} ${corpus})
+             COMMAND ${name} -seed=1 -runs=100000 -max_total_time=5 ${found} ${corpus})
   else()
     target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/fuzz/Replay.cpp)
     add_test(NAME Fuzz.${name} COMMAND ${name} ${corpus})

@@ -2,7 +2,8 @@
 # Every header compiles alone. One translation unit is written for each header below the given
 # folders, with nothing in it but that header, so that one which forgets an include of its own fails
 # the build. New headers are found by themselves. A header that is the first include of its own
-# source file is compiled alone already, since nothing is precompiled for a product's sources.
+# source file is compiled alone already, since nothing is precompiled for a product's sources, and the release
+# tree compiles each by itself.
 
 # bfn_check_headers(FOLDERS...): adds the target `header_check` to the build.
 function(bfn_check_headers)
@@ -27,5 +28,6 @@ function(bfn_check_headers)
     message(FATAL_ERROR "No header found below: ${ARGN}")
   endif()
   add_library(header_check OBJECT ${units})
+  set_target_properties(header_check PROPERTIES UNITY_BUILD OFF)
   target_compile_options(header_check PRIVATE -O0 -g0 -fno-sanitize=all)
 endfunction()

@@ -9,19 +9,19 @@ namespace Pex {
 
 namespace {
 
-constexpr char kType[] = "Pex::VrfAndIpAddr";
+constexpr char kVrfAndIpAddr[] = "Pex::VrfAndIpAddr";
 
 }  // namespace
 
 VrfAndIpAddr::VrfAndIpAddr(Kiv::String::Iterator& it, Kiv::String::Iterator const& end) {
-  Kiv::StrepReader in(it, end, kType);
+  Kiv::StrepReader in(it, end, kVrfAndIpAddr);
   vrfId_ = in.field<VrfId>("vrfId");
   ipAddr_ = in.field<Ovra::IpAddr>("ipAddr");
   in.close();
 }
 
 Kiv::String VrfAndIpAddr::valueToStrep() const {
-  return Kiv::StrepWriter(kType).field("vrfId", vrfId_).field("ipAddr", ipAddr_).close();
+  return Kiv::StrepWriter(kVrfAndIpAddr).field("vrfId", vrfId_).field("ipAddr", ipAddr_).close();
 }
 
 std::ostream& operator<<(std::ostream& stream, VrfAndIpAddr const& value) {

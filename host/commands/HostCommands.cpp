@@ -177,10 +177,6 @@ void const* partId(Switch const& host, std::string_view part) {
   return host.part(part).get();
 }
 
-std::string counted(size_t count, std::string const& what) {
-  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
-}
-
 Answer initTables(Switch& host, Arguments const& given) {
   constexpr char kManager[] = "overlaySrcMacRewriteManager";
   void const* const before = partId(host, kManager);
@@ -438,6 +434,10 @@ void addBringUp(CommandGroup& group, Switch& host) {
 }
 
 }  // namespace
+
+std::string counted(size_t count, std::string const& what) {
+  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
 
 CommandGroup hostCommands(Switch& host) {
   CommandGroup group{"host agent", {}};

@@ -20,7 +20,7 @@ Pex::VrfId vrfIdOf(Arguments const& given) {
   return Pex::VrfId(static_cast<U32>(given.number("vrf-id")));
 }
 
-Object needed(Object object, char const* what) {
+Object present(Object object, char const* what) {
   if (!object) throw InputError(std::string("there is no ") + what);
   return object;
 }
@@ -37,7 +37,7 @@ void renotify(Object const& object, std::string_view attribute, void const* key 
 // The member of a collection under its key.
 Object member(Object const& object, std::string_view attribute, Kiv::GenericValue const& key,
               char const* what) {
-  return needed(getObject(object, attribute, {key}), what);
+  return present(getObject(object, attribute, {key}), what);
 }
 
 /// Puts another object, which is made from its key and then filled, in the place of the one under
@@ -56,22 +56,22 @@ void another(Object const& owner, std::string_view attribute, Kiv::GenericValue 
 
 // --- Notifications without a change
 
-Object l3Status(Switch const& host) {
-  return needed(host.l3Status(), "l3-status");
+Object l3StatusObject(Switch const& host) {
+  return present(host.l3Status(), "l3-status");
 }
-Object agentStatus(Switch const& host) {
-  return needed(host.agentStatus(), "agent-status");
+Object agentStatusObject(Switch const& host) {
+  return present(host.agentStatus(), "agent-status");
 }
-Object agentConfig(Switch const& host) {
-  return needed(host.agentConfig(), "agent-config");
+Object agentConfigObject(Switch const& host) {
+  return present(host.agentConfig(), "agent-config");
 }
-Object routes(Switch const& host) {
-  return needed(host.routeStatus, "route-status");
+Object routeObject(Switch const& host) {
+  return present(host.routeStatus, "route-status");
 }
 
 Answer renotifyLine(Switch& host, Arguments const& given) {
   // The plug-in watches what it has mounted, which is not the object that the operator writes.
-  Object const mounted = needed(getObject(host.mount(), "bfnMacRewriteCliConfig"), "cli-config");
+  Object const mounted = present(getObject(host.mount(), "bfnMacRewriteCliConfig"), "cli-config");
   BfnMacRewrite::Input::VrfNameAndIp const key(L3::VrfName(given.text("vrf")), given.ip("src-ip"));
   renotify(mounted, "overlaySrcMacRewriteEntry", &key);
   return {};
@@ -79,11 +79,11 @@ Answer renotifyLine(Switch& host, Arguments const& given) {
 
 Answer renotifyRoutingStatus(Switch& host, Arguments const& given) {
   auto const all = host.routingStatus(given.text("port"));
-  needed(all, "such input");
+  present(all, "such input");
   Pex::PortVlanPair const key(Ovra::IntfId(given.text("<INTF>")),
                               static_cast<U16>(given.number("key-vlan")));
   Object const status(all->l3IntfRoutingStatus(key));
-  renotify(needed(status, "such routing status"),
+  renotify(present(status, "such routing status"),
            given.text("attribute") == "vlan" ? "vlanId" : "vrfId");
   return {};
 }
@@ -91,24 +91,24 @@ Answer renotifyRoutingStatus(Switch& host, Arguments const& given) {
 Answer renotifyRoute(Switch& host, Arguments const& given) {
   L3::VrfName const name(given.text("vrf"));
   if (!given.has("attribute")) {
-    renotify(routes(host), "vrfStatus", &name);
+    renotify(routeObject(host), "vrfStatus", &name);
     return {};
   }
-  Object const status = member(routes(host), "vrfStatus", Kiv::valueToStrep(name), "such VRF");
+  Object const status = member(routeObject(host), "vrfStatus", Kiv::valueToStrep(name), "such VRF");
   renotify(status, given.text("attribute") == "vrf-id" ? "vrfId" : "fwdVlanId");
   return {};
 }
 
 Answer renotifyAddress(Switch& host, Arguments const& given) {
-  Object const addresses =
-      member(agentStatus(host), "vrfStatus", Kiv::valueToStrep(vrfIdOf(given)), "such record");
+  Object const addresses = member(agentStatusObject(host), "vrfStatus",
+                                  Kiv::valueToStrep(vrfIdOf(given)), "such record");
   Ovra::IpAddr const ip = given.ip("address");
   renotify(addresses, "ipAndIntfId", &ip);
   return {};
 }
 
 Answer renotifyMac(Switch& host, Arguments const& given) {
-  Object const macs = member(agentConfig(host), "overlaySrcMacRewrite",
+  Object const macs = member(agentConfigObject(host), "overlaySrcMacRewrite",
                              Kiv::valueToStrep(vrfIdOf(given)), "such record");
   Ovra::IpAddr const ip = given.ip("mac");
   renotify(macs, "ipAndMac", &ip);
@@ -134,13 +134,13 @@ void addNotifications(Add const& add) {
   add("host renotify vrf-name <VRF>", "a notification of the name's id without a change",
       "host renotify vrf-name red", [](Switch& of, Arguments const& given) {
         L3::VrfName const name(given.text("vrf-name"));
-        renotify(l3Status(of), "vrfNameToId", &name);
+        renotify(l3StatusObject(of), "vrfNameToId", &name);
         return Answer();
       });
   add("host renotify vrf-id <N>", "the same of the id's name", "host renotify vrf-id 7",
       [](Switch& of, Arguments const& given) {
         Pex::VrfId const id = vrfIdOf(given);
-        renotify(l3Status(of), "vrfName", &id);
+        renotify(l3StatusObject(of), "vrfName", &id);
         return Answer();
       });
   add("host renotify address <IP> vrf-id <N>", "the same of an address",
@@ -148,7 +148,7 @@ void addNotifications(Add const& add) {
   add("host renotify addresses vrf-id <N>", "the same of the whole record of a VRF's addresses",
       "host renotify addresses vrf-id 7", [](Switch& of, Arguments const& given) {
         Pex::VrfId const id = vrfIdOf(given);
-        renotify(agentStatus(of), "vrfStatus", &id);
+        renotify(agentStatusObject(of), "vrfStatus", &id);
         return Answer();
       });
   add("host renotify mac <IP> vrf-id <N>", "the same of a translated line",
@@ -156,7 +156,7 @@ void addNotifications(Add const& add) {
   add("host renotify macs vrf-id <N>", "the same of the whole record of a VRF's lines",
       "host renotify macs vrf-id 7", [](Switch& of, Arguments const& given) {
         Pex::VrfId const id = vrfIdOf(given);
-        renotify(agentConfig(of), "overlaySrcMacRewrite", &id);
+        renotify(agentConfigObject(of), "overlaySrcMacRewrite", &id);
         return Answer();
       });
   add("host renotify line vrf <VRF> src-ip <IP>", "the same of one of the operator's lines",
@@ -172,7 +172,7 @@ void addNotifications(Add const& add) {
       });
   add("host renotify capability", "the same of the capability", "host renotify capability",
       [](Switch& of, Arguments const&) {
-        renotify(needed(of.capability(), "capability"), "overlaySrcMacRewriteSupported");
+        renotify(present(of.capability(), "capability"), "overlaySrcMacRewriteSupported");
         return Answer();
       });
   add("host renotify init-tables|start|profile-name|profile-entry",
@@ -184,7 +184,7 @@ void addNotifications(Add const& add) {
 
 Answer anotherRoute(Switch& host, Arguments const& given) {
   L3::VrfName const name(given.text("vrf"));
-  another(routes(host), "vrfStatus", Kiv::valueToStrep(name), [&](Object const& made) {
+  another(routeObject(host), "vrfStatus", Kiv::valueToStrep(name), [&](Object const& made) {
     auto const status = Kiv::ptrCast<Routing::Hardware::VrfStatus>(made);
     status->vrfIdIs(static_cast<U32>(given.number("vrf-id")));
     status->fwdVlanIdIs(static_cast<U32>(given.number("forwarding-vlan")));
@@ -200,13 +200,13 @@ void addOthers(Add const& add) {
   add("host another addresses vrf-id <N>",
       "another record of the VRF's addresses, empty, in the place of the present one",
       "host another addresses vrf-id 7", [](Switch& of, Arguments const& given) {
-        another(agentStatus(of), "vrfStatus", Kiv::valueToStrep(vrfIdOf(given)));
+        another(agentStatusObject(of), "vrfStatus", Kiv::valueToStrep(vrfIdOf(given)));
         return Answer();
       });
   add("host another macs vrf-id <N>",
       "another record of the VRF's translated lines, empty, in the place of the present one",
       "host another macs vrf-id 7", [](Switch& of, Arguments const& given) {
-        another(agentConfig(of), "overlaySrcMacRewrite", Kiv::valueToStrep(vrfIdOf(given)));
+        another(agentConfigObject(of), "overlaySrcMacRewrite", Kiv::valueToStrep(vrfIdOf(given)));
         return Answer();
       });
   add("host another profile <NAME>",

@@ -28,10 +28,6 @@ Answer showChip(Switch& host) {
   return {rows, text};
 }
 
-std::string counted(size_t count, std::string const& what) {
-  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
-}
-
 // A row's VLAN and address in columns, or what is above them.
 std::string rowColumns(nlohmann::json const& row) {
   char line[64];

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <optional>
 
+#include "host/commands/Commands.h"
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
 #include "host/shell/Interrupt.h"
@@ -14,10 +15,6 @@ namespace {
 
 // A file with more errors is not worth a longer list.
 constexpr size_t kMostErrors = 100;
-
-std::string counted(size_t count, std::string const& what) {
-  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
-}
 
 }  // namespace
 
