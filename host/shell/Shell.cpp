@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/shell/Shell.h"
 
+#include <algorithm>
 #include <istream>
+#include <iterator>
 #include <optional>
 #include <ostream>
 #include <utility>
@@ -202,11 +204,33 @@ std::optional<std::vector<std::string>> Shell::wordsOf(std::string_view line) co
   return variables_.replacedIn(lineWords(line));
 }
 
+std::string Shell::recordedLine(std::vector<std::string> words) const {
+  // These name no files, and there are many of them.
+  constexpr std::string_view kWithoutFiles[] = {"vxlan", "no", "host", "chip"};
+  if (place_.folder.empty() ||
+      std::ranges::find(kWithoutFiles, words[0]) != std::end(kWithoutFiles)) {
+    return lineOf(words);
+  }
+  for (size_t at = 1; at < words.size() && words[at - 1] != "save"; ++at) {
+    auto const places = pipeline_.next(std::span(words).first(at));
+    bool const reads = std::ranges::any_of(places, [](CommandTable::Next const& next) {
+      return next.completion.slot == "FILE" || next.completion.slot == "IN.pcap";
+    });
+    std::error_code error;
+    std::filesystem::path const file = place_.folder / words[at];
+    // The saved line is not read in the folder of this file.
+    if (reads && std::filesystem::is_regular_file(file, error)) {
+      words[at] = std::filesystem::absolute(file).lexically_normal().string();
+    }
+  }
+  return lineOf(words);
+}
+
 bool Shell::carryOut(std::vector<std::string> const& words, std::string_view line) {
   if (words.empty()) return false;
   Prepared const prepared = prepare(words);
   bool const recorded = recorder_.line && words[0] != kLoad;
-  if (recorded) recorder_.line(lineOf(words));
+  if (recorded) recorder_.line(recordedLine(words));
   // With JSON answers, the line is in its answer.
   if (options_.echo && !options_.json) out_ << "> " << line << '\n';
   try {

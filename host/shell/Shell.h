@@ -142,6 +142,9 @@ class Shell {
   LineError errorHere(std::string const& what) const;
   /// The words with the values of variables; nothing when one is not known yet. Throws InputError.
   std::optional<std::vector<std::string>> wordsOf(std::string_view line) const;
+  /// The line of those words for the recorder: a file that it reads is named as it is found from
+  /// anywhere.
+  std::string recordedLine(std::vector<std::string> words) const;
   /// Whether there was a command. `line` is the words as they were typed.
   bool carryOut(std::vector<std::string> const& words, std::string_view line);
   /// A command and the filters of its answer. Valid as long as the words.

@@ -346,4 +346,34 @@ TEST_F(PromptTest, AnErrorShowsWhereInTheLineItIs) {
               HasSubstr("found x\r\n  host vrf 東京 id x\r\n                   ^\r\n"));
 }
 
+TEST_F(PromptTest, AnInterruptStopsALongAnswer) {
+  enter("terminal length 0");
+  enter("generate scale " + (folder / "scale").string() + " vrfs 1 rows 20000");
+  enter("load " + (folder / "scale" / "operator.cfg").string());
+  // The terminal takes no more until it is read.
+  type("show running-config\r", "src-ip 10.0.0.100 ");
+  send(kInterrupt);
+  std::string const shown = wait("\nlab> ");
+  EXPECT_THAT(shown, Not(HasSubstr("src-ip 10.0.78.31 ")));
+  EXPECT_THAT(enter("show running-config | count"), HasSubstr("\n20000\r"));
+}
+
+TEST_F(PromptTest, ASavedCaseFindsTheCapturesOfTheFilesThatWereLoaded) {
+  std::filesystem::create_directory(folder / "case");
+  std::filesystem::copy_file(SOURCE_DIR "/examples/leaf1/hosts.pcap", folder / "case" / "in.pcap");
+  std::string const out = (folder / "out.pcap").string();
+  std::ofstream(folder / "case" / "forward.lab") << "packets in.pcap " << out << '\n';
+  enter("terminal length 0");
+  enter("load " + (folder / "case" / "forward.lab").string());
+  std::string const saved = (folder / "saved.lab").string();
+  enter("save-case " + saved);
+  type("exit\r", "exit");
+  EXPECT_EQ(exitStatus(), 0);
+  std::filesystem::remove(out);
+  start();
+  enter("terminal length 0");
+  EXPECT_THAT(enter("load " + saved), HasSubstr("55 frames"));
+  EXPECT_TRUE(std::filesystem::exists(out));
+}
+
 }  // namespace

@@ -32,6 +32,11 @@ TEST_F(CompletionTest, WordsBeforeTheLastMayBeShortened) {
   EXPECT_THAT(completions("d"), ElementsAre("dump"));
 }
 
+TEST_F(CompletionTest, TraceLevelsAreThoseThatAreInUse) {
+  EXPECT_THAT(completions("trace level "), ElementsAre("0", "4", "9", "off"));
+  EXPECT_THAT(completions("trace level o"), ElementsAre("off"));
+}
+
 TEST_F(CompletionTest, NamesBeyondAsciiAreCompletedWithoutQuotes) {
   printed("host vrf z\xc3\xbcrich id 7\nhost vrf \"a b\" id 8");
   EXPECT_THAT(completions("no host vrf z"), ElementsAre("z\xc3\xbcrich"));
