@@ -55,6 +55,8 @@ class KernelProgram {
   BpfMap const& devices() const { return map(kDevices); }
   /// VLAN by VNI.
   BpfMap const& vnis() const { return map(kVnis); }
+  /// What counters() reads.
+  BpfMap const& counterMap() const { return map(kCounters); }
   int fd() const { return program_.get(); }
   /// The kernel's number of the program.
   Kiv::U32 id() const;

@@ -51,7 +51,8 @@ class ValueCollection
   }
   /// Removes, then notifies, and gives the value back; absent: nothing, and a default value.
   Value del(Key const& key) {
-    Key const own = key;
+    // The key may be in the member that goes.
+    Key const own = key;  // NOLINT(performance-unnecessary-copy-initialization)
     std::optional<Value> taken = map_.take(own);
     if (!taken) return Value();
     this->notify(own);

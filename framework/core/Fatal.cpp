@@ -9,6 +9,7 @@
 #include <new>
 #include <streambuf>
 #include <unistd.h>
+#include <utility>
 
 // The C library declares __assert_fail only where assertions are on; ours are always on.
 #undef NDEBUG
@@ -33,6 +34,11 @@ class ReportBuffer final : public std::streambuf {
  public:
   ReportBuffer() { setp(room_.data(), room_.data() + room_.size()); }
 
+  /// What has not been written out yet, as a C string.
+  char const* text() noexcept {
+    *(pptr() < epptr() ? pptr() : epptr() - 1) = '\0';
+    return pbase();
+  }
   void writeOut() noexcept {
     writeAll(pbase(), static_cast<size_t>(pptr() - pbase()));
     setp(room_.data(), room_.data() + room_.size());
@@ -63,6 +69,7 @@ Report& report() noexcept {
 }
 
 unsigned openReports = 0;
+FatalHook hook = nullptr;
 
 /// The C library builds the text of a failed assertion on the heap, and prints none without memory.
 bool hasMemoryForAssertion(size_t textSize) noexcept {
@@ -92,7 +99,19 @@ void FatalReport::addUnprintable() noexcept {
   stream() << "<cannot be shown>";
 }
 
+void FatalReport::callHook() const noexcept {
+  FatalHook const call = fatalHookIs(nullptr);
+  if (call == nullptr) return;
+  static char where[kRoom];
+  std::snprintf(where, sizeof where, "%s:%u: %s", file_, line_, function_);
+  try {
+    call(report().buffer.text(), where);
+  } catch (...) {  // the process ends all the same
+  }
+}
+
 void FatalReport::die() noexcept {
+  callHook();
   report().buffer.writeOut();
   static char assertion[kRoom];
   std::snprintf(assertion, sizeof assertion, "\"%s\" == nullptr", condition_);
@@ -103,6 +122,10 @@ void FatalReport::die() noexcept {
            << ": Assertion `" << assertion << "' failed.\n";
   report().buffer.writeOut();
   std::abort();
+}
+
+FatalHook fatalHookIs(FatalHook newHook) noexcept {
+  return std::exchange(hook, newHook);
 }
 
 void assertFail(char const* condition, char const* file, unsigned line, char const* function,

@@ -37,6 +37,7 @@ class FatalReport {
  private:
   static std::ostream& stream() noexcept;
   static void addUnprintable() noexcept;
+  void callHook() const noexcept;
 
   char const* condition_;
   char const* file_;
@@ -53,6 +54,14 @@ template <class... Pieces>
   (report.add(pieces), ...);
   report.die();
 }
+
+/// What a host does about a failed check before the process ends, for example to keep its text for
+/// the next process. `text` is the fatal line, `where` is "FILE:LINE: FUNCTION". Both are cut when
+/// they are long, and valid during the call only. The hook may fail a check itself: it is not
+/// called again.
+using FatalHook = void (*)(char const* text, char const* where);
+/// Replaces the hook; null, as at the start: none. Returns the earlier one.
+FatalHook fatalHookIs(FatalHook hook) noexcept;
 
 /// Fails a check of the framework's own containers and pointers. Same form as KIV_CHECK.
 [[noreturn]] void assertFail(char const* condition, char const* file, unsigned line,

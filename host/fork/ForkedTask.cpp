@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace Host {
 
@@ -53,18 +54,31 @@ class SignalsBlocked {
   sigset_t before_{};
 };
 
-constexpr int kChildOutput = STDERR_FILENO + 1;
+constexpr int kFirstOwn = STDERR_FILENO + 1;
 
-/// Leaves the two pipes as the only descriptors.
-bool keepOnly(int output, int errors) {
-  // Copies first, since either may have the number that the other one gets.
-  int const outputCopy = ::fcntl(output, F_DUPFD, kChildOutput + 1);
-  int const errorsCopy = ::fcntl(errors, F_DUPFD, kChildOutput + 1);
-  if (outputCopy < 0 || errorsCopy < 0) return false;
-  if (::dup2(errorsCopy, STDERR_FILENO) < 0 || ::dup2(outputCopy, kChildOutput) < 0) return false;
+/// Leaves the two pipes, and what is kept, as the only descriptors. Gives the output's; -1 when
+/// that fails.
+int keepOnly(int output, int errors, std::span<int const> kept) {
+  // Copies first, since either may have the number of a standard stream.
+  int const outputCopy = ::fcntl(output, F_DUPFD, kFirstOwn);
+  int const errorsCopy = ::fcntl(errors, F_DUPFD, kFirstOwn);
+  if (outputCopy < 0 || errorsCopy < 0) return -1;
+  if (::dup2(errorsCopy, STDERR_FILENO) < 0) return -1;
   ::close(STDIN_FILENO);
   ::close(STDOUT_FILENO);
-  return ::close_range(kChildOutput + 1, ~0U, 0) == 0;
+  std::vector<int> all(kept.begin(), kept.end());
+  all.push_back(outputCopy);
+  std::ranges::sort(all);
+  int next = kFirstOwn;
+  for (int const each : all) {
+    if (each < next) continue;
+    if (each > next && ::close_range(static_cast<unsigned>(next), static_cast<unsigned>(each) - 1,
+                                     0) != 0) {
+      return -1;
+    }
+    next = each + 1;
+  }
+  return ::close_range(static_cast<unsigned>(next), ~0U, 0) == 0 ? outputCopy : -1;
 }
 
 void signalsAtTheirDefaults() {
@@ -91,9 +105,9 @@ void writeError(std::string_view text) {
   }
 }
 
-int statusOf(ForkedTask::Task const& task) {
+int statusOf(ForkedTask::Task const& task, int output) {
   try {
-    return task(kChildOutput);
+    return task(output);
   } catch (std::exception const& error) {
     writeError(error.what());
   } catch (...) {
@@ -102,12 +116,13 @@ int statusOf(ForkedTask::Task const& task) {
   return ForkedTask::kThrownStatus;
 }
 
-[[noreturn]] void runChild(ForkedTask::Task const& task, pid_t parent, int output, int errors) {
+[[noreturn]] void runChild(ForkedTask::Task const& task, pid_t parent, int output, int errors,
+                           std::span<int const> kept) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   signalsAtTheirDefaults();
   noCore();
-  bool const ready = ::getppid() == parent && keepOnly(output, errors);
-  ::_exit(ready ? statusOf(task) : ForkedTask::kThrownStatus);
+  int const left = ::getppid() == parent ? keepOnly(output, errors, kept) : -1;
+  ::_exit(left < 0 ? ForkedTask::kThrownStatus : statusOf(task, left));
 }
 
 void killAndReap(pid_t child) {
@@ -130,7 +145,7 @@ ForkedTask::ForkedTask(pid_t pid, OwnedDescriptor output, OwnedDescriptor errors
       process_(std::move(process)),
       outputLimit_(outputLimit) {}
 
-ForkedTask ForkedTask::start(Task const& task, size_t outputLimit) {
+ForkedTask ForkedTask::start(Task const& task, size_t outputLimit, std::span<int const> kept) {
   Pipe output;
   Pipe errors;
   pid_t const parent = ::getpid();
@@ -138,7 +153,7 @@ ForkedTask ForkedTask::start(Task const& task, size_t outputLimit) {
   {
     SignalsBlocked const blocked;
     child = ::fork();
-    if (child == 0) runChild(task, parent, output.writing.get(), errors.writing.get());
+    if (child == 0) runChild(task, parent, output.writing.get(), errors.writing.get(), kept);
   }
   if (child < 0) fail("fork");
   // Debian 12's <sys/pidfd.h> declares it for C alone.

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -53,8 +54,8 @@ struct ForkedEnd {
 /// reads from it.
 ///
 /// The child has its end of the pipe and standard error, which is a second pipe, and no other
-/// descriptor: no file, socket or terminal of the parent is reachable, and it holds none of them
-/// open. Its signals have their default meaning and none is blocked. It dumps no core, dies when
+/// descriptor but those that it is to keep: no other file, socket or terminal of the parent is
+/// reachable, and it holds none of them open. Its signals have their default meaning and none is blocked. It dumps no core, dies when
 /// the thread that started it ends, and leaves by one _exit(): no destructor and no exit handler of
 /// the parent's objects runs there, and nothing that the parent has buffered is written twice.
 ///
@@ -77,7 +78,9 @@ class ForkedTask {
 
   /// Throws std::system_error when there is no room for another process or its pipes; no child is
   /// left then.
-  static ForkedTask start(Task const& task, size_t outputLimit = kOutputLimit);
+  /// `kept`: descriptors that the task needs, too.
+  static ForkedTask start(Task const& task, size_t outputLimit = kOutputLimit,
+                          std::span<int const> kept = {});
 
   ForkedTask(ForkedTask&&) noexcept = default;
   ForkedTask& operator=(ForkedTask&& other) noexcept;

@@ -34,6 +34,11 @@ class KernelHardware final : public HardwareTable {
     }
     return all;
   }
+  int eventDescriptor() const override { return ports_.fd(); }
+  std::vector<int> readDescriptors() const override {
+    if (!program_.exists()) return {};
+    return {program_.rows().fd(), program_.hits().fd(), program_.counterMap().fd()};
+  }
   void handleEvents() override {
     for (std::string const& line : ports_.handleEvents()) std::cerr << line << '\n';
   }

@@ -172,6 +172,26 @@ void RedisStore::begin() {
   });
 }
 
+std::string RedisStore::claim(std::string const& name, std::string const& owner,
+                              unsigned seconds) {
+  return connected([&] {
+    std::string const place = key("holder:" + name);
+    std::string const time = std::to_string(seconds);
+    connection_->add({"UNWATCH"});
+    connection_->add({"SET", place, owner, "NX", "EX", time});
+    connection_->add({"GET", place});
+    connection_->need();
+    connection_->need();
+    std::string holder = connection_->need().text;
+    if (holder == owner) {
+      connection_->add({"EXPIRE", place, time});
+      connection_->need();
+    }
+    watchEpoch();
+    return holder;
+  });
+}
+
 // --- Reading
 
 StoreSnapshot RedisStore::snapshot() {

@@ -36,6 +36,7 @@ class RedisStore final : public Store {
   StoreSnapshot snapshot() override;
   std::optional<std::vector<StoreEvent>> changes() override;
   StoreVersion submit(std::span<StoreChange const> changes) override;
+  std::string claim(std::string const& name, std::string const& owner, unsigned seconds) override;
   int descriptor() override;
 
  private:

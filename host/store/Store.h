@@ -119,6 +119,14 @@ class Store {
   /// its type changes nothing; with another type it is refused.
   virtual StoreVersion submit(std::span<StoreChange const> changes) = 0;
 
+  /// Takes the name for that owner, for so many seconds, unless another owner has it. Gives the
+  /// owner that has it then. A store that no other process can open gives `owner`.
+  virtual std::string claim(std::string const& name, std::string const& owner, unsigned seconds) {
+    (void)name;
+    (void)seconds;
+    return owner;
+  }
+
   /// A descriptor that becomes readable when changes() has something to read or the connection is
   /// lost; -1: changes come from this process only. Valid until the next call of any operation.
   virtual int descriptor() { return -1; }

@@ -172,6 +172,18 @@ void StoreMirror::resync() {
   behind_.clear();
   for (auto const& [place, why] : snapshot.unreadable) skip(shown(place), why);
   auto const known = mirrored_;
+  contentsHash_ = 0;
+  for (auto const& [path, stored] : snapshot.records) {
+    if (isBehind(path)) continue;
+    addToHash(path);
+    for (auto const& [collection, entries] : stored.form) {
+      addToHash(collection);
+      for (auto const& [key, value] : entries) {
+        addToHash(key);
+        addToHash(value);
+      }
+    }
+  }
   for (auto const& [path, stored] : snapshot.records) load(path, stored);
   for (std::string const& path : known) {
     if (!snapshot.records.contains(path) && !isBehind(path)) {
@@ -238,6 +250,10 @@ void StoreMirror::applyNews() {
 void StoreMirror::apply(StoreChange const& change) {
   std::string const& path = change.path;
   if (isBehind(path)) return;
+  addToHash(name(change.kind));
+  for (std::string const* part : {&path, &change.collection, &change.key, &change.value}) {
+    addToHash(*part);
+  }
   bool const mirrored = mirrored_.contains(path);
   if (change.kind == Kind::Make) {
     if (!mirrored) load(path, {change.value, {}});
@@ -373,6 +389,12 @@ void StoreMirror::submitBehind(std::string const& path) {
   if (changes.empty()) return;
   store_->submit(changes);
   behind_[path] = form;
+}
+
+void StoreMirror::addToHash(std::string_view text) {
+  constexpr Kiv::U64 kSpread = 0x9E37'79B9'7F4A'7C15;
+  contentsHash_ = (contentsHash_ ^ std::hash<std::string_view>()(text)) * kSpread;
+  contentsHash_ ^= contentsHash_ >> 32;
 }
 
 void StoreMirror::lost(std::string const& reason) {

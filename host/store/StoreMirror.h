@@ -98,6 +98,10 @@ class StoreMirror {
   /// The operator takes the store as it is, after it went back. The database becomes equal to it.
   void accept();
 
+  /// A number that is the same for the same contents at the last snapshot and the same changes
+  /// since; what is written behind does not count.
+  Kiv::U64 contentsHash() const { return contentsHash_; }
+
   /// What the store holds and this process cannot read: place and reason.
   std::map<std::string, std::string> const& unreadable() const { return unreadable_; }
 
@@ -115,6 +119,7 @@ class StoreMirror {
   void submitBehind(std::string const& path);
   void stateIs(State state, std::string const& reason);
   void lost(std::string const& reason);
+  void addToHash(std::string_view text);
   void skip(std::string const& place, std::string const& why);
   // Runs what may call handlers; the first exception is kept for the end of follow().
   template <class F>
@@ -134,6 +139,7 @@ class StoreMirror {
   unsigned losses_ = 0;
   bool resyncWanted_ = false;
   std::optional<StoreVersion> until_;  // submit() applies the changes up to its own
+  Kiv::U64 contentsHash_ = 0;
   double pause_;
   double connectDue_ = 0;
   std::set<std::string> mirrored_;            // paths

@@ -40,8 +40,13 @@ class HardwareTable {
   /// What became of the packets, by the words of the table in docs/lab.md; none that is 0.
   virtual std::vector<std::pair<std::string, Kiv::U64>> counters() = 0;
 
+  /// Becomes readable when there is something for handleEvents(); -1: nothing tells.
+  virtual int eventDescriptor() const { return -1; }
   /// Follows what has happened to the devices since the last call.
   virtual void handleEvents() = 0;
+
+  /// What a forked process needs open to read rows and hits.
+  virtual std::vector<int> readDescriptors() const { return {}; }
 };
 
 }  // namespace Host

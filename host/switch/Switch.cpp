@@ -35,25 +35,33 @@ std::string_view routingStatusAttribute(std::string_view which) {
 }
 
 Switch::Switch(Plugin plugin, SwitchTable table)
+    : Switch(Kiv::makeActive<Corvo::Database>(), std::move(table)) {
+  pluginIs(std::move(plugin));
+}
+
+Switch::Switch(Kiv::Ptr<Corvo::Database> database, SwitchTable table)
     : clock(Kiv::makeActive<Kiv::ManualClock>()),
       systemStatus(Kiv::makeActive<BfnSystem::SystemStatus>()),
       profileData(Kiv::makeActive<BfnAgentLib::BfnProfileData>()),
       routeStatus(Kiv::makeActive<Routing::Hardware::RouteStatus>()),
-      plugin_(std::move(plugin)),
       hardware_(std::move(table.hardware)),
       faults_(chipDriver()),
       recorder_(faults_),
-      database_(Kiv::makeActive<Corvo::Database>()),
-      session_(Corvo::embeddedSessionFactory(database_)),
-      cliConfig_(database_->entityIs("vxlan/hardware/srcMacRewrite/config",
-                                     "BfnMacRewrite::Input::Config")),
-      mount_(makeByName("BfnMacRewrite::BfnMacRewriteMount")),
-      l3Shared_(makeByName("BfnMacRewrite::BfnMacRewriteL3Shared")) {
+      database_(std::move(database)),
+      session_(Corvo::embeddedSessionFactory(database_)) {
   chip.journal().limitIs(0);
   if (table.reconcile) {
     reconciler_.emplace(this->table(), Kiv::Ptr<Kiv::Clock const>(clock));
     reconciler_->turnsIs(true);
   }
+}
+
+void Switch::pluginIs(Plugin plugin) {
+  KIV_CHECK(!hasPlugin());
+  plugin_.emplace(std::move(plugin));
+  cliConfigIsDatabases();
+  mount_ = makeByName("BfnMacRewrite::BfnMacRewriteMount");
+  l3Shared_ = makeByName("BfnMacRewrite::BfnMacRewriteL3Shared");
   mountAgain();
   set(l3Shared_, "l3Status", {Kiv::makeActive<Pex::L3Status>()});
   for (char const* const which : {"port", "vlan", "subinterface"}) {
@@ -97,6 +105,11 @@ void Switch::mountAgain() {
   call(mount_, "getEntity", {Kiv::Ptr<Corvo::EntityManager>(session_), cell});
 }
 
+void Switch::cliConfigIsDatabases() {
+  cliConfig_ = database_->entityIs("vxlan/hardware/srcMacRewrite/config",
+                                   "BfnMacRewrite::Input::Config");
+}
+
 void Switch::cliConfigIs(Object const& config) {
   cliConfig_ = config;
   set(mount_, "bfnMacRewriteCliConfig", {Kiv::GenericValue(config)});
@@ -110,7 +123,7 @@ void Switch::agentIs() {
   Kiv::Ptr<BfnMacRewriteL3Shared> const shared(
       static_cast<BfnMacRewriteL3Shared*>(l3Shared_.get()));
   agentHasRoutes_ = routeStatus != nullptr;
-  agent_ = plugin_.agentSmFactory()(systemStatus, profileData, mount, shared, routeStatus);
+  agent_ = plugin_->agentSmFactory()(systemStatus, profileData, mount, shared, routeStatus);
 }
 
 void Switch::agentDel() {

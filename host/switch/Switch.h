@@ -44,11 +44,18 @@ struct SwitchTable {
 class Switch {
  public:
   explicit Switch(Plugin plugin, SwitchTable table = {});
+  /// Without the plug-in, and so without its records, until pluginIs().
+  Switch(Kiv::Ptr<Corvo::Database> database, SwitchTable table);
   Switch(Switch const&) = delete;
   Switch& operator=(Switch const&) = delete;
   ~Switch();
 
-  Plugin const& plugin() const { return plugin_; }
+  bool hasPlugin() const { return plugin_.has_value(); }
+  /// Call once, and nothing that needs the plug-in's records before that. They get the inputs that
+  /// the switch has, and mount what the database has.
+  void pluginIs(Plugin plugin);
+  Plugin const& plugin() const { return *plugin_; }
+  Corvo::Database& database() const { return *database_; }
 
   /// Everything is as after construction, with the same plug-in, and a table without rows. What
   /// refers to this object stays valid; what it held is gone.
@@ -122,6 +129,8 @@ class Switch {
   Object const& cliConfig() const { return cliConfig_; }
   /// Gives the plug-in another configuration, or none, in place of what it has mounted.
   void cliConfigIs(Object const& config);
+  /// Takes the configuration that is in the database, or makes it there.
+  void cliConfigIsDatabases();
   Object capability() const { return getObject(mount_, "bfnMacRewriteCapability"); }
   Object agentConfig() const { return getObject(mount_, "bfnMacRewriteAgentConfig"); }
   Object agentStatus() const { return getObject(mount_, "bfnMacRewriteAgentStatus"); }
@@ -149,7 +158,7 @@ class Switch {
   std::optional<std::string> bringUpLacks() const;
   std::optional<Applied> commitWhenWhole();
 
-  Plugin plugin_;
+  std::optional<Plugin> plugin_;
   std::unique_ptr<HardwareTable> hardware_;
   /// In front of hardware_, where there is one.
   std::optional<DetachableDriver> detachable_;

@@ -5,6 +5,7 @@
 //
 // BFN_STORE_OPERATIONS is the number of operations of all processes together.
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -106,12 +107,16 @@ class Order final : public Kiv::NotifieeConst {
 struct Process {
   explicit Process(std::string const& url)
       : mirror(Host::openStore(Host::StoreUrl(url)), database, clock) {}
-  // Until the store is there.
+  // Until the store is there. A server that has gone for good ends the process.
   void follow() {
-    do {
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (true) {
       mirror.follow();
       clock->advance(20);
-    } while (!mirror.current());
+      if (mirror.current()) return;
+      KIV_CHECK(std::chrono::steady_clock::now() < deadline, mirror.status().reason);
+      ::usleep(1000);
+    }
   }
   Kiv::Ptr<Pex::L3Status> vrfs() const {
     return Kiv::ptrCast<Pex::L3Status>(database->object(kVrfsPath));

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "client/Connection.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "host/language/JsonText.h"
+#include "host/service/ControlProtocol.h"
+
+Connection::Connection(std::string const& socket) : name_(socket) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (socket.size() >= sizeof address.sun_path) throw NoService(socket + ": the name is too long");
+  socket.copy(address.sun_path, socket.size());
+  socket_ = Host::OwnedDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (::connect(socket_.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+    throw NoService(socket + ": there is no service: " + std::strerror(errno));
+  }
+  greeting_ = receive();
+  if (greeting_.contains("error")) throw NoService(socket + ": " + std::string(greeting_["error"]));
+  if (greeting_.value("protocol", 0) != Host::kControlProtocol) {
+    throw NoService(socket + ": the service speaks another protocol, " +
+                    greeting_.value("protocol", nlohmann::json()).dump());
+  }
+}
+
+void Connection::send(nlohmann::json const& request) {
+  std::string const text = Host::jsonText(request) + '\n';
+  size_t sent = 0;
+  while (sent < text.size()) {
+    ssize_t const size =
+        ::send(socket_.get(), text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) throw NoService(name_ + ": the service has gone");
+    sent += static_cast<size_t>(size);
+  }
+}
+
+nlohmann::json Connection::receive() {
+  while (true) {
+    size_t const end = in_.find('\n', read_);
+    if (end != std::string::npos) {
+      auto answer =
+          nlohmann::json::parse(in_.begin() + static_cast<std::ptrdiff_t>(read_),
+                                in_.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
+      read_ = end + 1;
+      // The rest of an answer that was cut off.
+      if (!answer.is_object()) continue;
+      return answer;
+    }
+    in_.erase(0, read_);
+    read_ = 0;
+    std::array<char, 65536> part;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled by recv
+    ssize_t const size = ::recv(socket_.get(), part.data(), part.size(), 0);
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) throw NoService(name_ + ": the service has gone");
+    in_.append(part.data(), static_cast<size_t>(size));
+  }
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "host/fork/ForkedTask.h"
+
+/// There is no service, or it has gone; the text says which socket and why.
+class NoService : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A client's connection to the service's control socket. Blocking.
+class Connection {
+ public:
+  /// Connects and reads the greeting. Throws NoService, also for a service of another protocol.
+  explicit Connection(std::string const& socket);
+
+  nlohmann::json const& greeting() const { return greeting_; }
+  /// Sends one request. Throws NoService.
+  void send(nlohmann::json const& request);
+  /// The next answer. Throws NoService.
+  nlohmann::json receive();
+  nlohmann::json ask(nlohmann::json const& request) {
+    send(request);
+    return receive();
+  }
+
+ private:
+  std::string const name_;
+  Host::OwnedDescriptor socket_;
+  std::string in_;
+  size_t read_ = 0;  // of in_
+  nlohmann::json greeting_;
+};

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "client/Remote.h"
+
+#include <deque>
+#include <fstream>
+#include <istream>
+#include <ostream>
+#include <utility>
+
+#include "host/language/InputError.h"
+#include "host/language/JsonText.h"
+#include "host/language/Lexer.h"
+
+namespace {
+
+using nlohmann::json;
+
+bool isOwn(std::vector<std::string> const& words) {
+  return words[0] == "load" || words[0] == "expect" ||
+         (words.size() > 3 && words[words.size() - 3] == "|" && words[words.size() - 2] == "save");
+}
+
+}  // namespace
+
+nlohmann::json Remote::ask(std::string_view line) {
+  return connection_.ask({{"line", line}});
+}
+
+Remote::Status Remote::fail(int status, std::string const& why, std::string const& place) {
+  if (options_.json) out_ << Host::jsonText(json{{"error", why}}) << '\n';
+  out_.flush();
+  err_ << place << "error: " << why << std::endl;
+  return status == BadInput ? BadInput : Refused;
+}
+
+Remote::Status Remote::print(json const& answer, std::string_view line, std::string const& place) {
+  if (answer.contains("error")) {
+    return fail(answer.value("status", 1), answer["error"].get<std::string>(), place);
+  }
+  if (options_.json) {
+    out_ << Host::jsonText(json{{"answer", answer["answer"]}, {"command", line}}) << '\n';
+  } else if (std::string const text = answer.value("text", ""); !text.empty()) {
+    out_ << text << '\n';
+  }
+  return Done;
+}
+
+Remote::Status Remote::expect(std::vector<std::string> const& words, std::string const& place) {
+  if (words.size() < 4 || words[words.size() - 2] != "==") {
+    return fail(BadInput, "expected expect <COMMAND> == <JSON>", place);
+  }
+  json const expected = Host::parsedJson(words.back());
+  if (expected.is_discarded()) return fail(BadInput, "expected JSON after ==", place);
+  json const answer =
+      ask(Host::lineOf(std::vector<std::string>(words.begin() + 1, words.end() - 2)));
+  if (answer.contains("error")) return print(answer, "", place);
+  if (answer["answer"] == expected) return Done;
+  return fail(Refused,
+              "expectation failed\n  expected: " + Host::jsonText(expected) +
+                  "\n  found:    " + Host::jsonText(answer["answer"]),
+              place);
+}
+
+Remote::Status Remote::save(std::vector<std::string> const& words, std::string const& place) {
+  json const answer = ask(Host::lineOf(std::vector<std::string>(words.begin(), words.end() - 3)));
+  if (answer.contains("error")) return print(answer, "", place);
+  std::ofstream out(words.back());
+  out << answer.value("text", "") << '\n';
+  if (!out.flush()) return fail(BadInput, words.back() + " cannot be written", place);
+  return Done;
+}
+
+std::optional<Remote::Status> Remote::own(std::vector<std::string> const& words,
+                                          std::string const& place,
+                                          std::filesystem::path const& folder) {
+  if (!isOwn(words)) return std::nullopt;
+  if (words[0] == "expect") return expect(words, place);
+  if (words[0] != "load") return save(words, place);
+  if (words.size() != 2) return fail(BadInput, "expected load <FILE>", place);
+  if (depth_ >= kMaxDepth) {
+    return fail(BadInput, "files are loaded within each other too deep", place);
+  }
+  std::filesystem::path const beside = folder / words[1];
+  return file(std::filesystem::exists(beside) ? beside : std::filesystem::path(words[1]));
+}
+
+Remote::Status Remote::line(std::string_view line) {
+  try {
+    auto const words = Host::splitWords(line);
+    if (words.empty()) return Done;
+    if (auto const status = own(words, "", {})) return *status;
+  } catch (Host::InputError const& error) {
+    return fail(BadInput, error.what(), "");
+  }
+  return print(ask(line), line, "");
+}
+
+Remote::Status Remote::file(std::filesystem::path const& file) {
+  std::ifstream in(file);
+  if (!in || std::filesystem::is_directory(file)) {
+    return fail(BadInput, "expected a file of commands that can be read", file.string() + ": ");
+  }
+  return stream(in, file.string(), file.parent_path());
+}
+
+/// The lines of one file or stream, of which some are on their way.
+class Remote::Run {
+ public:
+  Run(Remote& remote, std::string name, std::filesystem::path folder)
+      : remote_(remote), name_(std::move(name)), folder_(std::move(folder)) {
+    ++remote_.depth_;
+    begin();
+  }
+  Run(Run const&) = delete;
+  Run& operator=(Run const&) = delete;
+  ~Run() { --remote_.depth_; }
+
+  Status status() const { return first_; }
+  bool goesOn() const { return first_ == Done || remote_.options_.keepGoing; }
+
+  /// False: the rest is not read.
+  bool line(std::string const& text) {
+    ++number_;
+    std::vector<std::string> words;
+    try {
+      words = Host::splitWords(text);
+    } catch (Host::InputError const& error) {
+      takeAll();
+      if (goesOn()) note(remote_.fail(BadInput, error.what(), place(number_)));
+      return true;
+    }
+    if (words.empty()) return true;
+    if (words[0] == "exit") return false;
+    if (isOwn(words)) {
+      takeAll();
+      if (goesOn()) note(remote_.own(words, place(number_), folder_).value_or(Done));
+    } else {
+      send(text);
+    }
+    return true;
+  }
+  void takeAll() {
+    while (!sent_.empty()) take();
+  }
+
+ private:
+  struct Sent {
+    size_t number;
+    std::string line;
+  };
+  static constexpr size_t kInFlight = 512;
+
+  std::string place(size_t number) const { return name_ + ':' + std::to_string(number) + ": "; }
+  void begin() { run_ = ++remote_.runs_; }
+  void send(std::string const& text) {
+    bool const alone = remote_.options_.keepGoing;
+    json request{{"line", text}};
+    if (!alone) request["run"] = run_;
+    remote_.connection_.send(request);
+    sent_.push_back({number_, text});
+    if (sent_.size() >= kInFlight || alone) take();
+  }
+  void take() {
+    json const answer = remote_.connection_.receive();
+    Sent const of = std::move(sent_.front());
+    sent_.pop_front();
+    if (!answer.contains("skipped")) note(remote_.print(answer, of.line, place(of.number)));
+  }
+  void note(Status status) {
+    if (status == Done) return;
+    if (first_ == Done) first_ = status;
+    begin();  // what was sent before is skipped; what comes is another run
+  }
+
+  Remote& remote_;
+  std::string const name_;
+  std::filesystem::path const folder_;
+  std::deque<Sent> sent_;
+  Status first_ = Done;
+  Kiv::U64 run_ = 0;
+  size_t number_ = 0;
+};
+
+Remote::Status Remote::stream(std::istream& in, std::string const& name,
+                              std::filesystem::path const& folder) {
+  Run run(*this, name, folder);
+  std::string text;
+  while (run.goesOn() && std::getline(in, text)) {
+    if (!run.line(text)) break;
+    // A person who types waits for each answer.
+    if (in.rdbuf()->in_avail() <= 0) run.takeAll();
+  }
+  run.takeAll();
+  return run.status();
+}

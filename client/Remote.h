@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/Connection.h"
+#include "framework/core/Types.h"
+
+/// Carries lines out at a service: those of files and of standard input, with what is the client's
+/// own: load, expect, and `| save FILE`.
+class Remote {
+ public:
+  enum Status : int { Done = 0, Refused = 1, BadInput = 2 };
+  struct Options {
+    bool json = false;
+    bool keepGoing = false;
+  };
+
+  /// Connection and streams must outlive it.
+  Remote(Connection& connection, std::ostream& out, std::ostream& err, Options options)
+      : connection_(connection), out_(out), err_(err), options_(options) {}
+
+  /// One line; what it answers is printed. Throws NoService, as do the other two.
+  Status line(std::string_view line);
+  /// Lines up to the first one that fails, which is reported with its place. They are sent without
+  /// waiting for each other's answers; none is carried out after one that failed.
+  Status stream(std::istream& in, std::string const& name, std::filesystem::path const& folder);
+  Status file(std::filesystem::path const& file);
+
+  /// What a line answers: {"answer", "text"} or {"error", "status"}. Throws NoService.
+  nlohmann::json ask(std::string_view line);
+
+ private:
+  class Run;
+  static constexpr size_t kMaxDepth = 16;
+
+  /// Nothing: it is the service's.
+  std::optional<Status> own(std::vector<std::string> const& words, std::string const& place,
+                            std::filesystem::path const& folder);
+  Status expect(std::vector<std::string> const& words, std::string const& place);
+  Status save(std::vector<std::string> const& words, std::string const& place);
+  Status print(nlohmann::json const& answer, std::string_view line, std::string const& place);
+  Status fail(int status, std::string const& why, std::string const& place);
+
+  Connection& connection_;
+  std::ostream& out_;
+  std::ostream& err_;
+  Options const options_;
+  Kiv::U64 runs_ = 0;
+  size_t depth_ = 0;
+};

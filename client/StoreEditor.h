@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "host/language/CommandTable.h"
+#include "host/store/OpenStore.h"
+#include "host/store/StoreMirror.h"
+#include "host/switch/Switch.h"
+
+/// The operator's lines on a store, without a service: what many switches share is edited in one
+/// place.
+class StoreEditor {
+ public:
+  /// Connects and reads the configuration. Throws StoreError.
+  StoreEditor(std::string const& url, Host::StoreOptions const& options);
+
+  /// Carries a line out. Throws InputError, StoreError and UnreadableException.
+  Host::Answer run(std::string_view line);
+
+ private:
+  void addCommands();
+
+  Kiv::Ptr<Corvo::Database> const database_;
+  /// Without an agent: what the configuration is read from.
+  Host::Switch host_;
+  Host::StoreMirror mirror_;
+  Host::CommandTable table_;
+};

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <unistd.h>
+
+#include "client/Connection.h"
+#include "client/Remote.h"
+#include "client/StoreEditor.h"
+#include "framework/log/LogService.h"
+#include "host/language/InputError.h"
+#include "host/language/JsonText.h"
+#include "host/language/Lexer.h"
+#include "host/service/ControlProtocol.h"
+
+namespace {
+
+using nlohmann::json;
+
+enum ExitStatus : int { Done = 0, Refused = 1, BadInput = 2, NoDaemon = 4 };
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  macrewrite status                            exit status 0 when the agent is ready\n"
+    "  macrewrite show vxlan forwarding src-mac rewrite\n"
+    "  macrewrite watch show chip                   again after each change\n"
+    "  macrewrite load operator.cfg                 lines of a file, up to one that fails\n"
+    "  macrewrite < operator.cfg\n"
+    "  macrewrite --database redis://10.0.0.9 'no vxlan forwarding match vrf red src-ip 10.0.0.1'\n"
+    "  macrewrite status --support case.txt         what a support case needs, in one file\n"
+    "\n"
+    "One argument is a whole line; several are its words.\n"
+    "Exit status: 0 done, 1 refused, 2 bad input, 4 no service.";
+
+struct Options {
+  std::string socket = Host::kControlSocket;
+  std::string database;
+  Host::StoreOptions store;
+  Remote::Options remote;
+  std::vector<std::string> words;
+};
+
+// --- The store, without a service
+
+int runEditor(Options const& options) {
+  Kiv::LogService::sinkIs(
+      [](Kiv::LogMessage const& message) { std::cerr << Kiv::toString(message) << std::endl; });
+  StoreEditor editor(options.database, options.store);
+  auto const one = [&](std::string_view line, std::string const& place) -> int {
+    auto const failed = [&](int status, char const* why) {
+      std::cout.flush();
+      std::cerr << place << "error: " << why << std::endl;
+      return status;
+    };
+    try {
+      Host::Answer const answer = editor.run(line);
+      if (options.remote.json) {
+        std::cout << Host::jsonText(json{{"answer", answer.json}, {"command", line}}) << '\n';
+      } else if (!answer.text.empty()) {
+        std::cout << answer.text << '\n';
+      }
+      return Done;
+    } catch (Host::InputError const& error) {
+      return failed(BadInput, error.what());
+    } catch (Host::UnreadableException const& error) {
+      return failed(BadInput, error.what());
+    } catch (Host::StoreError const& error) {
+      return failed(Refused, error.what());
+    }
+  };
+  if (!options.words.empty()) {
+    return one(options.words.size() == 1 ? options.words[0] : Host::lineOf(options.words), "");
+  }
+  std::string line;
+  for (size_t number = 1; std::getline(std::cin, line); ++number) {
+    int const status = one(line, "stdin:" + std::to_string(number) + ": ");
+    if (status != Done && !options.remote.keepGoing) return status;
+  }
+  return Done;
+}
+
+// --- A service
+
+int watch(Connection& connection, Options const& options, std::string const& line) {
+  bool const terminal = ::isatty(STDOUT_FILENO) == 1;
+  Kiv::U64 changes = ~Kiv::U64{0};
+  while (true) {
+    changes = connection.ask({{"await", changes}})["changes"].get<Kiv::U64>();
+    json const answer = connection.ask({{"line", line}});
+    if (answer.contains("error")) {
+      std::cerr << "error: " << answer["error"].get<std::string>() << std::endl;
+      return answer.value("status", 1) == 2 ? BadInput : Refused;
+    }
+    if (terminal) std::cout << "\033[H\033[2J";
+    std::cout << (options.remote.json ? Host::jsonText(answer["answer"]) : answer.value("text", ""))
+              << std::endl;
+    if (!std::cout) return Refused;
+    ::usleep(100'000);  // a burst of changes is one
+  }
+}
+
+int status(Connection& connection, Options const& options) {
+  json const answer = connection.ask({{"line", "status"}});
+  std::cout << (options.remote.json ? Host::jsonText(answer["answer"]) : answer.value("text", ""))
+            << std::endl;
+  return answer["answer"]["agent"]["ready"].get<bool>() ? Done : Refused;
+}
+
+// One text file: the answers of all commands that look at the state as a whole.
+int support(Connection& connection, std::string const& file) {
+  std::ofstream out(file);
+  out << "greeting\n" << Host::jsonText(connection.greeting()) << '\n';
+  for (char const* const line :
+       {"status", "status | json", "show running-config", "show capability",
+        "show vxlan forwarding src-mac rewrite", "show chip", "show waiting", "show reconciler",
+        "audit", "chip counters", "dump inputs", "dump indexes", "dump records", "dump objects",
+        "show log", "show trace"}) {
+    json const answer = connection.ask({{"line", line}});
+    out << "\n### " << line << '\n'
+        << (answer.contains("error") ? "error: " + answer["error"].get<std::string>()
+                                     : answer.value("text", ""))
+        << '\n';
+  }
+  if (!out.flush()) {
+    std::cerr << "error: " << file << " cannot be written" << std::endl;
+    return BadInput;
+  }
+  std::cout << file << " has been written" << std::endl;
+  return Done;
+}
+
+int run(Options const& options) {
+  if (!options.database.empty()) return runEditor(options);
+  Connection connection(options.socket);
+  Remote remote(connection, std::cout, std::cerr, options.remote);
+  std::vector<std::string> const& words = options.words;
+  if (words.empty()) return remote.stream(std::cin, "stdin", {});
+  if (words[0] == "watch" && words.size() > 1) {
+    std::vector<std::string> const rest(words.begin() + 1, words.end());
+    return watch(connection, options, rest.size() == 1 ? rest[0] : Host::lineOf(rest));
+  }
+  if (words[0] == "status" && words.size() == 1) return status(connection, options);
+  if (words[0] == "status" && words[1] == "--support" && words.size() <= 3) {
+    return support(connection, words.size() == 3 ? words[2] : "macrewrite-support.txt");
+  }
+  return remote.line(words.size() == 1 ? words[0] : Host::lineOf(words));
+}
+
+int parseAndRun(int argc, char** argv) {
+  Options options;
+  CLI::App app{"The operator's lines to the MAC rewrite service."};
+  app.footer(kExamples);
+  app.prefix_command();
+  app.add_option("--socket", options.socket,
+                 "the service's control socket (default: /run/macrewrite/control)")
+      ->type_name("PATH");
+  app.add_option("--database", options.database,
+                 "edit the configuration in that store, without a service")
+      ->type_name("URL");
+  app.add_option("--user", options.store.user, "the user at that store")->type_name("NAME");
+  app.add_option("--secret-file", options.store.secretFile, "the file of the user's secret")
+      ->type_name("FILE");
+  app.add_flag("--json", options.remote.json, "every answer is a JSON line");
+  app.add_flag("--keep-going", options.remote.keepGoing,
+               "a line that fails is reported, and the next one is carried out");
+  app.set_version_flag("--version", "macrewrite " MACREWRITE_VERSION);
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& error) {
+    return app.exit(error) == 0 ? Done : BadInput;
+  }
+  options.words = app.remaining();
+  return run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    std::ios::sync_with_stdio(false);
+    return parseAndRun(argc, argv);
+  } catch (NoService const& error) {
+    std::cout.flush();
+    std::cerr << "macrewrite: " << error.what() << std::endl;
+    return NoDaemon;
+  } catch (Host::StoreError const& error) {
+    std::cerr << "macrewrite: " << error.what() << std::endl;
+    return NoDaemon;
+  } catch (std::exception const& error) {
+    std::cout.flush();
+    std::cerr << "macrewrite: error: " << error.what() << std::endl;
+    return BadInput;
+  }
+}

@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/Configuration.h"
+
+#include <functional>
+#include <limits>
+#include <map>
+#include <pwd.h>
+#include <sstream>
+#include <toml++/toml.h>
+
+#include "host/store/StoreError.h"
+#include "host/store/StoreUrl.h"
+
+namespace {
+
+/// Reads one table of the file, and notes what is wrong in it.
+class Reader {
+ public:
+  Reader(std::string file, std::string& faults) : file_(std::move(file)), faults_(faults) {}
+
+  void fault(toml::node const& node, std::string const& what) {
+    std::ostringstream line;
+    line << file_ << ':' << node.source().begin.line << ": " << what;
+    faults_ += (faults_.empty() ? "" : "\n") + line.str();
+  }
+  void text(char const* name, std::string& to) {
+    known_[name] = [this, name, &to](toml::node const& node) {
+      if (auto const value = node.value_exact<std::string>()) {
+        to = *value;
+      } else {
+        fault(node, std::string(name) + ": expected a string");
+      }
+    };
+  }
+  void flag(char const* name, bool& to) {
+    known_[name] = [this, name, &to](toml::node const& node) {
+      if (auto const value = node.value_exact<bool>()) {
+        to = *value;
+      } else {
+        fault(node, std::string(name) + ": expected true or false");
+      }
+    };
+  }
+  void seconds(char const* name, double& to) {
+    known_[name] = [this, name, &to](toml::node const& node) {
+      auto const value = node.value<double>();
+      if (value && *value >= 0 && *value <= 1e6) {
+        to = *value;
+      } else {
+        fault(node, std::string(name) + ": expected a number of seconds");
+      }
+    };
+  }
+  template <class T>
+  void number(char const* name, std::int64_t most, std::optional<T>& to) {
+    known_[name] = [this, name, most, &to](toml::node const& node) {
+      auto const value = node.value_exact<std::int64_t>();
+      if (value && *value >= 0 && *value <= most) {
+        to = static_cast<T>(*value);
+      } else {
+        fault(node, std::string(name) + ": expected a number from 0 to " + std::to_string(most));
+      }
+    };
+  }
+  void other(char const* name, std::function<void(toml::node const&)> read) {
+    known_[name] = std::move(read);
+  }
+  void texts(char const* name, std::vector<std::string>& to) {
+    other(name, [this, name, &to](toml::node const& node) {
+      auto const* const list = node.as_array();
+      if (list == nullptr) {
+        fault(node, std::string(name) + ": expected a list of strings");
+        return;
+      }
+      to.clear();
+      for (toml::node const& each : *list) {
+        if (auto const value = each.value_exact<std::string>()) {
+          to.push_back(*value);
+        } else {
+          fault(each, std::string(name) + ": expected a string");
+        }
+      }
+    });
+  }
+  void read(toml::table const& table) {
+    for (auto const& [key, node] : table) {
+      auto const found = known_.find(std::string(key.str()));
+      if (found == known_.end()) {
+        fault(node, "there is no option " + std::string(key.str()));
+      } else {
+        found->second(node);
+      }
+    }
+  }
+
+ private:
+  std::string const file_;
+  std::string& faults_;
+  std::map<std::string, std::function<void(toml::node const&)>> known_;
+};
+
+void addStore(Reader& reader, Host::StoreOptions& options, std::string& durability) {
+  reader.text("durability", durability);
+  reader.text("user", options.user);
+  reader.text("secret-file", options.secretFile);
+  reader.text("prefix", options.prefix);
+  reader.seconds("timeout", options.timeout);
+}
+
+}  // namespace
+
+void readConfiguration(std::string const& file, Configuration& to) {
+  std::string faults;
+  toml::table table;
+  try {
+    table = toml::parse_file(file);
+  } catch (toml::parse_error const& error) {
+    std::ostringstream text;
+    text << file << ':' << error.source().begin.line << ": " << error.description();
+    throw ConfigurationError(text.str());
+  }
+  Reader reader(file, faults);
+  reader.text("database", to.database);
+  reader.text("table", to.table);
+  reader.text("control", to.control);
+  reader.text("metrics", to.metrics);
+  reader.seconds("metrics-interval", to.metricsInterval);
+  reader.seconds("audit-interval", to.auditInterval);
+  reader.text("plugin", to.plugin);
+  reader.text("state", to.state);
+  reader.text("switch", to.switchName);
+  reader.flag("own-configuration", to.ownConfiguration);
+  reader.number("hash-seed", std::numeric_limits<Kiv::U32>::max(), to.hashSeed);
+  reader.number("trace", 30, to.traceLevel);
+  reader.texts("writers", to.writers);
+  std::string durability;
+  reader.other("store", [&](toml::node const& node) {
+    if (auto const* const store = node.as_table()) {
+      Reader inner(file, faults);
+      addStore(inner, to.store, durability);
+      inner.read(*store);
+      using Durability = Host::StoreOptions::Durability;
+      if (durability == "power") {
+        to.store.durability = Durability::Power;
+      } else if (!durability.empty() && durability != "normal") {
+        inner.fault(node, "durability: expected \"normal\" or \"power\"");
+      }
+    } else {
+      reader.fault(node, "store: expected a table");
+    }
+  });
+  reader.read(table);
+  if (!faults.empty()) throw ConfigurationError(faults);
+}
+
+std::string faultsOf(Configuration const& with) {
+  std::string faults;
+  auto const add = [&](std::string const& fault) {
+    faults += (faults.empty() ? "" : "\n") + fault;
+  };
+  if (with.table != "model" && with.table != "kernel" &&
+      (!with.table.starts_with("kernel:") || with.table == "kernel:")) {
+    add("table: expected model, kernel or kernel:DIR, not " + with.table);
+  }
+  if (!with.database.empty()) {
+    try {
+      Host::StoreUrl const url(with.database);
+      if (!Host::hasStore(url.kind))
+        add("database: this build has no such stores: " + with.database);
+    } catch (std::exception const& error) {
+      add(std::string("database: ") + error.what());
+    }
+  }
+  if (!with.store.secretFile.empty()) {
+    try {
+      Host::readStoreSecret(with.store.secretFile);
+    } catch (std::exception const& error) {
+      add(std::string("secret-file: ") + error.what());
+    }
+  }
+  if (with.switchName.empty() || with.switchName.find('/') != std::string::npos) {
+    add("switch: expected a name without a slash");
+  }
+  for (std::string const& user : with.writers) {
+    if (::getpwnam(user.c_str()) == nullptr) add("writers: there is no user " + user);
+  }
+  return faults;
+}

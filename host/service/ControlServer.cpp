@@ -1,0 +1,393 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/service/ControlServer.h"
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+#include "host/language/InputError.h"
+#include "host/language/Lexer.h"
+
+namespace Host {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr size_t kLinesATurn = 512;
+enum Status : int { Refused = 1, BadInput = 2 };
+
+[[noreturn]] void fail(std::string const& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string errorAnswer(json const& id, int status, std::string const& why) {
+  json answer{{"error", why}, {"status", status}};
+  if (!id.is_null()) answer["id"] = id;
+  return jsonText(answer) + '\n';
+}
+
+std::string answerText(json const& id, bool withoutText, Answer const& answer) {
+  json all{{"answer", answer.json}};
+  if (!withoutText) all["text"] = answer.text;
+  if (!id.is_null()) all["id"] = id;
+  return jsonText(all) + '\n';
+}
+
+void writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    ssize_t const written = ::write(descriptor, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+}
+
+sockaddr_un addressOf(std::filesystem::path const& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::string const& text = path.native();
+  if (text.size() >= sizeof address.sun_path) {
+    errno = ENAMETOOLONG;
+    fail(text);
+  }
+  text.copy(address.sun_path, text.size());
+  return address;
+}
+
+sockaddr const* generic(sockaddr_un const& address) {
+  return reinterpret_cast<sockaddr const*>(&address);
+}
+
+bool isAlive(sockaddr_un const& address) {
+  OwnedDescriptor const probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return ::connect(probe.get(), generic(address), sizeof address) == 0;
+}
+
+}  // namespace
+
+// NOLINTNEXTLINE(bugprone-exception-escape): the constructor of an empty json is not noexcept.
+struct ControlServer::Client {
+  OwnedDescriptor socket;
+  uid_t uid = 0;
+  bool mayChange = false;
+  bool inputEnded = false;
+  std::string in;
+  std::string out;
+  Kiv::U64 failedRun = 0;  // its other requests are skipped
+  std::optional<Kiv::U64> awaits;
+  json awaitId = json();
+  // A large answer that is being made.
+  std::optional<ForkedTask> task;
+  json taskId = json();
+  size_t taskOutput = 0;
+  std::array<EventLoop::SourcePtr, 3> taskSources;
+  EventLoop::SourcePtr source;
+};
+
+OwnedDescriptor ControlServer::listen(std::filesystem::path const& path) {
+  sockaddr_un const address = addressOf(path);
+  OwnedDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (socket.get() < 0) fail("the control socket");
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
+  if (::bind(socket.get(), generic(address), sizeof address) != 0) {
+    if (errno != EADDRINUSE || isAlive(address)) fail(path.string());
+    ::unlink(path.c_str());
+    if (::bind(socket.get(), generic(address), sizeof address) != 0) fail(path.string());
+  }
+  if (::chmod(path.c_str(), 0660) != 0) fail(path.string());
+  if (::listen(socket.get(), static_cast<int>(kMaxClients)) != 0) fail(path.string());
+  return socket;
+}
+
+ControlServer::ControlServer(EventLoop& loop, Service& service, ServiceCommands& commands,
+                             OwnedDescriptor listening, Options options)
+    : loop_(loop),
+      service_(service),
+      commands_(commands),
+      listening_(std::move(listening)),
+      options_(std::move(options)) {
+  listener_ = loop_.descriptor(listening_.get(), EPOLLIN, [this](std::uint32_t) { accept(); });
+  more_ = loop_.timer([this] {
+    for (auto const& client : clients_) take(*client);
+  });
+}
+
+ControlServer::~ControlServer() = default;
+
+void ControlServer::accept() {
+  OwnedDescriptor socket(
+      ::accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (socket.get() < 0) return;
+  if (clients_.size() >= kMaxClients) {
+    std::string const refusal = errorAnswer(nullptr, Refused, "there are too many clients");
+    (void)::send(socket.get(), refusal.data(), refusal.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return;
+  }
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
+  auto client = std::make_unique<Client>();
+  client->uid = peer.uid;
+  client->mayChange =
+      peer.uid == 0 || peer.uid == ::geteuid() || options_.writers.contains(peer.uid);
+  client->out = jsonText(json{{"protocol", kControlProtocol},
+                              {"version", HOST_VERSION},
+                              {"switch", service_.options().switchName},
+                              {"mayChange", client->mayChange}}) +
+                '\n';
+  client->socket = std::move(socket);
+  Client& there = *client;
+  client->source =
+      loop_.descriptor(there.socket.get(), EPOLLIN,
+                       [this, &there](std::uint32_t events) { readable(there, events); });
+  clients_.push_back(std::move(client));
+}
+
+void ControlServer::readable(Client& client, std::uint32_t events) {
+  if ((events & EPOLLOUT) != 0) write(client);
+  if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) == 0) return;
+  std::array<char, 65536> part;
+  ssize_t const size = ::recv(client.socket.get(), part.data(), part.size(), MSG_DONTWAIT);
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (size < 0) {
+    drop(client);
+    return;
+  }
+  if (size == 0) client.inputEnded = true;
+  client.in.append(part.data(), static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  take(client);
+}
+
+// Carries out the lines that are there, up to one whose answer is made elsewhere.
+void ControlServer::take(Client& client) {
+  service_.tick();
+  size_t at = 0;
+  size_t lines = 0;
+  while (!client.task && !client.awaits && client.out.size() < kMaxUnread) {
+    if (lines == kLinesATurn) {
+      more_->timeIs(0);
+      break;
+    }
+    size_t const end = client.in.find('\n', at);
+    if (end == std::string::npos) break;
+    request(client, std::string_view(client.in).substr(at, end - at));
+    at = end + 1;
+    ++lines;
+  }
+  client.in.erase(0, at);
+  if (client.in.size() > kMaxLine && client.in.find('\n') == std::string::npos) {
+    client.out += errorAnswer(nullptr, BadInput, "the request is too long");
+    client.inputEnded = true;
+    client.in.clear();
+  }
+}
+
+void ControlServer::request(Client& client, std::string_view text) {
+  if (text.empty()) return;
+  json const request = json::parse(text, nullptr, false);
+  if (!request.is_object()) {
+    client.out += errorAnswer(nullptr, BadInput, "expected a JSON object");
+    return;
+  }
+  json const id = request.contains("id") ? request["id"] : json();
+  if (request.contains("await")) {
+    if (!request["await"].is_number_unsigned()) {
+      client.out += errorAnswer(id, BadInput, "expected a number of changes");
+      return;
+    }
+    client.awaits = request["await"].get<Kiv::U64>();
+    client.awaitId = id;
+    return;
+  }
+  if (!request.contains("line") || !request["line"].is_string()) {
+    client.out += errorAnswer(id, BadInput, "expected a line");
+    return;
+  }
+  carryOut(client, request);
+}
+
+void ControlServer::carryOut(Client& client, json const& request) {
+  json const id = request.contains("id") ? request["id"] : json();
+  bool const withoutText = request.contains("form") && request["form"] == "json";
+  auto const& line = request["line"].get_ref<std::string const&>();
+  bool changes = false;
+  Kiv::U64 const run = request.contains("run") && request["run"].is_number_unsigned()
+                           ? request["run"].get<Kiv::U64>()
+                           : 0;
+  if (run != 0 && run == client.failedRun) {
+    json answer{{"error", "a line before it failed"}, {"skipped", true}, {"status", Refused}};
+    if (!id.is_null()) answer["id"] = id;
+    client.out += jsonText(answer) + '\n';
+    return;
+  }
+  auto const refused = [&](int status, std::string const& why) {
+    client.failedRun = run;
+    if (changes && options_.changed) options_.changed(client.uid, line, why);
+    client.out += errorAnswer(id, status, why);
+  };
+  try {
+    auto const words = commands_.pipeline().expanded(splitWords(line));
+    if (words.empty()) {
+      client.out += answerText(id, withoutText, Answer());
+      return;
+    }
+    auto const prepared = commands_.prepare(words);
+    changes = prepared.changes;
+    if (changes && !client.mayChange) {
+      refused(Refused, "this user may look, and change nothing");
+      return;
+    }
+    if (prepared.large) {
+      carryOutLarge(client, id, withoutText, prepared, line);
+      return;
+    }
+    Answer const answer = commands_.run(prepared, line);
+    if (changes && options_.changed) options_.changed(client.uid, line, "");
+    client.out += answerText(id, withoutText, answer);
+  } catch (InputError const& error) {
+    refused(BadInput, error.what());
+  } catch (StoreError const& error) {
+    refused(Refused, error.what());
+  } catch (UnreadableException const& error) {
+    refused(BadInput, error.what());
+  } catch (std::exception const& error) {
+    refused(Refused, std::string("exception: ") + error.what());
+  }
+}
+
+void ControlServer::carryOutLarge(Client& client, json const& id, bool json,
+                                  ServiceCommands::Prepared const& prepared,
+                                  std::string_view line) {
+  if (forks_ >= kMaxForks) {
+    client.out += errorAnswer(id, Refused, "too many answers are being made; try again");
+    return;
+  }
+  service_.host().turnEnds();  // what waits for the end of the turn is in the chip then
+  HardwareTable const* const hardware = service_.host().hardware();
+  std::vector<int> const kept =
+      hardware == nullptr ? std::vector<int>() : hardware->readDescriptors();
+  client.task.emplace(ForkedTask::start(
+      [&](int out) {
+        Deaths::forked();
+        std::string text;
+        try {
+          text = answerText(id, json, commands_.run(prepared, line));
+        } catch (InputError const& error) {
+          text = errorAnswer(id, BadInput, error.what());
+        } catch (std::exception const& error) {
+          text = errorAnswer(id, Refused, std::string("exception: ") + error.what());
+        }
+        writeAll(out, text);
+        return 0;
+      },
+      ForkedTask::kOutputLimit, kept));
+  ++forks_;
+  client.taskId = id;
+  client.taskOutput = 0;
+}
+
+void ControlServer::followTask(Client& client) {
+  // Sources go before the descriptors that read() closes.
+  for (auto& source : client.taskSources) source.reset();
+  size_t const before = client.out.size();
+  bool const ended = client.task->read(client.out, kMaxUnread);
+  client.taskOutput += client.out.size() - before;
+  if (ended) {
+    endTask(client);
+  } else {
+    update(client);
+  }
+}
+
+void ControlServer::endTask(Client& client) {
+  ForkedEnd const& end = client.task->end();
+  if (!end.isSuccess()) {
+    // A part of an answer ends with its line, which no reader takes for one.
+    if (client.taskOutput > 0) client.out += '\n';
+    std::string const why = end.tooMuchOutput ? "the answer is too long"
+                                              : "the answer died: " + fatalSentence(end.errorText);
+    client.out += errorAnswer(client.taskId, Refused, why);
+  }
+  client.task.reset();
+  --forks_;
+  if (!client.in.empty()) more_->timeIs(0);
+}
+
+void ControlServer::write(Client& client) {
+  while (!client.out.empty()) {
+    ssize_t const size = ::send(client.socket.get(), client.out.data(), client.out.size(),
+                                MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0 && errno == EAGAIN) break;
+    if (size <= 0) {
+      drop(client);
+      return;
+    }
+    client.out.erase(0, static_cast<size_t>(size));
+  }
+  if (client.out.empty() && client.inputEnded && !client.task &&
+      client.in.find('\n') == std::string::npos) {
+    drop(client);
+  } else if (client.out.size() < kMaxUnread && !client.in.empty() && !client.task) {
+    more_->timeIs(0);
+  }
+}
+
+// What the client waits for in the loop.
+void ControlServer::update(Client& client) {
+  bool const full = client.out.size() >= kMaxUnread;
+  bool const reads = !client.inputEnded && !full && client.in.size() < kMaxLine;
+  client.source->eventsAre((reads ? EPOLLIN : 0U) | (client.out.empty() ? 0U : EPOLLOUT));
+  if (!client.task || full) return;
+  for (auto const& source : client.taskSources) {
+    if (source != nullptr) return;
+  }
+  std::array<int, 3> const descriptors{client.task->descriptor(), client.task->errorDescriptor(),
+                                       client.task->processDescriptor()};
+  for (size_t i = 0; i < descriptors.size(); ++i) {
+    if (descriptors[i] < 0) continue;
+    client.taskSources[i] = loop_.descriptor(
+        descriptors[i], EPOLLIN, [this, &client](std::uint32_t) { followTask(client); });
+  }
+}
+
+Kiv::U64 ControlServer::changes() const {
+  return service_.mirror().status().applied + service_.chipChanges();
+}
+
+void ControlServer::turnEnded() {
+  Kiv::U64 const now = changes();
+  for (auto const& client : clients_) {
+    if (client->awaits && *client->awaits != now) {
+      json answer{{"changes", now}};
+      if (!client->awaitId.is_null()) answer["id"] = client->awaitId;
+      client->out += jsonText(answer) + '\n';
+      client->awaits.reset();
+      if (!client->in.empty()) more_->timeIs(0);
+    }
+    if (!client->out.empty() || client->inputEnded) write(*client);
+    if (!dropped_.contains(client.get())) update(*client);
+  }
+  removeDropped();
+}
+
+void ControlServer::removeDropped() {
+  if (dropped_.empty()) return;
+  std::erase_if(clients_, [&](std::unique_ptr<Client> const& client) {
+    if (!dropped_.contains(client.get())) return false;
+    for (auto& source : client->taskSources) source.reset();
+    client->source.reset();
+    if (client->task) --forks_;
+    return true;
+  });
+  dropped_.clear();
+}
+
+}  // namespace Host

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+#include "host/fork/ForkedTask.h"
+#include "host/loop/EventLoop.h"
+#include "host/service/ControlProtocol.h"
+#include "host/service/ServiceCommands.h"
+
+namespace Host {
+
+/// The service's socket: JSON objects, a line each.
+///
+/// First comes a greeting: {"protocol", "version", "switch", "mayChange"}. A request is
+/// {"line": COMMAND}, with "form": "json" for an answer without its text, and with an "id" that
+/// comes back. The answer is {"id", "answer", "text"}, or {"id", "error", "status"}, status 1 for a
+/// request that was refused and 2 for one that is wrong. Requests may have a "run", a number:
+/// after one that failed, the others of its run are not carried out, and answered with "skipped".
+/// {"await": N} is answered with
+/// {"changes": M} as soon as the number of changes is another one than N. Answers come in the order
+/// of the requests.
+///
+/// Who may connect is a matter of the socket's mode. Lines that change something are taken from
+/// root, from the service's own user, and from the users that the options name.
+///
+/// Large answers are made in a forked process, kMaxForks at once. A client that does not read its
+/// answers is not read from; nobody else waits for it.
+class ControlServer {
+ public:
+  static constexpr size_t kMaxClients = 64;
+  static constexpr size_t kMaxForks = 4;
+  static constexpr size_t kMaxLine = size_t{64} << 10;
+  /// Answers that wait to be read by their client before no more are made.
+  static constexpr size_t kMaxUnread = size_t{1} << 20;
+
+  struct Options {
+    /// Users that may change things, beside root and the service's own.
+    std::set<uid_t> writers;
+    /// Learns of each line that changes something: who, the line, and what went wrong, if anything.
+    std::function<void(uid_t, std::string_view, std::string_view)> changed;
+  };
+
+  /// Takes the listening socket over. The loop and the service must outlive it.
+  ControlServer(EventLoop& loop, Service& service, ServiceCommands& commands,
+                OwnedDescriptor listening, Options options);
+  ControlServer(ControlServer const&) = delete;
+  ControlServer& operator=(ControlServer const&) = delete;
+  ~ControlServer();
+
+  /// A new listening socket at a path; one that a dead process has left is replaced. Throws
+  /// std::system_error, also when a living process has it.
+  static OwnedDescriptor listen(std::filesystem::path const& path);
+
+  /// The service's turn has ended: answers go out, and those who wait for a change get theirs.
+  void turnEnded();
+  size_t clients() const { return clients_.size(); }
+
+ private:
+  struct Client;
+  using Clients = std::list<std::unique_ptr<Client>>;
+
+  void accept();
+  void readable(Client& client, std::uint32_t events);
+  void take(Client& client);
+  void request(Client& client, std::string_view text);
+  void carryOut(Client& client, nlohmann::json const& request);
+  void carryOutLarge(Client& client, nlohmann::json const& id, bool json,
+                     ServiceCommands::Prepared const& prepared, std::string_view line);
+  void followTask(Client& client);
+  void endTask(Client& client);
+  void write(Client& client);
+  void update(Client& client);
+  void drop(Client& client) { dropped_.insert(&client); }
+  void removeDropped();
+  Kiv::U64 changes() const;
+
+  EventLoop& loop_;
+  Service& service_;
+  ServiceCommands& commands_;
+  OwnedDescriptor listening_;
+  Options const options_;
+  EventLoop::SourcePtr listener_;
+  EventLoop::SourcePtr more_;
+  std::list<std::unique_ptr<Client>> clients_;
+  std::set<Client*> dropped_;
+  size_t forks_ = 0;
+};
+
+}  // namespace Host

@@ -1,0 +1,483 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/service/ServiceCommands.h"
+
+#include <array>
+#include <utility>
+
+#include "agent/records/BfnMacRewriteTypes.h"
+#include "framework/core/Strep.h"
+#include "framework/trace/TraceHandle.h"
+#include "host/commands/Commands.h"
+#include "host/language/InputError.h"
+#include "host/service/OperatorChanges.h"
+#include "host/store/RecordForm.h"
+
+namespace Host {
+
+namespace {
+
+using Changes = std::vector<StoreChange>;
+using Kind = StoreChange::Kind;
+using Kiv::U16;
+using Kiv::U32;
+
+Pex::VrfId vrfIdOf(Arguments const& given, std::string_view key) {
+  return Pex::VrfId(static_cast<U32>(given.number(key)));
+}
+
+// The members of a draft's collections, as changes of the record at a path.
+Changes changesOf(std::string const& path, Kiv::PtrInterface const& draft, Kind kind) {
+  Changes changes = differenceOf(path, {}, recordForm(draft));
+  std::erase_if(changes, [](StoreChange const& change) { return change.key.empty(); });
+  for (StoreChange& change : changes) {
+    change.kind = kind;
+    if (kind == Kind::Del) change.value.clear();
+  }
+  return changes;
+}
+
+// One attribute of a record, as its draft has it.
+Changes attributeOf(std::string const& path, Kiv::PtrInterface const& draft,
+                    std::string_view attribute) {
+  return {{Kind::Set,
+           path,
+           std::string(attribute),
+           "",
+           recordForm(draft).at(std::string(attribute)).at(""),
+           {},
+           {}}};
+}
+
+// --- VRFs
+
+// What a mutator does to a copy of the record, as changes.
+template <class T, class F>
+Changes changed(Inputs const& inputs, std::string const& path, F const& mutate) {
+  RecordForm const before = recordForm(*inputs.object(path));
+  auto const copy = Kiv::make<T>();
+  fillRecord(*copy, before, [](std::string const&, std::string const&, std::string const&) {});
+  mutate(*copy);
+  return differenceOf(path, before, recordForm(*copy));
+}
+
+Changes vrfDel(Inputs const& inputs, Arguments const& given) {
+  L3::VrfName const name(given.text("vrf"));
+  if (given.has("id")) {
+    Pex::VrfId const* const id = inputs.vrfs().vrfNameToId(name);
+    if (id == nullptr) throw InputError("the VRF has no id");
+    if (*id != vrfIdOf(given, "id")) {
+      throw InputError("expected the id that the VRF has, " + std::to_string(id->value()));
+    }
+  }
+  return changed<Pex::L3Status>(inputs, InputPath::kVrfs,
+                                [&](Pex::L3Status& status) { status.vrfDel(name); });
+}
+
+// --- Routing status
+
+Pex::PortVlanPair routingKey(Arguments const& given) {
+  return {Ovra::IntfId(given.text("<INTF>")), static_cast<U16>(given.number("key-vlan"))};
+}
+
+Changes routingStatus(Arguments const& given, Kind kind) {
+  auto const draft = Kiv::make<BfnL3::L3RoutingStatus>();
+  auto const status = Kiv::make<BfnL3::L3IntfRoutingStatus>(routingKey(given));
+  status->vlanIdIs(static_cast<U16>(given.number("vlan")));
+  status->vrfIdIs(vrfIdOf(given, "vrf-id"));
+  draft->l3IntfRoutingStatusIs(status);
+  return changesOf(InputPath::routingStatus(given.text("port")), *draft, kind);
+}
+
+Changes routingStatusUpdate(Inputs const& inputs, Arguments const& given) {
+  std::string const path = InputPath::routingStatus(given.text("port"));
+  auto const& all = static_cast<BfnL3::L3RoutingStatus const&>(*inputs.object(path));
+  if (all.l3IntfRoutingStatus(routingKey(given)) == nullptr) {
+    throw InputError("there is no such routing status");
+  }
+  return routingStatus(given, Kind::Set);
+}
+
+Changes routingStatusDel(Arguments const& given) {
+  auto const draft = Kiv::make<BfnL3::L3RoutingStatus>();
+  draft->l3IntfRoutingStatusIs(Kiv::make<BfnL3::L3IntfRoutingStatus>(routingKey(given)));
+  return changesOf(InputPath::routingStatus(given.text("port")), *draft, Kind::Del);
+}
+
+// --- Addresses
+
+Changes address(Arguments const& given, Kind kind) {
+  std::string const vrf = Kiv::valueToStrep(vrfIdOf(given, "vrf-id")).stdString();
+  std::string value;
+  if (kind == Kind::Set) {
+    value =
+        Kiv::StrepWriter("BfnMacRewrite::Agent::IpAndIntfId")
+            .field("ipAddr", given.ip("address"))
+            .field("intfId", Ovra::IntfId(given.has("interface") ? given.text("interface") : ""))
+            .field("selfIp", given.has("self"))
+            .close()
+            .stdString();
+  }
+  return {{kind,
+           InputPath::kAddresses,
+           "vrfStatus[" + vrf + "].ipAndIntfId",
+           Kiv::valueToStrep(given.ip("address")).stdString(),
+           std::move(value),
+           {},
+           {}}};
+}
+
+// --- Routes and profiles
+
+Changes route(Arguments const& given, Kind kind) {
+  auto const draft = Kiv::make<Routing::Hardware::RouteStatus>();
+  auto const status = Kiv::make<Routing::Hardware::VrfStatus>(L3::VrfName(given.text("vrf")));
+  if (kind == Kind::Set) {
+    status->vrfIdIs(static_cast<U32>(given.number("vrf-id")));
+    status->fwdVlanIdIs(static_cast<U32>(given.number("forwarding-vlan")));
+  }
+  draft->vrfStatusIs(status);
+  return changesOf(InputPath::kRoutes, *draft, kind);
+}
+
+Changes profile(Arguments const& given, Kind kind) {
+  auto const draft = Kiv::make<BfnSystem::SystemStatus>();
+  auto const info = draft->profileInfoIs(given.text("profile"));
+  if (kind == Kind::Set) {
+    info->chipCapabilitiesIs(BfnSystem::ChipCapabilities(
+        given.text("supported") == "supported", static_cast<U16>(given.number("table-size"))));
+  }
+  return changesOf(InputPath::kProfiles, *draft, kind);
+}
+
+std::string pathOf(std::string const& input) {
+  if (input == "l3-status") return InputPath::kVrfs;
+  if (input == "route-status") return InputPath::kRoutes;
+  if (input == "system-status") return InputPath::kProfiles;
+  if (input == "agent-status") return InputPath::kAddresses;
+  if (input == "cli-config") return InputPath::kConfig;
+  if (input.ends_with("-status")) {
+    return InputPath::routingStatus(input.substr(0, input.find('-')));
+  }
+  throw InputError("the agent writes that itself");
+}
+
+// --- What is done at once, without the store
+
+bool isLook(std::string_view form) {
+  for (std::string_view const word : {"show ", "dump ", "explain ", "audit"}) {
+    if (form.starts_with(word)) return true;
+  }
+  return form == "chip counters";
+}
+bool isSmall(std::string_view form) {
+  for (std::string_view const small :
+       {"show log", "show trace", "show capability", "dump log", "dump capability",
+        "show reconciler", "dump reconciler", "chip counters"}) {
+    if (form.starts_with(small)) return true;
+  }
+  return false;
+}
+bool needsNoAgent(std::string_view form) {
+  for (std::string_view const free :
+       {"show log", "show trace", "dump log", "chip counters", "show reconciler", "dump reconciler",
+        "show waiting", "dump waiting", "show running-config"}) {
+    if (form.starts_with(free)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+ServiceCommands::ServiceCommands(Service& service) : service_(service) {
+  addTranslations();
+  addHostTranslations();
+  Switch& host = service.host();
+  addServiceCommands();
+  take(operatorCommands(host));
+  take(hostCommands(host));
+  take(chipCommands(host));
+  take(lookCommands(host));
+}
+
+void ServiceCommands::translate(std::string const& form, Translate translate) {
+  translations_[form] = std::move(translate);
+}
+
+void ServiceCommands::addTranslations() {
+  Inputs& inputs = service_.inputs();
+  for (auto const& [form, changes] : operatorChanges()) {
+    translate(form, [&inputs, changes = changes](Arguments const& given) {
+      return changes(*inputs.object(InputPath::kConfig), given);
+    });
+  }
+  auto const port = [](Arguments const& given, U16 vlan, Kind kind) -> Changes {
+    auto const draft = Kiv::make<ChipPorts>();
+    draft->vlanIs(given.text("port"), vlan);
+    return changesOf(InputPath::kPorts, *draft, kind);
+  };
+  translate("chip port <DEVICE> vlan <N>", [port](Arguments const& given) {
+    return port(given, static_cast<U16>(given.number("vlan")), Kind::Set);
+  });
+  translate("chip port <DEVICE> vni-map",
+            [port](Arguments const& given) { return port(given, 0, Kind::Set); });
+  translate("no chip port <DEVICE>", [port, &inputs](Arguments const& given) {
+    if (inputs.ports().vlan().find(given.text("port")) == nullptr) {
+      throw InputError("there is no such port");
+    }
+    return port(given, 0, Kind::Del);
+  });
+}
+
+void ServiceCommands::addHostTranslations() {
+  Inputs& inputs = service_.inputs();
+  auto const vrfs = [this, &inputs](char const* form, auto mutate) {
+    translate(form, [&inputs, mutate](Arguments const& given) {
+      return changed<Pex::L3Status>(inputs, InputPath::kVrfs,
+                                    [&](Pex::L3Status& status) { mutate(status, given); });
+    });
+  };
+  vrfs("host vrf <VRF> [id <N>]", [](Pex::L3Status& status, Arguments const& given) {
+    status.vrfIs(L3::VrfName(given.text("vrf")), vrfIdOf(given, "id"));
+  });
+  translate("no host vrf <VRF> [id <N>]",
+            [&inputs](Arguments const& given) { return vrfDel(inputs, given); });
+  vrfs("host vrf-id <N> name <VRF>", [](Pex::L3Status& status, Arguments const& given) {
+    status.vrfNameIs(vrfIdOf(given, "vrf-id"), L3::VrfName(given.text("name")));
+  });
+  vrfs("no host vrf-id <N>", [](Pex::L3Status& status, Arguments const& given) {
+    status.vrfNameDel(vrfIdOf(given, "vrf-id"));
+  });
+  vrfs("host vrf-name <VRF> id <N>", [](Pex::L3Status& status, Arguments const& given) {
+    status.vrfNameToIdIs(L3::VrfName(given.text("vrf-name")), vrfIdOf(given, "id"));
+  });
+  vrfs("no host vrf-name <VRF>", [](Pex::L3Status& status, Arguments const& given) {
+    status.vrfNameToIdDel(L3::VrfName(given.text("vrf-name")));
+  });
+  translate("host routing-status port|vlan|subinterface <INTF> key-vlan <N> [vlan <N> vrf-id <N>]",
+            [](Arguments const& given) { return routingStatus(given, Kind::Replace); });
+  translate("no host routing-status port|vlan|subinterface <INTF> key-vlan <N>", routingStatusDel);
+  translate(
+      "host update routing-status port|vlan|subinterface <INTF> key-vlan <N> vlan <N> vrf-id <N>",
+      [&inputs](Arguments const& given) { return routingStatusUpdate(inputs, given); });
+  translate("host address <IP> vrf-id <N> [interface <INTF> [self]]",
+            [](Arguments const& given) { return address(given, Kind::Set); });
+  translate("no host address <IP> vrf-id <N>",
+            [](Arguments const& given) { return address(given, Kind::Del); });
+  translate("no host address vrf-id <N>", [](Arguments const& given) -> Changes {
+    return {{Kind::Del,
+             InputPath::kAddresses,
+             "vrfStatus",
+             Kiv::valueToStrep(vrfIdOf(given, "vrf-id")).stdString(),
+             {},
+             {},
+             {}}};
+  });
+  translate("host route vrf <VRF> [vrf-id <N> forwarding-vlan <N>]",
+            [](Arguments const& given) { return route(given, Kind::Set); });
+  translate("no host route vrf <VRF>",
+            [](Arguments const& given) { return route(given, Kind::Del); });
+  translate("host profile <NAME> rewrite supported|unsupported table-size <N>",
+            [](Arguments const& given) { return profile(given, Kind::Set); });
+  translate("no host profile <NAME>",
+            [](Arguments const& given) { return profile(given, Kind::Del); });
+  translate("host use profile <NAME>", [](Arguments const& given) {
+    auto const draft = Kiv::make<BringUp>();
+    draft->activeProfileIs(given.text("profile"));
+    return attributeOf(InputPath::kBringUp, *draft, "activeProfile");
+  });
+  translate(
+      "host empty l3-status|port-status|vlan-status|subinterface-status|route-status|cli-config|"
+      "capability|agent-config|agent-status|system-status",
+      [&inputs](Arguments const& given) {
+        std::string const path = pathOf(given.text("l3-status"));
+        Changes changes = differenceOf(path, recordForm(*inputs.object(path)), {});
+        std::erase_if(changes, [](StoreChange const& change) { return change.key.empty(); });
+        return changes;
+      });
+}
+
+void ServiceCommands::take(CommandGroup group) {
+  for (Command& command : group.commands) {
+    std::string const form = command.pattern.text();
+    if (auto const found = translations_.find(form); found != translations_.end()) {
+      traits_[form].changes = true;
+      command.handler = [this, make = found->second](Arguments const& given) {
+        if (!service_.inputs().made()) throw StoreRefused(service_.because());
+        service_.submit(make(given), line_);
+        return Answer();
+      };
+      continue;
+    }
+    if (isLook(form)) {
+      traits_[form].large = !isSmall(form);
+      if (needsNoAgent(form)) continue;
+      command.handler = [this, look = command.handler](Arguments const& given) {
+        if (service_.state() != Service::State::Running) {
+          throw InputError("the agent is not up: " + service_.because());
+        }
+        return look(given);
+      };
+      continue;
+    }
+    if (form == "repair" || form == "chip clear faults|hits") {
+      traits_[form].changes = true;
+      command.handler = [this, act = command.handler](Arguments const& given) {
+        if (service_.state() != Service::State::Running) {
+          throw InputError("the agent is not up: " + service_.because());
+        }
+        if (given.has("faults") && given.text("faults") == "faults") {
+          throw InputError("a service has no planned faults");
+        }
+        return act(given);
+      };
+      continue;
+    }
+    traits_[form].changes = true;
+    command.handler = [form](Arguments const&) -> Answer {
+      throw InputError("a service does not take this command; it is one of the laboratory's: " +
+                       form);
+    };
+  }
+  table_.add(std::move(group));
+}
+
+void ServiceCommands::add(CommandGroup group, bool changes) {
+  for (Command const& command : group.commands) {
+    traits_[command.pattern.text()].changes = changes;
+  }
+  table_.add(std::move(group));
+}
+
+void ServiceCommands::addServiceCommands() {
+  CommandGroup looks{"service", {}};
+  auto& look = looks.commands;
+  auto const status = [this](Arguments const&) {
+    nlohmann::json all = service_.status();
+    std::string text = statusText(all);
+    return Answer(std::move(all), std::move(text));
+  };
+  look.emplace_back("status", "whether the agent is up and in sync, and why not", "status", status);
+  look.emplace_back("show status", "the same", "show status", status);
+  look.emplace_back("show version", "the version of the service", "show version",
+                    [](Arguments const&) {
+                      return Answer({{"version", HOST_VERSION}}, "BfnMacRewrite " HOST_VERSION);
+                    });
+  look.emplace_back("help [<COMMAND>]", "the commands, or those that begin so", "help host vrf",
+                    [this](Arguments const& given) {
+                      std::string const text = table_.help(given.words.subspan(1));
+                      return Answer(text, text);
+                    });
+  add(std::move(looks), false);
+
+  CommandGroup acts{"service, changes", {}};
+  auto& act = acts.commands;
+  act.emplace_back("host inputs complete|incomplete",
+                   "whether the inputs hold all that there is; the agent is brought up then",
+                   "host inputs complete", [this](Arguments const& given) {
+                     if (!service_.inputs().made()) throw StoreRefused(service_.because());
+                     auto const draft = Kiv::make<BringUp>();
+                     draft->inputsCompleteIs(given.text("complete") == "complete");
+                     service_.submit(attributeOf(InputPath::kBringUp, *draft, "inputsComplete"),
+                                     line_);
+                     return Answer();
+                   });
+  act.emplace_back("agent retry", "bring the agent up again after bring-ups that ended in death",
+                   "agent retry", [this](Arguments const&) {
+                     if (!service_.retry()) throw InputError("the agent is not held");
+                     return Answer();
+                   });
+  act.emplace_back("store accept", "take the store as it is, after its history went back",
+                   "store accept", [this](Arguments const&) {
+                     if (!service_.accept())
+                       throw InputError("the store's history did not go back");
+                     return Answer();
+                   });
+  act.emplace_back("trace level <N:30>", "traces up to that level go into the ring",
+                   "trace level 9", [](Arguments const& given) {
+                     Kiv::TraceHandle::defaultLevelsIs((U32{2} << given.number("level")) - 1);
+                     return Answer();
+                   });
+  add(std::move(acts), true);
+}
+
+ServiceCommands::Prepared ServiceCommands::prepare(std::span<std::string const> words) const {
+  size_t const count = pipeline_.commandWords(words);
+  Prepared prepared;
+  prepared.filters = pipeline_.stages(words.subspan(count));
+  for (auto const& stage : prepared.filters) {
+    for (std::string const& word : stage) {
+      if (word == "save") throw InputError("files are the client's: expected another filter");
+    }
+  }
+  prepared.found = table_.find(words.subspan(0, count));
+  Traits const& traits = traits_.at(prepared.found.command->pattern.text());
+  prepared.changes = traits.changes;
+  prepared.large = traits.large;
+  return prepared;
+}
+
+Answer ServiceCommands::run(Prepared const& prepared, std::string_view line) {
+  line_ = line;
+  Answer answer = prepared.found.command->handler(prepared.found.arguments);
+  line_ = {};
+  return prepared.filters.empty() ? answer : pipeline_.apply(prepared.filters, std::move(answer));
+}
+
+namespace {
+
+std::string timeText(double seconds) {
+  auto const whole = static_cast<long long>(seconds);
+  std::array<char, 48> text{};
+  if (whole < 60) {
+    std::snprintf(text.data(), text.size(), "%.1f s", seconds);
+  } else if (whole < 86400) {
+    std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
+                  whole % 60);
+  } else {
+    std::snprintf(text.data(), text.size(), "%lld days", whole / 86400);
+  }
+  return text.data();
+}
+
+}  // namespace
+
+std::string statusText(nlohmann::json const& status) {
+  auto const text = [](nlohmann::json const& value) { return value.get<std::string>(); };
+  nlohmann::json const& agent = status["agent"];
+  nlohmann::json const& store = status["store"];
+  std::string const because = text(agent["because"]);
+  std::string lines = "agent    " + text(agent["state"]) + " for " +
+                      timeText(agent["since"].get<double>()) +
+                      (because.empty() ? "" : ": " + because);
+  lines += "\nready    " + std::string(agent["ready"].get<bool>() ? "yes" : "no");
+  lines += "\nswitch   " + text(status["switch"]);
+  lines += "\nprofile  " + (text(status["profile"]).empty() ? "none" : text(status["profile"]));
+  lines += "\ntable    " + text(status["table"]);
+  if (status.contains("rows")) {
+    nlohmann::json const& rows = status["rows"];
+    lines += "\nrows     " + rows["wanted"].dump() + " wanted, " + rows["installed"].dump() +
+             " installed, " + rows["waiting"].dump() + " waiting, " + rows["failed"].dump() +
+             " failed";
+  }
+  lines += "\nstore    " + text(store["name"]) + ", " + text(store["state"]) + " for " +
+           timeText(store["since"].get<double>()) + ", version " + text(store["version"]);
+  if (std::string const why = text(store["because"]); !why.empty()) lines += ": " + why;
+  for (auto const& [place, why] : store["unreadable"].items()) {
+    lines += "\nleft out " + place + ": " + text(why);
+  }
+  for (auto const& [device, port] : status["ports"].items()) {
+    lines += "\nport     " + device + ", " +
+             (port["vlan"].is_null() ? "VLAN by VNI" : "VLAN " + port["vlan"].dump());
+    if (port.contains("error")) lines += ": " + text(port["error"]);
+  }
+  lines += "\nuptime   " + timeText(status["uptime"].get<double>()) + ", " +
+           status["deaths"].dump() + " deaths before";
+  if (nlohmann::json const& death = status["lastDeath"]; !death.is_null()) {
+    std::string const why = text(death["text"]);
+    lines += "\nlast     died while it handled \"" + text(death["event"]) +
+             "\": " + (why.empty() ? "signal " + death["signal"].dump() : why);
+  }
+  return lines;
+}
+
+}  // namespace Host

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/language/CommandTable.h"
+#include "host/service/Service.h"
+#include "host/shell/Pipeline.h"
+
+namespace Host {
+
+/// The lines that a service carries out: the operator's, the host's facts, and what looks at them.
+/// Forms are the lab's. What changes an input goes to the store first; what a service has no use
+/// for is refused by name.
+class ServiceCommands {
+ public:
+  /// The service must outlive it.
+  explicit ServiceCommands(Service& service);
+  ServiceCommands(ServiceCommands const&) = delete;
+  ServiceCommands& operator=(ServiceCommands const&) = delete;
+
+  CommandTable const& table() const { return table_; }
+  Pipeline const& pipeline() const { return pipeline_; }
+
+  /// What a line is for the one who carries it out.
+  struct Prepared {
+    CommandTable::Found found;
+    Pipeline::Stages filters;
+    /// It changes something.
+    bool changes = false;
+    /// It looks at much: better done in a process of its own.
+    bool large = false;
+  };
+  /// `words` must outlive it. Throws InputError.
+  Prepared prepare(std::span<std::string const> words) const;
+  /// Carries it out; `line` is what a death would be noted under. Throws InputError, StoreError,
+  /// UnreadableException, and what handlers throw.
+  Answer run(Prepared const& prepared, std::string_view line);
+
+  /// What a service adds: commands of the process, not of the agent.
+  void add(CommandGroup group, bool changes);
+
+ private:
+  using Changes = std::vector<StoreChange>;
+  using Translate = std::function<Changes(Arguments const&)>;
+  struct Traits {
+    bool changes = false;
+    bool large = false;
+  };
+
+  void take(CommandGroup group);
+  void translate(std::string const& form, Translate translate);
+  void addTranslations();
+  void addHostTranslations();
+  void addServiceCommands();
+
+  Service& service_;
+  std::map<std::string, Translate> translations_;
+  std::map<std::string, Traits> traits_;  // by form
+  std::string_view line_;
+  CommandTable table_;
+  Pipeline pipeline_{table_};
+};
+
+/// The status as people read it, ten lines or so.
+std::string statusText(nlohmann::json const& status);
+
+}  // namespace Host

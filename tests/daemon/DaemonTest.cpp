@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <csignal>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/daemon/ServiceProcess.h"
+#include "tests/support/InChild.h"
+
+namespace {
+
+using BfnTest::addressLine;
+using BfnTest::bringUpLines;
+using BfnTest::rewriteLine;
+using BfnTest::ServiceProcess;
+using nlohmann::json;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+constexpr char kMac1[] = "02:00:00:00:00:01";
+
+json row(char const* ip, char const* mac = kMac1) {
+  return {{"hits", 0}, {"mac", mac}, {"sip", ip}, {"vlan", 1006}};
+}
+
+class DaemonTest : public ::testing::Test {
+ protected:
+  ServiceProcess service;
+
+  void up() {
+    service.start();
+    service.lines(bringUpLines());
+    ASSERT_TRUE(service.reaches("running")) << service.log();
+  }
+  void dies() {
+    // A status with a VLAN that no row may have, and the address goes before it is corrected.
+    service.lines({"host routing-status port Ethernet2 key-vlan 0 vlan 4095 vrf-id 7"});
+    service.ask("host address 10.9.9.9 vrf-id 7 interface Ethernet2");
+    EXPECT_THROW(service.ask("no host address 10.9.9.9 vrf-id 7"), NoService);
+    int const status = service.wait();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+  }
+};
+
+TEST_F(DaemonTest, WaitsForProfileAndMarker) {
+  service.start();
+  EXPECT_EQ(service.status()["agent"]["because"], "there is no active profile");
+  auto const lines = bringUpLines();
+  service.lines({lines.begin(), lines.end() - 1});
+  EXPECT_EQ(service.status()["agent"]["because"], "the inputs are not complete yet");
+  EXPECT_EQ(service.ask("show chip")["status"], 2);
+  EXPECT_FALSE(service.status()["agent"]["ready"]);
+  service.lines({lines.back()});
+  EXPECT_TRUE(service.reaches("running"));
+  EXPECT_TRUE(service.status()["agent"]["ready"]);
+}
+
+TEST_F(DaemonTest, LinesAndFactsBecomeRowsAtOnce) {
+  up();
+  service.lines({addressLine("10.0.0.1"), rewriteLine("10.0.0.1", kMac1)});
+  EXPECT_EQ(service.answer("show chip"), json::array({row("10.0.0.1")}));
+  EXPECT_THAT(service.text("show vxlan forwarding src-mac rewrite"),
+              AllOf(HasSubstr("red"), HasSubstr(kMac1)));
+  service.lines({"host update routing-status port Ethernet1 key-vlan 0 vlan 1007 vrf-id 7"});
+  EXPECT_EQ(service.answer("dump chip")[0]["vlan"], 1007);
+  service.lines({"no host address 10.0.0.1 vrf-id 7"});
+  EXPECT_EQ(service.answer("show chip"), json::array());
+}
+
+TEST_F(DaemonTest, AcceptedLinesOutliveAKill) {
+  up();
+  service.lines({addressLine("10.0.0.1"), rewriteLine("10.0.0.1", kMac1)});
+  service.stop(SIGKILL);
+  service.start();
+  ASSERT_TRUE(service.reaches("running"));
+  EXPECT_EQ(service.answer("show chip"), json::array({row("10.0.0.1")}));
+  EXPECT_THAT(service.text("show running-config"), HasSubstr("10.0.0.1"));
+}
+
+TEST_F(DaemonTest, ATerminatedServiceEndsWithStatusZero) {
+  up();
+  int const status = service.stop(SIGTERM);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+TEST_F(DaemonTest, AnErrorSaysWhatIsWrongAndChangesNothing) {
+  up();
+  EXPECT_THAT(service.ask("vxlan forwarding match vrf red src-ip 10.0.0.300 action rewrite src-mac "
+                          "02:00:00:00:00:01")["error"],
+              HasSubstr("10.0.0.300"));
+  EXPECT_EQ(service.text("show running-config"), "");
+  json const refused = service.ask("host agent create");
+  EXPECT_THAT(refused["error"], HasSubstr("host agent create"));
+  EXPECT_EQ(refused["status"], 2);
+  EXPECT_THAT(service.ask("show chip | save x")["error"], HasSubstr("client's"));
+}
+
+TEST_F(DaemonTest, WhatIsNoRequestIsAnsweredAsSuch) {
+  up();
+  Connection connection = service.connect();
+  EXPECT_EQ(connection.greeting()["switch"], "leaf1");
+  EXPECT_EQ(connection.ask(json::array({1}))["status"], 2);
+  EXPECT_EQ(connection.ask({{"id", 7}})["id"], 7);
+  EXPECT_EQ(connection.ask({{"line", 5}, {"id", "a"}})["id"], "a");
+  EXPECT_EQ(connection.ask({{"await", -1}})["status"], 2);
+  EXPECT_EQ(connection.ask({{"line", ""}})["answer"], nullptr);
+  connection.send({{"line", std::string(100'000, 'x')}});
+  EXPECT_EQ(connection.receive()["error"], "the request is too long");
+  EXPECT_THROW(connection.ask({{"line", "status"}}), NoService);
+  EXPECT_TRUE(service.status()["agent"]["ready"]);
+}
+
+TEST_F(DaemonTest, AfterALineThatFailedTheOthersOfItsRunAreSkipped) {
+  up();
+  Connection connection = service.connect();
+  for (char const* const line : {"host vrf a id 1", "host bogus", "host vrf b id 2"}) {
+    connection.send({{"line", line}, {"run", 1}});
+  }
+  connection.send({{"line", "host vrf c id 3"}, {"run", 2}});
+  EXPECT_TRUE(connection.receive().contains("answer"));
+  EXPECT_FALSE(connection.receive().contains("skipped"));
+  EXPECT_EQ(connection.receive()["skipped"], true);
+  EXPECT_TRUE(connection.receive().contains("answer"));
+  EXPECT_THAT(service.answer("dump inputs").dump(),
+              AllOf(HasSubstr("\"a\""), HasSubstr("\"c\""), Not(HasSubstr("\"b\""))));
+}
+
+TEST_F(DaemonTest, AnswersOfSeveralClientsAreTheirOwn) {
+  up();
+  Connection one = service.connect();
+  Connection two = service.connect();
+  for (int i = 0; i < 20; ++i) {
+    one.send({{"line", "show chip"}, {"id", i}});
+    two.send({{"line", "status"}, {"id", 100 + i}});
+  }
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(two.receive()["id"], 100 + i);
+    EXPECT_EQ(one.receive()["id"], i);
+  }
+}
+
+TEST_F(DaemonTest, AClientLearnsOfAChange) {
+  up();
+  Connection connection = service.connect();
+  json const first = connection.ask({{"await", 0}});
+  connection.send({{"await", first["changes"]}});
+  service.lines({addressLine("10.0.0.1")});
+  EXPECT_GT(connection.receive()["changes"], first["changes"]);
+}
+
+TEST_F(DaemonTest, AClientThatDoesNotReadHoldsNobodyUp) {
+  up();
+  Connection slow = service.connect();
+  for (int i = 0; i < 2000; ++i) slow.send({{"line", "help"}});
+  EXPECT_TRUE(service.status()["agent"]["ready"]);
+  service.lines({addressLine("10.0.0.1")});
+  EXPECT_EQ(service.answer("show chip").size(), 1u);
+}
+
+TEST_F(DaemonTest, AnotherUserMayLookAndChangeNothing) {
+  passwd const* const nobody = ::getpwnam("nobody");
+  if (::geteuid() != 0 || nobody == nullptr) GTEST_SKIP() << "needs another user";
+  up();
+  ASSERT_EQ(::chmod(service.file(".").c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(service.socket().c_str(), 0666), 0);
+  auto const asNobody = [&](char const* line) {
+    return BfnTest::inChild(STDOUT_FILENO, [&] {
+             if (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0) return 1;
+             std::string const text = Connection(service.socket()).ask({{"line", line}}).dump();
+             return ::write(STDOUT_FILENO, text.data(), text.size()) > 0 ? 0 : 1;
+           })
+        .text;
+  };
+  EXPECT_THAT(asNobody("status"), HasSubstr("running"));
+  EXPECT_THAT(asNobody("host vrf blue id 8"), HasSubstr("this user may look"));
+  EXPECT_THAT(service.answer("dump inputs").dump(), Not(HasSubstr("blue")));
+  // A user of the configuration may.
+  service.stop(SIGTERM);
+  std::ofstream(service.file("toml")) << "writers = [\"nobody\"]\n";
+  service.options() = {"--config", service.file("toml")};
+  service.start();
+  ASSERT_EQ(::chmod(service.socket().c_str(), 0666), 0);
+  EXPECT_THAT(asNobody("host vrf blue id 8"), Not(HasSubstr("error")));
+  EXPECT_THAT(service.log(), HasSubstr("uid " + std::to_string(nobody->pw_uid) +
+                                       ": host vrf blue id 8"));
+}
+
+TEST_F(DaemonTest, AFatalEventIsRememberedAndTheAgentComesBack) {
+  up();
+  service.lines({addressLine("10.0.0.1"), rewriteLine("10.0.0.1", kMac1)});
+  dies();
+  service.start();
+  ASSERT_TRUE(service.reaches("running")) << service.log();
+  json const death = service.status()["lastDeath"];
+  EXPECT_EQ(death["event"], "no host address 10.9.9.9 vrf-id 7");
+  EXPECT_THAT(death["text"], HasSubstr("Failed("));
+  EXPECT_EQ(death["signal"], SIGABRT);
+  EXPECT_FALSE(death["trace"].empty());
+  EXPECT_EQ(service.status()["deaths"], 1);
+  EXPECT_THAT(service.log(), HasSubstr("BFN_MAC_REWRITE_SERVICE_DIED"));
+  EXPECT_EQ(service.answer("show chip"), json::array({row("10.0.0.1")}));
+}
+
+TEST_F(DaemonTest, AnEventThatEndedTheProcessIsInTheStore) {
+  up();
+  dies();
+  service.start();
+  ASSERT_TRUE(service.reaches("running"));
+  // The removal had been accepted by the store before the agent died of it.
+  EXPECT_THAT(service.answer("dump inputs").dump(), Not(HasSubstr("10.9.9.9")));
+}
+
+TEST_F(DaemonTest, ThreeDeathsAtTheSameInputsHoldTheAgent) {
+  up();
+  service.lines({addressLine("10.0.0.1")});
+  service.stop(SIGTERM);
+  service.options() = {"--plugin", SERVICE_POISON};
+  service.start();
+  // The first death may come before the answer does.
+  EXPECT_NO_THROW(service.ask("host profile poison rewrite supported table-size 1"));
+  service.stop(SIGKILL);
+  for (int death = 0; death < 3; ++death) {
+    try {
+      service.start();
+    } catch (std::runtime_error const&) {
+      continue;  // it ended before it answered
+    }
+    int const status = service.wait();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status << service.log();
+  }
+  service.start();
+  ASSERT_TRUE(service.reaches("held")) << service.log();
+  EXPECT_THAT(service.status()["agent"]["because"], HasSubstr("The profile is poison"));
+  EXPECT_THAT(service.log(), HasSubstr("BFN_MAC_REWRITE_SERVICE_HELD"));
+  EXPECT_EQ(service.ask("show chip")["status"], 2);
+  // An input that is mended brings it up.
+  service.options() = {};
+  service.lines({"no host profile poison"});
+  EXPECT_FALSE(service.reaches("held"));
+}
+
+TEST_F(DaemonTest, TheConfigurationIsCheckedAsAWhole) {
+  std::ofstream(service.file("toml")) << "database = 5\nnonsense = true\n[store]\ndurability = "
+                                         "\"never\"\n";
+  auto const check = [&] {
+    return BfnTest::inChild(STDERR_FILENO, [&] {
+      ::execl(SERVICE_PROGRAM, SERVICE_PROGRAM, "--config", service.file("toml").c_str(), "--check",
+              static_cast<char*>(nullptr));
+      return 127;
+    });
+  };
+  auto const wrong = check();
+  EXPECT_TRUE(wrong.exitedWith(2));
+  EXPECT_THAT(wrong.text, AllOf(HasSubstr("toml:1: database: expected a string"),
+                                HasSubstr("toml:2: there is no option nonsense"),
+                                HasSubstr("durability: expected")));
+  std::ofstream(service.file("toml")) << "database = \"redis://[\"\ntable = \"wood\"\n"
+                                         "writers = [\"no such user\"]\n";
+  auto const values = check();
+  EXPECT_TRUE(values.exitedWith(2));
+  EXPECT_THAT(values.text, AllOf(HasSubstr("table: "), HasSubstr("database: "),
+                                 HasSubstr("there is no user no such user")));
+  std::ofstream(service.file("toml")) << "trace = 4\n";
+  EXPECT_TRUE(check().exitedWith(0));
+}
+
+TEST_F(DaemonTest, MetricsAreWrittenWholeAndFollow) {
+  service.options() = {"--config", service.file("toml")};
+  std::ofstream(service.file("toml"))
+      << "metrics = \"" << service.file("m.prom") << "\"\nmetrics-interval = 0.1\n";
+  up();
+  service.lines({addressLine("10.0.0.1")});
+  std::string text;
+  for (int i = 0; i < 100 && text.find("macrewrite_rows_wanted 1\n") == std::string::npos; ++i) {
+    ::usleep(50'000);
+    std::ostringstream all;
+    all << std::ifstream(service.file("m.prom")).rdbuf();
+    text = all.str();
+  }
+  EXPECT_THAT(text, AllOf(HasSubstr("macrewrite_rows_wanted 1\n"), HasSubstr("macrewrite_ready 1\n"),
+                          HasSubstr("macrewrite_state{state=\"running\"} 1\n"),
+                          HasSubstr("macrewrite_event_to_table_seconds_bucket{le=\"+Inf\"}")));
+}
+
+TEST_F(DaemonTest, ADirectoryBelongsToOneService) {
+  up();
+  ServiceProcess other({"--state", service.file("state"), "--control", service.file("other")});
+  EXPECT_THROW(other.start(), std::runtime_error);
+  EXPECT_TRUE(service.status()["agent"]["ready"]);
+}
+
+}  // namespace
