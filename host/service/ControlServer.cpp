@@ -182,7 +182,7 @@ void ControlServer::take(Client& client) {
     ++lines;
   }
   client.in.erase(0, at);
-  if (client.in.size() > kMaxLine && client.in.find('\n') == std::string::npos) {
+  if (client.in.size() >= kMaxLine && client.in.find('\n') == std::string::npos) {
     client.out += errorAnswer(nullptr, BadInput, "the request is too long");
     client.inputEnded = true;
     client.in.clear();

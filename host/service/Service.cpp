@@ -20,7 +20,7 @@ using Kiv::U32;
 
 constexpr unsigned kClaimSeconds = 10;
 constexpr double kClaimEvery = 3;
-constexpr double kFirstPause = 0.5;
+constexpr double kFirstPause = 0.1;
 constexpr double kLongestPause = 5;
 constexpr double kPortRetry = 5;
 

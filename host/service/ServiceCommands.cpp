@@ -197,6 +197,7 @@ ServiceCommands::ServiceCommands(Service& service) : service_(service) {
   take(hostCommands(host));
   take(chipCommands(host));
   take(lookCommands(host));
+  take(explainCommands(host));
 }
 
 void ServiceCommands::translate(std::string const& form, Translate translate) {

@@ -38,8 +38,8 @@ ServiceProcess::~ServiceProcess() {
 }
 
 void ServiceProcess::start() {
-  std::vector<std::string> words{SERVICE_PROGRAM, "--plugin",     SERVICE_PLUGIN, "--state",
-                                 file("state"),   "--control",    socket(),       "--switch",
+  std::vector<std::string> words{SERVICE_PROGRAM, "--plugin",    plugin,   "--state",
+                                 file("state"),   "--control",   socket(), "--switch",
                                  "leaf1",         "--hash-seed", "1"};
   words.insert(words.end(), options_.begin(), options_.end());
   std::vector<char*> arguments;
@@ -97,13 +97,15 @@ nlohmann::json ServiceProcess::ask(std::string const& line) {
 
 nlohmann::json ServiceProcess::answer(std::string const& line) {
   nlohmann::json const all = ask(line);
-  if (all.contains("error")) throw std::runtime_error(line + ": " + all["error"].get<std::string>());
+  if (all.contains("error"))
+    throw std::runtime_error(line + ": " + all["error"].get<std::string>());
   return all["answer"];
 }
 
 std::string ServiceProcess::text(std::string const& line) {
   nlohmann::json const all = ask(line);
-  if (all.contains("error")) throw std::runtime_error(line + ": " + all["error"].get<std::string>());
+  if (all.contains("error"))
+    throw std::runtime_error(line + ": " + all["error"].get<std::string>());
   return all["text"].get<std::string>();
 }
 

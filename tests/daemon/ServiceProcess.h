@@ -35,6 +35,9 @@ class ServiceProcess {
   /// Options of the next start.
   std::vector<std::string>& options() { return options_; }
 
+  /// Of the next start.
+  std::string plugin = SERVICE_PLUGIN;
+
   std::string file(std::string const& name) const { return directory_.file(name); }
   std::string socket() const { return file("control"); }
   std::string log() const;
