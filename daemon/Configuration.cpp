@@ -131,6 +131,7 @@ void readConfiguration(std::string const& file, Configuration& to) {
   reader.text("switch", to.switchName);
   reader.flag("own-configuration", to.ownConfiguration);
   reader.number("hash-seed", std::numeric_limits<Kiv::U32>::max(), to.hashSeed);
+  reader.number("rows", 16'000'000, to.rows);
   reader.number("trace", 30, to.traceLevel);
   reader.texts("writers", to.writers);
   std::string durability;

@@ -13,6 +13,7 @@
 struct Configuration {
   std::string database;  ///< URL; empty: an SQLite file in the state directory
   std::string table = "model";
+  std::optional<size_t> rows;  ///< of a kernel's table that is made
   std::string control = "/run/macrewrite/control";
   std::string metrics;  ///< file; empty: none
   double metricsInterval = 15;

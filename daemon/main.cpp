@@ -109,7 +109,7 @@ Host::SwitchTable tableOf(Configuration const& with) {
   if (with.table != "model") {
     size_t const colon = with.table.find(':');
     table.hardware = Host::openKernelTable(
-        colon == std::string::npos ? "/run/macrewrite" : with.table.substr(colon + 1));
+        colon == std::string::npos ? "/run/macrewrite" : with.table.substr(colon + 1), with.rows);
   }
   return table;
 }
@@ -335,6 +335,9 @@ int parseAndRun(int argc, char** argv) {
   auto* const trace =
       app.add_option("--trace", line.traceLevel, "traces up to that level go into the ring");
   trace->check(CLI::Range(0U, 30U))->type_name("LEVEL");
+  auto* const rows =
+      app.add_option("--rows", line.rows, "rows of a kernel's table that is made (default: 65536)");
+  rows->check(CLI::Range(size_t{0}, size_t{16'000'000}))->type_name("N");
   app.add_flag("--check", check, "say what is wrong with the options, and start nothing");
   app.set_version_flag("--version", "macrewrited " MACREWRITED_VERSION);
   try {
@@ -351,6 +354,7 @@ int parseAndRun(int argc, char** argv) {
     if (option->count() > 0) with.*member = line.*member;
   }
   if (seed->count() > 0) with.hashSeed = line.hashSeed;
+  if (rows->count() > 0) with.rows = line.rows;
   if (trace->count() > 0) with.traceLevel = line.traceLevel;
   if (std::string const faults = faultsOf(with); !faults.empty()) {
     std::cerr << faults << std::endl;

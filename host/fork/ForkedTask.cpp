@@ -72,8 +72,8 @@ int keepOnly(int output, int errors, std::span<int const> kept) {
   int next = kFirstOwn;
   for (int const each : all) {
     if (each < next) continue;
-    if (each > next && ::close_range(static_cast<unsigned>(next), static_cast<unsigned>(each) - 1,
-                                     0) != 0) {
+    if (each > next &&
+        ::close_range(static_cast<unsigned>(next), static_cast<unsigned>(each) - 1, 0) != 0) {
       return -1;
     }
     next = each + 1;

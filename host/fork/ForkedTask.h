@@ -55,9 +55,10 @@ struct ForkedEnd {
 ///
 /// The child has its end of the pipe and standard error, which is a second pipe, and no other
 /// descriptor but those that it is to keep: no other file, socket or terminal of the parent is
-/// reachable, and it holds none of them open. Its signals have their default meaning and none is blocked. It dumps no core, dies when
-/// the thread that started it ends, and leaves by one _exit(): no destructor and no exit handler of
-/// the parent's objects runs there, and nothing that the parent has buffered is written twice.
+/// reachable, and it holds none of them open. Its signals have their default meaning and none is
+/// blocked. It dumps no core, dies when the thread that started it ends, and leaves by one _exit():
+/// no destructor and no exit handler of the parent's objects runs there, and nothing that the
+/// parent has buffered is written twice.
 ///
 /// There is no event loop inside. A caller that has one waits until one of the three descriptors
 /// can be read, calls read() whenever one can, and is done once ended() says so; any other caller

@@ -14,8 +14,8 @@ namespace {
 
 class KernelHardware final : public HardwareTable {
  public:
-  explicit KernelHardware(std::filesystem::path const& directory)
-      : program_({directory}), table_(program_), ports_(program_) {
+  explicit KernelHardware(BfnKernel::KernelOptions const& options)
+      : program_(options), table_(program_), ports_(program_) {
     for (std::string const& notice : program_.notices()) std::cerr << notice << '\n';
   }
 
@@ -51,9 +51,12 @@ class KernelHardware final : public HardwareTable {
 
 }  // namespace
 
-std::unique_ptr<HardwareTable> openKernelTable(std::filesystem::path const& directory) {
+std::unique_ptr<HardwareTable> openKernelTable(std::filesystem::path const& directory,
+                                               std::optional<size_t> rows) {
   try {
-    return std::make_unique<KernelHardware>(directory);
+    BfnKernel::KernelOptions options{directory};
+    options.rows = rows.value_or(options.rows);
+    return std::make_unique<KernelHardware>(options);
   } catch (BfnKernel::Unavailable const& error) {
     throw TableUnavailable(error.what());
   }

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "host/switch/HardwareTable.h"
 
@@ -12,6 +13,8 @@ namespace Host {
 /// as asked for is a line on standard error. Throws TableUnavailable where this machine, process or
 /// build lacks what it needs, std::runtime_error when the directory is in use or the kernel
 /// refuses.
-std::unique_ptr<HardwareTable> openKernelTable(std::filesystem::path const& directory);
+/// `rows`: of a table that is made; the kernel's usual number unless given.
+std::unique_ptr<HardwareTable> openKernelTable(std::filesystem::path const& directory,
+                                               std::optional<size_t> rows = std::nullopt);
 
 }  // namespace Host

@@ -172,8 +172,7 @@ void RedisStore::begin() {
   });
 }
 
-std::string RedisStore::claim(std::string const& name, std::string const& owner,
-                              unsigned seconds) {
+std::string RedisStore::claim(std::string const& name, std::string const& owner, unsigned seconds) {
   return connected([&] {
     std::string const place = key("holder:" + name);
     std::string const time = std::to_string(seconds);

@@ -22,8 +22,7 @@ class ScopedStore final : public Store {
   StoreSnapshot snapshot() override;
   std::optional<std::vector<StoreEvent>> changes() override;
   StoreVersion submit(std::span<StoreChange const> changes) override;
-  std::string claim(std::string const& name, std::string const& owner,
-                    unsigned seconds) override {
+  std::string claim(std::string const& name, std::string const& owner, unsigned seconds) override {
     return store_->claim(prefix_ + name, owner, seconds);
   }
   int descriptor() override { return store_->descriptor(); }

@@ -106,8 +106,8 @@ void Switch::mountAgain() {
 }
 
 void Switch::cliConfigIsDatabases() {
-  cliConfig_ = database_->entityIs("vxlan/hardware/srcMacRewrite/config",
-                                   "BfnMacRewrite::Input::Config");
+  cliConfig_ =
+      database_->entityIs("vxlan/hardware/srcMacRewrite/config", "BfnMacRewrite::Input::Config");
 }
 
 void Switch::cliConfigIs(Object const& config) {
