@@ -1,18 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/StoreEditor.h"
 
+#include <memory>
+#include <set>
+#include <utility>
+
 #include "agent/records/BfnMacRewriteInput.h"
 #include "framework/core/Clock.h"
 #include "host/commands/Commands.h"
 #include "host/language/Lexer.h"
 #include "host/service/Inputs.h"
 #include "host/service/OperatorChanges.h"
+#include "host/service/Records.h"
+#include "host/store/ScopedStore.h"
 
-StoreEditor::StoreEditor(std::string const& url, Host::StoreOptions const& options)
+namespace {
+
+std::unique_ptr<Host::Store> storeOf(std::string const& url, Host::StoreOptions const& options,
+                                     std::string const& switchName) {
+  // Of a switch's own records, or of one for all, only the configuration is of interest.
+  std::set<std::string> common;
+  std::string prefix = "switch/" + switchName + '/';
+  if (switchName.empty()) {
+    common.insert(Host::InputPath::kConfig);
+    prefix = "operator/";
+  }
+  return std::make_unique<Host::ScopedStore>(Host::openStore(Host::StoreUrl(url), options),
+                                             std::move(prefix), std::move(common));
+}
+
+}  // namespace
+
+StoreEditor::StoreEditor(std::string const& url, Host::StoreOptions const& options,
+                         std::string const& switchName)
     : database_(Kiv::makeActive<Corvo::Database>()),
       host_(database_, {}),
-      mirror_(Host::openStore(Host::StoreUrl(url), options), database_,
-              Kiv::makeActive<Kiv::SteadyClock>()) {
+      mirror_(storeOf(url, options, switchName), database_, Kiv::makeActive<Kiv::SteadyClock>()) {
+  // Named so that the library which registers them is linked.
+  (void)Host::BringUp::_kivType();
   mirror_.follow();
   if (!mirror_.current()) throw Host::StoreAway(mirror_.status().reason);
   if (!database_->object(Host::InputPath::kConfig)) {

@@ -14,8 +14,10 @@
 /// place.
 class StoreEditor {
  public:
-  /// Connects and reads the configuration. Throws StoreError.
-  StoreEditor(std::string const& url, Host::StoreOptions const& options);
+  /// Connects and reads the configuration that all switches share, or one switch's own. Throws
+  /// StoreError.
+  StoreEditor(std::string const& url, Host::StoreOptions const& options,
+              std::string const& switchName);
 
   /// Carries a line out. Throws InputError, StoreError and UnreadableException.
   Host::Answer run(std::string_view line);

@@ -35,6 +35,7 @@ constexpr char kExamples[] =
 struct Options {
   std::string socket = Host::kControlSocket;
   std::string database;
+  std::string switchName;
   Host::StoreOptions store;
   Remote::Options remote;
   std::vector<std::string> words;
@@ -45,7 +46,7 @@ struct Options {
 int runEditor(Options const& options) {
   Kiv::LogService::sinkIs(
       [](Kiv::LogMessage const& message) { std::cerr << Kiv::toString(message) << std::endl; });
-  StoreEditor editor(options.database, options.store);
+  StoreEditor editor(options.database, options.store, options.switchName);
   auto const one = [&](std::string_view line, std::string const& place) -> int {
     auto const failed = [&](int status, char const* why) {
       std::cout.flush();
@@ -157,6 +158,9 @@ int parseAndRun(int argc, char** argv) {
   app.add_option("--database", options.database,
                  "edit the configuration in that store, without a service")
       ->type_name("URL");
+  app.add_option("--switch", options.switchName,
+                 "the configuration of that switch alone, below its name in that store")
+      ->type_name("NAME");
   app.add_option("--user", options.store.user, "the user at that store")->type_name("NAME");
   app.add_option("--secret-file", options.store.secretFile, "the file of the user's secret")
       ->type_name("FILE");

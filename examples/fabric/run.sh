@@ -37,6 +37,10 @@ done
 in_ns() { # NAME COMMAND...
   nsenter --net="/proc/${namespace[$1]}/ns/net" "${@:2}"
 }
+# The same in the background: $! is the command's own number.
+in_ns_background() { # NAME COMMAND...
+  nsenter --net="/proc/${namespace[$1]}/ns/net" "${@:2}" &
+}
 own=$(readlink /proc/self/ns/net)
 for name in "${!namespace[@]}"; do
   while [[ $(readlink "/proc/${namespace[$name]}/ns/net") == "$own" ]]; do sleep 0.01; done
@@ -101,8 +105,9 @@ start_redis() {
 declare -A process
 start_leaf() { # N
   mkdir -p "/run/leaf$1"
-  in_ns "leaf$1" "$bin/macrewrited" --table "kernel:/run/leaf$1/table" --rows 8 --database "$database" \
-    --switch "leaf$1" --state "/run/leaf$1/state" --control "/run/leaf$1/control" >> "/run/leaf$1/log" 2>&1 &
+  in_ns_background "leaf$1" "$bin/macrewrited" --table "kernel:/run/leaf$1/table" --rows 8 \
+    --database "$database" --switch "leaf$1" --state "/run/leaf$1/state" --control "/run/leaf$1/control" \
+    >> "/run/leaf$1/log" 2>&1
   process[$1]=$!
 }
 leaf() { # N COMMAND...
@@ -133,26 +138,31 @@ declare -A ping
 start_pings() {
   local host
   for host in a b; do
-    in_ns ${host}1 ping -q -i 0.01 10.1.0.2 > "/run/ping-$host" 2>&1 &
+    in_ns_background ${host}1 ping -q -i 0.01 10.1.0.2 > "/run/ping-$host" 2>&1
     ping[$host]=$!
   done
 }
-stop_pings() {
+stop_pings() { # sets sent and lost
   local host
+  sent=0 lost=0
   for host in a b; do
     kill -INT "${ping[$host]}"
     wait "${ping[$host]}" || true
-    sed -nE "s/^([0-9]+) packets transmitted, ([0-9]+) received.*/\1 \2/p" "/run/ping-$host"
+    read -r one answered < <(sed -nE 's/^([0-9]+) packets transmitted, ([0-9]+) received.*/\1 \2/p' "/run/ping-$host")
+    sent=$((sent + one)) lost=$((lost + one - answered))
   done
 }
-lost() { stop_pings | awk '{ lost += $1 - $2 } END { print lost }'; }
+all_lost=0
 # Pings through what the command does, and how many were lost.
 under_pings() { # TEXT COMMAND...
   start_pings
   sleep 0.3
   "${@:2}"
   sleep 0.3
-  printf '  %-64s %s pings lost\n' "$1" "$(lost)"
+  stop_pings
+  ((sent > 20)) || fail 'there were no pings'
+  all_lost=$((all_lost + lost))
+  printf '  %-62s %s pings lost\n' "$1" "$lost"
 }
 macs_seen() {
   local host log=/run/tcpdump
@@ -253,3 +263,4 @@ fill() {
 under_pings 'more addresses than the table of leaf 1 has rows' fill
 cat /run/full
 macs_seen
+((all_lost == 0)) || fail "$all_lost pings were lost"

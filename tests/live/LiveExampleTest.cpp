@@ -72,6 +72,19 @@ TEST_F(LiveExampleTest, ShowsTheRowsMacAtTheFarHostAndLeavesNothing) {
   expectNothingLeft();
 }
 
+#ifdef FABRIC_EXAMPLE
+using FabricExampleTest = LiveExampleTest;
+
+TEST_F(FabricExampleTest, LosesNoPingOverAnyDeathAndLeavesNothing) {
+  if (BfnTest::shell("which redis-server python3 > /dev/null") != 0) {
+    GTEST_SKIP() << "redis-server or python3 is missing";
+  }
+  EXPECT_EQ(BfnTest::outputOf("exec " FABRIC_EXAMPLE "/run.sh " FABRIC_PROGRAMS " 2>&1"),
+            contents(FABRIC_EXAMPLE "/expected.txt"));
+  expectNothingLeft();
+}
+#endif
+
 // Ctrl-C on a terminal, as soon as the text is shown.
 class InterruptedLiveExampleTest : public LiveExampleTest,
                                    public ::testing::WithParamInterface<char const*> {};

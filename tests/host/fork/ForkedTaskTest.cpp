@@ -37,6 +37,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
 static_assert(!std::is_copy_constructible_v<ForkedTask>);
@@ -188,7 +189,25 @@ TEST(ForkedTask, TheChildHasItsTwoPipesAndNoOtherDescriptor) {
     return 0;
   });
   ::close(held);
-  EXPECT_EQ("2 3=out ", output);
+  EXPECT_THAT(output, MatchesRegex("2 [0-9]+=out "));
+}
+
+TEST(ForkedTask, WhatIsKeptStaysOpen) {
+  int const kept = ::open("/dev/null", O_RDONLY);
+  int const other = ::open("/dev/null", O_RDONLY);
+  ASSERT_GT(other, kept);
+  ForkedTask task = ForkedTask::start(
+      [&](int out) {
+        say(out, ::fcntl(kept, F_GETFD) >= 0 ? "kept" : "closed");
+        say(out, ::fcntl(other, F_GETFD) >= 0 ? " open" : " closed");
+        return 0;
+      },
+      ForkedTask::kOutputLimit, std::array{kept});
+  std::string text;
+  EXPECT_TRUE(task.finish(kEnough, text).isSuccess());
+  EXPECT_EQ(text, "kept closed");
+  ::close(kept);
+  ::close(other);
 }
 
 TEST(ForkedTask, ItWorksInAProcessWhoseStandardDescriptorsAreClosed) {
