@@ -29,18 +29,26 @@ Connection::Connection(std::string const& socket) : name_(socket) {
 }
 
 void Connection::send(nlohmann::json const& request) {
-  std::string const text = Host::jsonText(request) + '\n';
+  constexpr size_t kTogether = 16'384;
+  out_ += Host::jsonText(request);
+  out_ += '\n';
+  if (out_.size() >= kTogether) flush();
+}
+
+void Connection::flush() {
   size_t sent = 0;
-  while (sent < text.size()) {
+  while (sent < out_.size()) {
     ssize_t const size =
-        ::send(socket_.get(), text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        ::send(socket_.get(), out_.data() + sent, out_.size() - sent, MSG_NOSIGNAL);
     if (size < 0 && errno == EINTR) continue;
     if (size <= 0) throw NoService(name_ + ": the service has gone");
     sent += static_cast<size_t>(size);
   }
+  out_.clear();
 }
 
 nlohmann::json Connection::receive() {
+  flush();
   while (true) {
     size_t const end = in_.find('\n', read_);
     if (end != std::string::npos) {

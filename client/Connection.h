@@ -21,8 +21,10 @@ class Connection {
   explicit Connection(std::string const& socket);
 
   nlohmann::json const& greeting() const { return greeting_; }
-  /// Sends one request. Throws NoService.
+  /// Sends one request, at the latest when an answer is received. Throws NoService.
   void send(nlohmann::json const& request);
+  /// Sends what is still kept. Throws NoService.
+  void flush();
   /// The next answer. Throws NoService.
   nlohmann::json receive();
   nlohmann::json ask(nlohmann::json const& request) {
@@ -33,6 +35,7 @@ class Connection {
  private:
   std::string const name_;
   Host::OwnedDescriptor socket_;
+  std::string out_;
   std::string in_;
   size_t read_ = 0;  // of in_
   nlohmann::json greeting_;

@@ -148,7 +148,9 @@ class Remote::Run {
     size_t number;
     std::string line;
   };
-  static constexpr size_t kInFlight = 512;
+  // Between these, requests go out and answers come in by many.
+  static constexpr size_t kMostInFlight = 1024;
+  static constexpr size_t kFewInFlight = 512;
 
   std::string place(size_t number) const { return name_ + ':' + std::to_string(number) + ": "; }
   void begin() { run_ = ++remote_.runs_; }
@@ -158,7 +160,9 @@ class Remote::Run {
     if (!alone) request["run"] = run_;
     remote_.connection_.send(request);
     sent_.push_back({number_, text});
-    if (sent_.size() >= kInFlight || alone) take();
+    if (alone) takeAll();
+    if (sent_.size() < kMostInFlight) return;
+    while (sent_.size() > kFewInFlight) take();
   }
   void take() {
     json const answer = remote_.connection_.receive();

@@ -148,6 +148,7 @@ TEST_F(DaemonTest, AClientLearnsOfAChange) {
   Connection connection = service.connect();
   json const first = connection.ask({{"await", 0}});
   connection.send({{"await", first["changes"]}});
+  connection.flush();
   service.lines({addressLine("10.0.0.1")});
   EXPECT_GT(connection.receive()["changes"], first["changes"]);
 }
@@ -156,6 +157,7 @@ TEST_F(DaemonTest, AClientThatDoesNotReadHoldsNobodyUp) {
   up();
   Connection slow = service.connect();
   for (int i = 0; i < 200; ++i) slow.send({{"line", "help"}});
+  slow.flush();
   EXPECT_TRUE(service.status()["agent"]["ready"]);
   service.lines({addressLine("10.0.0.1")});
   EXPECT_EQ(service.answer("show chip").size(), 1u);

@@ -24,7 +24,7 @@ using BfnTest::ServiceProcess;
 using nlohmann::json;
 
 constexpr unsigned kAddresses = 40;
-constexpr size_t kTableRows = 32;  // fewer than addresses: some wait
+constexpr size_t kTableRows = 20;  // fewer than addresses: some wait
 constexpr char kNoMac[] = "00:00:00:00:00:00";
 
 unsigned kills() {
@@ -148,6 +148,7 @@ TEST_F(KillTest, AfterEachKillTheTableIsBroughtToTheInputsByTheirDifference) {
     Connection connection = service.connect();
     unsigned const lines = below(60);
     for (unsigned i = 0; i < lines; ++i) connection.send({{"line", aLine()}});
+    connection.flush();
     std::this_thread::sleep_for(std::chrono::microseconds(below(4000)));
     service.stop(SIGKILL);
     startAgain();
