@@ -50,6 +50,8 @@ function(bfn_api_headers library)
   target_sources(${library} PUBLIC FILE_SET HEADERS BASE_DIRS ${CMAKE_SOURCE_DIR} FILES ${api})
   target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(${library} INTERFACE cxx_std_20)
+  # The name that it has outside.
+  add_library(BfnMacRewrite::${library} ALIAS ${library})
 endfunction()
 
 # bfn_package(NAME): the CMake package of the export set <NAME>Targets, in the component.

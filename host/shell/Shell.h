@@ -127,7 +127,7 @@ class Shell {
 
   void addLanguage();
   void addExpectations(std::vector<Command>& commands);
-  void addVariables(std::vector<Command>& commands);
+  void addVariables(std::vector<Command>& add);
   template <class F>
   Status guarded(std::ostream& err, F const& run);
   template <class F>

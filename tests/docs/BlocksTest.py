@@ -8,7 +8,7 @@ BIN has the programs. What is fenced is known by its language:
 
   lab     the blocks of a page, one after another, are one file for the lab, and its expectations hold
   cpp     lines of examples/host/host.cpp, in a row
-  cmake   lines of tests/install/host/CMakeLists.txt, in a row
+  cmake   lines of examples/host/CMakeLists.txt, in a row
   none    a picture or an output
 
 Lines that are indented, or fenced without a language, and begin like a command of a shell, are run where RUN says how; the
@@ -22,7 +22,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-EXCERPTS = {"cpp": "examples/host/host.cpp", "cmake": "tests/install/host/CMakeLists.txt"}
+EXCERPTS = {"cpp": "examples/host/host.cpp", "cmake": "examples/host/CMakeLists.txt"}
 COMMAND = re.compile(r"^(?:\./dev|build/|cmake |tests/|macrewrite|tc |pkg-config|docs/|apt|systemctl|sudo )")
 # (command, the file that names its test, the test or stage)
 ELSEWHERE = [

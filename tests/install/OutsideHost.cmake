@@ -25,11 +25,15 @@ foreach(library IN ITEMS BfnMacRewrite BfnMacRewriteRecords Kiv)
 endforeach()
 
 if(way STREQUAL "CMakePackage")
+  run(${CMAKE_COMMAND} -S ${host}/../../../examples/host -B ${scratch}/example -G Ninja
+      -D CMAKE_CXX_COMPILER=${compiler} -D CMAKE_CXX_FLAGS=${flags}
+      -D CMAKE_PREFIX_PATH=${prefix})
+  run(${CMAKE_COMMAND} --build ${scratch}/example)
+  run(${scratch}/example/host_example)
   run(${CMAKE_COMMAND} -S ${host} -B ${scratch}/build -G Ninja
       -D CMAKE_CXX_COMPILER=${compiler} -D CMAKE_CXX_FLAGS=${flags}
       -D CMAKE_PREFIX_PATH=${prefix})
   run(${CMAKE_COMMAND} --build ${scratch}/build)
-  run(${scratch}/build/host)
   run(${scratch}/build/classes)
   run(${scratch}/build/earlier)
 elseif(way STREQUAL "KernelPackage")
