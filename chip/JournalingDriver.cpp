@@ -2,6 +2,7 @@
 #include "chip/JournalingDriver.h"
 
 #include <algorithm>
+#include <bit>
 #include <new>
 
 namespace BfnChip {
@@ -93,6 +94,34 @@ void JournalingDriver::record(TableHandle table, ByteView key, ByteView action, 
   entry.operation = operation;
   entry.outcome = outcome;
   journal_.append(entry);
+  if (clock_ != nullptr && outcome == Outcome::Ok) remember(operation, entry.key);
+}
+
+void JournalingDriver::remember(Operation operation, KeyBytes const& key) noexcept {
+  if (operation == Operation::Erase) {
+    times_.erase(packed(key));
+    return;
+  }
+  auto const time = std::bit_cast<Kiv::U64>(clock_->now());
+  try {
+    if (auto* const row = times_.find(packed(key))) {
+      row->action = time;
+    } else {
+      times_.insert(packed(key), time);
+    }
+  } catch (std::bad_alloc const&) {  // the time is not known then
+  }
+}
+
+std::optional<double> JournalingDriver::lastWrite(KeyBytes const& key) const {
+  auto const* const row = times_.find(packed(key));
+  return row == nullptr ? std::nullopt : std::optional(std::bit_cast<double>(row->action));
+}
+
+Status JournalingDriver::clear(TableHandle table) {
+  Status const status = next().clear(table);
+  if (status == Status::Ok) times_ = RowTable();
+  return status;
 }
 
 }  // namespace BfnChip

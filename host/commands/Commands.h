@@ -32,6 +32,7 @@ void startShow(Switch& host, Arguments const& given, Agent::CommandDispatcher& d
 CommandGroup chipCommands(Switch& host);
 CommandGroup lookCommands(Switch& host);
 CommandGroup explainCommands(Switch& host);
+CommandGroup rewriteCommands(Switch& host);
 /// The number and the word, plural unless the number is one.
 std::string counted(size_t count, std::string const& what);
 /// What a commit or a repair did, for people.

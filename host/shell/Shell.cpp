@@ -43,6 +43,7 @@ Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
   table_.add(packetCommands(host, [this](std::string const& name) { return inputPath(name); }));
   table_.add(lookCommands(host));
   table_.add(explainCommands(host));
+  table_.add(rewriteCommands(host));
   table_.add(scaleCommands());
   table_.add(whatIfCommands(*this));
   addLanguage();

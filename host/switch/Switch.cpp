@@ -50,6 +50,7 @@ Switch::Switch(Kiv::Ptr<Corvo::Database> database, SwitchTable table)
       database_(std::move(database)),
       session_(Corvo::embeddedSessionFactory(database_)) {
   chip.journal().limitIs(0);
+  recorder_.clockIs(*clock);
   if (table.reconcile) {
     reconciler_.emplace(this->table(), Kiv::Ptr<Kiv::Clock const>(clock));
     reconciler_->turnsIs(true);

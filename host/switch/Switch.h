@@ -93,6 +93,10 @@ class Switch {
   /// Writes and erases that reached the chip, whichever it is, those included that failed as
   /// planned.
   BfnChip::Journal& journal() { return recorder_.journal(); }
+  /// When a row of the chip was last written, by the clock; nothing when that is not known.
+  std::optional<double> lastWrite(BfnChip::KeyBytes const& key) const {
+    return recorder_.lastWrite(key);
+  }
   /// Makes the chip, whichever it is, scarce and unreliable.
   BfnChip::FaultingDriver& faults() { return faults_; }
   /// Rows that the table takes: the chip model any number, another table at most its own.

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "chip/ChipModel.h"
+#include "framework/core/Clock.h"
 
 namespace {
 
@@ -99,6 +100,32 @@ TEST_F(JournalingDriverTest, RecordsThePipeThatOpenedTheTable) {
   ASSERT_EQ(entries.size(), 2u);
   EXPECT_EQ(entries[0].pipe, pipe);
   EXPECT_EQ(entries[1].pipe, BfnId::BfnPipeId());
+}
+
+TEST_F(JournalingDriverTest, WithAClockItKnowsWhenARowWasLastWritten) {
+  auto const clock = Kiv::makeActive<Kiv::ManualClock>();
+  driver.write(table, kKey, kAction);
+  EXPECT_EQ(driver.lastWrite(kKey), std::nullopt) << "without a clock";
+  driver.clockIs(*clock);
+  clock->advance(10);
+  driver.write(table, kKey, kAction);
+  EXPECT_EQ(driver.lastWrite(kKey), 10.0);
+  clock->advance(5);
+  driver.write(table, kOther, kAction);
+  EXPECT_EQ(driver.lastWrite(kOther), std::nullopt) << "the table is full";
+  std::array const changes{Change{Change::Kind::Write, kKey, kAction}};
+  std::array<Status, 1> results{};
+  driver.apply(table, changes, results);
+  EXPECT_EQ(driver.lastWrite(kKey), 15.0);
+  driver.erase(table, kKey);
+  EXPECT_EQ(driver.lastWrite(kKey), std::nullopt);
+  driver.write(table, kKey, kAction);
+  EXPECT_EQ(driver.lastWrite(kKey), 15.0);
+  chip.eraseFaults().failNext(1, {Fault::Kind::Error, nullptr});
+  EXPECT_EQ(driver.clear(table), Status::Error);
+  EXPECT_EQ(driver.lastWrite(kKey), 15.0);
+  EXPECT_EQ(driver.clear(table), Status::Ok);
+  EXPECT_EQ(driver.lastWrite(kKey), std::nullopt);
 }
 
 }  // namespace

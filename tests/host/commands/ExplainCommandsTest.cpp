@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tests/host/shell/ShellFixture.h"
+#include "tests/support/RewriteRow.h"
 
 namespace {
 
@@ -56,6 +57,74 @@ TEST_F(ExplainCommandsTest, AChipThatCannotBeReadIsAnException) {
       "chip fail next 1 other read\n");
   EXPECT_EQ(printed("explain vrf red src-ip 10.0.0.1"),
             "exception: the chip's rows could not be read\n");
+}
+
+TEST_F(ExplainCommandsTest, DetailHasTheTimeSinceTheLastWriteOfEachRow) {
+  printed(
+      "host address 10.0.0.1 vrf-id 7 interface Ethernet1\n"
+      "host address 10.0.0.2 vrf-id 7 interface Ethernet1\n"
+      "clock advance 30\n"
+      "vxlan forwarding match vrf red src-ip 10.0.0.2 action rewrite src-mac 02:00:00:00:00:02\n"
+      "clock advance 5\n"
+      "host routing-status port Ethernet1 key-vlan 0 vlan 1007 vrf-id 7\n"
+      "clock advance 1\n");
+  EXPECT_EQ(printed("show vxlan forwarding src-mac rewrite detail src-ip 10.0.0.2"),
+            "VRF name        Source IP        Source MAC         VLAN  Interface        Refs       "
+            "Hits  Written\n"
+            "red             10.0.0.2         02:00:00:00:00:02  1006  Ethernet1        2          "
+            "   0  1 s ago\n"
+            "1 row\n");
+}
+
+TEST_F(ExplainCommandsTest, DetailNeedsAnAgentWithATableManager) {
+  printed("host agent destroy");
+  EXPECT_EQ(run("show vxlan forwarding src-mac rewrite detail"), Host::Shell::BadInput);
+  EXPECT_EQ(err.str(), "case:1: error: there is no agent; host agent create makes one\n");
+  printed("host agent create");
+  EXPECT_EQ(run("show vxlan forwarding src-mac rewrite detail"), Host::Shell::BadInput);
+  EXPECT_EQ(err.str(),
+            "case:1: error: there is no table manager; a change of host init-tables makes one\n");
+}
+
+TEST_F(ExplainCommandsTest, DetailListsARowWhoseInterfaceHasLostItsStatus) {
+  printed(
+      "host address 10.0.0.1 vrf-id 7 interface Ethernet1\n"
+      "host routing-status port Ethernet1 key-vlan 0 vlan 1007 vrf-id 7\n"
+      "no host routing-status port Ethernet1 key-vlan 0\n");
+  EXPECT_EQ(printed("show vxlan forwarding src-mac rewrite detail | include Ethernet1"),
+            "                10.0.0.1         00:00:00:00:00:00  1006  Ethernet1        1          "
+            "   0  0 s ago\n");
+}
+
+TEST_F(ExplainCommandsTest, DifferencesAreRowsThatAreNotAsConfiguredAndWhy) {
+  EXPECT_EQ(printed("show rewrite differences"),
+            "no differences: what is configured is installed\n");
+  printed(
+      "host address 10.0.0.1 vrf-id 7 interface Ethernet1\n"
+      "vxlan forwarding match vrf red src-ip 10.0.0.1 action rewrite src-mac 02:00:00:00:00:01\n"
+      "vxlan forwarding match vrf red src-ip 10.0.0.2 action rewrite src-mac 02:00:00:00:00:02\n"
+      "host address 10.0.0.3 vrf-id 7 interface Ethernet1\n"
+      "host address 10.0.0.4 vrf-id 7 interface Ethernet1\n"
+      "vxlan forwarding match vrf red src-ip 10.0.0.4 action rewrite src-mac 02:00:00:00:00:04\n"
+      "no vxlan forwarding match vrf red src-ip 10.0.0.4\n");
+  // A row that no address leads to.
+  host.chip.write(*host.chip.open({9, 0, {}, "", BfnChip::ChipModel::kRewriteTable}),
+                  BfnTest::rewriteKey(5, {10, 9, 9, 9}),
+                  BfnTest::rewriteAction({2, 0, 0, 0, 0, 9}));
+  EXPECT_EQ(
+      printed("show rewrite differences"),
+      "VRF name        Source IP        VLAN  Configured         Installed          Finding\n"
+      "red             10.0.0.2         -     02:00:00:00:00:02  -                  no row: "
+      "10.0.0.2 is not reported in VRF red (id 7)\n"
+      "red             10.0.0.3         1006  -                  00:00:00:00:00:00  the row has "
+      "the "
+      "all-zero MAC: there is no configured line, packets keep their own\n"
+      "red             10.0.0.4         1006  -                  02:00:00:00:00:04  the row keeps "
+      "the MAC of a line that was removed\n"
+      "                10.9.9.9         5     -                  02:00:00:00:00:09  a row left "
+      "over: "
+      "no address of the agent leads to it\n"
+      "4 differences\n");
 }
 
 }  // namespace
