@@ -73,6 +73,8 @@ class ControlServer {
   void readable(Client& client, std::uint32_t events);
   void take(Client& client);
   void request(Client& client, std::string_view text);
+  /// `words` may be replaced, and must outlive what is prepared.
+  ServiceCommands::Prepared prepare(std::vector<std::string>& words) const;
   void carryOut(Client& client, nlohmann::json const& request);
   void carryOutLarge(Client& client, nlohmann::json const& id, bool json,
                      ServiceCommands::Prepared const& prepared, std::string_view line);

@@ -198,6 +198,7 @@ ServiceCommands::ServiceCommands(Service& service) : service_(service) {
   take(chipCommands(host));
   take(lookCommands(host));
   take(explainCommands(host));
+  take(rewriteCommands(host));
 }
 
 void ServiceCommands::translate(std::string const& form, Translate translate) {
