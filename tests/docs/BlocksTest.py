@@ -28,6 +28,7 @@ COMMAND = re.compile(r"^(?:\./dev|build/|cmake |tests/|macrewrite|tc |pkg-config
 ELSEWHERE = [
     (r"\./dev run( +#.*)?$", "tests/lab/CMakeLists.txt", "LabExample.leaf1"),
     (r"\./dev run live( +#.*)?$", "tests/live/CMakeLists.txt", "add_suite"),
+    (r"\./dev run fabric( +#.*)?$", "tests/live/CMakeLists.txt", "FABRIC_EXAMPLE"),
     (r"\./dev test( +#.*)?$", ".ci/run", "dev\" test"),
     (r"cmake --preset release && cmake --build --preset release$", "dev", "build_and_test release"),
     (r"cmake --install build/release --prefix <where>$", "tests/install/OutsideHost.cmake", "--install"),
