@@ -265,7 +265,8 @@ std::string hexDump(Host::Packets::Bytes bytes) {
       characters += byte >= ' ' && byte < 0x7f ? static_cast<char>(byte) : '.';
     }
     hex.resize(3 * kRow, ' ');
-    text += "\n    " + hexNumber(at, 4) + "  " + hex + ' ' + characters;
+    text.append("\n    ").append(hexNumber(at, 4)).append("  ").append(hex).append(" ");
+    text += characters;
   }
   return text;
 }

@@ -87,7 +87,7 @@ void forEachWord(std::string_view line, Add const& add,
       add(std::move(word), begin, line.size() - rest.size(), true);
       continue;
     }
-    auto const end = std::ranges::find_if(rest, isBlank);
+    auto const* const end = std::ranges::find_if(rest, isBlank);
     std::string_view const word = rest.substr(0, static_cast<size_t>(end - rest.begin()));
     rest.remove_prefix(word.size());
     verbatim = beforeVerbatim(word, before);

@@ -154,15 +154,21 @@ void Pattern::expect(Element const& element, size_t at, Mismatch& mismatch) {
   }
 }
 
+// The words of a slot that takes many: up to "==", or all but those of the elements after it.
+bool Pattern::takeMany(Elements const& elements, Element const& element,
+                       std::span<std::string const> words, size_t& at) {
+  size_t const begin = at;
+  auto const after = static_cast<size_t>(&elements.back() - &element);
+  bool const compares = after > 0 && (&element)[1].key != "==";
+  while (at + (compares ? after : 0) < words.size() && (compares || words[at] != "==")) ++at;
+  return at > begin;
+}
+
 bool Pattern::matchAll(Elements const& elements, std::span<std::string const> words, size_t& at,
                        Arguments& arguments, Mismatch& mismatch) {
   for (Element const& element : elements) {
     if (element.kind == Element::Kind::Slot && takesMany(element.slot)) {
-      size_t const begin = at;
-      auto const after = static_cast<size_t>(&elements.back() - &element);
-      bool const compares = after > 0 && (&element)[1].key != "==";
-      while (at + (compares ? after : 0) < words.size() && (compares || words[at] != "==")) ++at;
-      if (at > begin) continue;
+      if (takeMany(elements, element, words, at)) continue;
     } else if (at < words.size() && fits(element, words[at])) {
       if (element.kind == Element::Kind::Optional) {
         if (!matchAll(element.inside, words, at, arguments, mismatch)) return false;

@@ -108,6 +108,8 @@ class Pattern {
   /// False when nothing after these elements can be reached.
   static bool completeAll(Elements const& elements, std::span<std::string const> words, size_t& at,
                           std::vector<Completion>& found);
+  static bool takeMany(Elements const& elements, Element const& element,
+                       std::span<std::string const> words, size_t& at);
   static bool matchAll(Elements const& elements, std::span<std::string const> words, size_t& at,
                        Arguments& arguments, Mismatch& mismatch);
 

@@ -161,6 +161,11 @@ void ControlServer::readable(Client& client, std::uint32_t events) {
     return;
   }
   if (size == 0) client.inputEnded = true;
+  // Nobody is left who could read an answer.
+  if (size == 0 && (events & (EPOLLHUP | EPOLLERR)) != 0) {
+    drop(client);
+    return;
+  }
   client.in.append(part.data(), static_cast<size_t>(std::max<ssize_t>(size, 0)));
   take(client);
 }

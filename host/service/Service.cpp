@@ -22,7 +22,6 @@ constexpr unsigned kClaimSeconds = 10;
 constexpr double kClaimEvery = 3;
 constexpr double kFirstPause = 0.1;
 constexpr double kLongestPause = 5;
-constexpr double kPortRetry = 5;
 
 // The limits are those of a service, whose states change seldom.
 Kiv::LogHandle serviceState("BFN_MAC_REWRITE_SERVICE_STATE", Kiv::LogSeverity::notice,
@@ -157,7 +156,7 @@ void Service::turn(double woken) {
 
 double Service::due() const {
   double due = mirror_.due();
-  if (auto const retry = const_cast<Switch&>(host_).reconciler();
+  if (auto* const retry = const_cast<Switch&>(host_).reconciler();
       retry != nullptr && retry->nextRetry()) {
     due = std::min(due, *retry->nextRetry());
   }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/service/ServiceCommands.h"
 
+#include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <utility>
 
 #include "agent/records/BfnMacRewriteTypes.h"
@@ -163,27 +165,22 @@ std::string pathOf(std::string const& input) {
 
 // --- What is done at once, without the store
 
+bool beginsWithOneOf(std::string_view form, std::initializer_list<std::string_view> words) {
+  return std::ranges::any_of(words, [&](std::string_view word) { return form.starts_with(word); });
+}
+
 bool isLook(std::string_view form) {
-  for (std::string_view const word : {"show ", "dump ", "explain ", "audit"}) {
-    if (form.starts_with(word)) return true;
-  }
-  return form == "chip counters";
+  return beginsWithOneOf(form, {"show ", "dump ", "explain ", "audit", "chip counters"});
 }
 bool isSmall(std::string_view form) {
-  for (std::string_view const small :
-       {"show log", "show trace", "show capability", "dump log", "dump capability",
-        "show reconciler", "dump reconciler", "chip counters"}) {
-    if (form.starts_with(small)) return true;
-  }
-  return false;
+  return beginsWithOneOf(
+      form, {"show log", "show trace", "show capability", "dump log", "dump capability",
+             "show reconciler", "dump reconciler", "chip counters"});
 }
 bool needsNoAgent(std::string_view form) {
-  for (std::string_view const free :
-       {"show log", "show trace", "dump log", "chip counters", "show reconciler", "dump reconciler",
-        "show waiting", "dump waiting", "show running-config"}) {
-    if (form.starts_with(free)) return true;
-  }
-  return false;
+  return beginsWithOneOf(
+      form, {"show log", "show trace", "dump log", "chip counters", "show reconciler",
+             "dump reconciler", "show waiting", "dump waiting", "show running-config"});
 }
 
 }  // namespace
@@ -301,46 +298,46 @@ void ServiceCommands::addHostTranslations() {
 void ServiceCommands::take(CommandGroup group) {
   for (Command& command : group.commands) {
     std::string const form = command.pattern.text();
-    if (auto const found = translations_.find(form); found != translations_.end()) {
-      traits_[form].changes = true;
-      command.handler = [this, make = found->second](Arguments const& given) {
-        if (!service_.inputs().made()) throw StoreRefused(service_.because());
-        service_.submit(make(given), line_);
-        return Answer();
-      };
-      continue;
-    }
-    if (isLook(form)) {
-      traits_[form].large = !isSmall(form);
-      if (needsNoAgent(form)) continue;
-      command.handler = [this, look = command.handler](Arguments const& given) {
-        if (service_.state() != Service::State::Running) {
-          throw InputError("the agent is not up: " + service_.because());
-        }
-        return look(given);
-      };
-      continue;
-    }
-    if (form == "repair" || form == "chip clear faults|hits") {
-      traits_[form].changes = true;
-      command.handler = [this, act = command.handler](Arguments const& given) {
-        if (service_.state() != Service::State::Running) {
-          throw InputError("the agent is not up: " + service_.because());
-        }
-        if (given.has("faults") && given.text("faults") == "faults") {
-          throw InputError("a service has no planned faults");
-        }
-        return act(given);
-      };
-      continue;
-    }
-    traits_[form].changes = true;
-    command.handler = [form](Arguments const&) -> Answer {
-      throw InputError("a service does not take this command; it is one of the laboratory's: " +
-                       form);
-    };
+    command.handler = handlerOf(form, std::move(command.handler), traits_[form]);
   }
   table_.add(std::move(group));
+}
+
+// What a service does for a command of the laboratory, whose handler is `own`.
+Command::Handler ServiceCommands::handlerOf(std::string const& form, Command::Handler own,
+                                            Traits& traits) {
+  if (isLook(form)) {
+    traits.large = !isSmall(form);
+    return needsNoAgent(form) ? std::move(own) : withAgent(std::move(own));
+  }
+  traits.changes = true;
+  if (auto const found = translations_.find(form); found != translations_.end()) {
+    return [this, make = found->second](Arguments const& given) {
+      if (!service_.inputs().made()) throw StoreRefused(service_.because());
+      service_.submit(make(given), line_);
+      return Answer();
+    };
+  }
+  if (form == "repair") return withAgent(std::move(own));
+  if (form == "chip clear faults|hits") {
+    return [clear = withAgent(std::move(own))](Arguments const& given) {
+      if (given.text("faults") == "faults") throw InputError("a service has no planned faults");
+      return clear(given);
+    };
+  }
+  return [form](Arguments const&) -> Answer {
+    throw InputError("a service does not take this command; it is one of the laboratory's: " +
+                     form);
+  };
+}
+
+Command::Handler ServiceCommands::withAgent(Command::Handler own) {
+  return [this, own = std::move(own)](Arguments const& given) {
+    if (service_.state() != Service::State::Running) {
+      throw InputError("the agent is not up: " + service_.because());
+    }
+    return own(given);
+  };
 }
 
 void ServiceCommands::add(CommandGroup group, bool changes) {

@@ -54,6 +54,8 @@ class ServiceCommands {
   };
 
   void take(CommandGroup group);
+  Command::Handler handlerOf(std::string const& form, Command::Handler own, Traits& traits);
+  Command::Handler withAgent(Command::Handler own);
   void translate(std::string const& form, Translate translate);
   void addTranslations();
   void addHostTranslations();

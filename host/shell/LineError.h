@@ -15,7 +15,8 @@ struct LineError {
   /// An error that has no place in a line.
   explicit LineError(std::string words) : text(std::move(words)) {}
   /// The line with that number is wrong.
-  LineError(std::string const& name, size_t number, std::string_view line, InputError const& error);
+  LineError(std::string const& name, size_t number, std::string_view source,
+            InputError const& error);
 
   /// {"error", "file", "line", "column", "expected", "found"}; what is not known is null.
   nlohmann::json json() const;

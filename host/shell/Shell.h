@@ -126,7 +126,7 @@ class Shell {
   };
 
   void addLanguage();
-  void addExpectations(std::vector<Command>& commands);
+  void addExpectations(std::vector<Command>& add);
   void addVariables(std::vector<Command>& add);
   template <class F>
   Status guarded(std::ostream& err, F const& run);

@@ -163,6 +163,30 @@ TEST_F(DaemonTest, AClientThatDoesNotReadHoldsNobodyUp) {
   EXPECT_EQ(service.answer("show chip").size(), 1u);
 }
 
+TEST_F(DaemonTest, AClientThatWaitsAndGoesIsForgotten) {
+  up();
+  {
+    Connection connection = service.connect();
+    json const changes = connection.ask({{"await", 0}})["changes"];
+    connection.send({{"await", changes}});
+    connection.send({{"line", "status"}});
+    connection.flush();
+  }
+  auto const processorTime = [&] {
+    std::ifstream in("/proc/" + std::to_string(service.process()) + "/stat");
+    std::string word;
+    long ticks = 0;
+    for (int field = 1; field <= 15 && in >> word; ++field) {
+      if (field >= 14) ticks += std::stol(word);
+    }
+    return ticks;
+  };
+  long const before = processorTime();
+  ::usleep(500'000);
+  EXPECT_LT(processorTime() - before, 20);
+  EXPECT_TRUE(service.status()["agent"]["ready"]);
+}
+
 TEST_F(DaemonTest, AnotherUserMayLookAndChangeNothing) {
   passwd const* const nobody = ::getpwnam("nobody");
   if (::geteuid() != 0 || nobody == nullptr) GTEST_SKIP() << "needs another user";

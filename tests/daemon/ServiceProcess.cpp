@@ -31,7 +31,8 @@ bool within(seconds time, F const& is) {
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(std::vector<std::string> options) : options_(std::move(options)) {}
+ServiceProcess::ServiceProcess(std::vector<std::string> options)
+    : plugin(SERVICE_PLUGIN), options_(std::move(options)) {}
 
 ServiceProcess::~ServiceProcess() {
   if (runs()) stop(SIGKILL);

@@ -36,7 +36,7 @@ class ServiceProcess {
   std::vector<std::string>& options() { return options_; }
 
   /// Of the next start.
-  std::string plugin = SERVICE_PLUGIN;
+  std::string plugin;
 
   std::string file(std::string const& name) const { return directory_.file(name); }
   std::string socket() const { return file("control"); }
