@@ -92,6 +92,7 @@ KeyReader::Result KeyReader::readByte(char& byte) {
     return Result::Character;
   }
   SignalsHeld const held;
+  hooks_.signalled();  // a signal may have come since the last wait
   while (!hooks_.interrupted()) {
     pollfd waited{file_, POLLIN, 0};
     auto const wait = timeOf(hooks_.due());
