@@ -7,19 +7,12 @@
 #   run.sh BIN    BIN: the folder of macrewrited and macrewrite
 set -euo pipefail
 
-if [[ ${1-} != --inside ]]; then
-  bin=$(realpath "$1")
-  if ((EUID != 0)); then
-    echo 'fabric: it makes network namespaces and fills tables in the kernel: run it as root' >&2
-    exit 3
-  fi
-  exec unshare --net --mount --pid --fork --kill-child --mount-proc "$(realpath "$0")" --inside "$bin"
-fi
+here=$(dirname "$(realpath "$0")")
+# shellcheck source=examples/namespaces.sh
+. "$here/../namespaces.sh"
+[[ ${1-} == --inside ]] ||
+  enter 'fabric: it makes network namespaces and fills tables in the kernel' "$(realpath "$1")"
 bin=$2
-trap 'exit 130' INT TERM HUP
-
-# Seen by this script and its children alone.
-mount -t tmpfs none /run
 
 fail() {
   echo "fabric: $*" >&2
@@ -29,32 +22,12 @@ fail() {
 
 # --- The network: hosts a1 b1 at leaf 1, a2 b2 at leaf 2, and the spine that routes between both
 
-declare -A namespace
-for name in leaf1 leaf2 spine a1 b1 a2 b2; do
-  unshare --net sleep infinity &
-  namespace[$name]=$!
-done
-in_ns() { # NAME COMMAND...
-  nsenter --net="/proc/${namespace[$1]}/ns/net" "${@:2}"
-}
-# The same in the background: $! is the command's own number.
-in_ns_background() { # NAME COMMAND...
-  nsenter --net="/proc/${namespace[$1]}/ns/net" "${@:2}" &
-}
-own=$(readlink /proc/self/ns/net)
-for name in "${!namespace[@]}"; do
-  while [[ $(readlink "/proc/${namespace[$name]}/ns/net") == "$own" ]]; do sleep 0.01; done
-  in_ns "$name" sh -c 'echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6'
-  in_ns "$name" ip link set lo up
-done
+make_namespaces leaf1 leaf2 spine a1 b1 a2 b2
 in_ns spine sh -c 'echo 1 > /proc/sys/net/ipv4/ip_forward'
 
-wire() { # NAME DEVICE NAME DEVICE
-  in_ns "$1" ip link add "$2" mtu 1600 type veth peer name "$4" netns "${namespace[$3]}"
-}
 for leaf in 1 2; do
   other=$((3 - leaf))
-  wire leaf$leaf uplink spine leaf$leaf
+  wire leaf$leaf uplink spine leaf$leaf mtu 1600
   in_ns spine ip -b - << END
 link set leaf$leaf mtu 1600 up
 addr add 192.0.2.$((leaf * 4 + 1))/30 dev leaf$leaf
@@ -71,11 +44,11 @@ END
 link add vx$vlan type vxlan id 10$vlan dstport 4789 local 192.0.2.$((leaf * 4 + 2)) remote 192.0.2.$((other * 4 + 2))
 link add br$vlan type bridge mcast_snooping 0
 link set vx$vlan master br$vlan up
-link set port$vlan mtu 1500 master br$vlan up
+link set port$vlan master br$vlan up
 link set br$vlan up
 END
     in_ns "$host" ip -b - << END
-link set eth0 mtu 1500 address 02:aa:00:00:0${vlan:0:1}:0$leaf up
+link set eth0 address 02:aa:00:00:0${vlan:0:1}:0$leaf up
 addr add 10.1.0.$leaf/24 dev eth0
 END
   done

@@ -7,43 +7,17 @@
 #   run.sh LAB    LAB: the lab's program
 set -euo pipefail
 
-if [[ ${1-} != --inside ]]; then
-  lab=$(realpath "$1")
-  if ((EUID != 0)); then
-    echo 'live: it makes network namespaces and fills a table in the kernel: run it as root' >&2
-    exit 3
-  fi
-  exec unshare --net --mount --pid --fork --kill-child --mount-proc "$(realpath "$0")" --inside "$lab"
-fi
+here=$(dirname "$(realpath "$0")")
+# shellcheck source=examples/namespaces.sh
+. "$here/../namespaces.sh"
+[[ ${1-} == --inside ]] ||
+  enter 'live: it makes network namespaces and fills a table in the kernel' "$(realpath "$1")"
 lab=$2
-here=$(dirname "$0")
-trap 'exit 130' INT TERM HUP
-
-# Seen by this script and its children alone.
-mount -t tmpfs none /run
 table=kernel:/run/table
 
 # --- The network: leaf1 leaf2, and the hosts a1 b1 at leaf 1, a2 b2 at leaf 2
 
-declare -A namespace
-for name in leaf1 leaf2 a1 b1 a2 b2; do
-  unshare --net sleep infinity &
-  namespace[$name]=$!
-done
-in_ns() { # NAME COMMAND...
-  nsenter --net="/proc/${namespace[$1]}/ns/net" "${@:2}"
-}
-own=$(readlink /proc/self/ns/net)
-for name in "${!namespace[@]}"; do
-  while [[ $(readlink "/proc/${namespace[$name]}/ns/net") == "$own" ]]; do sleep 0.01; done
-  # Its own frames, such as those that look for routers, are not what is to be counted here.
-  in_ns "$name" sh -c 'echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6'
-  in_ns "$name" ip link set lo up
-done
-
-wire() { # NAME DEVICE NAME DEVICE
-  in_ns "$1" ip link add "$2" type veth peer name "$4" netns "${namespace[$3]}"
-}
+make_namespaces leaf1 leaf2 a1 b1 a2 b2
 wire leaf1 underlay leaf2 underlay
 for leaf in 1 2; do
   other=$((3 - leaf))
