@@ -8,6 +8,7 @@
 #include <sstream>
 #include <toml++/toml.h>
 
+#include "host/kernel/OpenTable.h"
 #include "host/store/StoreError.h"
 #include "host/store/StoreUrl.h"
 
@@ -159,9 +160,8 @@ std::string faultsOf(Configuration const& with) {
   auto const add = [&](std::string const& fault) {
     faults += (faults.empty() ? "" : "\n") + fault;
   };
-  if (with.table != "model" && with.table != "kernel" &&
-      (!with.table.starts_with("kernel:") || with.table == "kernel:")) {
-    add("table: expected model, kernel or kernel:DIR, not " + with.table);
+  if (!Host::isTable(with.table)) {
+    add(std::string("table: expected ") + Host::kTableForms + ", not " + with.table);
   }
   if (!with.database.empty()) {
     try {

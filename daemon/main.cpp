@@ -103,17 +103,6 @@ std::unique_ptr<Host::Store> storeOf(Configuration const& with, bool& shared) {
                                              std::move(common));
 }
 
-Host::SwitchTable tableOf(Configuration const& with) {
-  Host::SwitchTable table;
-  table.reconcile = true;
-  if (with.table != "model") {
-    size_t const colon = with.table.find(':');
-    table.hardware = Host::openKernelTable(
-        colon == std::string::npos ? "/run/macrewrite" : with.table.substr(colon + 1), with.rows);
-  }
-  return table;
-}
-
 OwnedDescriptor controlSocket(Configuration const& with) {
   // A service manager may have made it, so that requests wait over a restart.
   if (::sd_listen_fds(1) > 0) return OwnedDescriptor(SD_LISTEN_FDS_START);
@@ -285,7 +274,7 @@ int run(Configuration const& with) {
   Log::begin();
   bool shared = false;
   auto store = storeOf(with, shared);
-  Daemon daemon(with, std::move(store), tableOf(with), shared);
+  Daemon daemon(with, std::move(store), {Host::openTable(with.table, with.rows), true}, shared);
   return daemon.run();
 }
 

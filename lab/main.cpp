@@ -35,8 +35,6 @@ constexpr char kExamples[] =
     "  2  bad input\n"
     "  3  this machine has not what the kernel's table needs";
 
-constexpr char kKernelDirectory[] = "/run/macrewrite";
-
 constexpr char kDemo[] = "demo";
 struct Options {
   std::string plugin = Host::installedPlugin().string();
@@ -50,19 +48,10 @@ struct Options {
   Host::PromptOptions prompt;
 };
 
-bool isKernel(std::string const& table) {
-  return table == "kernel" || table.starts_with("kernel:");
-}
-
 Host::SwitchTable tableOf(Options const& options) {
   Host::SwitchTable table;
-  bool const kernel = isKernel(options.table);
-  if (kernel) {
-    size_t const colon = options.table.find(':');
-    table.hardware = Host::openKernelTable(
-        colon == std::string::npos ? kKernelDirectory : options.table.substr(colon + 1));
-  }
-  table.reconcile = options.reconcile.value_or(kernel);
+  table.hardware = Host::openTable(options.table);
+  table.reconcile = options.reconcile.value_or(table.hardware != nullptr);
   return table;
 }
 
@@ -147,8 +136,7 @@ int parseAndRun(int argc, char** argv) {
                  "where the rows are: the chip model, or the kernel's table, which is kept in DIR\n"
                  "(default: /run/macrewrite)")
       ->check([](std::string const& table) {
-        bool const known = table == "model" || (isKernel(table) && table != "kernel:");
-        return known ? "" : "expected model, kernel or kernel:DIR";
+        return Host::isTable(table) ? "" : std::string("expected ") + Host::kTableForms;
       })
       ->type_name("model|kernel[:DIR]");
   bool reconcile = false;
