@@ -26,6 +26,7 @@ class JournalingDriver final : public BfnDriver::ForwardingDriver {
   explicit JournalingDriver(BfnDriver::TableDriver& chip) : ForwardingDriver(chip) {}
 
   Journal& journal() { return journal_; }
+  Journal const& journal() const { return journal_; }
   /// Takes the time of each write from now on. The clock must outlive this driver.
   void clockIs(Kiv::Clock const& clock) { clock_ = &clock; }
   /// When the row was last written here, by that clock; of several tables, in any of them. Nothing

@@ -5,17 +5,13 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include "host/language/JsonText.h"
 #include "host/service/ControlProtocol.h"
 
 Connection::Connection(std::string const& socket) : name_(socket) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (socket.size() >= sizeof address.sun_path) throw NoService(socket + ": the name is too long");
-  socket.copy(address.sun_path, socket.size());
+  sockaddr_un const address = Host::controlAddress(socket);
   socket_ = Host::OwnedDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (::connect(socket_.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
     throw NoService(socket + ": there is no service: " + std::strerror(errno));

@@ -17,7 +17,8 @@ class NoService : public std::runtime_error {
 /// A client's connection to the service's control socket. Blocking.
 class Connection {
  public:
-  /// Connects and reads the greeting. Throws NoService, also for a service of another protocol.
+  /// Connects and reads the greeting. Throws NoService, also for a service of another protocol, and
+  /// std::system_error for a name that is too long.
   explicit Connection(std::string const& socket);
 
   nlohmann::json const& greeting() const { return greeting_; }

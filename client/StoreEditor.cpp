@@ -8,10 +8,10 @@
 #include "agent/records/BfnMacRewriteInput.h"
 #include "framework/core/Clock.h"
 #include "host/commands/Commands.h"
+#include "host/commands/Configuration.h"
 #include "host/language/Lexer.h"
 #include "host/service/Inputs.h"
 #include "host/service/OperatorChanges.h"
-#include "host/service/Records.h"
 #include "host/store/ScopedStore.h"
 
 namespace {
@@ -36,8 +36,6 @@ StoreEditor::StoreEditor(std::string const& url, Host::StoreOptions const& optio
     : database_(Kiv::makeActive<Corvo::Database>()),
       host_(database_, {}),
       mirror_(storeOf(url, options, switchName), database_, Kiv::makeActive<Kiv::SteadyClock>()) {
-  // Named so that the library which registers them is linked.
-  (void)Host::BringUp::_kivType();
   mirror_.follow();
   if (!mirror_.current()) throw Host::StoreAway(mirror_.status().reason);
   if (!database_->object(Host::InputPath::kConfig)) {
@@ -50,13 +48,11 @@ StoreEditor::StoreEditor(std::string const& url, Host::StoreOptions const& optio
 
 void StoreEditor::addCommands() {
   Host::CommandGroup group{"operator", {}};
-  auto const changes = Host::operatorChanges();
   for (Host::Command& command : Host::operatorCommands(host_).commands) {
     std::string const form = command.pattern.text();
-    auto const change = changes.find(form);
-    if (change != changes.end()) {
-      command.handler = [this, make = change->second](Host::Arguments const& given) {
-        auto all = make(*database_->object(Host::InputPath::kConfig), given);
+    if (Host::isOperatorLine(Host::splitWords(form))) {
+      command.handler = [this](Host::Arguments const& given) {
+        auto all = Host::operatorChanges(host_, given.words);
         if (!all.empty()) mirror_.submit(std::move(all));
         return Host::Answer();
       };

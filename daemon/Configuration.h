@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framework/core/Types.h"
+#include "host/service/ControlProtocol.h"
 #include "host/store/OpenStore.h"
 
 /// What the service is to do, from its configuration file and its command line.
@@ -14,7 +15,7 @@ struct Configuration {
   std::string database;  ///< URL; empty: an SQLite file in the state directory
   std::string table = "model";
   std::optional<size_t> rows;  ///< of a kernel's table that is made
-  std::string control = "/run/macrewrite/control";
+  std::string control = Host::kControlSocket;
   std::string metrics;  ///< file; empty: none
   double metricsInterval = 15;
   double auditInterval = 300;  ///< seconds; 0: none

@@ -28,13 +28,6 @@ std::string macText(Ovra::EthAddr mac) {
   return Kiv::valueToStrep(mac).stdString();
 }
 
-Kiv::GenericValue genericKey(ConfigurationKey const& key) {
-  return Kiv::StrepWriter("BfnMacRewrite::Input::VrfNameAndIp")
-      .field("vrfName", key.first)
-      .field("ip", key.second)
-      .close();
-}
-
 }  // namespace
 
 bool isOperatorLine(std::span<std::string const> words) {
@@ -82,23 +75,33 @@ Configuration configurationOf(Switch const& host) {
   return all;
 }
 
+Kiv::String keyForm(ConfigurationKey const& key) {
+  return Kiv::StrepWriter("BfnMacRewrite::Input::VrfNameAndIp")
+      .field("vrfName", key.first)
+      .field("ip", key.second)
+      .close();
+}
+
+Kiv::String valueForm(ConfigurationKey const& key, Ovra::EthAddr mac) {
+  return Kiv::StrepWriter("BfnMacRewrite::Input::VrfIpAndMac")
+      .field("vrfName", key.first)
+      .field("ip", key.second)
+      .field("mac", mac)
+      .close();
+}
+
 std::optional<Ovra::EthAddr> configuredMac(Switch const& host, ConfigurationKey const& key) {
-  Kiv::GenericValue const line = get(configOf(host), kEntry, {genericKey(key)});
+  Kiv::GenericValue const line = get(configOf(host), kEntry, {keyForm(key)});
   if (line.isNothing()) return std::nullopt;
   return configLineOf(line.strep()).mac;
 }
 
 void configurationLineIs(Switch& host, ConfigurationKey const& key, Ovra::EthAddr mac) {
-  set(configOf(host), kEntry,
-      {Kiv::StrepWriter("BfnMacRewrite::Input::VrfIpAndMac")
-           .field("vrfName", key.first)
-           .field("ip", key.second)
-           .field("mac", mac)
-           .close()});
+  set(configOf(host), kEntry, {valueForm(key, mac)});
 }
 
 void configurationLineDel(Switch& host, ConfigurationKey const& key) {
-  del(configOf(host), kEntry, genericKey(key));
+  del(configOf(host), kEntry, keyForm(key));
 }
 
 std::vector<ConfigurationChange> differences(Configuration const& from, Configuration const& to) {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/core/String.h"
 #include "framework/values/EthAddr.h"
 #include "framework/values/IpAddr.h"
 #include "framework/values/VrfName.h"
@@ -39,6 +40,10 @@ std::string refusal(OperatorLine const& line, std::optional<Ovra::EthAddr> mac);
 std::string applyLine(OperatorLine const& line, Configuration& to);
 /// The configured line as it is typed.
 std::string textOf(ConfigurationKey const& key, Ovra::EthAddr mac);
+
+/// A configured line as the configuration's record has it: the key, and the value.
+Kiv::String keyForm(ConfigurationKey const& key);
+Kiv::String valueForm(ConfigurationKey const& key, Ovra::EthAddr mac);
 
 /// Empty when the configuration has been taken away.
 Configuration configurationOf(Switch const& host);

@@ -98,10 +98,9 @@ void noCore() {
 }
 
 void writeError(std::string_view text) {
-  while (!text.empty()) {
-    ssize_t const written = ::write(STDERR_FILENO, text.data(), text.size());
-    if (written <= 0) return;
-    text.remove_prefix(static_cast<size_t>(written));
+  try {
+    writeAll(STDERR_FILENO, text);
+  } catch (std::system_error const&) {  // there is nowhere left to say it
   }
 }
 
@@ -132,6 +131,15 @@ void killAndReap(pid_t child) {
 }
 
 }  // namespace
+
+void writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    ssize_t const written = ::write(descriptor, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) fail("what a forked task has found cannot be written");
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+}
 
 OwnedDescriptor::~OwnedDescriptor() {
   if (descriptor_ >= 0) ::close(descriptor_);

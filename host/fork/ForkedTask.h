@@ -143,6 +143,10 @@ class ForkedTask {
   ForkedEnd end_;
 };
 
+/// What a task does with its output: writes all of the text. Throws std::system_error when that
+/// fails.
+void writeAll(int descriptor, std::string_view text);
+
 /// The sentence of a failed check, "Failed(...) ...", within the error text of the process that it
 /// ended: without the text of the assertion, which follows it in the same line. The last line
 /// when no check has failed; empty when there is none.

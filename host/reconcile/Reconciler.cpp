@@ -91,6 +91,11 @@ size_t Reconciler::wanted() const {
   for (Table const& table : tables_) sum += table.rows->wanted();
   return sum;
 }
+size_t Reconciler::installed() const {
+  size_t sum = 0;
+  for (Table const& table : tables_) sum += table.rows->entryCount();
+  return sum;
+}
 size_t Reconciler::waitingForRoom() const {
   size_t sum = 0;
   for (Table const& table : tables_) sum += table.rows->waitingForRoom();

@@ -63,6 +63,8 @@ class Reconciler final : public BfnDriver::TableDriver {
   size_t tables() const { return tables_.size(); }
   ReconciledTable& table(size_t i) const { return *tables_[i].rows; }
   size_t wanted() const;
+  /// Rows in the chip, with what pending changes will make of them.
+  size_t installed() const;
   size_t waitingForRoom() const;
   size_t failed() const;
 

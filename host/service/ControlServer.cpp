@@ -40,27 +40,6 @@ std::string answerText(json const& id, bool withoutText, Answer const& answer) {
   return jsonText(all) + '\n';
 }
 
-void writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    ssize_t const written = ::write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-}
-
-sockaddr_un addressOf(std::filesystem::path const& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::string const& text = path.native();
-  if (text.size() >= sizeof address.sun_path) {
-    errno = ENAMETOOLONG;
-    fail(text);
-  }
-  text.copy(address.sun_path, text.size());
-  return address;
-}
-
 sockaddr const* generic(sockaddr_un const& address) {
   return reinterpret_cast<sockaddr const*>(&address);
 }
@@ -92,7 +71,7 @@ struct ControlServer::Client {
 };
 
 OwnedDescriptor ControlServer::listen(std::filesystem::path const& path) {
-  sockaddr_un const address = addressOf(path);
+  sockaddr_un const address = controlAddress(path);
   OwnedDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (socket.get() < 0) fail("the control socket");
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
@@ -152,6 +131,7 @@ void ControlServer::accept() {
 
 void ControlServer::readable(Client& client, std::uint32_t events) {
   if ((events & EPOLLOUT) != 0) write(client);
+  if (dropped_.contains(&client)) return;
   if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) == 0) return;
   std::array<char, 65536> part;
   ssize_t const size = ::recv(client.socket.get(), part.data(), part.size(), MSG_DONTWAIT);
@@ -160,13 +140,13 @@ void ControlServer::readable(Client& client, std::uint32_t events) {
     drop(client);
     return;
   }
-  if (size == 0) client.inputEnded = true;
-  // Nobody is left who could read an answer.
-  if (size == 0 && (events & (EPOLLHUP | EPOLLERR)) != 0) {
-    drop(client);
+  if (size == 0) {
+    client.inputEnded = true;
+    // Both ways are closed: no answer can be read any more.
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0) drop(client);
     return;
   }
-  client.in.append(part.data(), static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  client.in.append(part.data(), static_cast<size_t>(size));
   take(client);
 }
 
@@ -277,7 +257,7 @@ void ControlServer::carryOut(Client& client, json const& request) {
   }
 }
 
-void ControlServer::carryOutLarge(Client& client, json const& id, bool json,
+void ControlServer::carryOutLarge(Client& client, json const& id, bool withoutText,
                                   ServiceCommands::Prepared const& prepared,
                                   std::string_view line) {
   if (forks_ >= kMaxForks) {
@@ -293,7 +273,7 @@ void ControlServer::carryOutLarge(Client& client, json const& id, bool json,
         Deaths::forked();
         std::string text;
         try {
-          text = answerText(id, json, commands_.run(prepared, line));
+          text = answerText(id, withoutText, commands_.run(prepared, line));
         } catch (InputError const& error) {
           text = errorAnswer(id, BadInput, error.what());
         } catch (std::exception const& error) {
@@ -347,10 +327,11 @@ void ControlServer::write(Client& client) {
     }
     client.out.erase(0, static_cast<size_t>(size));
   }
-  if (client.out.empty() && client.inputEnded && !client.task &&
-      client.in.find('\n') == std::string::npos) {
+  bool const waits = client.task || client.awaits;
+  bool const hasLine = client.in.find('\n') != std::string::npos;
+  if (client.out.empty() && client.inputEnded && !waits && !hasLine) {
     drop(client);
-  } else if (client.out.size() < kMaxUnread && !client.in.empty() && !client.task) {
+  } else if (client.out.size() < kMaxUnread && !waits && hasLine) {
     more_->timeIs(0);
   }
 }

@@ -76,7 +76,7 @@ class ControlServer {
   /// `words` may be replaced, and must outlive what is prepared.
   ServiceCommands::Prepared prepare(std::vector<std::string>& words) const;
   void carryOut(Client& client, nlohmann::json const& request);
-  void carryOutLarge(Client& client, nlohmann::json const& id, bool json,
+  void carryOutLarge(Client& client, nlohmann::json const& id, bool withoutText,
                      ServiceCommands::Prepared const& prepared, std::string_view line);
   void followTask(Client& client);
   void endTask(Client& client);

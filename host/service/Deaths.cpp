@@ -157,6 +157,7 @@ void Deaths::readDeath() {
     in.open(directory_ / "death.last");
     if (!in) return;
   } else {
+    isNew_ = true;
     ++count_;
     std::ofstream(total) << count_ << '\n';
     std::error_code ignored;

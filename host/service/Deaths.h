@@ -22,7 +22,7 @@ struct Death {
 };
 
 /// The service's memory of deaths, in a directory that outlives the process: how the last process
-/// ended, and how many bring-ups in a row did not come to their end.
+/// that died ended, and how many bring-ups in a row did not come to their end.
 ///
 /// Failed checks and deadly signals are noted from its constructor on, until its destructor. One at
 /// a time.
@@ -38,6 +38,8 @@ class Deaths {
   ~Deaths();
 
   std::optional<Death> const& last() const { return last_; }
+  /// Whether that was not known before: the process before this one has noted it.
+  bool isNew() const { return isNew_; }
   /// Deaths of earlier processes in all.
   Kiv::U64 count() const { return count_; }
 
@@ -61,6 +63,7 @@ class Deaths {
 
   std::filesystem::path const directory_;
   std::optional<Death> last_;
+  bool isNew_ = false;
   Kiv::U64 count_ = 0;
   Kiv::U64 inputs_ = 0;
   unsigned attempts_ = 0;

@@ -41,10 +41,8 @@ void addRows(Text& text, Service& service) {
   Switch& host = service.host();
   Reconciler const* const rows = host.reconciler();
   if (rows == nullptr) return;
-  size_t installed = 0;
-  for (size_t i = 0; i < rows->tables(); ++i) installed += rows->table(i).entryCount();
   text.add("rows_wanted", "gauge", "Rows that the agent wants.", as(rows->wanted()));
-  text.add("rows_installed", "gauge", "Rows that the table holds.", as(installed));
+  text.add("rows_installed", "gauge", "Rows that the table holds.", as(rows->installed()));
   text.add("rows_waiting", "gauge", "Rows that wait for room.", as(rows->waitingForRoom()));
   text.add("rows_failed", "gauge", "Writes and removals that failed and are tried again.",
            as(rows->failed()));

@@ -1,23 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <functional>
-#include <map>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "framework/core/PtrInterface.h"
-#include "host/language/Pattern.h"
 #include "host/store/Store.h"
+#include "host/switch/Switch.h"
 
 namespace Host {
 
-/// What one of the operator's lines changes in the configuration, which has to be the record of
-/// the store. Throws InputError.
-using OperatorChange =
-    std::function<std::vector<StoreChange>(Kiv::PtrInterface& configuration, Arguments const&)>;
-
-/// By the lines' forms.
-std::map<std::string, OperatorChange> operatorChanges();
+/// What one of the operator's lines, of which isOperatorLine() is true, changes in the store. The
+/// switch has the store's configuration. Throws InputError.
+std::vector<StoreChange> operatorChanges(Switch const& host, std::span<std::string const> words);
 
 }  // namespace Host

@@ -83,7 +83,7 @@ Service::Service(std::unique_ptr<Store> store, SwitchTable table, ServiceOptions
   host_.journal().limitIs(0);
   since_ = started_;
   because_ = "the state store has not been read yet";
-  if (auto const& death = deaths_.last(); death && deaths_.attempts() + deaths_.count() > 0) {
+  if (auto const& death = deaths_.last(); death && deaths_.isNew()) {
     Kiv::emitLog(earlierDeath, death->event,
                  death->text.empty() ? "signal " + std::to_string(death->signal) : death->text);
   }
@@ -120,7 +120,7 @@ double Service::uptime() const {
 }
 
 Kiv::U64 Service::chipChanges() const {
-  return const_cast<Switch&>(host_).journal().dropped();
+  return host_.journal().dropped();
 }
 
 template <class F>
@@ -146,7 +146,8 @@ void Service::turn(double woken) {
   logged("the service", [&] { step(); });
   Deaths::eventIs("the end of a turn");
   logged("the end of a turn", [&] { host_.turnEnds(); });
-  if (state_ == State::Running && !bringUpEnded_ && !host_.heldBecause()) {
+  if (state_ == State::Running && !bringUpEnded_) {
+    // Also when the rows are held: the process has not died of it.
     deaths_.bringUpEnded();
     bringUpEnded_ = true;
   }
@@ -156,8 +157,7 @@ void Service::turn(double woken) {
 
 double Service::due() const {
   double due = mirror_.due();
-  if (auto* const retry = const_cast<Switch&>(host_).reconciler();
-      retry != nullptr && retry->nextRetry()) {
+  if (Reconciler const* const retry = host_.reconciler(); retry != nullptr && retry->nextRetry()) {
     due = std::min(due, *retry->nextRetry());
   }
   if (state_ == State::Paused) due = std::min(due, pausedUntil_);
@@ -166,7 +166,7 @@ double Service::due() const {
 }
 
 int Service::deviceDescriptor() const {
-  HardwareTable const* const hardware = const_cast<Switch&>(host_).hardware();
+  HardwareTable const* const hardware = host_.hardware();
   return hardware == nullptr ? -1 : hardware->eventDescriptor();
 }
 
@@ -350,10 +350,8 @@ nlohmann::json Service::status() {
   all["profile"] = inputs_.made() ? inputs_.bringUp().activeProfile().stdString() : "";
   all["table"] = options_.table;
   if (Reconciler const* const rows = host_.reconciler()) {
-    size_t installed = 0;
-    for (size_t i = 0; i < rows->tables(); ++i) installed += rows->table(i).entryCount();
     all["rows"] = {{"wanted", rows->wanted()},
-                   {"installed", installed},
+                   {"installed", rows->installed()},
                    {"waiting", rows->waitingForRoom()},
                    {"failed", rows->failed()}};
   }

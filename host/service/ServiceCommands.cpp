@@ -10,7 +10,9 @@
 #include "framework/core/Strep.h"
 #include "framework/trace/TraceHandle.h"
 #include "host/commands/Commands.h"
+#include "host/commands/Configuration.h"
 #include "host/language/InputError.h"
+#include "host/language/Lexer.h"
 #include "host/service/OperatorChanges.h"
 #include "host/store/RecordForm.h"
 
@@ -204,9 +206,11 @@ void ServiceCommands::translate(std::string const& form, Translate translate) {
 
 void ServiceCommands::addTranslations() {
   Inputs& inputs = service_.inputs();
-  for (auto const& [form, changes] : operatorChanges()) {
-    translate(form, [&inputs, changes = changes](Arguments const& given) {
-      return changes(*inputs.object(InputPath::kConfig), given);
+  for (Command const& command : operatorCommands(service_.host()).commands) {
+    std::string const& form = command.pattern.text();
+    if (!isOperatorLine(splitWords(form))) continue;
+    translate(form, [this](Arguments const& given) {
+      return operatorChanges(service_.host(), given.words);
     });
   }
   auto const port = [](Arguments const& given, U16 vlan, Kind kind) -> Changes {

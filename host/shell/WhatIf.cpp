@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <sstream>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "chip/RewriteLayout.h"
 #include "host/dumps/Dumps.h"
@@ -24,14 +23,6 @@ namespace {
 using nlohmann::json;
 
 // --- In the copy
-
-void writeAll(int out, std::string_view text) {
-  while (!text.empty()) {
-    ssize_t const written = ::write(out, text.data(), text.size());
-    if (written <= 0) throw std::runtime_error("the result could not be written");
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-}
 
 /// Refuses what would change more than the agent.
 void checkLine(Shell const& copy, std::span<std::string const> words) {

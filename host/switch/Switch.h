@@ -88,11 +88,14 @@ class Switch {
   BfnDriver::TableDriver& table();
   /// Null when the rows are in the chip model.
   HardwareTable* hardware() { return hardware_.get(); }
+  HardwareTable const* hardware() const { return hardware_.get(); }
   /// Null when there is none.
   Reconciler* reconciler() { return reconciler_ ? &*reconciler_ : nullptr; }
+  Reconciler const* reconciler() const { return reconciler_ ? &*reconciler_ : nullptr; }
   /// Writes and erases that reached the chip, whichever it is, those included that failed as
   /// planned.
   BfnChip::Journal& journal() { return recorder_.journal(); }
+  BfnChip::Journal const& journal() const { return recorder_.journal(); }
   /// When a row of the chip was last written, by the clock; nothing when that is not known.
   std::optional<double> lastWrite(BfnChip::KeyBytes const& key) const {
     return recorder_.lastWrite(key);

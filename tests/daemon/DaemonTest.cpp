@@ -4,9 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/service/ControlProtocol.h"
 #include "tests/daemon/ServiceProcess.h"
 #include "tests/support/InChild.h"
 
@@ -38,6 +41,16 @@ class DaemonTest : public ::testing::Test {
     service.lines(bringUpLines());
     ASSERT_TRUE(service.reaches("running")) << service.log();
   }
+  // Of the service so far, hundredths of a second.
+  long processorTicks() const {
+    std::ifstream in("/proc/" + std::to_string(service.process()) + "/stat");
+    std::string word;
+    long ticks = 0;
+    for (int field = 1; field <= 15 && in >> word; ++field) {
+      if (field >= 14) ticks += std::stol(word);
+    }
+    return ticks;
+  }
   void dies() {
     // A status with a VLAN that no row may have, and the address goes before it is corrected.
     service.lines({"host routing-status port Ethernet2 key-vlan 0 vlan 4095 vrf-id 7"});
@@ -67,8 +80,14 @@ TEST_F(DaemonTest, LinesAndFactsBecomeRowsAtOnce) {
   EXPECT_EQ(service.answer("show chip"), json::array({row("10.0.0.1")}));
   EXPECT_THAT(service.text("show vxlan forwarding src-mac rewrite"),
               AllOf(HasSubstr("red"), HasSubstr(kMac1)));
+  EXPECT_EQ(service.ask("no vxlan forwarding match vrf red src-ip 10.0.0.1 action rewrite src-mac "
+                        "02:00:00:00:00:02")["error"],
+            "expected the MAC address that is configured, 02:00:00:00:00:01");
   service.lines({"no host address 10.0.0.1 vrf-id 7"});
   EXPECT_EQ(service.answer("show chip"), json::array());
+  service.lines({"no vxlan forwarding match vrf red src-ip 10.0.0.1",
+                 "no vxlan forwarding match vrf red src-ip 10.0.0.1"});
+  EXPECT_EQ(service.text("show running-config"), "");
 }
 
 TEST_F(DaemonTest, AcceptedLinesOutliveAKill) {
@@ -172,19 +191,34 @@ TEST_F(DaemonTest, AClientThatWaitsAndGoesIsForgotten) {
     connection.send({{"line", "status"}});
     connection.flush();
   }
-  auto const processorTime = [&] {
-    std::ifstream in("/proc/" + std::to_string(service.process()) + "/stat");
-    std::string word;
-    long ticks = 0;
-    for (int field = 1; field <= 15 && in >> word; ++field) {
-      if (field >= 14) ticks += std::stol(word);
-    }
-    return ticks;
-  };
-  long const before = processorTime();
+  long const before = processorTicks();
   ::usleep(500'000);
-  EXPECT_LT(processorTime() - before, 20);
+  EXPECT_LT(processorTicks() - before, 20);
   EXPECT_TRUE(service.status()["agent"]["ready"]);
+}
+
+TEST_F(DaemonTest, AClientThatWaitsWithClosedOutputIsAnsweredAndTakesNoTime) {
+  up();
+  int const socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un const address = Host::controlAddress(service.socket());
+  ASSERT_EQ(::connect(socket, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+  json const changes = service.connect().ask({{"await", 0}})["changes"];
+  std::string const requests =
+      json({{"await", changes}}).dump() + "\n" + json({{"line", "show version"}}).dump() + "\n";
+  ASSERT_EQ(::send(socket, requests.data(), requests.size(), 0),
+            static_cast<ssize_t>(requests.size()));
+  ::shutdown(socket, SHUT_WR);
+  long const before = processorTicks();
+  ::usleep(500'000);
+  EXPECT_LT(processorTicks() - before, 20);
+  service.lines({addressLine("10.0.0.1")});
+  std::string answers;
+  char part[4096];
+  for (ssize_t size = 0; (size = ::recv(socket, part, sizeof part, 0)) > 0;) {
+    answers.append(part, static_cast<size_t>(size));
+  }
+  ::close(socket);
+  EXPECT_THAT(answers, AllOf(HasSubstr("\"changes\""), HasSubstr("\"version\"")));
 }
 
 TEST_F(DaemonTest, AnotherUserMayLookAndChangeNothing) {
@@ -241,6 +275,37 @@ TEST_F(DaemonTest, AnEventThatEndedTheProcessIsInTheStore) {
   ASSERT_TRUE(service.reaches("running"));
   // The removal had been accepted by the store before the agent died of it.
   EXPECT_THAT(service.answer("dump inputs").dump(), Not(HasSubstr("10.9.9.9")));
+}
+
+TEST_F(DaemonTest, ADeathIsReportedOnceAndRememberedLonger) {
+  up();
+  service.lines({addressLine("10.0.0.1")});
+  dies();
+  for (int start = 0; start < 2; ++start) {
+    service.start();
+    ASSERT_TRUE(service.reaches("running"));
+    EXPECT_THAT(service.status()["lastDeath"]["text"], HasSubstr("Failed("));
+    service.stop(SIGTERM);
+  }
+  std::string const log = service.log();
+  size_t const first = log.find("BFN_MAC_REWRITE_SERVICE_DIED");
+  EXPECT_NE(first, std::string::npos);
+  EXPECT_EQ(log.find("BFN_MAC_REWRITE_SERVICE_DIED", first + 1), std::string::npos);
+}
+
+TEST_F(DaemonTest, ABringUpThatLeavesTheRowsHeldIsNoDeath) {
+  service.start();
+  auto lines = bringUpLines();
+  lines[0] = "host profile vxlan rewrite unsupported table-size 1000";
+  service.lines(lines);
+  for (int start = 0; start < 5; ++start) {
+    ASSERT_TRUE(service.reaches("running")) << start;
+    EXPECT_FALSE(service.status()["agent"]["ready"]);
+    EXPECT_NE(service.status()["agent"]["because"], "");
+    service.stop(SIGTERM);
+    service.start();
+    EXPECT_NE(service.status()["agent"]["state"], "paused") << start;
+  }
 }
 
 TEST_F(DaemonTest, ThreeDeathsAtTheSameInputsHoldTheAgent) {

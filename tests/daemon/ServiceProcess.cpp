@@ -41,7 +41,7 @@ ServiceProcess::~ServiceProcess() {
 void ServiceProcess::start() {
   std::vector<std::string> words{SERVICE_PROGRAM, "--plugin",    plugin,   "--state",
                                  file("state"),   "--control",   socket(), "--switch",
-                                 "leaf1",         "--hash-seed", "1"};
+                                 switchName,      "--hash-seed", "1"};
   words.insert(words.end(), options_.begin(), options_.end());
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);

@@ -37,6 +37,7 @@ class ServiceProcess {
 
   /// Of the next start.
   std::string plugin;
+  std::string switchName = "leaf1";
 
   std::string file(std::string const& name) const { return directory_.file(name); }
   std::string socket() const { return file("control"); }

@@ -117,6 +117,18 @@ TEST_F(RedisStoreTest, AUserWithoutTheRightToWriteIsRefused) {
               ThrowsMessage<StoreRefused>(HasSubstr("no permissions")));
 }
 
+TEST_F(RedisStoreTest, ANameIsClaimedByOneOwnerUntilItsTimeIsOver) {
+  auto const one = begun();
+  auto const two = begun();
+  EXPECT_EQ(one->claim("leaf1", "a", 100), "a");
+  EXPECT_EQ(two->claim("leaf1", "b", 100), "a");
+  EXPECT_EQ(one->claim("leaf1", "a", 100), "a");
+  EXPECT_EQ(two->claim("leaf2", "b", 100), "b");
+  EXPECT_GT(command({"TTL", "macrewrite:holder:leaf1"}).number, 0);
+  command({"DEL", "macrewrite:holder:leaf1"});
+  EXPECT_EQ(two->claim("leaf1", "b", 100), "b");
+}
+
 TEST_F(RedisStoreTest, AStoreThatIsEmptiedUnderAConnectionTakesNoChanges) {
   auto const store = begun();
   submit(*store, {makeOf("p", "T")});
