@@ -5,11 +5,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <pwd.h>
 #include <random>
+#include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-id128.h>
 #include <unistd.h>
@@ -160,13 +162,19 @@ class Daemon {
     notifyManager();
   }
 
-  // The descriptor is the store's until its next operation.
+  // The store may close its descriptor in any operation, and another one may get the number. So a
+  // copy is waited for, and what it is of is known by the socket, not by the number.
   void waitForStore() {
     int const descriptor = service_.storeDescriptor();
-    if (descriptor == storeDescriptor_ && descriptor >= 0 && store_ != nullptr) return;
+    struct stat now {};
+    if (descriptor >= 0 && ::fstat(descriptor, &now) != 0) now = {};
+    if (now.st_dev == storeSocket_.st_dev && now.st_ino == storeSocket_.st_ino) return;
     store_.reset();
-    storeDescriptor_ = descriptor;
-    if (descriptor >= 0) store_ = loop_.descriptor(descriptor, EPOLLIN, [](std::uint32_t) {});
+    storeSocket_ = now;
+    storeDescriptor_ =
+        OwnedDescriptor(now.st_ino == 0 ? -1 : ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    if (storeDescriptor_.get() < 0) return;
+    store_ = loop_.descriptor(storeDescriptor_.get(), EPOLLIN, [](std::uint32_t) {});
   }
 
   // Up means that requests are answered; whether the agent is in sync is in the status.
@@ -255,8 +263,9 @@ class Daemon {
   EventLoop::SourcePtr metrics_;
   EventLoop::SourcePtr audit_;
   EventLoop::SourcePtr devices_;
+  struct stat storeSocket_ {};
+  OwnedDescriptor storeDescriptor_;
   EventLoop::SourcePtr store_;
-  int storeDescriptor_ = -1;
   std::string notified_;
   bool metricsFailed_ = false;
   std::optional<Host::Audit> comparison_;

@@ -89,6 +89,7 @@ void Switch::reset() noexcept {
     }
     driver.closeSession(kOwnSession);
   }
+  KIV_CHECK(hasPlugin());
   Plugin plugin = *plugin_;
   SwitchTable table{std::move(hardware_), reconciler_.has_value()};
   // In place, since everything around it refers to it. Where that fails, there is nothing to go on

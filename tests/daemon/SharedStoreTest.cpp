@@ -93,6 +93,22 @@ TEST_F(SharedStoreTest, WithoutItsDatabaseItRunsRefusesChangesAndComesBack) {
   EXPECT_EQ(one.answer("dump chip").size(), 2u);
 }
 
+TEST_F(SharedStoreTest, ChangesOfOthersAreFollowedAtOnceAlsoAfterALossOfTheDatabase) {
+  up(one, "leaf1");
+  for (int loss = 0; loss < 3; ++loss) {
+    server->stop();
+    for (int i = 0; i < 1000 && one.status()["store"]["state"] != "away"; ++i) ::usleep(5000);
+    server->start();
+    for (int i = 0; i < 4000 && !one.status()["agent"]["ready"]; ++i) ::usleep(5000);
+    std::string const mac = "02:00:00:00:00:1" + std::to_string(loss);
+    auto const version = one.status()["store"]["version"];
+    ASSERT_TRUE(edit(rewriteLine("10.0.0.1", mac)).exitedWith(0));
+    // Requests would wake it, too.
+    ::usleep(500'000);
+    EXPECT_NE(one.status()["store"]["version"], version) << loss;
+  }
+}
+
 TEST_F(SharedStoreTest, ADatabaseThatWentBackIsAppliedOnceItIsAccepted) {
   up(one, "leaf1");
   Host::RedisConnection connection(Host::StoreUrl(server->url()), {});
