@@ -1,5 +1,5 @@
-# shellcheck shell=bash
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
 # For the examples on a network: namespaces that go with the script, also when it is interrupted or
 # killed, and what runs in them. Sourced.
 

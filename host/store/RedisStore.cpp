@@ -56,8 +56,8 @@ StoreVersion versionOf(std::string const& id) {
   return version;
 }
 
-// The last entry's id in the answer of XREVRANGE ... COUNT 1.
-StoreVersion lastVersion(Reply const& entries) {
+// The first entry's id in the answer of XRANGE.
+StoreVersion firstVersion(Reply const& entries) {
   if (entries.list.empty() || entries.list[0].list.empty()) return {};
   return versionOf(entries.list[0].list[0].text);
 }
@@ -67,6 +67,22 @@ std::string_view fieldOf(std::vector<Reply> const& fields, std::string_view name
     if (fields[i].text == name) return fields[i + 1].text;
   }
   return {};
+}
+
+// The last id that a stream has given out, in the answer of XINFO STREAM: a stream that has been
+// trimmed to nothing still knows it. One that is not there is empty, too. Throws StoreRefused for
+// what is no stream.
+StoreVersion headOf(Reply const& stream, std::string const& store, bool& isEmpty) {
+  if (stream.isError() && stream.text.find("no such key") == std::string::npos) {
+    throw StoreRefused(store + ": " + stream.text);
+  }
+  isEmpty = true;
+  StoreVersion head;
+  for (size_t i = 0; i + 1 < stream.list.size(); i += 2) {
+    if (stream.list[i].text == "length") isEmpty = stream.list[i + 1].number == 0;
+    if (stream.list[i].text == "last-generated-id") head = versionOf(stream.list[i + 1].text);
+  }
+  return head;
 }
 
 // Nothing: an entry that is no change.
@@ -123,19 +139,19 @@ void RedisStore::watchEpoch() {
   readWatch();
 }
 
-StoreHead RedisStore::readHead() {
+StoreHead RedisStore::readHead(bool& isEmpty) {
   connection_->add({"GET", key("epoch")});
-  connection_->add({"XREVRANGE", key("stream"), "+", "-", "COUNT", "1"});
+  connection_->add({"XINFO", "STREAM", key("stream")});
   StoreHead head;
   head.epoch = connection_->need().text;
-  head.version = lastVersion(connection_->need());
+  head.version = headOf(connection_->answer(), url_.text, isEmpty);
   return head;
 }
 
-// An entry without a change. In a stream that has been lost ids begin anew: a random number keeps
-// this one apart from an earlier id of the same millisecond. Where the stream has only been
-// trimmed, the id may be too small; the server's own choice is always new then.
-void RedisStore::addMark() {
+// An entry without a change; gives its id. In a stream that has been lost ids begin anew: a random
+// number keeps this one apart from an earlier id of the same millisecond. Where the stream has only
+// been trimmed, the id may be too small; the server's own choice is always new then.
+StoreVersion RedisStore::addMark() {
   connection_->add({"TIME"});
   auto const time = connection_->need().list;
   std::string id = "*";
@@ -145,20 +161,21 @@ void RedisStore::addMark() {
          std::to_string(std::random_device()());
   }
   connection_->add({"XADD", key("stream"), id, "op", "mark"});
-  if (!connection_->answer().isError()) return;
+  Reply const added = connection_->answer();
+  if (!added.isError()) return versionOf(added.text);
   connection_->add({"XADD", key("stream"), "*", "op", "mark"});
-  connection_->need();
+  return versionOf(connection_->need().text);
 }
 
 StoreHead RedisStore::head() {
   return connected([this] {
     watchEpoch();
-    StoreHead head = readHead();
-    if (head.epoch.empty() || head.version > StoreVersion()) return head;
-    // A stream that has begun or has been lost: it is never empty, so that each reader has an
+    bool isEmpty = false;
+    StoreHead head = readHead(isEmpty);
+    // A stream that has begun or has been lost: it is not to be empty, so that each reader has an
     // entry to continue from.
-    addMark();
-    return readHead();
+    if (!head.epoch.empty() && isEmpty) head.version = addMark();
+    return head;
   });
 }
 
@@ -220,7 +237,7 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
   constexpr std::string_view kData = "data:";
   connection_->add({"MULTI"});
   connection_->add({"GET", key("epoch")});
-  connection_->add({"XREVRANGE", key("stream"), "+", "-", "COUNT", "1"});
+  connection_->add({"XINFO", "STREAM", key("stream")});
   connection_->add({"SMEMBERS", key("index")});
   for (std::string const& name : names) {
     connection_->add({name.starts_with(kType) ? "GET" : "HGETALL", key(name)});
@@ -234,7 +251,12 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
     if (!names.contains(name.text)) return false;
   }
   snapshot.head.epoch = all.list[0].text;
-  snapshot.head.version = lastVersion(all.list[1]);
+  bool isEmpty = false;
+  snapshot.head.version = headOf(all.list[1], url_.text, isEmpty);
+  if (!snapshot.head.epoch.empty() && snapshot.head.version == StoreVersion()) {
+    addMark();  // the stream has been deleted since head() has looked
+    return false;
+  }
   size_t at = 3;
   for (std::string_view const name : names) {
     Reply const& contents = all.list[at++];
@@ -264,7 +286,7 @@ std::optional<std::vector<StoreEvent>> RedisStore::changes() {
     while (events.empty()) {
       connection_->add({"XRANGE", key("stream"), toString(read_), "+", "COUNT", "1000"});
       Reply const entries = connection_->need();
-      if (entries.list.empty() || lastVersion(entries) != read_) return std::nullopt;
+      if (entries.list.empty() || firstVersion(entries) != read_) return std::nullopt;
       if (entries.list.size() == 1) break;
       for (size_t i = 1; i < entries.list.size(); ++i) {
         auto const& entry = entries.list[i].list;
@@ -419,7 +441,10 @@ StoreVersion RedisStore::submit(std::span<StoreChange const> changes) {
         throw StoreRefused(url_.text + ": the store has been emptied or replaced");
       }
       std::vector<StoreChange const*> const left = makeTypes(changes);
-      if (left.empty()) return readHead().version;
+      if (left.empty()) {
+        bool isEmpty = false;
+        return readHead(isEmpty).version;
+      }
       sent = true;
       return writeAll(left);
     });

@@ -46,8 +46,8 @@ class RedisStore final : public Store {
   void watchEpoch();
   void addWatch();
   void readWatch();
-  StoreHead readHead();
-  void addMark();
+  StoreHead readHead(bool& isEmpty);
+  StoreVersion addMark();
   void addChange(StoreChange const& change);
   void addEvent(StoreChange const& change);
   void addToIndex(std::string const& name);

@@ -6,6 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/host/store/Changes.h"
 #include "tests/host/store/Places.h"
@@ -115,6 +118,28 @@ TEST_F(RedisStoreTest, AUserWithoutTheRightToWriteIsRefused) {
   std::vector<StoreChange> const changes{makeOf("p", "T")};
   EXPECT_THAT([&] { store->submit(changes); },
               ThrowsMessage<StoreRefused>(HasSubstr("no permissions")));
+}
+
+TEST_F(RedisStoreTest, AStreamThatIsEmptiedAgainAndAgainHasNotGoneBack) {
+  auto const store = begun();
+  pid_t const other = ::fork();
+  if (other == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    RedisConnection connection(StoreUrl(server->url()), {});
+    while (true) {
+      connection.add({"XTRIM", "macrewrite:stream", "MAXLEN", "0"});
+      connection.answer();
+    }
+  }
+  Host::StoreVersion least;
+  for (int i = 0; i < 300; ++i) {
+    auto const head = i % 2 == 0 ? store->snapshot().head : store->head();
+    EXPECT_LT(Host::StoreVersion(), head.version) << i;
+    EXPECT_LE(least, head.version) << i;
+    least = head.version;
+  }
+  ::kill(other, SIGKILL);
+  ::waitpid(other, nullptr, 0);
 }
 
 TEST_F(RedisStoreTest, ANameIsClaimedByOneOwnerUntilItsTimeIsOver) {
