@@ -57,7 +57,7 @@ void ServiceProcess::start() {
     ::execv(arguments[0], arguments.data());
     ::_exit(127);
   }
-  bool const answers = within(seconds(20), [&] {
+  bool const answers = within(seconds(60), [&] {
     try {
       connection_.emplace(socket());
       return true;
@@ -78,7 +78,7 @@ int ServiceProcess::stop(int signal) {
 int ServiceProcess::wait() {
   int status = -1;
   connection_.reset();
-  if (!within(seconds(20), [&] { return ::waitpid(process_, &status, WNOHANG) == process_; })) {
+  if (!within(seconds(60), [&] { return ::waitpid(process_, &status, WNOHANG) == process_; })) {
     ::kill(process_, SIGKILL);
     ::waitpid(process_, &status, 0);
   }
@@ -123,7 +123,7 @@ void ServiceProcess::lines(std::vector<std::string> const& all) {
 }
 
 bool ServiceProcess::reaches(std::string const& state) {
-  return within(seconds(10), [&] { return status()["agent"]["state"] == state; });
+  return within(seconds(60), [&] { return status()["agent"]["state"] == state; });
 }
 
 std::vector<std::string> bringUpLines(size_t tableSize) {
