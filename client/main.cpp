@@ -7,6 +7,7 @@
 #include "client/Connection.h"
 #include "client/Remote.h"
 #include "client/StoreEditor.h"
+#include "client/Support.h"
 #include "framework/log/LogService.h"
 #include "host/language/InputError.h"
 #include "host/language/JsonText.h"
@@ -107,21 +108,9 @@ int status(Connection& connection, Options const& options) {
   return answer["answer"]["agent"]["ready"].get<bool>() ? Done : Refused;
 }
 
-// One text file: the answers of all commands that look at the state as a whole.
 int support(Connection& connection, std::string const& file) {
   std::ofstream out(file);
-  out << "greeting\n" << Host::jsonText(connection.greeting()) << '\n';
-  for (char const* const line :
-       {"status", "status | json", "show running-config", "show capability",
-        "show vxlan forwarding src-mac rewrite", "show chip", "show waiting", "show reconciler",
-        "audit", "chip counters", "dump inputs", "dump indexes", "dump records", "dump objects",
-        "show log", "show trace"}) {
-    json const answer = connection.ask({{"line", line}});
-    out << "\n### " << line << '\n'
-        << (answer.contains("error") ? "error: " + answer["error"].get<std::string>()
-                                     : answer.value("text", ""))
-        << '\n';
-  }
+  writeSupport(out, connection);
   if (!out.flush()) {
     std::cerr << "error: " << file << " cannot be written" << std::endl;
     return BadInput;
