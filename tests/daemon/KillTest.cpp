@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The service is killed at random moments under random events; the rows are in the kernel and
 // outlive it. BFN_KILLS says how often.
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <gmock/gmock.h>
@@ -11,7 +10,7 @@
 #include <sys/wait.h>
 #include <thread>
 
-#include "kernel/BpfMap.h"
+#include "tests/daemon/KernelRows.h"
 #include "tests/daemon/ServiceProcess.h"
 #include "tests/kernel/KernelFixture.h"
 #include "tests/support/Seed.h"
@@ -31,9 +30,6 @@ unsigned kills() {
   char const* const given = std::getenv("BFN_KILLS");
   return given == nullptr ? 200 : static_cast<unsigned>(std::strtoul(given, nullptr, 10));
 }
-
-using Bytes = std::array<unsigned char, 8>;
-using Rows = std::map<Bytes, Bytes>;
 
 class KillTest : public BfnTest::KernelFixture {
  protected:
@@ -70,30 +66,6 @@ class KillTest : public BfnTest::KernelFixture {
     }
   }
 
-  // What the kernel has, whether or not there is a process.
-  Rows rowsInTheKernel() const {
-    auto const map = BfnKernel::BpfMap::pinned((directory() / "rows").string());
-    Rows rows;
-    if (!map) return rows;
-    Bytes key{};
-    void const* last = nullptr;
-    while (map->nextKey(last, key.data()) == 0) {
-      Bytes value{};
-      if (map->lookup(key.data(), value.data()) == 0) rows[key] = value;
-      last = key.data();
-    }
-    return rows;
-  }
-  static size_t differences(Rows const& from, Rows const& to) {
-    size_t count = 0;
-    for (auto const& [key, value] : from) {
-      auto const there = to.find(key);
-      if (there == to.end() || there->second != value) ++count;
-    }
-    for (auto const& [key, value] : to) count += from.contains(key) ? 0U : 1U;
-    return count;
-  }
-
   // The rows that a fresh bring-up wants of what the store has: each address, with the MAC of its
   // line.
   std::map<std::string, std::string> wanted() {
@@ -122,10 +94,10 @@ class KillTest : public BfnTest::KernelFixture {
   }
 
   void startAgain() {
-    Rows const before = rowsInTheKernel();
+    auto const before = BfnTest::rowsInTheKernel(directory());
     service.start();
     ASSERT_TRUE(service.reaches("running")) << service.log();
-    Rows const after = rowsInTheKernel();
+    auto const after = BfnTest::rowsInTheKernel(directory());
     json const status = service.status();
     auto const all = wanted();
     ASSERT_EQ(status["rows"]["wanted"], all.size());
@@ -134,7 +106,7 @@ class KillTest : public BfnTest::KernelFixture {
     for (auto const& [address, mac] : shown()) ASSERT_EQ(all.at(address), mac) << address;
     // No row was taken out and put back; rows that the full table refuses are tried, too.
     size_t const refused = all.size() - after.size();
-    size_t const changed = differences(before, after);
+    size_t const changed = BfnTest::differences(before, after);
     ASSERT_GE(status["chipChanges"].get<size_t>(), changed);
     ASSERT_LE(status["chipChanges"].get<size_t>(), changed + refused);
     written += changed;

@@ -28,7 +28,7 @@ class ServiceProcess {
   void start();
   /// Ends it by a signal, SIGTERM or SIGKILL, and gives its wait status.
   int stop(int signal);
-  /// Waits until it has ended by itself, 20 s at most. Gives its wait status.
+  /// Waits until it has ended by itself, 60 s at most. Gives its wait status.
   int wait();
   bool runs() const { return process_ > 0; }
   pid_t process() const { return process_; }
@@ -51,7 +51,7 @@ class ServiceProcess {
   /// Lines whose answers are of no interest; throws std::runtime_error with the first error.
   void lines(std::vector<std::string> const& all);
   nlohmann::json status() { return answer("status"); }
-  /// Whether the agent comes into that state within 10 s.
+  /// Whether the agent comes into that state within 60 s.
   bool reaches(std::string const& state);
   Connection connect() const { return Connection(socket()); }
 
