@@ -1,16 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/Configuration.h"
 
+#include <algorithm>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <map>
 #include <pwd.h>
 #include <sstream>
-#include <toml++/toml.h>
 
 #include "host/kernel/OpenTable.h"
 #include "host/store/StoreError.h"
 #include "host/store/StoreUrl.h"
+
+namespace {
+
+/// The parser has come into a state that it takes to be impossible: some texts that are no TOML
+/// bring it there.
+struct ParserFailed : std::exception {};
+
+[[noreturn]] void parserFailed() {
+  throw ParserFailed();
+}
+
+}  // namespace
+
+// Where the parser's assumptions do not hold, what follows is undefined: they are checked in every
+// build type.
+#pragma push_macro("NDEBUG")
+#undef NDEBUG
+#define TOML_ASSERT(expr) ((expr) ? static_cast<void>(0) : parserFailed())
+#include <toml++/toml.h>
+#pragma pop_macro("NDEBUG")
 
 namespace {
 
@@ -108,17 +129,46 @@ void addStore(Reader& reader, Host::StoreOptions& options, std::string& durabili
   reader.seconds("timeout", options.timeout);
 }
 
+// The parser is not defined for every code point that may stand where a key is expected.
+void expectAscii(std::string_view text, std::string const& file) {
+  size_t number = 0;
+  for (size_t at = 0; at < text.size(); ++number) {
+    std::string_view const line = text.substr(at, text.find('\n', at) - at);
+    at += line.size() + 1;
+    size_t const begin = line.find_first_not_of(" \t");
+    bool const isComment = begin != std::string_view::npos && line[begin] == '#';
+    if (!isComment &&
+        std::ranges::any_of(line, [](char c) { return static_cast<unsigned char>(c) > 127; })) {
+      throw ConfigurationError(file + ':' + std::to_string(number + 1) +
+                               ": a character that is not ASCII is written as \\uXXXX, or in a "
+                               "comment that has its line for itself");
+    }
+  }
+}
+
 }  // namespace
 
 void readConfiguration(std::string const& file, Configuration& to) {
+  std::ifstream in(file);
+  std::ostringstream text;
+  text << in.rdbuf();
+  // A folder opens, and cannot be read.
+  if (!in || !text) throw ConfigurationError(file + ": cannot be read");
+  readConfiguration(text.str(), file, to);
+}
+
+void readConfiguration(std::string_view text, std::string const& file, Configuration& to) {
+  expectAscii(text, file);
   std::string faults;
   toml::table table;
   try {
-    table = toml::parse_file(file);
+    table = toml::parse(text, file);
   } catch (toml::parse_error const& error) {
-    std::ostringstream text;
-    text << file << ':' << error.source().begin.line << ": " << error.description();
-    throw ConfigurationError(text.str());
+    std::ostringstream why;
+    why << file << ':' << error.source().begin.line << ": " << error.description();
+    throw ConfigurationError(why.str());
+  } catch (ParserFailed const&) {
+    throw ConfigurationError(file + ": this is not TOML");
   }
   Reader reader(file, faults);
   reader.text("database", to.database);

@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "framework/core/Types.h"
@@ -38,6 +39,8 @@ class ConfigurationError : public std::runtime_error {
 /// Reads a TOML file into the configuration. Throws ConfigurationError, which names all that is
 /// wrong.
 void readConfiguration(std::string const& file, Configuration& to);
+/// The same of a file's text. Its name is for errors.
+void readConfiguration(std::string_view text, std::string const& file, Configuration& to);
 
 /// What is wrong with the values, a line each; empty: nothing.
 std::string faultsOf(Configuration const& with);

@@ -330,8 +330,8 @@ int parseAndRun(int argc, char** argv) {
   auto* const seed = app.add_option("--hash-seed", line.hashSeed,
                                     "walk hashed collections in this order (default: stored)");
   seed->type_name("N");
-  auto* const trace =
-      app.add_option("--trace", line.traceLevel, "traces up to that level go into the ring");
+  auto* const trace = app.add_option("--trace", line.traceLevel,
+                                     "traces up to that level as text on standard error");
   trace->check(CLI::Range(0U, 30U))->type_name("LEVEL");
   auto* const rows =
       app.add_option("--rows", line.rows, "rows of a kernel's table that is made (default: 65536)");

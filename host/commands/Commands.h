@@ -21,6 +21,8 @@ struct Applied;
 
 /// The commands of each kind, acting on a host that must outlive them.
 CommandGroup operatorCommands(Switch& host);
+/// Of this process, whatever it does.
+CommandGroup traceCommands();
 CommandGroup hostCommands(Switch& host);
 /// Adds those that do to an input what only a test does: notifications without a change, another
 /// object under the same key, the active profile in parts.

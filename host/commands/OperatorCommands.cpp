@@ -5,8 +5,6 @@
 #include "framework/command/CommandDispatcher.h"
 #include "framework/core/Strep.h"
 #include "framework/log/LogService.h"
-#include "framework/trace/Decode.h"
-#include "framework/trace/TraceHandle.h"
 #include "host/commands/Commands.h"
 #include "host/commands/Configuration.h"
 #include "host/commands/SlicedShow.h"
@@ -85,29 +83,6 @@ Answer showLog() {
   return {dumpLog(), text};
 }
 
-// Levels up to that one are written as text.
-Answer traceLevel(Arguments const& given) {
-  std::string const level = given.text("level");
-  Kiv::U32 const mask =
-      level == "off" ? 0 : (Kiv::U32{2} << static_cast<unsigned>(std::stoul(level))) - 1;
-  Kiv::TraceHandle::defaultLevelsIs(mask);
-  Kiv::TraceHandle::forEach([mask](Kiv::TraceHandle& handle) { handle.levelsAre(mask); });
-  return {};
-}
-
-Answer showTrace(Arguments const& given) {
-  std::string text;
-  nlohmann::json lines = nlohmann::json::array();
-  auto const last = given.number("last", Ringlog::kAllRecords);
-  for (Ringlog::Record const& record : Ringlog::decode(Ringlog::defaultRinglogHandle, last)) {
-    std::ostringstream out;
-    out << record;
-    text += (text.empty() ? "" : "\n") + out.str();
-    lines.push_back(record.text);
-  }
-  return {lines, text};
-}
-
 }  // namespace
 
 void startShow(Switch& host, Arguments const& given, Agent::CommandDispatcher& dispatcher,
@@ -182,11 +157,6 @@ CommandGroup operatorCommands(Switch& host) {
                    [&host](Arguments const&) { return showTable(host); });
   add.emplace_back("show log", "the log messages so far", "show log",
                    [](Arguments const&) { return showLog(); });
-  add.emplace_back("show trace [last <N>]", "the trace ring, decoded", "show trace last 5",
-                   showTrace);
-  add.emplace_back("trace level <LEVEL>",
-                   "write traces up to that level, 0 to 30, as text on standard error; off: none",
-                   "trace level 9", traceLevel);
   return group;
 }
 

@@ -12,6 +12,8 @@
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -80,9 +82,14 @@ int beginNote(int signal) noexcept {
   return file;
 }
 
-void endNote(int file) noexcept {
-  ::close(file);
-  ::rename(newFile.data(), deathFile.data());
+void putTrace(int file) {
+  std::ostringstream trace;
+  for (Ringlog::Record const& record :
+       Ringlog::decode(Ringlog::defaultRinglogHandle, kTraceLines)) {
+    trace.str("");
+    trace << record;
+    putLine(file, "trace ", trace.str().c_str());
+  }
 }
 
 void checkFailed(char const* text, char const* where) {
@@ -93,20 +100,38 @@ void checkFailed(char const* text, char const* where) {
   putLine(file, "where ", where);
   // In place already, should what follows fail.
   ::rename(newFile.data(), deathFile.data());
-  std::ostringstream trace;
-  for (Ringlog::Record const& record :
-       Ringlog::decode(Ringlog::defaultRinglogHandle, kTraceLines)) {
-    trace.str("");
-    trace << record;
-    putLine(file, "trace ", trace.str().c_str());
-  }
+  putTrace(file);
   ::close(file);
+}
+
+// The end of the trace, after a signal that may have come anywhere: it is decoded by a copy of the
+// process, which may crash or wait for a lock that will not be released, and then has a second.
+void putTraceByCopy(int file) noexcept {
+  pid_t const copy = ::_Fork();
+  if (copy == 0) {
+    for (int const signal : kSignals) ::signal(signal, SIG_DFL);
+    ::signal(SIGALRM, SIG_DFL);
+    rlimit const none{};
+    ::setrlimit(RLIMIT_CORE, &none);
+    sigset_t all;
+    ::sigemptyset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, nullptr);
+    ::alarm(1);
+    putTrace(file);
+    ::_exit(0);
+  }
+  while (copy > 0 && ::waitpid(copy, nullptr, 0) < 0 && errno == EINTR) {
+  }
 }
 
 void signalled(int signal) {
   if (noted == 0) {
     noted = 1;
-    if (int const file = beginNote(signal); file >= 0) endNote(file);
+    if (int const file = beginNote(signal); file >= 0) {
+      ::rename(newFile.data(), deathFile.data());
+      putTraceByCopy(file);
+      ::close(file);
+    }
   }
   // The handler is gone: the signal does what it would have done.
   ::raise(signal);

@@ -8,7 +8,6 @@
 
 #include "agent/records/BfnMacRewriteTypes.h"
 #include "framework/core/Strep.h"
-#include "framework/trace/TraceHandle.h"
 #include "host/commands/Commands.h"
 #include "host/commands/Configuration.h"
 #include "host/language/InputError.h"
@@ -193,6 +192,7 @@ ServiceCommands::ServiceCommands(Service& service) : service_(service) {
   Switch& host = service.host();
   addServiceCommands();
   take(operatorCommands(host));
+  take(traceCommands());
   take(hostCommands(host));
   take(chipCommands(host));
   take(lookCommands(host));
@@ -323,6 +323,7 @@ Command::Handler ServiceCommands::handlerOf(std::string const& form, Command::Ha
     };
   }
   if (form == "repair") return withAgent(std::move(own));
+  if (form.starts_with("trace level ")) return own;
   if (form == "chip clear faults|hits") {
     return [clear = withAgent(std::move(own))](Arguments const& given) {
       if (given.text("faults") == "faults") throw InputError("a service has no planned faults");
@@ -393,11 +394,6 @@ void ServiceCommands::addServiceCommands() {
                    "store accept", [this](Arguments const&) {
                      if (!service_.accept())
                        throw InputError("the store's history did not go back");
-                     return Answer();
-                   });
-  act.emplace_back("trace level <N:30>", "traces up to that level go into the ring",
-                   "trace level 9", [](Arguments const& given) {
-                     Kiv::TraceHandle::defaultLevelsIs((U32{2} << given.number("level")) - 1);
                      return Answer();
                    });
   add(std::move(acts), true);

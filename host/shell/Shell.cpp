@@ -36,6 +36,7 @@ Shell::Shell(Switch& host, std::ostream& out, ShellOptions const& options)
     addDoubts(group, host);
     table_.add(std::move(group));
   }
+  table_.add(traceCommands());
   table_.add(changeCommands(changes_,
                             [this](std::string const& name) { return readConfiguration(name); }));
   table_.add(sliceCommands(slicedShow_));

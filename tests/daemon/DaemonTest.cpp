@@ -267,6 +267,31 @@ TEST_F(DaemonTest, AFatalEventIsRememberedAndTheAgentComesBack) {
   EXPECT_EQ(service.answer("show chip"), json::array({row("10.0.0.1")}));
 }
 
+TEST_F(DaemonTest, ADeadlySignalIsRememberedWithTheEndOfTheTrace) {
+  up();
+  service.lines({addressLine("10.0.0.1")});
+  ::kill(service.process(), SIGILL);
+  int const status = service.wait();
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGILL) << status;
+  service.start();
+  ASSERT_TRUE(service.reaches("running")) << service.log();
+  json const death = service.status()["lastDeath"];
+  EXPECT_EQ(death["signal"], SIGILL);
+  EXPECT_EQ(death["text"], "");
+  EXPECT_THAT(death["trace"].dump(), HasSubstr("10.0.0.1"));
+}
+
+TEST_F(DaemonTest, TheTraceLevelHoldsForWhatHasTracedAndForOneFacility) {
+  up();
+  service.lines({addressLine("10.0.0.1"), "trace level 9 facility BfnMacRewriteTableMgr",
+                 addressLine("10.0.0.2"), "trace level off", addressLine("10.0.0.3")});
+  EXPECT_THAT(service.log(),
+              AllOf(Not(HasSubstr("overlaySip: 10.0.0.1")), HasSubstr("overlaySip: 10.0.0.2"),
+                    Not(HasSubstr("overlaySip: 10.0.0.3"))));
+  json const levels = service.answer("show trace facilities");
+  EXPECT_EQ(levels["BfnMacRewriteTableMgr"], json::array());
+}
+
 TEST_F(DaemonTest, AnEventThatEndedTheProcessIsInTheStore) {
   up();
   service.lines({addressLine("10.0.0.1")});
@@ -333,7 +358,7 @@ TEST_F(DaemonTest, ThreeDeathsAtTheSameInputsHoldTheAgent) {
   EXPECT_EQ(service.ask("show chip")["status"], 2);
   // An input that is mended brings it up.
   service.lines({"no host profile poison"});
-  EXPECT_FALSE(service.reaches("held"));
+  EXPECT_TRUE(service.reaches("running")) << service.log();
 }
 
 TEST_F(DaemonTest, TheConfigurationIsCheckedAsAWhole) {
@@ -357,8 +382,28 @@ TEST_F(DaemonTest, TheConfigurationIsCheckedAsAWhole) {
   EXPECT_TRUE(values.exitedWith(2));
   EXPECT_THAT(values.text, AllOf(HasSubstr("table: "), HasSubstr("database: "),
                                  HasSubstr("there is no user no such user")));
-  std::ofstream(service.file("toml")) << "trace = 4\n";
+  std::ofstream(service.file("toml")) << "trace = 4\n# Zürich\nswitch = \"Z\\u00fcrich\"\n";
   EXPECT_TRUE(check().exitedWith(0));
+  for (char const* const text :
+       {"trace = 4\nswitch = \"Zürich\"\n", "trace = 4\n\xef\xbb\xb7 = 1\n", "trace = 4\n[",
+        "trace = 4\n[a.", "trace = 4\nswitch = \"a"}) {
+    std::ofstream(service.file("toml")) << text;
+    auto const broken = check();
+    EXPECT_TRUE(broken.exitedWith(2)) << text;
+    EXPECT_THAT(broken.text, HasSubstr("toml:2: ")) << text;
+  }
+}
+
+TEST_F(DaemonTest, AConfigurationThatCannotBeReadIsRefused) {
+  for (std::string const& file : {service.file("none"), service.file("")}) {
+    auto const tried = BfnTest::inChild(STDERR_FILENO, [&] {
+      ::execl(SERVICE_PROGRAM, SERVICE_PROGRAM, "--config", file.c_str(), "--check",
+              static_cast<char*>(nullptr));
+      return 127;
+    });
+    EXPECT_TRUE(tried.exitedWith(2)) << file;
+    EXPECT_THAT(tried.text, HasSubstr(file)) << file;
+  }
 }
 
 TEST_F(DaemonTest, MetricsAreWrittenWholeAndFollow) {

@@ -159,7 +159,7 @@ TEST_F(LabLiveTest, ALabKilledAmongItsWritesLosesNoPingAndTheNextOneMendsTheTabl
   // Far more than it carries out before it is killed.
   {
     std::ofstream lines(file("many.lab"));
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 60; ++round) {
       for (int i = 0; i < 900; ++i) {
         lines << (round % 2 == 0 ? "" : "no ") << "host address 10.2." << i / 250 << '.' << i % 250
               << " vrf-id 7" << (round % 2 == 0 ? " interface Vlan100\n" : "\n");
