@@ -34,6 +34,10 @@ std::string errorAnswer(json const& id, int status, std::string const& why) {
 }
 
 std::string answerText(json const& id, bool withoutText, Answer const& answer) {
+  // That of most lines that change something.
+  if (id.is_null() && answer.json.is_null() && answer.text.empty()) {
+    return withoutText ? "{\"answer\":null}\n" : "{\"answer\":null,\"text\":\"\"}\n";
+  }
   json all{{"answer", answer.json}};
   if (!withoutText) all["text"] = answer.text;
   if (!id.is_null()) all["id"] = id;
@@ -90,6 +94,7 @@ ControlServer::ControlServer(EventLoop& loop, Service& service, ServiceCommands&
     : loop_(loop),
       service_(service),
       commands_(commands),
+      batch_(service),
       listening_(std::move(listening)),
       options_(std::move(options)) {
   listener_ = loop_.descriptor(listening_.get(), EPOLLIN, [this](std::uint32_t) { accept(); });
@@ -166,6 +171,7 @@ void ControlServer::take(Client& client) {
     at = end + 1;
     ++lines;
   }
+  submitBatch(client);
   client.in.erase(0, at);
   if (client.in.size() >= kMaxLine && client.in.find('\n') == std::string::npos) {
     client.out += errorAnswer(nullptr, BadInput, "the request is too long");
@@ -176,13 +182,15 @@ void ControlServer::take(Client& client) {
 
 void ControlServer::request(Client& client, std::string_view text) {
   if (text.empty()) return;
-  json const request = json::parse(text, nullptr, false);
+  json request = json::parse(text, nullptr, false);
   if (!request.is_object()) {
+    submitBatch(client);
     client.out += errorAnswer(nullptr, BadInput, "expected a JSON object");
     return;
   }
-  json const id = request.contains("id") ? request["id"] : json();
+  json id = request.contains("id") ? std::move(request["id"]) : json();
   if (request.contains("await")) {
+    submitBatch(client);
     if (!request["await"].is_number_unsigned()) {
       client.out += errorAnswer(id, BadInput, "expected a number of changes");
       return;
@@ -192,10 +200,14 @@ void ControlServer::request(Client& client, std::string_view text) {
     return;
   }
   if (!request.contains("line") || !request["line"].is_string()) {
+    submitBatch(client);
     client.out += errorAnswer(id, BadInput, "expected a line");
     return;
   }
-  carryOut(client, request);
+  bool const hasRun = request.contains("run") && request["run"].is_number_unsigned();
+  carryOut(client, {std::move(id), request.contains("form") && request["form"] == "json",
+                    hasRun ? request["run"].get<Kiv::U64>() : 0,
+                    std::move(request["line"].get_ref<std::string&>())});
 }
 
 // Most lines have their keywords in full, and looking for shortened ones takes ten times as long.
@@ -208,52 +220,113 @@ ServiceCommands::Prepared ControlServer::prepare(std::vector<std::string>& words
   }
 }
 
-void ControlServer::carryOut(Client& client, json const& request) {
-  json const id = request.contains("id") ? request["id"] : json();
-  bool const withoutText = request.contains("form") && request["form"] == "json";
-  auto const& line = request["line"].get_ref<std::string const&>();
-  bool changes = false;
-  Kiv::U64 const run = request.contains("run") && request["run"].is_number_unsigned()
-                           ? request["run"].get<Kiv::U64>()
-                           : 0;
-  if (run != 0 && run == client.failedRun) {
-    json answer{{"error", "a line before it failed"}, {"skipped", true}, {"status", Refused}};
-    if (!id.is_null()) answer["id"] = id;
-    client.out += jsonText(answer) + '\n';
+void ControlServer::carryOut(Client& client, Request request) {
+  if (adds(client, request)) return;
+  submitBatch(client);
+  carryOutAlone(client, request);
+}
+
+// Whether the line is one of the batch now. All others, those that are wrong among them, are
+// answered in their turn.
+bool ControlServer::adds(Client const& client, Request& request) {
+  if (!client.mayChange || (request.run != 0 && request.run == client.failedRun)) return false;
+  std::string const& line = request.line;
+  if (!line.starts_with("vxlan ") && !line.starts_with("no vxlan ")) return false;
+  try {
+    auto const words = splitWords(line);
+    if (!commands_.prepare(words).operators) return false;
+    batch_.add(words, line);
+  } catch (std::exception const&) {
+    return false;
+  }
+  requests_.push_back(std::move(request));
+  return true;
+}
+
+bool ControlServer::skips(Client& client, Request const& request) {
+  if (request.run == 0 || request.run != client.failedRun) return false;
+  json answer{{"error", "a line before it failed"}, {"skipped", true}, {"status", Refused}};
+  if (!request.id.is_null()) answer["id"] = request.id;
+  client.out += jsonText(answer) + '\n';
+  return true;
+}
+
+void ControlServer::finish(Client& client, Request const& request, bool changes,
+                           Answer const& answer) {
+  if (changes && options_.changed) options_.changed(client.uid, request.line, "");
+  client.out += answerText(request.id, request.withoutText, answer);
+}
+
+void ControlServer::refuse(Client& client, Request const& request, bool changes, int status,
+                           std::string const& why) {
+  client.failedRun = request.run;
+  if (changes && options_.changed) options_.changed(client.uid, request.line, why);
+  client.out += errorAnswer(request.id, status, why);
+}
+
+void ControlServer::refuse(Client& client, Request const& request, bool changes,
+                           std::exception_ptr const& thrown) {
+  try {
+    std::rethrow_exception(thrown);
+  } catch (InputError const& error) {
+    refuse(client, request, changes, BadInput, error.what());
+  } catch (StoreError const& error) {
+    refuse(client, request, changes, Refused, error.what());
+  } catch (UnreadableException const& error) {
+    refuse(client, request, changes, BadInput, error.what());
+  } catch (std::exception const& error) {
+    refuse(client, request, changes, Refused, std::string("exception: ") + error.what());
+  }
+}
+
+// Puts the lines of the batch into the store together. What it refuses as a whole is tried line by
+// line, so that each line has an answer of its own.
+void ControlServer::submitBatch(Client& client) {
+  if (requests_.empty()) return;
+  auto const requests = std::exchange(requests_, {});
+  std::vector<OperatorBatch::Failure> failures;
+  try {
+    failures = batch_.submit();
+  } catch (StoreAway const&) {
+    // The lines may be in the store or not: none of them is sent again.
+    for (Request const& request : requests) {
+      refuse(client, request, true, std::current_exception());
+    }
+    return;
+  } catch (std::exception const&) {
+    for (Request const& request : requests) carryOutAlone(client, request);
     return;
   }
-  auto const refused = [&](int status, std::string const& why) {
-    client.failedRun = run;
-    if (changes && options_.changed) options_.changed(client.uid, line, why);
-    client.out += errorAnswer(id, status, why);
-  };
+  auto failure = failures.begin();
+  for (size_t i = 0; i < requests.size(); ++i) {
+    if (failure == failures.end() || failure->line != i) {
+      finish(client, requests[i], true, Answer());
+    } else {
+      refuse(client, requests[i], true, (failure++)->thrown);
+    }
+  }
+}
+
+void ControlServer::carryOutAlone(Client& client, Request const& request) {
+  if (skips(client, request)) return;
+  bool changes = false;
   try {
-    auto words = splitWords(line);
+    auto words = splitWords(request.line);
     if (words.empty()) {
-      client.out += answerText(id, withoutText, Answer());
+      client.out += answerText(request.id, request.withoutText, Answer());
       return;
     }
     auto const prepared = prepare(words);
     changes = prepared.changes;
     if (changes && !client.mayChange) {
-      refused(Refused, "this user may look, and change nothing");
-      return;
+      refuse(client, request, changes, Refused, "this user may look, and change nothing");
+    } else if (prepared.large) {
+      carryOutLarge(client, request.id, request.withoutText, prepared, request.line);
+    } else {
+      finish(client, request, changes, commands_.run(prepared, request.line));
     }
-    if (prepared.large) {
-      carryOutLarge(client, id, withoutText, prepared, line);
-      return;
-    }
-    Answer const answer = commands_.run(prepared, line);
-    if (changes && options_.changed) options_.changed(client.uid, line, "");
-    client.out += answerText(id, withoutText, answer);
-  } catch (InputError const& error) {
-    refused(BadInput, error.what());
-  } catch (StoreError const& error) {
-    refused(Refused, error.what());
-  } catch (UnreadableException const& error) {
-    refused(BadInput, error.what());
-  } catch (std::exception const& error) {
-    refused(Refused, std::string("exception: ") + error.what());
+  } catch (...) {
+    refuse(client, request, changes, std::current_exception());
   }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <list>
@@ -11,10 +12,12 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 #include "host/fork/ForkedTask.h"
 #include "host/loop/EventLoop.h"
 #include "host/service/ControlProtocol.h"
+#include "host/service/OperatorBatch.h"
 #include "host/service/ServiceCommands.h"
 
 namespace Host {
@@ -29,6 +32,9 @@ namespace Host {
 /// {"await": N} is answered with
 /// {"changes": M} as soon as the number of changes is another one than N. Answers come in the order
 /// of the requests.
+///
+/// Lines of the operator's that have come together go into the store as one transaction, and are
+/// answered once they are there. Each is accepted or refused by itself all the same.
 ///
 /// Who may connect is a matter of the socket's mode. Lines that change something are taken from
 /// root, from the service's own user, and from the users that the options name.
@@ -67,7 +73,12 @@ class ControlServer {
 
  private:
   struct Client;
-  using Clients = std::list<std::unique_ptr<Client>>;
+  struct Request {
+    nlohmann::json id;
+    bool withoutText = false;
+    Kiv::U64 run = 0;
+    std::string line;
+  };
 
   void accept();
   void readable(Client& client, std::uint32_t events);
@@ -75,7 +86,16 @@ class ControlServer {
   void request(Client& client, std::string_view text);
   /// `words` may be replaced, and must outlive what is prepared.
   ServiceCommands::Prepared prepare(std::vector<std::string>& words) const;
-  void carryOut(Client& client, nlohmann::json const& request);
+  void carryOut(Client& client, Request request);
+  bool adds(Client const& client, Request& request);
+  bool skips(Client& client, Request const& request);
+  void finish(Client& client, Request const& request, bool changes, Answer const& answer);
+  void refuse(Client& client, Request const& request, bool changes, int status,
+              std::string const& why);
+  void refuse(Client& client, Request const& request, bool changes,
+              std::exception_ptr const& thrown);
+  void submitBatch(Client& client);
+  void carryOutAlone(Client& client, Request const& request);
   void carryOutLarge(Client& client, nlohmann::json const& id, bool withoutText,
                      ServiceCommands::Prepared const& prepared, std::string_view line);
   void followTask(Client& client);
@@ -89,6 +109,9 @@ class ControlServer {
   EventLoop& loop_;
   Service& service_;
   ServiceCommands& commands_;
+  // Lines of the client whose requests are being carried out, in their order.
+  OperatorBatch batch_;
+  std::vector<Request> requests_;
   OwnedDescriptor listening_;
   Options const options_;
   EventLoop::SourcePtr listener_;

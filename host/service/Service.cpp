@@ -303,14 +303,25 @@ void Service::followPorts() {
   }
 }
 
-void Service::submit(std::vector<StoreChange> changes, std::string_view event) {
-  if (changes.empty()) return;
+void Service::needSwitch() const {
   if (options_.shared && holder_ != options_.owner) {
     throw StoreRefused("the switch " + options_.switchName + " is held by " +
                        (holder_.empty() ? "nobody yet" : holder_));
   }
+}
+
+void Service::submit(std::vector<StoreChange> changes, std::string_view event) {
+  if (changes.empty()) return;
+  needSwitch();
   Deaths::eventIs(event);
   mirror_.submit(std::move(changes));
+}
+
+void Service::submit(std::vector<StoreChange> changes, std::string_view event,
+                     StoreMirror::Progress const& progress) {
+  needSwitch();
+  Deaths::eventIs(event);
+  mirror_.submitReadable(std::move(changes), progress);
 }
 
 bool Service::retry() {

@@ -79,6 +79,9 @@ class Service {
   /// Puts changes into the store and applies what it then has. Throws StoreError,
   /// UnreadableException, and what handlers throw. `event` is what a death would be noted under.
   void submit(std::vector<StoreChange> changes, std::string_view event);
+  /// The same for changes that are readable, see StoreMirror::submitReadable().
+  void submit(std::vector<StoreChange> changes, std::string_view event,
+              StoreMirror::Progress const& progress);
   /// Tries a bring-up again. False when none failed.
   bool retry();
   /// Takes the store as it is after it went back. False when it did not.
@@ -108,6 +111,7 @@ class Service {
   void step();
   void stateIs(State state, std::string because);
   void holdSwitch();
+  void needSwitch() const;
   void bringUp();
   void followProfile();
   void followPorts();

@@ -209,6 +209,7 @@ void ServiceCommands::addTranslations() {
   for (Command const& command : operatorCommands(service_.host()).commands) {
     std::string const& form = command.pattern.text();
     if (!isOperatorLine(splitWords(form))) continue;
+    traits_[form].operators = true;
     translate(form, [this](Arguments const& given) {
       return operatorChanges(service_.host(), given.words);
     });
@@ -412,6 +413,7 @@ ServiceCommands::Prepared ServiceCommands::prepare(std::span<std::string const> 
   Traits const& traits = traits_.at(prepared.found.command->pattern.text());
   prepared.changes = traits.changes;
   prepared.large = traits.large;
+  prepared.operators = traits.operators && prepared.filters.empty();
   return prepared;
 }
 

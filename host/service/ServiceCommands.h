@@ -35,6 +35,8 @@ class ServiceCommands {
     bool changes = false;
     /// It looks at much: better done in a process of its own.
     bool large = false;
+    /// It is a line of the operator's, which an OperatorBatch takes, and nothing else.
+    bool operators = false;
   };
   /// `words` must outlive it. Throws InputError.
   Prepared prepare(std::span<std::string const> words) const;
@@ -51,6 +53,7 @@ class ServiceCommands {
   struct Traits {
     bool changes = false;
     bool large = false;
+    bool operators = false;
   };
 
   void take(CommandGroup group);

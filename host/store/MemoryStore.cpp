@@ -10,7 +10,7 @@ namespace {
 
 using Kind = StoreChange::Kind;
 
-void apply(std::map<std::string, StoredRecord>& records, StoreChange const& change) {
+void applyTo(std::map<std::string, StoredRecord>& records, StoreChange const& change) {
   if (change.kind == Kind::Make) {
     records.try_emplace(change.path, StoredRecord{change.value, {}});
     return;
@@ -65,7 +65,7 @@ std::optional<std::vector<StoreEvent>> MemoryStore::changes() {
   return news;
 }
 
-StoreVersion MemoryStore::submit(std::span<StoreChange const> changes) {
+StoreVersions MemoryStore::submit(std::vector<StoreChange> changes) {
   MemoryStoreContents& contents = reach();
   if (!contents.refusal.empty()) throw StoreRefused("memory: " + contents.refusal);
   for (StoreChange const& change : changes) {
@@ -76,14 +76,15 @@ StoreVersion MemoryStore::submit(std::span<StoreChange const> changes) {
                          ", not " + change.value);
     }
   }
-  for (StoreChange const& change : changes) {
+  StoreVersion const first{contents.head.version.major + 1, 0};
+  for (StoreChange& change : changes) {
     if (change.kind == Kind::Make && contents.records.contains(change.path)) continue;
-    apply(contents.records, change);
+    applyTo(contents.records, change);
     ++contents.head.version.major;
-    contents.events.push_back({contents.head.version, change});
+    contents.events.push_back({contents.head.version, std::move(change)});
     if (contents.events.size() > contents.maxEvents) contents.events.pop_front();
   }
-  return contents.head.version;
+  return {first, contents.head.version};
 }
 
 }  // namespace Host

@@ -3,7 +3,6 @@
 
 #include <deque>
 #include <memory>
-#include <span>
 #include <string>
 
 #include "host/store/Store.h"
@@ -33,7 +32,7 @@ class MemoryStore final : public Store {
   void begin() override;
   StoreSnapshot snapshot() override;
   std::optional<std::vector<StoreEvent>> changes() override;
-  StoreVersion submit(std::span<StoreChange const> changes) override;
+  StoreVersions submit(std::vector<StoreChange> changes) override;
 
  private:
   MemoryStoreContents& reach() const;

@@ -146,8 +146,8 @@ void needCanonical(AttributeDescription const& attribute, std::string const& key
 void readValue(PtrInterface& target, AttributeDescription const& attribute,
                StoreChange const& change) {
   if (change.kind == Kind::Replace) unreadable("a value is not replaced, but set");
-  needCanonical(attribute, change.key);
-  if (change.kind != Kind::Set) return;
+  if (change.kind == Kind::Del || attribute.keyAndValue) needCanonical(attribute, change.key);
+  if (change.kind == Kind::Del) return;
   if (attribute.keyAndValue) {
     GenericValue const arguments[] = {generic(change.key), generic(change.value)};
     attribute.call(target, std::span(arguments));
@@ -155,8 +155,11 @@ void readValue(PtrInterface& target, AttributeDescription const& attribute,
     GenericValue const value = generic(change.value);
     attribute.call(target, std::span(&value, 1));
   }
+  // A key that the value's own is written as has the one form that there is.
   auto const at = walk(target, attribute);
-  if (at->atEnd() || at->iterKey().strep() != change.key) unreadable("its value has another key");
+  if (!at->atEnd() && at->iterKey().strep() == change.key) return;
+  needCanonical(attribute, change.key);
+  unreadable("its value has another key");
 }
 
 Read readChecked(StoreChange const& change, Kiv::Type const& type) {

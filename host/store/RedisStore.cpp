@@ -332,7 +332,7 @@ void RedisStore::addEvent(StoreChange const& change) {
 }
 
 // Two commands for each change and, where there is more to do, further ones.
-void RedisStore::addChange(StoreChange const& change) {
+void RedisStore::addChange(StoreChange const& change, std::set<std::string>& indexed) {
   std::string const data = dataName(change.path, change.collection);
   switch (change.kind) {
     case Kind::Make:
@@ -340,7 +340,7 @@ void RedisStore::addChange(StoreChange const& change) {
       break;
     case Kind::Set:
     case Kind::Replace:
-      addToIndex(data);
+      addToIndex(data, indexed);
       connection_->add({"HSET", key(data), change.key, change.value});
       break;
     case Kind::Del:
@@ -349,7 +349,7 @@ void RedisStore::addChange(StoreChange const& change) {
   }
   if (change.within) {
     std::string const outer = dataName(change.path, change.within->collection);
-    addToIndex(outer);
+    addToIndex(outer, indexed);
     connection_->add({"HSETNX", key(outer), change.within->key, change.within->value});
   }
   for (std::string const& collection : change.drops) {
@@ -361,9 +361,9 @@ void RedisStore::addChange(StoreChange const& change) {
 }
 
 // Collections in objects leave the index with their object, which another client may remove.
-void RedisStore::addToIndex(std::string const& name) {
+void RedisStore::addToIndex(std::string const& name, std::set<std::string>& indexed) {
   bool const nested = name.find('[') != std::string::npos;
-  if (!nested && index_.contains(name)) return;
+  if (!nested && (index_.contains(name) || !indexed.insert(name).second)) return;
   connection_->add({"SADD", key("index"), name});
 }
 
@@ -403,9 +403,14 @@ std::vector<StoreChange const*> RedisStore::makeTypes(std::span<StoreChange cons
   return left;
 }
 
-StoreVersion RedisStore::writeAll(std::vector<StoreChange const*> const& changes) {
+StoreVersions RedisStore::writeAll(std::vector<StoreChange const*> const& changes) {
   connection_->add({"MULTI"});
-  for (StoreChange const* change : changes) addChange(*change);
+  size_t firstEvent = 0;          // among what EXEC answers
+  std::set<std::string> indexed;  // by this transaction
+  for (StoreChange const* change : changes) {
+    addChange(*change, indexed);
+    if (change == changes.front()) firstEvent = connection_->awaited() - 2;
+  }
   // Each command is acknowledged before EXEC answers for all of them.
   size_t const acknowledged = connection_->awaited();
   connection_->add({"EXEC"});
@@ -424,15 +429,11 @@ StoreVersion RedisStore::writeAll(std::vector<StoreChange const*> const& changes
     // Other commands of a transaction go through; the store is no longer what it should be.
     if (each.isError()) throw StoreRefused(url_.text + ": " + each.text);
   }
-  for (StoreChange const* change : changes) {
-    if (change->kind == Kind::Set || change->kind == Kind::Replace) {
-      index_.insert(dataName(change->path, change->collection));
-    }
-  }
-  return versionOf(reply.list.back().text);
+  index_.merge(indexed);
+  return {versionOf(reply.list[firstEvent].text), versionOf(reply.list.back().text)};
 }
 
-StoreVersion RedisStore::submit(std::span<StoreChange const> changes) {
+StoreVersions RedisStore::submit(std::vector<StoreChange> changes) {
   std::string const epoch = epoch_;
   bool sent = false;
   try {
@@ -443,7 +444,8 @@ StoreVersion RedisStore::submit(std::span<StoreChange const> changes) {
       std::vector<StoreChange const*> const left = makeTypes(changes);
       if (left.empty()) {
         bool isEmpty = false;
-        return readHead(isEmpty).version;
+        StoreVersion const head = readHead(isEmpty).version;
+        return StoreVersions{{head.major, head.minor + 1}, head};
       }
       sent = true;
       return writeAll(left);

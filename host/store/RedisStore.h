@@ -35,7 +35,7 @@ class RedisStore final : public Store {
   void begin() override;
   StoreSnapshot snapshot() override;
   std::optional<std::vector<StoreEvent>> changes() override;
-  StoreVersion submit(std::span<StoreChange const> changes) override;
+  StoreVersions submit(std::vector<StoreChange> changes) override;
   std::string claim(std::string const& name, std::string const& owner, unsigned seconds) override;
   int descriptor() override;
 
@@ -48,11 +48,11 @@ class RedisStore final : public Store {
   void readWatch();
   StoreHead readHead(bool& isEmpty);
   StoreVersion addMark();
-  void addChange(StoreChange const& change);
+  void addChange(StoreChange const& change, std::set<std::string>& indexed);
   void addEvent(StoreChange const& change);
-  void addToIndex(std::string const& name);
+  void addToIndex(std::string const& name, std::set<std::string>& indexed);
   std::vector<StoreChange const*> makeTypes(std::span<StoreChange const> changes);
-  StoreVersion writeAll(std::vector<StoreChange const*> const& changes);
+  StoreVersions writeAll(std::vector<StoreChange const*> const& changes);
   bool readSnapshot(std::set<std::string> const& names, StoreSnapshot& snapshot);
   void readBell();
 

@@ -48,10 +48,9 @@ std::optional<std::vector<StoreEvent>> ScopedStore::changes() {
   }
 }
 
-StoreVersion ScopedStore::submit(std::span<StoreChange const> changes) {
-  std::vector<StoreChange> below(changes.begin(), changes.end());
-  for (StoreChange& change : below) change.path = inner(change.path);
-  return store_->submit(below);
+StoreVersions ScopedStore::submit(std::vector<StoreChange> changes) {
+  for (StoreChange& change : changes) change.path = inner(change.path);
+  return store_->submit(std::move(changes));
 }
 
 }  // namespace Host

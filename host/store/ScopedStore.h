@@ -21,7 +21,7 @@ class ScopedStore final : public Store {
   void begin() override { store_->begin(); }
   StoreSnapshot snapshot() override;
   std::optional<std::vector<StoreEvent>> changes() override;
-  StoreVersion submit(std::span<StoreChange const> changes) override;
+  StoreVersions submit(std::vector<StoreChange> changes) override;
   std::string claim(std::string const& name, std::string const& owner, unsigned seconds) override {
     return store_->claim(prefix_ + name, owner, seconds);
   }

@@ -87,22 +87,24 @@ bool SqliteStore::write(StoreChange const& change) {
   return true;
 }
 
-StoreVersion SqliteStore::submit(std::span<StoreChange const> changes) {
+StoreVersions SqliteStore::submit(std::vector<StoreChange> changes) {
   SqliteTransaction transaction(database_);
   checkTypes(changes);
   StoreVersion version = head_.version;
+  StoreVersion const first{version.major + 1, 0};
   std::vector<StoreEvent> events;
-  for (StoreChange const& change : changes) {
+  events.reserve(changes.size());
+  for (StoreChange& change : changes) {
     if (!write(change)) continue;
     ++version.major;
-    events.push_back({version, change});
+    events.push_back({version, std::move(change)});
   }
   if (!events.empty()) versionIs_.run(version.major);
   transaction.commit();
   head_.version = version;
   news_.insert(news_.end(), std::make_move_iterator(events.begin()),
                std::make_move_iterator(events.end()));
-  return version;
+  return {first, version};
 }
 
 }  // namespace Host

@@ -25,7 +25,7 @@ class SqliteStore final : public Store {
   void begin() override {}  // it has begun with its file
   StoreSnapshot snapshot() override;
   std::optional<std::vector<StoreEvent>> changes() override;
-  StoreVersion submit(std::span<StoreChange const> changes) override;
+  StoreVersions submit(std::vector<StoreChange> changes) override;
 
   /// SQLite's own setting: 1 for Durability::Normal, 2 for Power.
   Kiv::U64 synchronous() { return database_.number("PRAGMA synchronous"); }

@@ -4,7 +4,6 @@
 #include <compare>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -62,6 +61,13 @@ struct StoreChange {
 char const* name(StoreChange::Kind kind);
 std::optional<StoreChange::Kind> storeChangeKind(std::string_view name);
 
+/// Where changes that were submitted together lie in a store's order: one after the other, with no
+/// others in between. Where there was nothing to write, `first` is after `last`.
+struct StoreVersions {
+  StoreVersion first;
+  StoreVersion last;
+};
+
 /// A change that is in the store.
 struct StoreEvent {
   StoreVersion version;
@@ -114,10 +120,10 @@ class Store {
   /// client's own ones among them; empty: there are none yet. Nothing: changes in between are lost,
   /// and a snapshot is needed.
   virtual std::optional<std::vector<StoreEvent>> changes() = 0;
-  /// Puts the changes into the store, all of them or none, in this order. Returns once they are
-  /// there, with the version of the last one. Throws StoreRefused. A record that is made again with
-  /// its type changes nothing; with another type it is refused.
-  virtual StoreVersion submit(std::span<StoreChange const> changes) = 0;
+  /// Puts the changes into the store, all of them or none, in this order, as one transaction.
+  /// Returns once they are there, with their versions. Throws StoreRefused. A record that is made
+  /// again with its type changes nothing and has no version; with another type it is refused.
+  virtual StoreVersions submit(std::vector<StoreChange> changes) = 0;
 
   /// Takes the name for that owner, for so many seconds, unless another owner has it. Gives the
   /// owner that has it then. A store that no other process can open gives `owner`.

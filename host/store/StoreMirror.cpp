@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "framework/core/Fatal.h"
 #include "framework/core/Restore.h"
 #include "framework/core/Strep.h"
 #include "framework/corvo/Exceptions.h"
@@ -241,10 +242,24 @@ void StoreMirror::applyNews() {
     for (StoreEvent const& event : *news) {
       status_.version = event.version;
       ++status_.applied;
-      apply(event.change);
+      if (own_ && event.version >= own_->versions.first && event.version <= own_->versions.last) {
+        applyOwn(event.change);
+      } else {
+        apply(event.change);
+      }
     }
     if (until_ && status_.version >= *until_ && !resyncWanted_) return;
   }
+}
+
+void StoreMirror::applyOwn(StoreChange const& change) {
+  Progress const& progress = *own_->progress;
+  size_t const number = own_->applied++;
+  progress.applies(number);
+  std::exception_ptr const before = std::exchange(thrown_, nullptr);
+  apply(change);
+  if (thrown_) progress.failed(number, std::exchange(thrown_, nullptr));
+  thrown_ = before;
 }
 
 void StoreMirror::apply(StoreChange const& change) {
@@ -324,21 +339,64 @@ void StoreMirror::complete(std::vector<StoreChange>& changes) const {
   }
 }
 
-void StoreMirror::submit(std::vector<StoreChange> changes) {
+void StoreMirror::needTaking() const {
   if (status_.state == State::Away) throw StoreAway(status_.reason);
   if (status_.state == State::WentBack) {
     throw StoreRefused(status_.reason + "; it has to be accepted first");
   }
-  complete(changes);
+}
+
+void StoreMirror::needRecords(std::span<StoreChange const> changes) const {
+  std::string const* known = nullptr;
+  for (StoreChange const& change : changes) {
+    if (known != nullptr && change.path == *known) continue;
+    known = &change.path;
+    if (!mirrored_.contains(change.path)) {
+      throw UnreadableException("there is no record at " + shown(change.path));
+    }
+  }
+}
+
+StoreVersions StoreMirror::put(std::vector<StoreChange> changes) {
   try {
-    // What comes after the own changes can wait.
-    until_ = store_->submit(changes);
+    return store_->submit(std::move(changes));
   } catch (StoreAway const& exception) {
     lost(exception.what());
     throw;
   }
-  Kiv::Restore<std::optional<StoreVersion>> const outer{until_, std::nullopt};
+}
+
+void StoreMirror::followTo(StoreVersions const& versions, Progress const* progress) {
+  if (following_) {
+    // A handler's: it is applied once the present change has been, and all that comes before it.
+    until_.reset();
+    return;
+  }
+  Kiv::Restore<std::optional<StoreVersion>> const end{until_, std::nullopt};
+  Kiv::Restore<std::optional<Own>> const reports{own_, std::nullopt};
+  until_ = versions.last;  // what comes after the own changes can wait
+  if (progress != nullptr) own_ = Own{versions, progress};
   follow();
+}
+
+void StoreMirror::submit(std::vector<StoreChange> changes) {
+  needTaking();
+  complete(changes);
+  followTo(put(std::move(changes)), nullptr);
+}
+
+void StoreMirror::submitReadable(std::vector<StoreChange> changes, Progress const& progress) {
+  KIV_CHECK(!following_);
+  needTaking();
+  if (changes.empty()) return;
+  needRecords(changes);
+  size_t const last = changes.size() - 1;
+  StoreVersions const versions = put(std::move(changes));
+  try {
+    followTo(versions, &progress);
+  } catch (...) {
+    progress.failed(last, std::current_exception());
+  }
 }
 
 void StoreMirror::make(std::string const& path, std::string const& typeName) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -89,6 +90,16 @@ class StoreMirror {
   /// has then. Throws UnreadableException or StoreError, and has then changed nothing here; see
   /// StoreAway for what it may have changed in the store.
   void submit(std::vector<StoreChange> changes);
+  /// Reports on the changes of one submitReadable() by their numbers.
+  struct Progress {
+    std::function<void(size_t)> applies;                     ///< it is applied next
+    std::function<void(size_t, std::exception_ptr)> failed;  ///< its handlers have thrown
+  };
+  /// The same for changes that whoever made them knows to be readable and complete, of records that
+  /// are there. What handlers throw is reported and does not pass through. A change that comes here
+  /// with others in a snapshot has no report of its own; what handlers throw then is reported for
+  /// the last change. Not within a handler.
+  void submitReadable(std::vector<StoreChange> changes, Progress const& progress);
   // One change each.
   void make(std::string const& path, std::string const& typeName);
   void set(std::string const& path, std::string const& collection, std::string const& key,
@@ -114,7 +125,12 @@ class StoreMirror {
   void applyNews();
   void apply(StoreChange const& change);
   void applyReadable(StoreChange const& change, Kiv::PtrInterface& record);
+  void needTaking() const;
   void complete(std::vector<StoreChange>& changes) const;
+  void needRecords(std::span<StoreChange const> changes) const;
+  StoreVersions put(std::vector<StoreChange> changes);
+  void followTo(StoreVersions const& versions, Progress const* progress);
+  void applyOwn(StoreChange const& change);
   void writeBehind();
   void submitBehind(std::string const& path);
   void stateIs(State state, std::string const& reason);
@@ -139,6 +155,13 @@ class StoreMirror {
   unsigned losses_ = 0;
   bool resyncWanted_ = false;
   std::optional<StoreVersion> until_;  // submit() applies the changes up to its own
+  // The changes that submitReadable() reports on.
+  struct Own {
+    StoreVersions versions;
+    Progress const* progress;
+    size_t applied = 0;
+  };
+  std::optional<Own> own_;
   Kiv::U64 contentsHash_ = 0;
   double pause_;
   double connectDue_ = 0;

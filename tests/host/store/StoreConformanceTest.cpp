@@ -67,11 +67,27 @@ TYPED_TEST(StoreConformance, GivesItsOwnChangesInOrderUnmerged) {
   EXPECT_THAT(shown(store->changes()), IsEmpty());
 }
 
+TYPED_TEST(StoreConformance, SubmitGivesTheVersionsOfItsChanges) {
+  auto const store = this->client();
+  this->submit(*store, {makeOf("p", "T"), setOf("p", "m", "7", "{a}")});
+  store->changes();
+  StoreChange gone = delOf("p", "m", "7");
+  gone.drops = {"m[7].v"};
+  auto const versions =
+      store->submit({makeOf("p", "T"), gone, setOf("p", "c", "k", "1"), delOf("p", "c", "k")});
+  auto const events = store->changes();
+  ASSERT_EQ(events->size(), 3u);
+  EXPECT_EQ(events->front().version, versions.first);
+  EXPECT_EQ(events->back().version, versions.last);
+  auto const none = store->submit({makeOf("p", "T")});
+  EXPECT_LT(none.last, none.first);
+}
+
 TYPED_TEST(StoreConformance, VersionsGrowAndSubmitGivesTheLastOne) {
   auto const store = this->client();
   auto const start = store->head().version;
   std::vector<StoreChange> const two{makeOf("p", "T"), setOf("p", "c", "k", "1")};
-  auto const version = store->submit(two);
+  auto const version = store->submit(two).last;
   auto const events = store->changes();
   ASSERT_EQ(events->size(), 2u);
   EXPECT_LT(start, events->front().version);

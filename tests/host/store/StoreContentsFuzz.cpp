@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   Host::MemoryStore other(contents);
   for (Place const& place : kPlaces) {
     StoreChange const make = makeOf(place.path, place.type);
-    other.submit({&make, 1});
+    other.submit({make});
   }
   Process following(contents);
   std::istringstream in(std::string(reinterpret_cast<char const*>(data), size));
@@ -90,9 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
     auto const record = following.database->object(change.path);
     try {
       if (record) Host::completeChange(change, record->fwkType());
-      other.submit({&change, 1});
+      other.submit({change});
     } catch (Host::UnreadableException const&) {
-      other.submit({&change, 1});
+      other.submit({change});
     } catch (Host::StoreRefused const&) {
     }
     following.mirror.follow();

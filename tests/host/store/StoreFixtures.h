@@ -42,7 +42,7 @@ class MemoryFixture {
   void save() { saved_ = *contents_; }
   void restore() { *contents_ = saved_; }
   /// Puts text there that no codec has seen.
-  void putRaw(Host::StoreChange const& change) { (void)open()->submit({&change, 1}); }
+  void putRaw(Host::StoreChange const& change) { (void)open()->submit({change}); }
 
  private:
   std::shared_ptr<Host::MemoryStoreContents> contents_ =
@@ -66,7 +66,7 @@ class SqliteFixture {
       full_.reset();
     }
   }
-  void putRaw(Host::StoreChange const& change) { (void)open()->submit({&change, 1}); }
+  void putRaw(Host::StoreChange const& change) { (void)open()->submit({change}); }
 
  private:
   TemporaryDirectory directory_;
@@ -99,7 +99,7 @@ class RedisFixture {
   void putRaw(Host::StoreChange const& change) {
     auto const store = open();
     store->head();
-    (void)store->submit({&change, 1});
+    (void)store->submit({change});
   }
 
   /// A command as another program gives it.

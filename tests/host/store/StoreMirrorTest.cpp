@@ -69,7 +69,7 @@ class StoreMirrorTest : public ::testing::Test {
     mirrorOf(fresh)->follow();
     return textOf(*fresh->object(path));
   }
-  void putRaw(StoreChange const& change) const { MemoryStore(contents).submit({&change, 1}); }
+  void putRaw(StoreChange const& change) const { MemoryStore(contents).submit({change}); }
 };
 
 TEST_F(StoreMirrorTest, PausesBetweenAttemptsGrowUpToTheLongestAndStartAnew) {
@@ -210,6 +210,97 @@ TEST_F(StoreMirrorTest, AnObjectThatCannotBeReadGoesWithAllThatItHoldsAndComesBa
   EXPECT_EQ(addresses->vrfStatus(Pex::VrfId(7))->ipAndIntfId().size(), 2u);
   EXPECT_EQ(textOf(*addresses), freshText(kAddressesPath));
   EXPECT_TRUE(mirror->unreadable().empty());
+}
+
+// What submitReadable() reports, as text.
+struct Reports {
+  StoreMirror::Progress const progress{
+      [this](size_t number) { lines.push_back("applies " + std::to_string(number)); },
+      [this](size_t number, std::exception_ptr const& thrown) {
+        try {
+          std::rethrow_exception(thrown);
+        } catch (std::runtime_error const& error) {
+          lines.push_back("failed " + std::to_string(number) + " " + error.what());
+        }
+      }};
+  std::vector<std::string> lines;
+};
+
+class StoreMirrorReportsTest : public StoreMirrorTest {
+ protected:
+  Reports reports;
+  Ptr<BfnTest::Watcher> watcher;
+  unsigned seen = 0;
+  unsigned throwsAt = 2;
+
+  void SetUp() override {
+    StoreMirrorTest::SetUp();
+    mirror->follow();
+    mirror->make(kVrfsPath, kVrfsType);
+    watcher = makeActive<BfnTest::Watcher>(database->object(kVrfsPath));
+    watcher->then = [this] {
+      if (++seen == throwsAt) throw std::runtime_error("no");
+    };
+  }
+  void TearDown() override {
+    watcher.reset();
+    StoreMirrorTest::TearDown();
+  }
+};
+
+TEST_F(StoreMirrorReportsTest, EachOwnChangeIsReportedByItsNumberAndOthersAreNot) {
+  putRaw(setOf(kVrfsPath, "vrfName", "1", "'other'"));
+  mirror->submitReadable(
+      {setOf(kVrfsPath, "vrfName", "7", "'red'"), delOf(kVrfsPath, "vrfName", "7"),
+       setOf(kVrfsPath, "vrfName", "7", "'red'")},
+      reports.progress);
+  EXPECT_THAT(reports.lines, ElementsAre("applies 0", "failed 0 no", "applies 1", "applies 2"));
+  EXPECT_EQ(seen, 4u);
+}
+
+TEST_F(StoreMirrorReportsTest, WhatOthersChangesThrowPassesThroughNoReport) {
+  putRaw(setOf(kVrfsPath, "vrfName", "1", "'other'"));
+  throwsAt = 1;
+  mirror->submitReadable(
+      {setOf(kVrfsPath, "vrfName", "7", "'red'"), delOf(kVrfsPath, "vrfName", "7")},
+      reports.progress);
+  EXPECT_THAT(reports.lines, ElementsAre("applies 0", "applies 1", "failed 1 no"));
+}
+
+TEST_F(StoreMirrorReportsTest, ChangesThatComeInASnapshotAreApplied) {
+  contents->maxEvents = 1;
+  throwsAt = 1;
+  mirror->submitReadable(
+      {setOf(kVrfsPath, "vrfName", "7", "'red'"), setOf(kVrfsPath, "vrfName", "8", "'blue'")},
+      reports.progress);
+  EXPECT_THAT(reports.lines, ElementsAre("failed 1 no"));
+  EXPECT_EQ(mirror->status().resyncs, 2u);
+  EXPECT_EQ(textOf(*database->object(kVrfsPath)), freshText(kVrfsPath));
+}
+
+TEST_F(StoreMirrorReportsTest, AHandlersChangeIsAppliedAfterThem) {
+  watcher->then = [this] {
+    if (++seen == 1) mirror->set(kVrfsPath, "vrfName", "9", "'green'");
+  };
+  mirror->submitReadable(
+      {setOf(kVrfsPath, "vrfName", "7", "'red'"), setOf(kVrfsPath, "vrfName", "8", "'blue'")},
+      reports.progress);
+  EXPECT_THAT(reports.lines, ElementsAre("applies 0", "applies 1"));
+  EXPECT_EQ(seen, 3u);
+  EXPECT_EQ(textOf(*database->object(kVrfsPath)), freshText(kVrfsPath));
+}
+
+TEST_F(StoreMirrorReportsTest, WhatTheStoreRefusesIsThrownAndChangesNothing) {
+  std::string const before = textOf(*database->object(kVrfsPath));
+  contents->refusal = "no room";
+  EXPECT_THROW(
+      mirror->submitReadable({setOf(kVrfsPath, "vrfName", "7", "'red'")}, reports.progress),
+      Host::StoreRefused);
+  EXPECT_THROW(
+      mirror->submitReadable({setOf("elsewhere", "vrfName", "7", "'red'")}, reports.progress),
+      Host::UnreadableException);
+  EXPECT_THAT(reports.lines, ::testing::IsEmpty());
+  EXPECT_EQ(textOf(*database->object(kVrfsPath)), before);
 }
 
 TEST_F(StoreMirrorTest, AHandlerThatLosesTheStoreLeavesItAway) {

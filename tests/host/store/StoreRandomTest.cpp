@@ -54,10 +54,10 @@ constexpr U32 kOperations = 4'000;
 #if __has_feature(address_sanitizer)
 constexpr U32 kOperations = 4'000;
 #else
-constexpr U32 kOperations = 20'000;
+constexpr U32 kOperations = 100'000;
 #endif
 #else
-constexpr U32 kOperations = 20'000;
+constexpr U32 kOperations = 100'000;
 #endif
 
 U32 operations() {
