@@ -221,6 +221,20 @@ AttributeDescription describeCollection(std::string_view name, AttributeId id) {
   if constexpr (!std::is_null_pointer_v<decltype(Setter)>) {
     using Arguments = typename detail::Signature<decltype(Setter)>::Arguments;
     d.keyAndValue = std::tuple_size_v<Arguments> == 2;
+    if constexpr (!detail::CollectionTraits<C>::kMembers) {
+      using V = typename C::Value;
+      if constexpr (std::is_same_v<Arguments, std::tuple<V>>) {
+        d.readValue = [](GenericValue const& value) {
+          V const read = value.as<V>();
+          auto const set = [read](PtrInterface& object) {
+            T& self = static_cast<T&>(object);
+            auto const* const there = (self.*Collection).find(C::keyOf(read));
+            if (there == nullptr || !(*there == read)) (void)(self.*Setter)(read);
+          };
+          return ReadValue{GenericValue::of(C::keyOf(read)), set};
+        };
+      }
+    }
     if constexpr (detail::CollectionTraits<C>::kMembers &&
                   !std::is_null_pointer_v<decltype(Deleter)>) {
       d.makeMember = [](GenericValue const& key) -> Ptr<PtrInterface> {

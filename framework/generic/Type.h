@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -58,6 +59,14 @@ struct AttributeReplication {
                   void (*visit)(void* context, void const* key)) = nullptr;
 };
 
+/// A value of a collection, read from its string form.
+struct ReadValue {
+  /// Its own key, in the one form that the collection itself gives.
+  GenericValue key;
+  /// Sets it in an object that has the collection. One that is equal there is not set again.
+  std::function<void(PtrInterface&)> set;
+};
+
 /// One attribute of a type. Operations that the attribute does not know are null.
 struct AttributeDescription {
   std::string_view name;
@@ -77,6 +86,9 @@ struct AttributeDescription {
   GenericValue (*canonicalKey)(GenericValue const& key) = nullptr;
   /// Collection of values: whether its setter takes the key and the value as two arguments.
   bool keyAndValue = false;
+  /// Collection of values whose setter takes nothing but the value: reads one. Throws RangeException when
+  /// it does not parse.
+  ReadValue (*readValue)(GenericValue const& value) = nullptr;
   /// Collection of objects: a member made from its key, its notification on, in no collection yet.
   /// Its fields can be set before replication.memberIs() stores it, so that it is announced
   /// complete. Throws RangeException when the key does not parse.

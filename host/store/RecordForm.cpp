@@ -130,41 +130,47 @@ void readMemberText(PtrInterface& member, std::string const& text) {
   Kiv::strepToValueEnd(it, end);
 }
 
-// --- One change, read into new objects that others do not see
+// --- One change, read into what others do not see
 
 struct Read {
   AttributeDescription const* attribute;
   AttributeDescription const* inner = nullptr;  // of the member
   GenericValue key;                             // of the member, where there is one
-  Ptr<PtrInterface> fresh;                      // what holds the new value: a record, or the member
+  std::function<void(PtrInterface&)> value;     // the new value, where a setter takes it alone
+  Ptr<PtrInterface> fresh;                      // else what holds it: a record, or the member
 };
 
 void needCanonical(AttributeDescription const& attribute, std::string const& key) {
   if (attribute.canonicalKey(generic(key)).strep() != key) unreadable("its key has another form");
 }
 
-void readValue(PtrInterface& target, AttributeDescription const& attribute,
-               StoreChange const& change) {
+// A value whose setter takes it with its key is set in an object that `make` makes.
+template <class F>
+void readValue(AttributeDescription const& attribute, StoreChange const& change, Read& read,
+               F const& make) {
   if (change.kind == Kind::Replace) unreadable("a value is not replaced, but set");
-  if (change.kind == Kind::Del || attribute.keyAndValue) needCanonical(attribute, change.key);
-  if (change.kind == Kind::Del) return;
-  if (attribute.keyAndValue) {
-    GenericValue const arguments[] = {generic(change.key), generic(change.value)};
-    attribute.call(target, std::span(arguments));
-  } else {
-    GenericValue const value = generic(change.value);
-    attribute.call(target, std::span(&value, 1));
+  if (change.kind == Kind::Set && attribute.readValue != nullptr) {
+    auto value = attribute.readValue(generic(change.value));
+    // A key that the value's own is written as has the one form that there is.
+    if (value.key.strep() != change.key) {
+      needCanonical(attribute, change.key);
+      unreadable("its value has another key");
+    }
+    read.value = std::move(value.set);
+    return;
   }
-  // A key that the value's own is written as has the one form that there is.
-  auto const at = walk(target, attribute);
-  if (!at->atEnd() && at->iterKey().strep() == change.key) return;
   needCanonical(attribute, change.key);
-  unreadable("its value has another key");
+  if (change.kind != Kind::Set) return;
+  read.fresh = make();
+  GenericValue const arguments[] = {generic(change.key), generic(change.value)};
+  attribute.call(*read.fresh, std::span(arguments));
+  auto const at = walk(*read.fresh, attribute);
+  if (at->atEnd() || at->iterKey().strep() != change.key) unreadable("its value has another key");
 }
 
 Read readChecked(StoreChange const& change, Kiv::Type const& type) {
   CollectionName const name(change.collection);
-  Read read{.attribute = &keptAttribute(type, name.attribute), .key = {}, .fresh = nullptr};
+  Read read{.attribute = &keptAttribute(type, name.attribute), .key = {}, .value = {}, .fresh = {}};
   if (!name.inner.empty()) {
     std::string const memberKey(name.memberKey);
     if (read.attribute->kind != AttributeKind::Members) unreadable("it has no members");
@@ -173,7 +179,7 @@ Read readChecked(StoreChange const& change, Kiv::Type const& type) {
     read.fresh = read.attribute->makeMember(read.key);
     read.inner = &keptAttribute(read.fresh->fwkType(), name.inner);
     if (read.inner->kind != AttributeKind::Values) unreadable("it has no values");
-    readValue(*read.fresh, *read.inner, change);
+    readValue(*read.inner, change, read, [&] { return read.fresh; });
     return read;
   }
   switch (read.attribute->kind) {
@@ -184,8 +190,7 @@ Read readChecked(StoreChange const& change, Kiv::Type const& type) {
       read.attribute->set(*read.fresh, generic(change.value));
       break;
     case AttributeKind::Values:
-      read.fresh = type.construct({});
-      readValue(*read.fresh, *read.attribute, change);
+      readValue(*read.attribute, change, read, [&] { return type.construct({}); });
       break;
     default:
       needCanonical(*read.attribute, change.key);
@@ -221,6 +226,14 @@ void copyValues(PtrInterface const& from, PtrInterface& to, AttributeDescription
   });
 }
 
+void setValue(Read const& read, PtrInterface& to, AttributeDescription const& attribute) {
+  if (read.value) {
+    read.value(to);
+  } else {
+    copyValues(*read.fresh, to, attribute);
+  }
+}
+
 void setMember(Read const& read, PtrInterface& record) {
   Ptr<PtrInterface> const there = memberOf(record, *read.attribute, read.key);
   if (!there) {
@@ -243,8 +256,9 @@ void applyNested(Read const& read, StoreChange const& change, PtrInterface& reco
   if (change.kind == Kind::Del) {
     if (there) read.inner->del(*there, generic(change.key));
   } else if (there) {
-    copyValues(*read.fresh, *there, *read.inner);
+    setValue(read, *there, *read.inner);
   } else {
+    if (read.value) read.value(*read.fresh);
     read.attribute->replication.memberIs(record, read.fresh);
   }
 }
@@ -335,7 +349,7 @@ void applyChange(StoreChange const& change, PtrInterface& record) {
   } else if (change.kind == Kind::Del) {
     attribute.del(record, generic(change.key));
   } else if (attribute.kind == AttributeKind::Values) {
-    copyValues(*read.fresh, record, attribute);
+    setValue(read, record, attribute);
   } else if (change.kind == Kind::Set) {
     setMember(read, record);
   } else {
