@@ -173,6 +173,18 @@ class CollectionIterator final : public GenericIterator {
   bool ended_ = false;
 };
 
+template <auto Collection, auto Setter>
+ReadValue readValue(GenericValue const& value) {
+  using C = typename MemberPointer<decltype(Collection)>::Type;
+  auto const read = value.as<typename C::Value>();
+  auto const set = [read](PtrInterface& object) {
+    auto& self = static_cast<typename MemberPointer<decltype(Collection)>::Class&>(object);
+    auto const* const there = (self.*Collection).find(C::keyOf(read));
+    if (there == nullptr || !(*there == read)) (void)(self.*Setter)(read);
+  };
+  return {GenericValue::of(C::keyOf(read)), set};
+}
+
 }  // namespace detail
 
 template <auto Collection, auto Setter, auto Deleter>
@@ -222,17 +234,8 @@ AttributeDescription describeCollection(std::string_view name, AttributeId id) {
     using Arguments = typename detail::Signature<decltype(Setter)>::Arguments;
     d.keyAndValue = std::tuple_size_v<Arguments> == 2;
     if constexpr (!detail::CollectionTraits<C>::kMembers) {
-      using V = typename C::Value;
-      if constexpr (std::is_same_v<Arguments, std::tuple<V>>) {
-        d.readValue = [](GenericValue const& value) {
-          V const read = value.as<V>();
-          auto const set = [read](PtrInterface& object) {
-            T& self = static_cast<T&>(object);
-            auto const* const there = (self.*Collection).find(C::keyOf(read));
-            if (there == nullptr || !(*there == read)) (void)(self.*Setter)(read);
-          };
-          return ReadValue{GenericValue::of(C::keyOf(read)), set};
-        };
+      if constexpr (std::is_same_v<Arguments, std::tuple<typename C::Value>>) {
+        d.readValue = &detail::readValue<Collection, Setter>;
       }
     }
     if constexpr (detail::CollectionTraits<C>::kMembers &&

@@ -86,8 +86,8 @@ struct AttributeDescription {
   GenericValue (*canonicalKey)(GenericValue const& key) = nullptr;
   /// Collection of values: whether its setter takes the key and the value as two arguments.
   bool keyAndValue = false;
-  /// Collection of values whose setter takes nothing but the value: reads one. Throws RangeException when
-  /// it does not parse.
+  /// Collection of values whose setter takes nothing but the value: reads one. Throws
+  /// RangeException when it does not parse.
   ReadValue (*readValue)(GenericValue const& value) = nullptr;
   /// Collection of objects: a member made from its key, its notification on, in no collection yet.
   /// Its fields can be set before replication.memberIs() stores it, so that it is announced
