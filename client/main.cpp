@@ -22,16 +22,22 @@ enum ExitStatus : int { Done = 0, Refused = 1, BadInput = 2, NoDaemon = 4 };
 
 constexpr char kExamples[] =
     "Examples:\n"
-    "  macrewrite status                            exit status 0 when the agent is ready\n"
-    "  macrewrite show vxlan forwarding src-mac rewrite\n"
-    "  macrewrite watch show chip                   again after each change\n"
-    "  macrewrite load operator.cfg                 lines of a file, up to one that fails\n"
-    "  macrewrite < operator.cfg\n"
-    "  macrewrite --database redis://10.0.0.9 'no vxlan forwarding match vrf red src-ip 10.0.0.1'\n"
-    "  macrewrite status --support case.txt         what a support case needs, in one file\n"
+    "  macrewrite status                      ten lines; exit status 0 when the agent is ready\n"
+    "  macrewrite show running-config         an answer of the service\n"
+    "  macrewrite watch show chip             again after each change\n"
+    "  macrewrite load operator.cfg           lines of a file, up to one that fails\n"
+    "  macrewrite < operator.cfg              the same, of standard input\n"
+    "  macrewrite --database redis://10.0.0.9 show running-config\n"
+    "                                         the configuration of all switches at that store\n"
+    "  macrewrite status --support case.txt   what a support case needs, in one file\n"
     "\n"
     "One argument is a whole line; several are its words.\n"
-    "Exit status: 0 done, 1 refused, 2 bad input, 4 no service.";
+    "\n"
+    "Exit status:\n"
+    "  0  done\n"
+    "  1  refused\n"
+    "  2  bad input\n"
+    "  4  no service";
 
 struct Options {
   std::string socket = Host::kControlSocket;
@@ -141,6 +147,8 @@ int parseAndRun(int argc, char** argv) {
   CLI::App app{"The operator's lines to the MAC rewrite service."};
   app.footer(kExamples);
   app.prefix_command();
+  // In the line of usage: the words after the options are none of its positionals.
+  app.get_formatter()->label("OPTIONS", "OPTIONS] [COMMAND...");
   app.add_option("--socket", options.socket,
                  "the service's control socket (default: /run/macrewrite/control)")
       ->type_name("PATH");

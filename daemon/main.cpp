@@ -42,14 +42,21 @@ enum ExitStatus : int { Done = 0, Failed = 1, BadInput = 2 };
 
 constexpr char kExamples[] =
     "Examples:\n"
-    "  macrewrited                                     rows in a model, inputs in a file\n"
-    "  macrewrited --table kernel --switch leaf1       rows in the kernel\n"
+    "  macrewrited                                rows in a model, inputs in a file\n"
+    "  macrewrited --table kernel --switch leaf1  rows in the kernel\n"
     "  macrewrited --config /etc/macrewrite/macrewrited.toml --check\n"
+    "                                             what is wrong with a configuration\n"
     "  macrewrited --database redis://10.0.0.9 --switch leaf1\n"
+    "                                             inputs at a server that switches share\n"
     "\n"
-    "Exit status: 0 ended by a signal, 1 it could not run, 2 bad input, 3 this machine has not "
-    "what the\n"
-    "kernel's table needs.";
+    "Exit status:\n"
+    "  0  ended by a signal\n"
+    "  1  it could not run\n"
+    "  2  bad input\n"
+    "  3  this machine has not what the kernel's table needs";
+
+// Beside the control socket, which cannot be on a bpf file system.
+constexpr char kKernelTable[] = "kernel:/run/macrewrite/table";
 
 std::string hostName() {
   char name[256] = "";
@@ -309,7 +316,8 @@ int parseAndRun(int argc, char** argv) {
             "URL"),
        &Configuration::database},
       {text("--table", line.table,
-            "where the rows are: a model, or the kernel's table in DIR (default: /run/macrewrite)",
+            "where the rows are: a model (default), or the kernel's table in DIR (default:\n"
+            "/run/macrewrite/table)",
             "model|kernel[:DIR]"),
        &Configuration::table},
       {text("--control", line.control, "the control socket (default: /run/macrewrite/control)",
@@ -332,10 +340,10 @@ int parseAndRun(int argc, char** argv) {
   seed->type_name("N");
   auto* const trace = app.add_option("--trace", line.traceLevel,
                                      "traces up to that level as text on standard error");
-  trace->check(CLI::Range(0U, 30U))->type_name("LEVEL");
+  trace->check(CLI::Range(0U, 30U).description(""))->type_name("LEVEL");
   auto* const rows =
       app.add_option("--rows", line.rows, "rows of a kernel's table that is made (default: 65536)");
-  rows->check(CLI::Range(size_t{0}, size_t{16'000'000}))->type_name("N");
+  rows->check(CLI::Range(size_t{0}, size_t{16'000'000}).description(""))->type_name("N");
   app.add_flag("--check", check, "say what is wrong with the options, and start nothing");
   app.set_version_flag("--version", "macrewrited " MACREWRITED_VERSION);
   try {
@@ -354,6 +362,7 @@ int parseAndRun(int argc, char** argv) {
   if (seed->count() > 0) with.hashSeed = line.hashSeed;
   if (rows->count() > 0) with.rows = line.rows;
   if (trace->count() > 0) with.traceLevel = line.traceLevel;
+  if (with.table == "kernel") with.table = kKernelTable;
   if (std::string const faults = faultsOf(with); !faults.empty()) {
     std::cerr << faults << std::endl;
     return BadInput;

@@ -145,7 +145,7 @@ int parseAndRun(int argc, char** argv) {
       "whether rows go through the reconciler (default: only into the kernel's table)");
   app.add_flag("--json", options.shell.json, "every answer is a JSON line");
   app.add_option("--trace", options.traceLevel, "traces up to that level as text on standard error")
-      ->check(CLI::Range(0u, 30u))
+      ->check(CLI::Range(0u, 30u).description(""))
       ->type_name("LEVEL");
   app.add_flag("--echo", options.shell.echo, "print each line before its answer");
   try {

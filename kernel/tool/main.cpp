@@ -26,8 +26,9 @@ constexpr int kFailed = 1;
 constexpr int kWrongUse = 2;
 
 constexpr char kUsage[] =
-    "usage: macrewrite-kernel DIRECTORY COMMAND\n"
+    "Usage: macrewrite-kernel DIRECTORY COMMAND\n"
     "\n"
+    "Commands:\n"
     "  attach DEVICE vlan N     look up the frames that enter this VXLAN device, in VLAN N\n"
     "  attach DEVICE vni-map    the same; the VLAN is that of the frame's VNI, else of its tag\n"
     "  detach DEVICE            leave the device as it was\n"

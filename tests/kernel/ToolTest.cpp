@@ -56,7 +56,7 @@ TEST_F(ToolTest, WhatFailsIsOneLineAndStatusOne) {
 TEST_F(ToolTest, HelpAndVersionAreNoWrongUseAndMakeNothing) {
   for (char const* option : {"--help", "-h"}) {
     EXPECT_EQ(tool(option), 0);
-    EXPECT_THAT(printed_, StartsWith("usage: macrewrite-kernel DIRECTORY COMMAND"));
+    EXPECT_THAT(printed_, StartsWith("Usage: macrewrite-kernel DIRECTORY COMMAND"));
   }
   EXPECT_EQ(tool("--version"), 0);
   EXPECT_THAT(printed_, StartsWith("BfnMacRewrite "));
@@ -66,7 +66,7 @@ TEST_F(ToolTest, HelpAndVersionAreNoWrongUseAndMakeNothing) {
 TEST_F(ToolTest, WrongUseIsShownAndMakesNothing) {
   for (char const* words : {"", "frobnicate", "attach", "attach vx0 vlan x", "show all"}) {
     EXPECT_EQ(onTable(words), 2) << words;
-    EXPECT_THAT(printed_, StartsWith("usage: macrewrite-kernel DIRECTORY COMMAND")) << words;
+    EXPECT_THAT(printed_, StartsWith("Usage: macrewrite-kernel DIRECTORY COMMAND")) << words;
     EXPECT_FALSE(std::filesystem::exists(directory())) << words;
   }
 }
