@@ -6,6 +6,7 @@
 #                                built, the kernel's table, too (CMake package BfnMacRewriteKernel)
 #   kernel                       macrewrite-kernel, where it is built
 #   lab                          macrewrite-lab with its examples, manual pages and completions
+#   macrewrited, macrewrite      the service with its units, and its client
 #   doc                          the documents as a site, where python3-markdown is there
 #
 # Headers go below include/BfnMacRewrite/. That is an include path itself, and so is the folder above: a

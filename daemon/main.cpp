@@ -374,9 +374,7 @@ int parseAndRun(int argc, char** argv) {
   return run(with);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int attempt(int argc, char** argv) {
   try {
     return parseAndRun(argc, argv);
   } catch (Host::TableUnavailable const& error) {
@@ -386,4 +384,13 @@ int main(int argc, char** argv) {
     std::cerr << "macrewrited: error: " << error.what() << std::endl;
     return Failed;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int const status = attempt(argc, argv);
+  // A manager that starts a service again at once would do nothing else while it cannot run.
+  if (status != Done && std::getenv("NOTIFY_SOCKET") != nullptr) ::sleep(1);
+  return status;
 }

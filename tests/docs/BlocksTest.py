@@ -34,6 +34,9 @@ ELSEWHERE = [
     (r"cmake --install build/release --prefix <where>$", "tests/install/OutsideHost.cmake", "--install"),
     (r"tests/kernel/oracle.py ", "tests/kernel/CMakeLists.txt", "oracle.py"),
     (r"macrewrite-lab \[options\] \[FILE\.\.\.\]$", "tests/lab/ProgramTest.cpp", "FilesRunOneAfterAnother"),
+    (r"install -D -t /etc/systemd/", "tests/package/bare.sh", "install -D -t /etc/systemd/system/macrewrited.service.d"),
+    (r"systemctl daemon-reload$", "tests/package/bare.sh", "systemctl daemon-reload"),
+    (r"systemctl restart macrewrited$", "tests/package/bare.sh", "systemctl restart macrewrited"),
 ]
 KERNEL = """set -e
 mount -t tmpfs none /run

@@ -83,4 +83,16 @@ TEST_F(ToolTest, MissingRightsAreNamedWithStatusThree) {
   EXPECT_EQ(tool("/mnt/none show", "unshare --user --map-root-user "), 3);
 }
 
+TEST_F(ToolTest, TwoRightsAreEnoughOnAFileSystemOfTheUser) {
+  ASSERT_EQ(shell("mkdir -p /mnt/table && mount -t bpf -o mode=0700 bpf /mnt/table && "
+                  "chown nobody /mnt/table"),
+            0);
+  std::string const rights = "-all,+bpf,+net_admin ";
+  EXPECT_EQ(tool("/mnt/table attach vx0 vlan 100",
+                 "setpriv --reuid nobody --clear-groups --inh-caps " + rights + "--ambient-caps " +
+                     rights + "--bounding-set " + rights),
+            0)
+      << printed_;
+}
+
 }  // namespace

@@ -194,8 +194,7 @@ booted() {
     echo 'skipped: no rows in the kernel of this machine'
   else
     ((status == 0)) || fail "the lab ended with status $status"
-    mkdir -p /etc/systemd/system/macrewrited.service.d
-    cp /usr/share/macrewrite/service/kernel.conf /etc/systemd/system/macrewrited.service.d
+    install -D -t /etc/systemd/system/macrewrited.service.d /usr/share/macrewrite/service/kernel.conf
     echo 'table = "kernel"' >> /etc/macrewrite/macrewrited.toml
     systemctl daemon-reload
     systemctl restart macrewrited
@@ -210,6 +209,15 @@ booted() {
     macrewrite-kernel /run/macrewrite/table show | grep '10\.0\.0\.1 ' || fail 'the rows have gone with the process'
     systemctl start macrewrited
   fi
+
+  echo '--- with a configuration that is wrong'
+  cp /etc/macrewrite/macrewrited.toml /tmp
+  echo 'nonsense = 1' >> /etc/macrewrite/macrewrited.toml
+  systemctl restart macrewrited || true
+  sleep 2.5
+  (($(unit NRestarts) < 4)) || fail "it was started $(unit NRestarts) times"
+  mv /tmp/macrewrited.toml /etc/macrewrite
+  within 10 macrewrite status
 
   echo '--- upgraded while it runs'
   before=$(unit MainPID)
