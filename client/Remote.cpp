@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/Remote.h"
 
+#include <algorithm>
 #include <deque>
 #include <fstream>
 #include <istream>
+#include <map>
 #include <ostream>
 #include <utility>
 
+#include "host/commands/Configuration.h"
 #include "host/language/InputError.h"
 #include "host/language/JsonText.h"
 #include "host/language/Lexer.h"
@@ -95,12 +98,98 @@ Remote::Status Remote::line(std::string_view line) {
   return print(ask(line), line, "");
 }
 
+/// The lines of a file up to the first one that is not the operator's, that one included.
+struct Remote::Lines {
+  struct Wrong {
+    size_t number;
+    std::string why;
+  };
+  std::vector<std::string> all;
+  std::vector<size_t> numbers;  // from 1, of those that are not empty
+  std::optional<Wrong> wrong;   // the first that cannot be read
+
+  /// Whether there are no others.
+  bool read(std::istream& in) {
+    for (std::string text; std::getline(in, text);) {
+      all.push_back(text);
+      try {
+        auto const words = Host::splitWords(text);
+        if (words.empty()) continue;
+        if (!Host::isOperatorLine(words) || std::ranges::find(words, "|") != words.end()) {
+          return false;
+        }
+        numbers.push_back(all.size());
+      } catch (Host::InputError const& error) {
+        if (!wrong) wrong = Wrong{all.size(), error.what()};
+      }
+    }
+    return true;
+  }
+};
+
 Remote::Status Remote::file(std::filesystem::path const& file) {
   std::ifstream in(file);
   if (!in || std::filesystem::is_directory(file)) {
     return fail(BadInput, "expected a file of commands that can be read", file.string() + ": ");
   }
-  return stream(in, file.string(), file.parent_path());
+  Lines first;
+  if (!options_.keepGoing && first.read(in)) return together(first, file.string());
+  return lines(first, in, file.string(), file.parent_path());
+}
+
+// All or none: nothing is carried out before the last line has been found right.
+Remote::Status Remote::together(Lines const& all, std::string const& name) {
+  auto const place = [&name](size_t number) { return name + ':' + std::to_string(number) + ": "; };
+  if (all.wrong) return fail(BadInput, all.wrong->why, place(all.wrong->number));
+  // In a request a byte may be written as six.
+  constexpr size_t kBytesARequest = 8192;
+  std::vector<size_t> const& numbers = all.numbers;
+  if (numbers.empty()) return Done;
+  size_t requests = 0;
+  json some = json::array();
+  size_t bytes = 0;
+  auto const send = [&] {
+    if (!some.empty()) {
+      connection_.send({{"keep", std::exchange(some, json::array())}});
+      ++requests;
+    }
+    bytes = 0;
+  };
+  for (size_t const number : numbers) {
+    std::string const& text = all.all[number - 1];
+    if (bytes + text.size() > kBytesARequest) send();
+    some.push_back(text);
+    bytes += text.size();
+  }
+  send();
+  connection_.send({{"commit", true}});
+  Status first = Done;
+  auto const report = [&](json const& error, int status) {
+    if (error.contains("skipped")) return;
+    size_t const at = error.value("at", numbers.size());
+    Status const failed = fail(status, error["error"].get<std::string>(),
+                               at < numbers.size() ? place(numbers[at]) : name + ": ");
+    if (first == Done) first = failed;
+  };
+  for (; requests > 0; --requests) {
+    json const answer = connection_.receive();
+    if (answer.contains("error")) report(answer, answer.value("status", 1));
+  }
+  json const answer = connection_.receive();
+  if (answer.contains("error")) {
+    report(answer, answer.value("status", 1));
+    return first;
+  }
+  std::map<size_t, json> failed;
+  for (json const& each : answer["failed"]) failed[each["at"].get<size_t>()] = each;
+  for (size_t i = 0; i < numbers.size(); ++i) {
+    if (auto const found = failed.find(i); found != failed.end()) {
+      report(found->second, Refused);
+    } else if (options_.json) {
+      print({{"answer", nullptr}}, all.all[numbers[i] - 1], "");
+    }
+  }
+  return first;
 }
 
 /// The lines of one file or stream, of which some are on their way.
@@ -187,7 +276,19 @@ class Remote::Run {
 
 Remote::Status Remote::stream(std::istream& in, std::string const& name,
                               std::filesystem::path const& folder) {
+  return lines({}, in, name, folder);
+}
+
+// Those that have been read, then the stream's.
+Remote::Status Remote::lines(Lines const& first, std::istream& in, std::string const& name,
+                             std::filesystem::path const& folder) {
   Run run(*this, name, folder);
+  for (std::string const& text : first.all) {
+    if (!run.goesOn() || !run.line(text)) {
+      run.takeAll();
+      return run.status();
+    }
+  }
   std::string text;
   while (run.goesOn() && std::getline(in, text)) {
     if (!run.line(text)) break;

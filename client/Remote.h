@@ -30,6 +30,8 @@ class Remote {
   /// Lines up to the first one that fails, which is reported with its place. They are sent without
   /// waiting for each other's answers; none is carried out after one that failed.
   Status stream(std::istream& in, std::string const& name, std::filesystem::path const& folder);
+  /// The lines of a file. When they are the operator's alone, all or none are carried out, unless
+  /// the options say that the next line is carried out after one that fails.
   Status file(std::filesystem::path const& file);
 
   /// What a line answers: {"answer", "text"} or {"error", "status"}. Throws NoService.
@@ -37,11 +39,15 @@ class Remote {
 
  private:
   class Run;
+  struct Lines;
   static constexpr size_t kMaxDepth = 16;
 
   /// Nothing: it is the service's.
   std::optional<Status> own(std::vector<std::string> const& words, std::string const& place,
                             std::filesystem::path const& folder);
+  Status lines(Lines const& first, std::istream& in, std::string const& name,
+               std::filesystem::path const& folder);
+  Status together(Lines const& all, std::string const& name);
   Status expect(std::vector<std::string> const& words, std::string const& place);
   Status save(std::vector<std::string> const& words, std::string const& place);
   Status print(nlohmann::json const& answer, std::string_view line, std::string const& place);

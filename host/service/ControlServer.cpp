@@ -13,6 +13,7 @@
 
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
+#include "host/service/ControlClient.h"
 
 namespace Host {
 
@@ -21,27 +22,9 @@ namespace {
 using nlohmann::json;
 
 constexpr size_t kLinesATurn = 512;
-enum Status : int { Refused = 1, BadInput = 2 };
 
 [[noreturn]] void fail(std::string const& what) {
   throw std::system_error(errno, std::generic_category(), what);
-}
-
-std::string errorAnswer(json const& id, int status, std::string const& why) {
-  json answer{{"error", why}, {"status", status}};
-  if (!id.is_null()) answer["id"] = id;
-  return jsonText(answer) + '\n';
-}
-
-std::string answerText(json const& id, bool withoutText, Answer const& answer) {
-  // That of most lines that change something.
-  if (id.is_null() && answer.json.is_null() && answer.text.empty()) {
-    return withoutText ? "{\"answer\":null}\n" : "{\"answer\":null,\"text\":\"\"}\n";
-  }
-  json all{{"answer", answer.json}};
-  if (!withoutText) all["text"] = answer.text;
-  if (!id.is_null()) all["id"] = id;
-  return jsonText(all) + '\n';
 }
 
 sockaddr const* generic(sockaddr_un const& address) {
@@ -54,25 +37,6 @@ bool isAlive(sockaddr_un const& address) {
 }
 
 }  // namespace
-
-// NOLINTNEXTLINE(bugprone-exception-escape): the constructor of an empty json is not noexcept.
-struct ControlServer::Client {
-  OwnedDescriptor socket;
-  uid_t uid = 0;
-  bool mayChange = false;
-  bool inputEnded = false;
-  std::string in;
-  std::string out;
-  Kiv::U64 failedRun = 0;  // its other requests are skipped
-  std::optional<Kiv::U64> awaits;
-  json awaitId = json();
-  // A large answer that is being made.
-  std::optional<ForkedTask> task;
-  json taskId = json();
-  size_t taskOutput = 0;
-  std::array<EventLoop::SourcePtr, 3> taskSources;
-  EventLoop::SourcePtr source;
-};
 
 OwnedDescriptor ControlServer::listen(std::filesystem::path const& path) {
   sockaddr_un const address = controlAddress(path);
@@ -161,15 +125,14 @@ void ControlServer::take(Client& client) {
   size_t at = 0;
   size_t lines = 0;
   while (!client.task && !client.awaits && client.out.size() < kMaxUnread) {
-    if (lines == kLinesATurn) {
+    if (lines >= kLinesATurn) {
       more_->timeIs(0);
       break;
     }
     size_t const end = client.in.find('\n', at);
     if (end == std::string::npos) break;
-    request(client, std::string_view(client.in).substr(at, end - at));
+    lines += request(client, std::string_view(client.in).substr(at, end - at));
     at = end + 1;
-    ++lines;
   }
   submitBatch(client);
   client.in.erase(0, at);
@@ -180,34 +143,46 @@ void ControlServer::take(Client& client) {
   }
 }
 
-void ControlServer::request(Client& client, std::string_view text) {
-  if (text.empty()) return;
+// How many lines it was.
+size_t ControlServer::request(Client& client, std::string_view text) {
+  if (text.empty()) return 1;
   json request = json::parse(text, nullptr, false);
   if (!request.is_object()) {
     submitBatch(client);
     client.out += errorAnswer(nullptr, BadInput, "expected a JSON object");
-    return;
+    return 1;
   }
   json id = request.contains("id") ? std::move(request["id"]) : json();
   if (request.contains("await")) {
     submitBatch(client);
     if (!request["await"].is_number_unsigned()) {
       client.out += errorAnswer(id, BadInput, "expected a number of changes");
-      return;
+      return 1;
     }
     client.awaits = request["await"].get<Kiv::U64>();
     client.awaitId = id;
-    return;
+    return 1;
+  }
+  if (request.contains("keep") || request.contains("commit")) {
+    submitBatch(client);
+    if (request.contains("commit")) {
+      commit(client, id);
+      return 1;
+    }
+    size_t const lines = request["keep"].size();
+    keep(client, id, std::move(request["keep"]));
+    return lines;
   }
   if (!request.contains("line") || !request["line"].is_string()) {
     submitBatch(client);
     client.out += errorAnswer(id, BadInput, "expected a line");
-    return;
+    return 1;
   }
   bool const hasRun = request.contains("run") && request["run"].is_number_unsigned();
   carryOut(client, {std::move(id), request.contains("form") && request["form"] == "json",
                     hasRun ? request["run"].get<Kiv::U64>() : 0,
                     std::move(request["line"].get_ref<std::string&>())});
+  return 1;
 }
 
 // Most lines have their keywords in full, and looking for shortened ones takes ten times as long.
@@ -266,17 +241,8 @@ void ControlServer::refuse(Client& client, Request const& request, bool changes,
 
 void ControlServer::refuse(Client& client, Request const& request, bool changes,
                            std::exception_ptr const& thrown) {
-  try {
-    std::rethrow_exception(thrown);
-  } catch (InputError const& error) {
-    refuse(client, request, changes, BadInput, error.what());
-  } catch (StoreError const& error) {
-    refuse(client, request, changes, Refused, error.what());
-  } catch (UnreadableException const& error) {
-    refuse(client, request, changes, BadInput, error.what());
-  } catch (std::exception const& error) {
-    refuse(client, request, changes, Refused, std::string("exception: ") + error.what());
-  }
+  ControlError const error(thrown);
+  refuse(client, request, changes, error.status, error.why);
 }
 
 // Puts the lines of the batch into the store together. What it refuses as a whole is tried line by
@@ -284,9 +250,10 @@ void ControlServer::refuse(Client& client, Request const& request, bool changes,
 void ControlServer::submitBatch(Client& client) {
   if (requests_.empty()) return;
   auto const requests = std::exchange(requests_, {});
+  OperatorBatch batch = std::exchange(batch_, OperatorBatch(service_));
   std::vector<OperatorBatch::Failure> failures;
   try {
-    failures = batch_.submit();
+    failures = batch.submit();
   } catch (StoreAway const&) {
     // The lines may be in the store or not: none of them is sent again.
     for (Request const& request : requests) {

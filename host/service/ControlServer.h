@@ -36,6 +36,13 @@ namespace Host {
 /// Lines of the operator's that have come together go into the store as one transaction, and are
 /// answered once they are there. Each is accepted or refused by itself all the same.
 ///
+/// {"keep": [LINE, ...]} adds lines of the operator's to the client's transaction, and is answered
+/// with {"kept": N}, how many it has. {"commit": true} carries them out all or none: {"answer": N,
+/// "failed": [{"at", "error"}, ...]} once they are in the store; `failed` names lines by number,
+/// from 0, that are there all the same and whose change the agent did not take. An error has the
+/// wrong line's number in "at"; what is kept after it is skipped up to the commit. Each line is
+/// checked over what the lines before it leave.
+///
 /// Who may connect is a matter of the socket's mode. Lines that change something are taken from
 /// root, from the service's own user, and from the users that the options name.
 ///
@@ -48,6 +55,8 @@ class ControlServer {
   static constexpr size_t kMaxLine = size_t{64} << 10;
   /// Answers that wait to be read by their client before no more are made.
   static constexpr size_t kMaxUnread = size_t{1} << 20;
+  /// Lines of one transaction, which are kept in memory.
+  static constexpr size_t kMaxKept = 200'000;
 
   struct Options {
     /// Users that may change things, beside root and the service's own.
@@ -83,7 +92,7 @@ class ControlServer {
   void accept();
   void readable(Client& client, std::uint32_t events);
   void take(Client& client);
-  void request(Client& client, std::string_view text);
+  size_t request(Client& client, std::string_view text);
   /// `words` may be replaced, and must outlive what is prepared.
   ServiceCommands::Prepared prepare(std::vector<std::string>& words) const;
   void carryOut(Client& client, Request request);
@@ -95,6 +104,9 @@ class ControlServer {
   void refuse(Client& client, Request const& request, bool changes,
               std::exception_ptr const& thrown);
   void submitBatch(Client& client);
+  void addKept(OperatorBatch& to, std::string line) const;
+  void keep(Client& client, nlohmann::json const& id, nlohmann::json lines);
+  void commit(Client& client, nlohmann::json const& id);
   void carryOutAlone(Client& client, Request const& request);
   void carryOutLarge(Client& client, nlohmann::json const& id, bool withoutText,
                      ServiceCommands::Prepared const& prepared, std::string_view line);

@@ -6,7 +6,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/commands/Configuration.h"
@@ -20,28 +19,30 @@ namespace Host {
 /// an event of its own. The service must outlive the batch.
 class OperatorBatch {
  public:
-  explicit OperatorBatch(Service& service) : service_(service) {}
+  explicit OperatorBatch(Service& service) : service_(&service) {}
 
   size_t size() const { return lines_.size(); }
-  bool empty() const { return lines_.empty(); }
-  void clear();
+  std::vector<std::string> const& lines() const { return lines_; }
 
   /// Adds a line, of whose words isOperatorLine() is true. Throws InputError or StoreRefused, and
-  /// has not added it then.
-  void add(std::span<std::string const> words, std::string_view line);
+  /// has not taken it then.
+  void add(std::span<std::string const> words, std::string line);
+  /// Whether other changes have been applied since the first line was added: what was checked may
+  /// not hold any more.
+  bool stale() const;
 
   /// What handlers of a line's change have thrown. The change has been made.
   struct Failure {
     size_t line;
     std::exception_ptr thrown;
   };
-  /// Puts the changes into the store and applies them. The batch is empty afterwards, also when
-  /// this throws StoreError or UnreadableException: nothing has been changed then, but see
-  /// StoreAway.
+  /// Puts the changes into the store and applies them, once. Throws StoreError or
+  /// UnreadableException: nothing has been changed then, but see StoreAway.
   std::vector<Failure> submit();
 
  private:
-  Service& service_;
+  Service* service_;
+  Kiv::U64 begun_ = 0;  // after so many changes applied
   std::vector<std::string> lines_;
   std::vector<StoreChange> changes_;
   std::vector<size_t> lineOf_;  // by change
