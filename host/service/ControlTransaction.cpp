@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Lines of the operator's that come in several requests and are carried out all or none.
+#include <malloc.h>
 #include <utility>
 
 #include "host/language/InputError.h"
@@ -11,6 +12,13 @@
 namespace Host {
 
 using nlohmann::json;
+
+namespace {
+
+// After a transaction of so many lines the memory that it took is given back.
+constexpr size_t kMany = 4096;
+
+}  // namespace
 
 void ControlServer::addKept(OperatorBatch& to, std::string line) const {
   auto const words = splitWords(line);
@@ -85,6 +93,9 @@ void ControlServer::commit(Client& client, json const& id) {
   }
   if (!id.is_null()) all["id"] = id;
   client.out += jsonText(all) + '\n';
+  if (kept.size() < kMany) return;
+  kept = OperatorBatch(service_);
+  ::malloc_trim(0);
 }
 
 }  // namespace Host

@@ -1,19 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/service/OperatorBatch.h"
 
-#include <malloc.h>
 #include <utility>
 
 #include "host/service/OperatorChanges.h"
 
 namespace Host {
-
-namespace {
-
-// After a transaction of so many lines the memory that it took is given back.
-constexpr size_t kMany = 4096;
-
-}  // namespace
 
 void OperatorBatch::add(std::span<std::string const> words, std::string line) {
   if (!service_->inputs().made()) throw StoreRefused(service_->because());
@@ -45,7 +37,6 @@ std::vector<OperatorBatch::Failure> OperatorBatch::submit() {
         failures.push_back({lineOf_[change], thrown});
       }};
   service_->submit(std::exchange(changes_, {}), lines_[lineOf_[0]], progress);
-  if (lines_.size() > kMany) ::malloc_trim(0);
   return failures;
 }
 
