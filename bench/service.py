@@ -77,6 +77,7 @@ class Service:
                         "kernel:" + self.directory + "/table" if table == "kernel" else "model"]
         if database:
             self.command += ["--database", database]
+        self.client = [os.path.join(programs, "macrewrite"), "--socket", self.control()]
         self.process = None
 
     def control(self):
@@ -96,6 +97,15 @@ class Service:
                 if self.process.poll() is not None:
                     sys.exit("service.py: the service does not start: " + " ".join(self.command))
             time.sleep(0.0005)
+
+    def load(self, lines):
+        """Seconds that the client takes for a file of lines, which is one transaction."""
+        file = self.directory + "/lines"
+        with open(file, "w", encoding="ascii") as out:
+            out.write("\n".join(lines) + "\n")
+        started = time.perf_counter()
+        subprocess.run(self.client + ["load", file], check=True)
+        return time.perf_counter() - started
 
     def stop(self, signal=15):
         self.process.send_signal(signal)
@@ -154,14 +164,35 @@ def lines_per_store(programs, table, runs):
         report(f"operator line through the socket to its row, {name}", lines, "us", most)
 
 
-def large(programs, table, rows, runs):
-    service = Service(programs, table)
-    service.start()
+def loads(service, rows, runs, store, most):
+    """Loads of all operator lines with their rows; they are there afterwards."""
     client = Client(service.control())
     client.pipelined(PROFILE)
     client.pipelined([address_line(i) for i in range(rows)])
-    report(f"load of {rows} operator lines into SQLite", [client.pipelined([operator_line(i) for i in range(rows)])], "s",
-           0.5)
+    times = []
+    for run in range(runs):
+        times.append(service.load([operator_line(i) for i in range(rows)]))
+        if run + 1 < runs:
+            service.load([f"no vxlan forwarding match vrf red src-ip {address(i)}" for i in range(rows)])
+    report(f"load of {rows} operator lines into {store}", times, "s", most)
+    return client
+
+
+def load_into_redis(programs, table, rows, runs):
+    if shutil.which("redis-server") is None:
+        return
+    redis = Redis()
+    service = Service(programs, table, "redis+unix://" + redis.path)
+    service.start()
+    loads(service, rows, runs, "Redis", 0.8)
+    service.remove()
+    redis.remove()
+
+
+def large(programs, table, rows, runs):
+    service = Service(programs, table)
+    service.start()
+    client = loads(service, rows, runs, "SQLite", 0.5)
     report(f"resident memory with {rows} rows", [service.memory()], "MiB", 64)
 
     def pause(line):
@@ -228,6 +259,7 @@ def main():
     print(f"rows in the {table}; medians of {options.runs} runs")
     lines_per_store(options.programs, table, options.runs)
     small(options.programs, table, options.runs)
+    load_into_redis(options.programs, table, options.rows, options.runs)
     large(options.programs, table, options.rows, options.runs)
 
 

@@ -178,6 +178,7 @@ TEST_F(GenericInterfaceTest, ACollectionKnowsTheFormOfItsKeysAndHowItIsSet) {
   EXPECT_TRUE(loans.keyAndValue);
   EXPECT_FALSE(shelf.keyAndValue);
   EXPECT_EQ(loans.makeMember, nullptr);
+  EXPECT_EQ(loans.readValue, nullptr);
 }
 
 TEST_F(GenericInterfaceTest, AWalkGivesKeyAndObjectAndDeletesUnderItself) {

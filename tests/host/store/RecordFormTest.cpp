@@ -229,6 +229,25 @@ TEST(RecordForm, WhatDoesNotFitIsRefusedAndChangesNothing) {
   }
 }
 
+TEST(RecordForm, AValueUnderItsOwnKeyIsSetUnlessItIsThere) {
+  using BfnMacRewrite::Input::VrfIpAndMac;
+  auto const config = makeActive<BfnMacRewrite::Input::Config>();
+  auto const watcher = makeActive<BfnTest::Watcher>(config);
+  constexpr char kLines[] = "overlaySrcMacRewriteEntry";
+  VrfIpAndMac const line(L3::VrfName("red"), Ovra::IpAddr(1), Ovra::EthAddr());
+  std::string key = form(line.key());
+  applyChange(setting(kLines, key, form(line)), *config);
+  applyChange(setting(kLines, key, form(line)), *config);
+  EXPECT_EQ(watcher->changes.size(), 1u);
+  EXPECT_EQ(recordForm(*config).at(kLines),
+            (std::map<std::string, std::string>{{key, form(line)}}));
+  // The same key in other letters.
+  key.replace(key.find("red"), 1, "\\x72");
+  EXPECT_THAT([&] { applyChange(setting(kLines, key, form(line)), *config); },
+              ThrowsMessage<UnreadableException>(HasSubstr("its key has another form")));
+  EXPECT_EQ(watcher->changes.size(), 1u);
+}
+
 TEST(RecordForm, WhatAHandlerThrowsComesOutAndTheChangeIsDone) {
   auto const vrfs = makeActive<Pex::L3Status>();
   auto const watcher = makeActive<BfnTest::Watcher>(vrfs);

@@ -3,7 +3,8 @@
 // rest all hold the same, no change that was taken is lost, and each process has seen the changes
 // of a key in one writer's order.
 //
-// BFN_STORE_OPERATIONS is the number of operations of all processes together.
+// BFN_STORE_OPERATIONS is the number of operations of all processes together; how far they are is
+// printed then.
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <map>
 #include <poll.h>
 #include <random>
@@ -43,7 +45,7 @@ using Host::StoreChange;
 using Host::StoreMirror;
 using Kiv::U32;
 
-constexpr U32 kProcesses = 4;
+constexpr U32 kMostProcesses = 4;
 constexpr U32 kOwnKeys = 8;     // of each process
 constexpr U32 kSharedKeys = 8;  // written by all
 constexpr U32 kRemoved = ~U32{0};
@@ -73,8 +75,10 @@ struct Report {
   What what;
 };
 
-void say(int to, Report const& report) {
-  KIV_CHECK(::write(to, &report, sizeof report) == sizeof report);
+// All of them at once, or none when the process is killed.
+void say(int to, std::vector<Report> const& reports) {
+  size_t const size = reports.size() * sizeof(Report);
+  KIV_CHECK(::write(to, reports.data(), size) == static_cast<ssize_t>(size));
 }
 
 // A value is "w<writer>n<number>", so that it says whose and which one it is.
@@ -132,24 +136,39 @@ void write(std::string const& url, U32 writer, U32 first, U32 count, U32 seed, i
   process.follow();
   auto const order = Kiv::makeActive<Order>(process.vrfs());
   std::mt19937 random(seed);
-  for (U32 number = first; number < first + count; ++number) {
-    bool const shared = random() % 4 == 0;
-    U32 const key = shared ? kProcesses * kOwnKeys + random() % kSharedKeys
-                           : writer * kOwnKeys + random() % kOwnKeys;
-    bool const remove = random() % 4 == 0;
-    Report report{key, remove ? kRemoved : number, Report::Begins};
-    say(to, report);
-    std::string const id = std::to_string(key + 1);
-    StoreChange const change = remove ? delOf(kVrfsPath, "vrfName", id)
-                                      : setOf(kVrfsPath, "vrfName", id, nameOf(writer, number));
+  for (U32 number = first; number < first + count;) {
+    // Some together, as one transaction.
+    U32 const together = random() % 4 == 0 ? 2 + random() % 4 : 1;
+    std::vector<Report> reports;
+    std::vector<StoreChange> changes;
+    for (U32 i = 0; i < together && number < first + count; ++i, ++number) {
+      bool const shared = random() % 4 == 0;
+      U32 const key = shared ? kMostProcesses * kOwnKeys + random() % kSharedKeys
+                             : writer * kOwnKeys + random() % kOwnKeys;
+      bool const remove = random() % 4 == 0;
+      reports.push_back({key, remove ? kRemoved : number, Report::Begins});
+      std::string const id = std::to_string(key + 1);
+      changes.push_back(remove ? delOf(kVrfsPath, "vrfName", id)
+                               : setOf(kVrfsPath, "vrfName", id, nameOf(writer, number)));
+    }
+    say(to, reports);
+    Report::What what = Report::Taken;
     try {
-      process.mirror.submit({change});
-      report.what = Report::Taken;
+      if (changes.size() == 1) {
+        process.mirror.submit(changes);
+      } else {
+        size_t next = 0;
+        process.mirror.submitReadable(
+            changes,
+            {[&](size_t at) { KIV_CHECK(at == next++, at, " ", next); },
+             [](size_t, std::exception_ptr const& thrown) { std::rethrow_exception(thrown); }});
+      }
     } catch (Host::StoreAway const&) {
-      report.what = Report::Unknown;
+      what = Report::Unknown;
       process.follow();
     }
-    say(to, report);
+    for (Report& report : reports) report.what = what;
+    say(to, reports);
   }
 }
 
@@ -166,9 +185,10 @@ class StoreRandomTest : public ::testing::Test {
     U32 begun = 0;  // operations, in all lives
     std::string rest;
   };
-  std::array<Writer, kProcesses> writers;
+  U32 const processes = 2 + seed % (kMostProcesses - 1);
+  std::array<Writer, kMostProcesses> writers;
   std::map<U32, std::set<U32>> expected;  // what may be there, by own key
-  U32 const perWriter = operations() / kProcesses;
+  U32 const perWriter = operations() / processes;
   U32 kills = 0;
   U32 taken = 0;
 
@@ -231,7 +251,7 @@ class StoreRandomTest : public ::testing::Test {
   void fault() {
     switch (random() % 3) {
       case 0: {
-        pid_t const process = writers[random() % kProcesses].process;
+        pid_t const process = writers[random() % processes].process;
         if (process <= 0) return;
         ::kill(process, SIGKILL);
         ++kills;
@@ -245,13 +265,15 @@ class StoreRandomTest : public ::testing::Test {
   }
 
   void run(Process& watcher) {
-    U32 alive = kProcesses;
-    U32 const between = std::max(operations() / 60, U32{1});  // operations between faults
+    U32 alive = processes;
+    U32 const between =
+        std::clamp(operations() / 60, U32{1}, U32{5000});  // operations between faults
     U32 nextFault = between;
+    U32 nextPrinted = operations() / 100;
     while (alive > 0) {
       std::vector<pollfd> waiting;
       std::vector<U32> of;
-      for (U32 i = 0; i < kProcesses; ++i) {
+      for (U32 i = 0; i < processes; ++i) {
         if (writers[i].process < 0) continue;
         waiting.push_back({writers[i].reports, POLLIN, 0});
         of.push_back(i);
@@ -267,6 +289,11 @@ class StoreRandomTest : public ::testing::Test {
       if (begun / between % 2 != 0) {
         watcher.mirror.follow();
         watcher.clock->advance(20);
+      }
+      if (std::getenv("BFN_STORE_OPERATIONS") != nullptr && begun >= nextPrinted) {
+        std::cerr << begun << " operations of " << processes << " processes, " << kills
+                  << " kills\n";
+        nextPrinted = begun + operations() / 100;
       }
       if (begun < nextFault) continue;
       nextFault += between;
@@ -296,7 +323,7 @@ TEST_F(StoreRandomTest, AtRestAllAreEqualAndNothingThatWasTakenIsLost) {
   watcher.follow();
   watcher.mirror.make(kVrfsPath, kVrfsType);
   auto const order = Kiv::makeActive<Order>(watcher.vrfs());
-  for (U32 i = 0; i < kProcesses; ++i) startWriter(i);
+  for (U32 i = 0; i < processes; ++i) startWriter(i);
   run(watcher);
   // Changes that it has not read are lost before the last one.
   Process fresh(server->url());
@@ -314,7 +341,7 @@ TEST_F(StoreRandomTest, AtRestAllAreEqualAndNothingThatWasTakenIsLost) {
     }
     EXPECT_TRUE(names.contains(there)) << key << ": " << there << ", not " << *names.begin();
   }
-  EXPECT_EQ(expected.size(), kProcesses * kOwnKeys);
+  EXPECT_EQ(expected.size(), processes * kOwnKeys);
   EXPECT_GT(taken, operations() / 2);
   EXPECT_GT(kills, 0u);
   EXPECT_GT(watcher.mirror.status().resyncs, 1u);
