@@ -28,6 +28,7 @@
 #include "host/service/Metrics.h"
 #include "host/service/Service.h"
 #include "host/service/ServiceCommands.h"
+#include "host/service/Version.h"
 #include "host/store/ScopedStore.h"
 #include "host/switch/Installed.h"
 
@@ -345,7 +346,7 @@ int parseAndRun(int argc, char** argv) {
       app.add_option("--rows", line.rows, "rows of a kernel's table that is made (default: 65536)");
   rows->check(CLI::Range(size_t{0}, size_t{16'000'000}).description(""))->type_name("N");
   app.add_flag("--check", check, "say what is wrong with the options, and start nothing");
-  app.set_version_flag("--version", "macrewrited " MACREWRITED_VERSION);
+  app.set_version_flag("--version", std::string("macrewrited ") + Host::serviceVersion());
   try {
     app.parse(argc, argv);
     if (!file.empty()) readConfiguration(file, with);

@@ -75,10 +75,10 @@ start_redis() {
     sleep 0.02
   done
 }
-declare -A process
+declare -A process program=([1]=$bin/macrewrited [2]=$bin/macrewrited)
 start_leaf() { # N
   mkdir -p "/run/leaf$1"
-  in_ns_background "leaf$1" "$bin/macrewrited" --table "kernel:/run/leaf$1/table" --rows 8 \
+  in_ns_background "leaf$1" "${program[$1]}" --table "kernel:/run/leaf$1/table" --rows 8 \
     --database "$database" --switch "leaf$1" --state "/run/leaf$1/state" --control "/run/leaf$1/control" \
     >> "/run/leaf$1/log" 2>&1
   process[$1]=$!
@@ -199,13 +199,15 @@ under_pings 'kill -9 of the service on leaf 1, and another one started' kill_ser
 echo "    writes of the new service: $(status 1 chipChanges)"
 
 upgrade() {
-  cp "$bin/macrewrited" /run/macrewrited.new
+  program[1]=$bin/macrewrited-next
   kill -TERM "${process[1]}"
   wait "${process[1]}"
   start_leaf 1
   ready 1
 }
-under_pings 'the service on leaf 1 ended and started as after an upgrade' upgrade
+before=$(leaf 1 show version)
+under_pings 'the service on leaf 1 ended, and its next version started' upgrade
+[[ $(leaf 1 show version) == "$before+next" ]] || fail 'leaf 1 has not been upgraded'
 echo "    writes of the new service: $(status 1 chipChanges)"
 
 restart_redis() {

@@ -14,6 +14,7 @@
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
 #include "host/service/ControlClient.h"
+#include "host/service/Version.h"
 
 namespace Host {
 
@@ -86,7 +87,7 @@ void ControlServer::accept() {
   client->mayChange =
       peer.uid == 0 || peer.uid == ::geteuid() || options_.writers.contains(peer.uid);
   client->out = jsonText(json{{"protocol", kControlProtocol},
-                              {"version", HOST_VERSION},
+                              {"version", serviceVersion()},
                               {"switch", service_.options().switchName},
                               {"mayChange", client->mayChange}}) +
                 '\n';

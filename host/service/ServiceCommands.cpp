@@ -13,6 +13,7 @@
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
 #include "host/service/OperatorChanges.h"
+#include "host/service/Version.h"
 #include "host/store/RecordForm.h"
 
 namespace Host {
@@ -365,7 +366,8 @@ void ServiceCommands::addServiceCommands() {
   look.emplace_back("show status", "the same", "show status", status);
   look.emplace_back("show version", "the version of the service", "show version",
                     [](Arguments const&) {
-                      return Answer({{"version", HOST_VERSION}}, "BfnMacRewrite " HOST_VERSION);
+                      return Answer({{"version", serviceVersion()}},
+                                    std::string("BfnMacRewrite ") + serviceVersion());
                     });
   look.emplace_back("help [<COMMAND>]", "the commands, or those that begin so", "help host vrf",
                     [this](Arguments const& given) {

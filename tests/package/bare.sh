@@ -228,8 +228,10 @@ booted() {
   shows_the_row 02:00:00:00:00:02
 
   echo '--- purged'
+  rm -rf /etc/systemd/system/macrewrited.service.d
   packages purge libkiv1 'libbfnmacrewrite*' 'macrewrite*'
   [[ $(unit LoadState) == not-found ]] || fail 'the unit has stayed'
+  if mountpoint -q /run/macrewrite/table; then fail 'rows have stayed in the kernel'; fi
   find / -xdev \( -iname '*macrewrite*' -o -name 'libKiv*' \) -not -path '/packages*' -not -path '/build/*' \
     -not -path '/var/cache/apt/*' -not -path '/var/log/*' > /packages/left
   [[ ! -s /packages/left ]] || fail "what is left: $(cat /packages/left)"
