@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <pwd.h>
 #include <sstream>
 
@@ -203,6 +204,31 @@ void readConfiguration(std::string_view text, std::string const& file, Configura
   });
   reader.read(table);
   if (!faults.empty()) throw ConfigurationError(faults);
+}
+
+nlohmann::json optionsOf(Configuration const& with) {
+  nlohmann::json all{{"table", with.table},
+                     {"control", with.control},
+                     {"metrics-interval", with.metricsInterval},
+                     {"audit-interval", with.auditInterval},
+                     {"plugin", with.plugin},
+                     {"state", with.state},
+                     {"switch", with.switchName},
+                     {"own-configuration", with.ownConfiguration},
+                     {"writers", with.writers},
+                     {"store.timeout", with.store.timeout}};
+  bool const power = with.store.durability == Host::StoreOptions::Durability::Power;
+  all["store.durability"] = power ? "power" : "normal";
+  for (auto const& [name, value] :
+       {std::pair("database", &with.database), std::pair("metrics", &with.metrics),
+        std::pair("store.user", &with.store.user), std::pair("store.prefix", &with.store.prefix),
+        std::pair("store.secret-file", &with.store.secretFile)}) {
+    if (!value->empty()) all[name] = *value;
+  }
+  if (with.rows) all["rows"] = *with.rows;
+  if (with.hashSeed) all["hash-seed"] = *with.hashSeed;
+  if (with.traceLevel) all["trace"] = *with.traceLevel;
+  return all;
 }
 
 std::string faultsOf(Configuration const& with) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -41,6 +42,10 @@ class ConfigurationError : public std::runtime_error {
 void readConfiguration(std::string const& file, Configuration& to);
 /// The same of a file's text. Its name is for errors.
 void readConfiguration(std::string_view text, std::string const& file, Configuration& to);
+
+/// The options in force, by the names that they have in the file; without those that are not set.
+/// Of a secret it has the file's name.
+nlohmann::json optionsOf(Configuration const& with);
 
 /// What is wrong with the values, a line each; empty: nothing.
 std::string faultsOf(Configuration const& with);

@@ -217,6 +217,24 @@ class Daemon {
           return Host::Answer();
         });
     commands_.add(std::move(group), true);
+    Host::CommandGroup looks{"process", {}};
+    looks.commands.emplace_back("show options", "the options in force, as a configuration has them",
+                                "show options", [this](Host::Arguments const&) {
+                                  nlohmann::json all = optionsOf(configuration_);
+                                  std::string text;
+                                  for (auto const& [name, value] : all.items()) {
+                                    text +=
+                                        (text.empty() ? "" : "\n") + name + " = " + value.dump();
+                                  }
+                                  return Host::Answer(std::move(all), std::move(text));
+                                });
+    looks.commands.emplace_back("show metrics", "the metrics, as the file for Prometheus has them",
+                                "show metrics", [this](Host::Arguments const&) {
+                                  std::string const text =
+                                      Host::metricsText(service_, auditFindings_);
+                                  return Host::Answer(text, text);
+                                });
+    commands_.add(std::move(looks), false);
   }
 
   void writeMetrics() {

@@ -366,7 +366,7 @@ void ServiceCommands::addServiceCommands() {
   look.emplace_back("show status", "the same", "show status", status);
   look.emplace_back("show version", "the version of the service", "show version",
                     [](Arguments const&) {
-                      return Answer({{"version", serviceVersion()}},
+                      return Answer({{"version", serviceVersion()}, {"build", HOST_BUILD}},
                                     std::string("BfnMacRewrite ") + serviceVersion());
                     });
   look.emplace_back("help [<COMMAND>]", "the commands, or those that begin so", "help host vrf",

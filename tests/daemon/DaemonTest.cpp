@@ -425,6 +425,54 @@ TEST_F(DaemonTest, MetricsAreWrittenWholeAndFollow) {
                     HasSubstr("macrewrite_event_to_table_seconds_bucket{le=\"+Inf\"}")));
 }
 
+TEST_F(DaemonTest, ASupportCaseIsOneFileWithoutSecrets) {
+  std::ofstream(service.file("secret")) << "not for others";
+  std::ofstream(service.file("toml")) << "metrics-interval = 7.5\nwriters = [\"root\"]\n[store]\n"
+                                      << "secret-file = \"" << service.file("secret") << "\"\n";
+  service.options() = {"--config", service.file("toml")};
+  up();
+  service.lines({addressLine("10.0.0.1"), rewriteLine("10.0.0.1", kMac1)});
+  dies();
+  service.start();
+  ASSERT_TRUE(service.reaches("running"));
+  std::string const file = service.file("case.txt");
+  auto const written = BfnTest::inChild(STDOUT_FILENO, [&] {
+    ::execl(SERVICE_CLIENT, SERVICE_CLIENT, "--socket", service.socket().c_str(), "status",
+            "--support", file.c_str(), static_cast<char*>(nullptr));
+    return 127;
+  });
+  EXPECT_TRUE(written.exitedWith(0));
+  EXPECT_EQ(written.text, file + " has been written\n");
+  std::ostringstream all;
+  all << std::ifstream(file).rdbuf();
+  std::string const text = all.str();
+  EXPECT_THAT(text, AllOf(HasSubstr("kernel   Linux "), HasSubstr("by macrewrite 1."),
+                          HasSubstr("\"build\":"), HasSubstr("metrics-interval = 7.5\n"),
+                          HasSubstr("store.secret-file = \"" + service.file("secret") + '"'),
+                          HasSubstr("writers = [\"root\"]")));
+  EXPECT_THAT(text, Not(HasSubstr("not for others")));
+  // How the last process ended, with the end of its trace.
+  EXPECT_THAT(text, AllOf(HasSubstr("1 deaths before"), HasSubstr("\"lastDeath\":{\"event\":"),
+                          HasSubstr("\"trace\":[\"")));
+  EXPECT_THAT(text,
+              AllOf(HasSubstr("### show metrics\n# HELP macrewrite_"),
+                    HasSubstr("macrewrite_ready 1\n"), HasSubstr(rewriteLine("10.0.0.1", kMac1)),
+                    HasSubstr("### show log\n"), HasSubstr("### show trace\n")));
+  EXPECT_THAT(text, Not(::testing::ContainsRegex("### [^\n]*\nerror: [a-z]")));
+}
+
+TEST_F(DaemonTest, OptionsInForceAreAConfiguration) {
+  up();
+  std::ofstream(service.file("toml")) << service.text("show options") << '\n';
+  service.stop(SIGTERM);
+  service.options() = {"--config", service.file("toml")};
+  service.start();
+  EXPECT_EQ(service.answer("show options")["switch"], "leaf1");
+  std::ostringstream before;
+  before << std::ifstream(service.file("toml")).rdbuf();
+  EXPECT_EQ(service.text("show options") + '\n', before.str());
+}
+
 TEST_F(DaemonTest, ADirectoryBelongsToOneService) {
   up();
   ServiceProcess other({"--state", service.file("state"), "--control", service.file("other")});
