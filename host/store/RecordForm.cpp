@@ -263,6 +263,53 @@ void applyNested(Read const& read, StoreChange const& change, PtrInterface& reco
   }
 }
 
+// --- Many values of one object
+
+// A collection of values whose setter takes nothing else: of a record, or of a member that is
+// there.
+struct ManyValues {
+  Ptr<PtrInterface> object;
+  AttributeDescription const* attribute = nullptr;  // null: it is something else
+};
+
+AttributeDescription const* readableValues(Kiv::Type const& type, std::string_view name) {
+  AttributeDescription const* const attribute = type.attribute(name);
+  bool const readable = attribute != nullptr && attribute->kind == AttributeKind::Values &&
+                        isKept(*attribute) && attribute->readValue != nullptr;
+  return readable ? attribute : nullptr;
+}
+
+ManyValues manyValues(PtrInterface& record, std::string_view collection) {
+  CollectionName const name(collection);
+  if (name.inner.empty()) {
+    return {Ptr<PtrInterface>(&record), readableValues(record.fwkType(), collection)};
+  }
+  try {
+    AttributeDescription const& members = keptAttribute(record.fwkType(), name.attribute);
+    if (members.kind != AttributeKind::Members) return {};
+    needCanonical(members, std::string(name.memberKey));
+    auto const member = memberOf(record, members, generic(name.memberKey));
+    if (!member) return {};
+    return {member, readableValues(member->fwkType(), name.inner)};
+  } catch (Kiv::RangeException const&) {
+    return {};
+  }
+}
+
+// False, and nothing is done: it cannot be read so.
+bool setOneOf(ManyValues const& many, std::string const& key, std::string const& value) {
+  if (many.attribute == nullptr) return false;
+  Kiv::ReadValue read;
+  try {
+    read = many.attribute->readValue(generic(value));
+  } catch (Kiv::RangeException const&) {
+    return false;
+  }
+  if (read.key.strep() != key) return false;
+  read.set(*many.object);
+  return true;
+}
+
 }  // namespace
 
 RecordForm recordForm(PtrInterface const& record) {
@@ -306,7 +353,9 @@ void fillRecord(PtrInterface& record, RecordForm const& form,
     auto const member = memberOfCollection(collection);
     if (member && leftOut.contains(*member)) continue;
     change.collection = collection;
+    ManyValues const many = manyValues(record, collection);
     for (auto const& [key, value] : entries) {
+      if (setOneOf(many, key, value)) continue;
       change.key = key;
       change.value = value;
       try {

@@ -88,7 +88,7 @@ bool SqliteDatabase::Statement::step() {
   database_.refuse(why);
 }
 
-std::string SqliteDatabase::Statement::text(int column) const {
+std::string_view SqliteDatabase::Statement::view(int column) const {
   auto const* const bytes = sqlite3_column_text(statement_.get(), column);
   if (bytes == nullptr) return {};
   auto const size = static_cast<size_t>(sqlite3_column_bytes(statement_.get(), column));

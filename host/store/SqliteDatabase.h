@@ -40,7 +40,9 @@ class SqliteDatabase {
     }
     /// Whether there is another row.
     bool step();
-    std::string text(int column) const;
+    std::string text(int column) const { return std::string(view(column)); }
+    /// Valid until the next step.
+    std::string_view view(int column) const;
     Kiv::U64 number(int column) const;
 
    private:

@@ -34,11 +34,9 @@ StoreSnapshot SqliteStore::snapshot() {
   std::string path;
   std::string name;
   while (entries.step()) {
-    std::string entryPath = entries.text(0);
-    std::string entryName = entries.text(1);
-    if (collection == nullptr || entryPath != path || entryName != name) {
-      path = std::move(entryPath);
-      name = std::move(entryName);
+    if (collection == nullptr || entries.view(0) != path || entries.view(1) != name) {
+      path = entries.view(0);
+      name = entries.view(1);
       collection = &snapshot.records[path].form[name];
     }
     collection->insert_or_assign(collection->end(), entries.text(2), entries.text(3));
