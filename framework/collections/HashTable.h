@@ -158,6 +158,8 @@ class HashTable {
  private:
   using Storage = HashStorage<Slot>;
   static constexpr size_t kAbsent = ~size_t{0};
+  // Groups from its home on in which nearly every member is.
+  static constexpr unsigned kNearGroups = 4;
 
   U32 hashOf(Key const& key) const {
     return std::min(static_cast<U32>(Traits::hash(seed_, key)), HashProbe::kUnused - 1);
@@ -170,7 +172,7 @@ class HashTable {
     size_t at = storage_.home(hash);
     // The slot comes from memory while the hashes do.
     storage_.prefetchSlot(at);
-    for (;; at += HashProbe::kLanes) {
+    for (unsigned groups = 1;; at += HashProbe::kLanes, ++groups) {
       unsigned lanes = HashProbe::equal(storage_.hashes(at), hash);
       for (; lanes != 0; lanes &= lanes - 1) {
         size_t const candidate = at + HashProbe::first(lanes);
@@ -178,13 +180,32 @@ class HashTable {
       }
       // After an unused slot, too, there are only greater hashes.
       if (storage_.hash(at + HashProbe::kLanes - 1) > hash) return kAbsent;
+      if (groups == kNearGroups) at = skipBelow(at, hash) - HashProbe::kLanes;
     }
+  }
+  // Where to look on after `at`: the last group, counted from there, whose first hash is less, or
+  // `at` itself.
+  // From a hash's home on, lesser hashes come first and all others after them. Members that are
+  // inserted in the table's own order, from another table's walk, make long runs until the table
+  // has its full size.
+  size_t skipBelow(size_t at, U32 hash) const {
+    size_t const end = storage_.end();
+    size_t step = HashProbe::kLanes;
+    while (at + step < end && storage_.hash(at + step) < hash) {
+      at += step;
+      step *= 2;
+    }
+    for (; step >= HashProbe::kLanes; step /= 2) {
+      if (at + step < end && storage_.hash(at + step) < hash) at += step;
+    }
+    return at;
   }
   // Where (hash, key) is, or would be inserted.
   size_t lowerIndex(U32 hash, Key const& key) const {
     size_t at = storage_.home(hash);
     unsigned below = HashProbe::below(storage_.hashes(at), hash);
-    while (below == HashProbe::kAllLanes) {
+    for (unsigned groups = 1; below == HashProbe::kAllLanes; ++groups) {
+      if (groups == kNearGroups) at = skipBelow(at, hash) - HashProbe::kLanes;
       at += HashProbe::kLanes;
       below = HashProbe::below(storage_.hashes(at), hash);
     }

@@ -199,6 +199,28 @@ TEST(HashTable, EqualHashesStayCorrectAndGrowNoFasterThanOthers) {
   }
 }
 
+TEST(HashTable, MembersInsertedInItsOwnOrderAreFoundInTheLongRunsTheyMake) {
+  // Three keys of each second hash, from the least one on: they are all near the first homes.
+  auto const keyOf = [](U32 i) { return (i / 3 * 2) << 16 | i % 3; };
+  PlainHash table(0);
+  std::vector<U32> inserted;
+  for (U32 i = 0; i < 10'000; ++i) {
+    ASSERT_TRUE(table.insert(keyOf(i)).second);
+    inserted.push_back(keyOf(i));
+    for (U32 const at : {i, i / 2, i / 3, i / 5 * 4, i * 7 % (i + 1)}) {
+      U32 const key = keyOf(at);
+      ASSERT_NE(table.find(key), nullptr) << i << " " << at;
+      ASSERT_EQ(*table.find(key), key);
+      ASSERT_FALSE(table.contains(key | 3)) << i << " " << at;
+      ASSERT_FALSE(table.contains(key + 0x1'0000)) << i << " " << at;
+      ASSERT_EQ(*table.lowerBound(key), key);
+    }
+  }
+  EXPECT_EQ(walk(table), inserted);
+  for (U32 i = 0; i < 10'000; i += 2) ASSERT_TRUE(table.erase(keyOf(i)));
+  for (U32 i = 0; i < 10'000; ++i) ASSERT_EQ(table.contains(keyOf(i)), i % 2 == 1);
+}
+
 TEST(HashTable, BoundsOfAnAbsentKeyAreItsSuccessor) {
   PlainHash table(0);
   for (U32 key : {0x10'0000u, 0x20'0000u, 0x20'0005u, 0x30'0000u}) table.insert(key);
