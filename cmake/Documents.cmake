@@ -26,20 +26,30 @@ function(bfn_generate file)
   add_custom_target(${target} ALL DEPENDS ${output})
 endfunction()
 
-# bfn_manual(PROGRAM COMPONENT SUMMARY [FORMS]): the manual page and the completions of a program.
-# FORMS: it takes the lab's commands after -c.
+# bfn_manual(PROGRAM COMPONENT SUMMARY [FORMS] [SERVICE PROGRAM] [OWN FORMS...]): the manual page and the
+# completions of a program. FORMS: it takes the lab's commands after -c. SERVICE: its arguments are a
+# command that this program answers, or one of its own.
 function(bfn_manual program component summary)
+  cmake_parse_arguments(ARG "FORMS" "SERVICE" "OWN" ${ARGN})
   if(NOT BFN_DOCUMENTS)
     return()
   endif()
   set(forms "")
   set(needs ${program} ${BFN_MANUAL_SOURCES})
-  if("FORMS" IN_LIST ARGN)
+  if(ARG_FORMS)
     set(forms --forms $<TARGET_FILE:macrewrite-lab>)
     list(APPEND needs macrewrite-lab BfnMacRewrite)
   endif()
-  bfn_generate(man1/${program}.1 DEPENDS ${program}
-    COMMAND ${HELP2MAN_PROGRAM} --no-info --version-string=${PROJECT_VERSION} --name=${summary} $<TARGET_FILE:${program}>)
+  if(ARG_SERVICE)
+    set(forms --service $<TARGET_FILE:${ARG_SERVICE}>)
+    list(APPEND needs ${ARG_SERVICE})
+    foreach(form IN LISTS ARG_OWN)
+      list(APPEND forms --own ${form})
+    endforeach()
+  endif()
+  bfn_generate(man1/${program}.1 DEPENDS ${program} ${CMAKE_SOURCE_DIR}/docs/see-also.h2m
+    COMMAND ${HELP2MAN_PROGRAM} --no-info --version-string=${PROJECT_VERSION} --name=${summary}
+            --include=${CMAKE_SOURCE_DIR}/docs/see-also.h2m $<TARGET_FILE:${program}>)
   bfn_generate(bash/${program} DEPENDS ${needs}
     COMMAND Python3::Interpreter ${BFN_MANUAL} bash $<TARGET_FILE:${program}> ${forms})
   bfn_generate(zsh/_${program} DEPENDS ${needs}

@@ -1,19 +1,22 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# What bash completes for the lab, from the generated file.
+# What bash completes for the programs, from the generated files.
 #
-#   CompletionTest.sh FILE
+#   CompletionTest.sh FOLDER    where macrewrite-lab and the others are
 set -euo pipefail
-# shellcheck source=/dev/null
-source "$1"
+for file in "$1"/*; do
+  # shellcheck source=/dev/null
+  source "$file"
+done
+program=macrewrite-lab
 
 # completes "EXPECTED" WORDS...: the last word is being typed.
 completes() {
   local expected=$1
   shift
-  COMP_WORDS=(macrewrite-lab "$@")
+  COMP_WORDS=("$program" "$@")
   COMP_CWORD=$#
-  _macrewrite_lab || true
+  "_${program//-/_}" || true
   local found="${COMPREPLY[*]-}"
   if [[ $found != "$expected" ]]; then
     echo "${*@Q}: expected '$expected', found '$found'" >&2
@@ -33,6 +36,17 @@ cd "$(mktemp -d)"
 touch one.lab two.lab
 completes 'one.lab' on
 completes 'one.lab two.lab' --session-log ''
+program=macrewrite
+completes 'status store' st
+completes 'complete incomplete' --json host inputs ''
+completes 'retry' --socket /run/x agent ''
+completes 'vrf' show vxlan forwarding src-mac rewrite v
+completes 'audit' watch aud
+completes 'one.lab two.lab' load ''
+completes '--database' --data
+program=macrewrited
+completes '--hash-seed' --hash
+completes 'one.lab two.lab' --config ''
 rm one.lab two.lab
 rmdir "$PWD"
 echo 'completions: ok'
