@@ -4,11 +4,13 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "host/language/JsonText.h"
 #include "host/service/ControlProtocol.h"
+#include "host/shell/Interrupt.h"
 
 Connection::Connection(std::string const& socket) : name_(socket) {
   sockaddr_un const address = Host::controlAddress(socket);
@@ -36,7 +38,10 @@ void Connection::flush() {
   while (sent < out_.size()) {
     ssize_t const size =
         ::send(socket_.get(), out_.data() + sent, out_.size() - sent, MSG_NOSIGNAL);
-    if (size < 0 && errno == EINTR) continue;
+    if (size < 0 && errno == EINTR) {
+      if (Host::Interrupt::requested()) throw Interrupted();
+      continue;
+    }
     if (size <= 0) throw NoService(name_ + ": the service has gone");
     sent += static_cast<size_t>(size);
   }
@@ -58,10 +63,26 @@ nlohmann::json Connection::receive() {
     }
     in_.erase(0, read_);
     read_ = 0;
-    std::array<char, 65536> part;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled by recv
-    ssize_t const size = ::recv(socket_.get(), part.data(), part.size(), 0);
-    if (size < 0 && errno == EINTR) continue;
-    if (size <= 0) throw NoService(name_ + ": the service has gone");
-    in_.append(part.data(), static_cast<size_t>(size));
+    read();
   }
+}
+
+void Connection::read() {
+  std::array<char, 65536> part;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled by recv
+  ssize_t size = 0;
+  while ((size = ::recv(socket_.get(), part.data(), part.size(), MSG_DONTWAIT)) < 0) {
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN) break;
+    Host::InterruptsHeld const held;
+    if (Host::Interrupt::requested()) throw Interrupted();
+    pollfd waited{socket_.get(), POLLIN, 0};
+    ::ppoll(&waited, 1, nullptr, held.released());
+  }
+  if (size <= 0) throw NoService(name_ + ": the service has gone");
+  in_.append(part.data(), static_cast<size_t>(size));
+}
+
+bool Connection::gone() const {
+  pollfd there{socket_.get(), POLLRDHUP, 0};
+  return ::poll(&there, 1, 0) > 0;
 }

@@ -14,13 +14,23 @@ class NoService : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A client's connection to the service's control socket. Blocking.
+/// Ctrl-C while something is waited for, where Host::Interrupt takes it. What was asked for is on
+/// its way: the connection is of no use any more.
+class Interrupted : public std::runtime_error {
+ public:
+  Interrupted() : std::runtime_error("interrupted") {}
+};
+
+/// A client's connection to the service's control socket. Blocking; what waits throws
+/// Interrupted.
 class Connection {
  public:
   /// Connects and reads the greeting. Throws NoService, also for a service of another protocol, and
   /// std::system_error for a name that is too long.
   explicit Connection(std::string const& socket);
 
+  /// Whether the service has closed it.
+  bool gone() const;
   nlohmann::json const& greeting() const { return greeting_; }
   /// Sends one request, at the latest when an answer is received. Throws NoService.
   void send(nlohmann::json const& request);
@@ -34,6 +44,9 @@ class Connection {
   }
 
  private:
+  /// Adds what has come to `in_`.
+  void read();
+
   std::string const name_;
   Host::OwnedDescriptor socket_;
   std::string out_;

@@ -26,7 +26,7 @@ bool isOwn(std::vector<std::string> const& words) {
 }  // namespace
 
 nlohmann::json Remote::ask(std::string_view line) {
-  return connection_.ask({{"line", line}});
+  return connection_.ask({{"line", line}, {"warn", true}});
 }
 
 Remote::Status Remote::fail(int status, std::string const& why, std::string const& place) {
@@ -36,7 +36,17 @@ Remote::Status Remote::fail(int status, std::string const& why, std::string cons
   return status == BadInput ? BadInput : Refused;
 }
 
+void Remote::printWarnings(json const& answer, std::string const& place) {
+  // Lines of files are not asked about.
+  if (!place.empty() || !answer.contains("warnings")) return;
+  out_.flush();
+  for (json const& warning : answer["warnings"]) {
+    err_ << "warning: " << warning["text"].get<std::string>() << std::endl;
+  }
+}
+
 Remote::Status Remote::print(json const& answer, std::string_view line, std::string const& place) {
+  printWarnings(answer, place);
   if (answer.contains("error")) {
     return fail(answer.value("status", 1), answer["error"].get<std::string>(), place);
   }
@@ -57,6 +67,7 @@ Remote::Status Remote::expect(std::vector<std::string> const& words, std::string
   json const answer =
       ask(Host::lineOf(std::vector<std::string>(words.begin() + 1, words.end() - 2)));
   if (answer.contains("error")) return print(answer, "", place);
+  printWarnings(answer, place);
   if (answer["answer"] == expected) return Done;
   return fail(Refused,
               "expectation failed\n  expected: " + Host::jsonText(expected) +
@@ -180,6 +191,7 @@ Remote::Status Remote::together(Lines const& all, std::string const& name) {
     report(answer, answer.value("status", 1));
     return first;
   }
+  accepted_ += numbers.size();
   std::map<size_t, json> failed;
   for (json const& each : answer["failed"]) failed[each["at"].get<size_t>()] = each;
   for (size_t i = 0; i < numbers.size(); ++i) {
@@ -260,7 +272,10 @@ class Remote::Run {
     if (!answer.contains("skipped")) note(remote_.print(answer, of.line, place(of.number)));
   }
   void note(Status status) {
-    if (status == Done) return;
+    if (status == Done) {
+      ++remote_.accepted_;
+      return;
+    }
     if (first_ == Done) first_ = status;
     begin();  // what was sent before is skipped; what comes is another run
   }

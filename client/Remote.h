@@ -34,7 +34,10 @@ class Remote {
   /// the options say that the next line is carried out after one that fails.
   Status file(std::filesystem::path const& file);
 
-  /// What a line answers: {"answer", "text"} or {"error", "status"}. Throws NoService.
+  /// Lines of files that were carried out so far.
+  size_t accepted() const { return accepted_; }
+
+  /// What a line answers, with warnings: see ControlServer. Throws NoService.
   nlohmann::json ask(std::string_view line);
 
  private:
@@ -50,6 +53,7 @@ class Remote {
   Status together(Lines const& all, std::string const& name);
   Status expect(std::vector<std::string> const& words, std::string const& place);
   Status save(std::vector<std::string> const& words, std::string const& place);
+  void printWarnings(nlohmann::json const& answer, std::string const& place);
   Status print(nlohmann::json const& answer, std::string_view line, std::string const& place);
   Status fail(int status, std::string const& why, std::string const& place);
 
@@ -59,4 +63,5 @@ class Remote {
   Options const options_;
   Kiv::U64 runs_ = 0;
   size_t depth_ = 0;
+  size_t accepted_ = 0;
 };

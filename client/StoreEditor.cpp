@@ -43,10 +43,16 @@ StoreEditor::StoreEditor(std::string const& url, Host::StoreOptions const& optio
                  std::string(BfnMacRewrite::Input::Config::_kivType().name()));
   }
   host_.cliConfigIsDatabases();
-  addCommands();
+  Host::CommandGroup group = commands();
+  group.commands.emplace_back("help [<COMMAND>]", "the commands, or those that begin so", "help",
+                              [this](Host::Arguments const& given) {
+                                std::string const text = table_.help(given.words.subspan(1));
+                                return Host::Answer(text, text);
+                              });
+  table_.add(std::move(group));
 }
 
-void StoreEditor::addCommands() {
+Host::CommandGroup StoreEditor::commands() {
   Host::CommandGroup group{"operator", {}};
   for (Host::Command& command : Host::operatorCommands(host_).commands) {
     std::string const form = command.pattern.text();
@@ -61,12 +67,11 @@ void StoreEditor::addCommands() {
     }
     group.commands.push_back(std::move(command));
   }
-  group.commands.emplace_back("help [<COMMAND>]", "the commands, or those that begin so", "help",
-                              [this](Host::Arguments const& given) {
-                                std::string const text = table_.help(given.words.subspan(1));
-                                return Host::Answer(text, text);
-                              });
-  table_.add(std::move(group));
+  return group;
+}
+
+Host::Selection StoreEditor::known(std::string_view kind, std::string_view typed) const {
+  return Host::beginningWith(typed, Host::knownValues(Host::KnownInputs(host_), kind));
 }
 
 Host::Answer StoreEditor::run(std::string_view line) {

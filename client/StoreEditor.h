@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/commands/KnownValues.h"
 #include "host/language/CommandTable.h"
 #include "host/store/OpenStore.h"
 #include "host/store/StoreMirror.h"
@@ -22,9 +23,14 @@ class StoreEditor {
   /// Carries a line out. Throws InputError, StoreError and UnreadableException.
   Host::Answer run(std::string_view line);
 
- private:
-  void addCommands();
+  /// The commands by themselves, which have to be carried out after follow().
+  Host::CommandGroup commands();
+  /// Takes what others have changed.
+  void follow() { mirror_.follow(); }
+  /// The values of a kind (see Host::kindOf()) that the configuration has, and begin so.
+  Host::Selection known(std::string_view kind, std::string_view typed) const;
 
+ private:
   Kiv::Ptr<Corvo::Database> const database_;
   /// Without an agent: what the configuration is read from.
   Host::Switch host_;

@@ -6,12 +6,16 @@
 
 #include "client/Connection.h"
 #include "client/Remote.h"
+#include "client/ServicePrompt.h"
 #include "client/StoreEditor.h"
+#include "client/StorePrompt.h"
 #include "client/Support.h"
+#include "client/Watch.h"
 #include "framework/log/LogService.h"
 #include "host/language/InputError.h"
 #include "host/language/JsonText.h"
 #include "host/language/Lexer.h"
+#include "host/prompt/Prompt.h"
 #include "host/service/ControlProtocol.h"
 
 namespace {
@@ -22,6 +26,7 @@ enum ExitStatus : int { Done = 0, Refused = 1, BadInput = 2, NoDaemon = 4 };
 
 constexpr char kExamples[] =
     "Examples:\n"
+    "  macrewrite                             a prompt; help lists the commands\n"
     "  macrewrite status                      ten lines; exit status 0 when the agent is ready\n"
     "  macrewrite show running-config         an answer of the service\n"
     "  macrewrite watch show chip             again after each change\n"
@@ -47,6 +52,11 @@ struct Options {
   Remote::Options remote;
   std::vector<std::string> words;
 };
+
+int runPrompt(Host::PromptTarget& target) {
+  Host::runPrompt(target, {"macrewrite", "client-history", false, ""});
+  return Done;
+}
 
 // --- The store, without a service
 
@@ -79,6 +89,11 @@ int runEditor(Options const& options) {
   if (!options.words.empty()) {
     return one(options.words.size() == 1 ? options.words[0] : Host::lineOf(options.words), "");
   }
+  if (::isatty(STDIN_FILENO) == 1) {
+    StorePrompt prompt(editor, options.switchName.empty() ? "store" : options.switchName,
+                       options.remote.json);
+    return runPrompt(prompt);
+  }
   std::string line;
   for (size_t number = 1; std::getline(std::cin, line); ++number) {
     int const status = one(line, "stdin:" + std::to_string(number) + ": ");
@@ -89,22 +104,11 @@ int runEditor(Options const& options) {
 
 // --- A service
 
-int watch(Connection& connection, Options const& options, std::string const& line) {
-  bool const terminal = ::isatty(STDOUT_FILENO) == 1;
-  Kiv::U64 changes = ~Kiv::U64{0};
-  while (true) {
-    changes = connection.ask({{"await", changes}})["changes"].get<Kiv::U64>();
-    json const answer = connection.ask({{"line", line}});
-    if (answer.contains("error")) {
-      std::cerr << "error: " << answer["error"].get<std::string>() << std::endl;
-      return answer.value("status", 1) == 2 ? BadInput : Refused;
-    }
-    if (terminal) std::cout << "\033[H\033[2J";
-    std::cout << (options.remote.json ? Host::jsonText(answer["answer"]) : answer.value("text", ""))
-              << std::endl;
-    if (!std::cout) return Refused;
-    ::usleep(100'000);  // a burst of changes is one
-  }
+int runWatch(Connection& connection, Options const& options, std::string const& line) {
+  json const failed = watch(connection, options.remote.json, line);
+  if (failed.is_null()) return Refused;
+  std::cerr << "error: " << failed["error"].get<std::string>() << std::endl;
+  return failed.value("status", 1) == 2 ? BadInput : Refused;
 }
 
 int status(Connection& connection, Options const& options) {
@@ -127,13 +131,17 @@ int support(Connection& connection, std::string const& file) {
 
 int run(Options const& options) {
   if (!options.database.empty()) return runEditor(options);
+  if (options.words.empty() && ::isatty(STDIN_FILENO) == 1) {
+    ServicePrompt prompt(options.socket, options.remote);
+    return runPrompt(prompt);
+  }
   Connection connection(options.socket);
   Remote remote(connection, std::cout, std::cerr, options.remote);
   std::vector<std::string> const& words = options.words;
   if (words.empty()) return remote.stream(std::cin, "stdin", {});
   if (words[0] == "watch" && words.size() > 1) {
     std::vector<std::string> const rest(words.begin() + 1, words.end());
-    return watch(connection, options, rest.size() == 1 ? rest[0] : Host::lineOf(rest));
+    return runWatch(connection, options, rest.size() == 1 ? rest[0] : Host::lineOf(rest));
   }
   if (words[0] == "status" && words.size() == 1) return status(connection, options);
   if (words[0] == "status" && words[1] == "--support" && words.size() <= 3) {

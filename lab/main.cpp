@@ -17,6 +17,7 @@
 #include "host/prompt/Prompt.h"
 #include "host/shell/Shell.h"
 #include "host/switch/Installed.h"
+#include "lab/ShellTarget.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ struct Options {
   Host::ShellOptions shell;
   std::vector<std::string> files;
   std::vector<std::string> commands;
-  Host::PromptOptions prompt;
+  Host::PromptOptions prompt{"macrewrite-lab", "history", true, ""};
 };
 
 Host::SwitchTable tableOf(Options const& options) {
@@ -81,7 +82,8 @@ int run(Options const& options) {
   Host::Shell shell(host, std::cout, shellOptions);
   if (options.files.empty() && options.commands.empty()) {
     if (::isatty(STDIN_FILENO) == 1) {
-      Host::runPrompt(shell, options.prompt);
+      ShellTarget target(shell);
+      Host::runPrompt(target, options.prompt);
       return Host::Shell::Done;
     }
     return shell.runStream(std::cin, "stdin", std::cerr);

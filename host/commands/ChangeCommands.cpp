@@ -18,10 +18,12 @@ json lineJson(ConfigurationKey const& key, std::optional<Ovra::EthAddr> mac) {
 // Lines as a difference between files has them.
 Answer answerOf(std::vector<ConfigurationChange> const& changes) {
   std::string text;
+  std::string marks;
   json list = json::array();
   for (auto const& [key, before, after] : changes) {
     if (before) text += "- " + textOf(key, *before) + '\n';
     if (after) text += "+ " + textOf(key, *after) + '\n';
+    marks += before && after ? "~~" : before ? "-" : "+";
     list.push_back({{"after", lineJson(key, after)}, {"before", lineJson(key, before)}});
   }
   size_t added = 0;
@@ -33,7 +35,7 @@ Answer answerOf(std::vector<ConfigurationChange> const& changes) {
   size_t const changed = changes.size() - added - removed;
   text += std::to_string(added) + (added == 1 ? " line" : " lines") + " added, " +
           std::to_string(changed) + " changed, " + std::to_string(removed) + " removed";
-  return {list, text};
+  return {list, text, marks + ' '};
 }
 
 Answer commitConfirmed(Changes& changes, Arguments const& given) {

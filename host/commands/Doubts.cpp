@@ -18,7 +18,8 @@ namespace Host {
 
 namespace {
 
-using Doubts = std::vector<std::string>;
+using Doubts = std::vector<Doubt>;
+using Word = std::optional<size_t>;
 using Names = std::vector<std::string>;
 
 template <class T>
@@ -47,33 +48,35 @@ constexpr Network kNoHosts[] = {
     {0xf0000000, 4, "240.0.0.0/4, which is reserved"},
 };
 
-void judgeIp(Ovra::IpAddr ip, Doubts& doubts) {
+void judgeIp(Ovra::IpAddr ip, Word word, Doubts& doubts) {
   constexpr Kiv::U32 kBroadcast = 0xffffffff;
   if (ip.value() == kBroadcast) {
-    doubts.push_back("no host can have the address 255.255.255.255, which is for broadcast");
+    doubts.push_back(
+        {"no host can have the address 255.255.255.255, which is for broadcast", word});
     return;
   }
   for (auto const& [first, bits, what] : kNoHosts) {
     if ((ip.value() ^ first) >> (32 - bits) != 0) continue;
-    doubts.push_back("no host can have the address " + shown(ip) + " of " + what);
+    doubts.push_back({"no host can have the address " + shown(ip) + " of " + what, word});
   }
 }
 
-void judgeMac(Ovra::EthAddr mac, Doubts& doubts) {
+void judgeMac(Ovra::EthAddr mac, Word word, Doubts& doubts) {
   constexpr Kiv::U64 kBroadcast = 0xffff'ffff'ffff;
   constexpr unsigned kGroupBit = 40;
   if (mac == Ovra::EthAddr()) {
-    doubts.emplace_back("the all-zero MAC is none: packets keep their own");
+    doubts.push_back({"the all-zero MAC is none: packets keep their own", word});
   } else if (mac.value() == kBroadcast) {
-    doubts.emplace_back("no packet comes from the broadcast MAC");
+    doubts.push_back({"no packet comes from the broadcast MAC", word});
   } else if ((mac.value() >> kGroupBit & 1) != 0) {
     Kiv::U64 const single = mac.value() & ~(Kiv::U64{1} << kGroupBit);
     std::array<Kiv::U8, 6> bytes{};
     for (size_t i = 0; i < bytes.size(); ++i) {
       bytes[i] = static_cast<Kiv::U8>(single >> (40 - 8 * i) & 0xff);
     }
-    doubts.push_back("no packet comes from the multicast MAC " + shown(mac) + "; did you mean " +
-                     shown(Ovra::EthAddr(bytes)) + "?");
+    doubts.push_back({"no packet comes from the multicast MAC " + shown(mac) + "; did you mean " +
+                          shown(Ovra::EthAddr(bytes)) + "?",
+                      word});
   }
 }
 
@@ -99,18 +102,19 @@ Names knownVrfs(Switch const& host) {
   return names;
 }
 
-void judgeVrf(Switch const& host, std::string const& name, Doubts& doubts) {
+void judgeVrf(Switch const& host, std::string const& name, Word word, Doubts& doubts) {
   if (isKnownVrf(host, L3::VrfName(name))) return;
-  doubts.push_back(withNearest("the host knows no VRF " + typedWord(name), name, knownVrfs(host)));
+  doubts.push_back(
+      {withNearest("the host knows no VRF " + typedWord(name), name, knownVrfs(host)), word});
 }
 
 // --- Lines
 
 Doubts ofLine(Switch const& host, Arguments const& given) {
   Doubts doubts;
-  judgeVrf(host, given.text("vrf"), doubts);
-  judgeIp(given.ip("src-ip"), doubts);
-  judgeMac(given.mac("src-mac"), doubts);
+  judgeVrf(host, given.text("vrf"), given.wordOf("vrf"), doubts);
+  judgeIp(given.ip("src-ip"), given.wordOf("src-ip"), doubts);
+  judgeMac(given.mac("src-mac"), given.wordOf("src-mac"), doubts);
   return doubts;
 }
 
@@ -125,7 +129,7 @@ Doubts ofLineRemoval(Switch const& host, Arguments const& given) {
   for (ConfigLine const& each : configLines(host)) known.push_back(text(each.vrfName, each.ip));
   auto const nearest = nearestName(typed, known);
   std::string const doubt = "there is no line for " + typed;
-  return {nearest ? doubt + "; did you mean " + *nearest + "?" : doubt};
+  return {{nearest ? doubt + "; did you mean " + *nearest + "?" : doubt, given.wordOf("vrf")}};
 }
 
 Doubts ofFilter(Switch const& host, Arguments const& given) {
@@ -138,15 +142,19 @@ Doubts ofFilter(Switch const& host, Arguments const& given) {
   }
   Doubts doubts;
   if (!isKnownVrf(host, L3::VrfName(name))) {
-    doubts.push_back(withNearest("there is no VRF " + typedWord(name), name, known));
+    doubts.push_back(
+        {withNearest("there is no VRF " + typedWord(name), name, known), given.wordOf("vrf")});
   }
   return doubts;
 }
 
-// `known`: what could be removed.
-Doubts ofRemoval(std::string const& what, std::string const& typed, Names const& known) {
+// `known`: what the value of that key could be.
+Doubts ofRemoval(std::string const& what, Arguments const& given, std::string_view key,
+                 Names const& known) {
+  std::string const typed = given.text(key);
   if (std::ranges::find(known, typed) != known.end()) return {};
-  return {withNearest("there is no " + what + ' ' + typedWord(typed), typed, known)};
+  return {{withNearest("there is no " + what + ' ' + typedWord(typed), typed, known),
+           given.wordOf(key)}};
 }
 
 Doubts ofVrfRemoval(Switch const& host, Arguments const& given, char const* key) {
@@ -154,7 +162,7 @@ Doubts ofVrfRemoval(Switch const& host, Arguments const& given, char const* key)
   if (!status || status->vrfNameToId(L3::VrfName(given.text(key))) != nullptr) return {};
   Names known;
   for (auto const& entry : status->vrfNameToId()) known.push_back(entry.key.stdString());
-  return ofRemoval("VRF", given.text(key), known);
+  return ofRemoval("VRF", given, key, known);
 }
 
 Doubts ofVrfIdRemoval(Switch const& host, Arguments const& given) {
@@ -162,7 +170,7 @@ Doubts ofVrfIdRemoval(Switch const& host, Arguments const& given) {
   if (!status) return {};
   Names known;
   for (auto const& entry : status->vrfName()) known.push_back(shown(entry.key));
-  return ofRemoval("VRF id", given.text("vrf-id"), known);
+  return ofRemoval("VRF id", given, "vrf-id", known);
 }
 
 Doubts ofRoutingStatusRemoval(Switch const& host, Arguments const& given) {
@@ -176,7 +184,7 @@ Doubts ofRoutingStatusRemoval(Switch const& host, Arguments const& given) {
     known.push_back(each->intfAndVlan().intfId().stdString());
   }
   std::string const typed = given.text("<INTF>");
-  return {withNearest("there is no such routing status", typed, known)};
+  return {{withNearest("there is no such routing status", typed, known), given.wordOf("<INTF>")}};
 }
 
 Object addressesOf(Switch const& host, Arguments const& given) {
@@ -187,7 +195,9 @@ Object addressesOf(Switch const& host, Arguments const& given) {
 
 Doubts ofAddressRemoval(Switch const& host, Arguments const& given) {
   Object const addresses = addressesOf(host, given);
-  if (!addresses) return {"there is no address in VRF id " + given.text("vrf-id")};
+  if (!addresses) {
+    return {{"there is no address in VRF id " + given.text("vrf-id"), given.wordOf("vrf-id")}};
+  }
   if (!given.has("address") || given.text("address") == "address") return {};
   if (!get(addresses, "ipAndIntfId", {Kiv::valueToStrep(given.ip("address"))}).isNothing()) {
     return {};
@@ -196,7 +206,7 @@ Doubts ofAddressRemoval(Switch const& host, Arguments const& given) {
   forEach(addresses, "ipAndIntfId", [&](Kiv::GenericValue const& ip, Kiv::GenericValue const&) {
     known.push_back(ip.strep().stdString());
   });
-  return ofRemoval("address", given.text("address"), known);
+  return ofRemoval("address", given, "address", known);
 }
 
 Doubts ofRouteRemoval(Switch const& host, Arguments const& given) {
@@ -205,7 +215,7 @@ Doubts ofRouteRemoval(Switch const& host, Arguments const& given) {
   for (auto const& vrf : host.routeStatus->vrfStatus()) {
     known.push_back(vrf->vrfName().stdString());
   }
-  return ofRemoval("status of VRF", given.text("vrf"), known);
+  return ofRemoval("status of VRF", given, "vrf", known);
 }
 
 Doubts ofProfile(Switch const& host, Arguments const& given) {
@@ -213,7 +223,7 @@ Doubts ofProfile(Switch const& host, Arguments const& given) {
   for (auto const& profile : host.systemStatus->profileInfo()) {
     known.push_back(profile->profileName().stdString());
   }
-  return ofRemoval("profile", given.text("profile"), known);
+  return ofRemoval("profile", given, "profile", known);
 }
 
 using Judge = Doubts (*)(Switch const&, Arguments const&);

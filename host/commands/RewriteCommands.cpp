@@ -204,6 +204,7 @@ Answer showDifferences(Switch& host) {
   if (list.empty()) return {list, "no differences: what is configured is installed"};
   std::string text =
       "VRF name        Source IP        VLAN  Configured         Installed          Finding";
+  std::string marks(1, ' ');
   for (json const& one : list) {
     char line[160];
     std::snprintf(line, sizeof line, "\n%-15s %-16s %-5s %-18s %-18s ",
@@ -212,9 +213,13 @@ Answer showDifferences(Switch& host) {
                   inWordsOr(one["vlan"], "-").c_str(), inWordsOr(one["configured"], "-").c_str(),
                   inWordsOr(one["installed"], "-").c_str());
     text += line + one["why"].get<std::string>();
+    // From what is installed to what is configured.
+    marks += one["installed"].is_null() ? '+' : one["configured"].is_null() ? '-' : '~';
   }
-  return {list, text + '\n' + std::to_string(list.size()) +
-                    (list.size() == 1 ? " difference" : " differences")};
+  return {list,
+          text + '\n' + std::to_string(list.size()) +
+              (list.size() == 1 ? " difference" : " differences"),
+          marks + ' '};
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,13 +20,24 @@ struct Answer {
   Answer() {}
   /// The text form is that of the JSON, in one line.
   explicit Answer(nlohmann::json answer) : json(std::move(answer)), text(jsonText(json)) {}
-  Answer(nlohmann::json answer, std::string words)
-      : json(std::move(answer)), text(std::move(words)) {}
+  Answer(nlohmann::json answer, std::string words, std::string lines = {})
+      : json(std::move(answer)), text(std::move(words)), marks(std::move(lines)) {}
 
   /// Null: no answer.
   nlohmann::json json;
   /// What people read; lines without the last line end.
   std::string text;
+  /// Where the text shows a difference: '+', '-' or '~' for each line that shows what comes, what
+  /// goes and what becomes another, ' ' for the others. Else empty.
+  std::string marks;
+};
+
+/// What is probably a mistake in a line that can be carried out.
+struct Doubt {
+  /// With what may have been meant.
+  std::string text;
+  /// The number of the word, from 0; none when it is about the whole line.
+  std::optional<size_t> word;
 };
 
 /// One command: its form, what it is for, and what it does. The handler checks what it is given
@@ -40,9 +52,7 @@ struct Command {
   std::string help;
   std::string example;
   Handler handler;
-  /// What is probably a mistake in a line that can be carried out, in words, each with what may
-  /// have been meant.
-  std::function<std::vector<std::string>(Arguments const&)> doubts;
+  std::function<std::vector<Doubt>(Arguments const&)> doubts;
 };
 
 /// The commands that go together, under a title.

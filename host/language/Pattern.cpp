@@ -28,6 +28,14 @@ Kiv::U64 Arguments::number(std::string_view key, Kiv::U64 otherwise) const {
   return numberOf(*value, std::numeric_limits<Kiv::U64>::max()).value();
 }
 
+std::optional<size_t> Arguments::wordOf(std::string_view key) const {
+  auto const* const value = find(key);
+  for (size_t at = 0; value != nullptr && at < words.size(); ++at) {
+    if (words[at].data() == value->data()) return at;
+  }
+  return std::nullopt;
+}
+
 Ovra::IpAddr Arguments::ip(std::string_view key) const {
   return ipAddrOf(text(key)).value();
 }
@@ -86,7 +94,7 @@ std::string withoutLimits(std::string_view text) {
 
 }  // namespace
 
-Pattern::Pattern(std::string_view text) : shown_(withoutLimits(text)) {
+Pattern::Pattern(std::string_view text) : shown_(withoutLimits(text)), form_(text) {
   auto const tokens = tokensOf(text);
   size_t at = 0;
   elements_ = parse(tokens, at);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,6 +34,8 @@ class Arguments {
 
   void add(std::string_view key, std::string_view value) { values_.emplace_back(key, value); }
   void reserve(size_t values) { values_.reserve(values); }
+  /// The number of the word that it is in `words`; nothing when it is not given.
+  std::optional<size_t> wordOf(std::string_view key) const;
   /// Every word of the line, and where it came from.
   std::span<std::string const> words;
 
@@ -75,6 +78,8 @@ class Pattern {
 
   /// The form as people read it, without the limits.
   std::string const& text() const { return shown_; }
+  /// The same with the limits: a pattern can be made of it.
+  std::string const& form() const { return form_; }
   /// The word that every line of this form begins with.
   std::string const& firstWord() const { return elements_[0].words[0]; }
 
@@ -114,6 +119,7 @@ class Pattern {
                        Arguments& arguments, Mismatch& mismatch);
 
   std::string shown_;
+  std::string form_;
   Elements elements_;
 };
 

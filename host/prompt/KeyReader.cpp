@@ -4,12 +4,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <ctime>
 #include <poll.h>
 #include <string_view>
 #include <unistd.h>
 #include <utility>
+
+#include "host/shell/Interrupt.h"
 
 namespace Host {
 
@@ -49,27 +50,6 @@ bool decode(std::string_view bytes, wchar_t& character) {
   return true;
 }
 
-/// Holds SIGINT and SIGWINCH back, so that none comes between a question and the wait after it.
-class SignalsHeld {
- public:
-  SignalsHeld() {
-    sigset_t held;
-    sigemptyset(&held);
-    sigaddset(&held, SIGINT);
-    sigaddset(&held, SIGWINCH);
-    ::pthread_sigmask(SIG_BLOCK, &held, &before_);
-  }
-  SignalsHeld(SignalsHeld const&) = delete;
-  SignalsHeld& operator=(SignalsHeld const&) = delete;
-  ~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-  /// As it was before.
-  sigset_t const* released() const { return &before_; }
-
- private:
-  sigset_t before_{};
-};
-
 std::optional<timespec> timeOf(std::optional<double> seconds) {
   if (!seconds) return std::nullopt;
   constexpr double kNanoseconds = 1e9;
@@ -91,7 +71,7 @@ KeyReader::Result KeyReader::readByte(char& byte) {
     ahead_.erase(0, 1);
     return Result::Character;
   }
-  SignalsHeld const held;
+  InterruptsHeld const held;
   hooks_.signalled();  // a signal may have come since the last wait
   while (!hooks_.interrupted()) {
     pollfd waited{file_, POLLIN, 0};

@@ -47,12 +47,12 @@ void LineEditor::CloseHistory::operator()(History* past) const {
   history_end(past);
 }
 
-LineEditor::LineEditor(std::string prompt, Hooks hooks)
+LineEditor::LineEditor(std::string const& program, std::string prompt, Hooks hooks)
     : prompt_(std::move(prompt)),
       hooks_(std::move(hooks)),
       keys_(STDIN_FILENO, {hooks_.interrupted, [this] { resize(); }, hooks_.due}),
       history_(history_init()),
-      editor_(el_init("macrewrite-lab", stdin, stdout, stderr)) {
+      editor_(el_init(program.c_str(), stdin, stdout, stderr)) {
   HistEvent event;
   ::history(history_.get(), &event, H_SETSIZE, kHistoryLines);
   ::history(history_.get(), &event, H_SETUNIQUE, 1);

@@ -32,8 +32,9 @@ class LineEditor {
   };
   enum class Result { Line, End, Interrupted, Damaged };
 
-  /// `prompt` may have escape sequences between two bytes 0x01. Reads ~/.editrc.
-  LineEditor(std::string prompt, Hooks hooks);
+  /// `prompt` may have escape sequences between two bytes 0x01. Reads ~/.editrc, of which lines
+  /// may be for one program.
+  LineEditor(std::string const& program, std::string prompt, Hooks hooks);
   LineEditor(LineEditor const&) = delete;
   LineEditor& operator=(LineEditor const&) = delete;
   ~LineEditor();

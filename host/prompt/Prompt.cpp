@@ -2,7 +2,6 @@
 #include "host/prompt/Prompt.h"
 
 #include <algorithm>
-#include <chrono>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -26,11 +25,45 @@ namespace Host {
 
 namespace {
 
-constexpr char kPlainPrompt[] = "lab> ";
-// Escape sequences stand between two bytes 0x01.
-constexpr char kGreenPrompt[] = "\1\x1b[32m\1lab>\1\x1b[0m\1 ";
 constexpr char kRed[] = "\x1b[31m";
+constexpr char kGreen[] = "\x1b[32m";
+constexpr char kYellow[] = "\x1b[33m";
 constexpr char kPlain[] = "\x1b[0m";
+
+std::string promptOf(std::string const& name, bool colours) {
+  // Escape sequences stand between two bytes 0x01.
+  if (!colours) return name + "> ";
+  return std::string("\1") + kGreen + '\1' + name + ">\1" + kPlain + "\1 ";
+}
+
+char const* colourOf(char mark) {
+  switch (mark) {
+    case '+':
+      return kGreen;
+    case '-':
+      return kRed;
+    case '~':
+      return kYellow;
+    default:
+      return nullptr;
+  }
+}
+
+/// The text with its differences in colours.
+std::string painted(Answer const& answer) {
+  std::string text;
+  size_t line = 0;
+  for (std::string_view rest = answer.text; !rest.empty(); ++line) {
+    size_t const end = std::min(rest.find('\n'), rest.size());
+    char const* const colour = line < answer.marks.size() ? colourOf(answer.marks[line]) : nullptr;
+    if (colour != nullptr) text += colour;
+    text += rest.substr(0, end);
+    if (colour != nullptr) text += kPlain;
+    if (end < rest.size()) text += '\n';
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return text;
+}
 
 // Lines are UTF-8 whatever the environment says.
 void useUtf8() {
@@ -44,10 +77,10 @@ void useUtf8() {
 class LastWords {
  public:
   /// One at a time.
-  explicit LastWords(std::string const& sessionLog) {
+  LastWords(std::string const& program, std::string const& sessionLog) {
     std::string text = KeyReader::kDoNotMark;
     if (!sessionLog.empty()) {
-      text += "macrewrite-lab: the lines of this session are in " + sessionLog +
+      text += program + ": the lines of this session are in " + sessionLog +
               "; the next prompt offers to replay them\n";
     }
     size_ = text.copy(text_, sizeof text_);
@@ -70,44 +103,38 @@ class LastWords {
 /// One session at the prompt.
 class Session {
  public:
-  Session(Shell& shell, PromptOptions const& options)
-      : shell_(shell),
+  Session(PromptTarget& target, PromptOptions const& options)
+      : target_(target),
         colours_(usesColours()),
         log_(openLog(options)),
-        lastWords_(log_ ? log_->file().string() : ""),
-        editor_(colours_ ? kGreenPrompt : kPlainPrompt,
-                {[&shell](std::string_view line) { return completionsOf(line, shell); },
-                 [&shell](std::string_view line) { return explanationOf(line, shell); },
+        lastWords_(options.program, log_ ? log_->file().string() : ""),
+        editor_(options.program, promptOf(target.name(), colours_),
+                {[&target](std::string_view line) { return completionsOf(line, target); },
+                 [&target](std::string_view line) { return explanationOf(line, target); },
                  endsInQuotes, Interrupt::requested, [this] { return runDue(); }}) {
-    shell.changes().realTimeIs([] {
-      using Clock = std::chrono::steady_clock;
-      return std::chrono::duration<double>(Clock::now().time_since_epoch()).count();
-    });
-    shell.pagerIs([this](std::string const& text) {
-      shell_.out().flush();
-      pager_.show(text);
+    target.pagerIs([this](Answer const& answer) {
+      pager_.show((colours_ ? painted(answer) : answer.text) + '\n');
     });
     if (log_) {
-      shell.recorderIs(
+      target.recorderIs(
           {[this](std::string_view line) { record(line); }, [this] { log_->refused(); }});
     }
-    addCommands();
+    addCommands(options.logged);
     if (auto const folder = stateFolder(); !folder.empty()) {
-      editor_.historyFileIs((folder / "history").string());
+      editor_.historyFileIs((folder / options.history).string());
     }
   }
   Session(Session const&) = delete;
   Session& operator=(Session const&) = delete;
   ~Session() {
-    shell_.pagerIs({});
-    shell_.recorderIs({});
-    shell_.changes().realTimeIs({});
+    target_.pagerIs({});
+    target_.recorderIs({});
   }
 
   void run() {
     offerReplay();
     std::string line;
-    while (!shell_.exited()) {
+    while (!target_.ended()) {
       Interrupt::clear();
       switch (editor_.read(line)) {
         case LineEditor::Result::Line:
@@ -125,25 +152,25 @@ class Session {
       }
       break;
     }
-    // What was not confirmed does not outlive the session.
-    shell_.takeBack();
+    target_.leave();
     if (log_) log_->end();
   }
 
  private:
   static std::optional<SessionLog> openLog(PromptOptions const& options) {
+    if (!options.logged) return std::nullopt;
     if (options.sessionLog.empty()) return SessionLog::inFolder(stateFolder());
     return SessionLog(options.sessionLog);
   }
 
   // While a line is being typed.
   std::optional<double> runDue() {
-    auto const left = shell_.changes().realTimeLeft();
+    auto const left = target_.timeLeft();
     if (!left || *left > 0) return left;
     LineEditor::hide();
-    auto const next = shell_.runDue();
+    target_.runDue();
     editor_.redraw();
-    return next;
+    return target_.timeLeft();
   }
 
   void record(std::string_view line) { log_->add(line); }
@@ -157,7 +184,7 @@ class Session {
   void runLine(std::string_view line) {
     std::ostringstream errors;
     try {
-      shell_.runLine(line, errors);
+      target_.run(line, errors);
     } catch (std::system_error const& error) {
       errors << "error: " << error.what() << '\n';
     }
@@ -166,7 +193,7 @@ class Session {
     if (!text.empty()) report(text);
   }
 
-  void addCommands() {
+  void addCommands(bool logged) {
     CommandGroup group{"the prompt", {}};
     group.commands.emplace_back("terminal length <N:10000>",
                                 "page answers of more lines than that; 0: never",
@@ -174,11 +201,13 @@ class Session {
                                   pager_.linesIs(given.number("length"));
                                   return Answer();
                                 });
-    group.commands.emplace_back(
-        "save-case <FILE>", "write a file of commands that repeats this session",
-        "save-case case.lab",
-        [this](Arguments const& given) { return saveCase(given.text("save-case")); });
-    shell_.add(std::move(group));
+    if (logged) {
+      group.commands.emplace_back(
+          "save-case <FILE>", "write a file of commands that repeats this session",
+          "save-case case.lab",
+          [this](Arguments const& given) { return saveCase(given.text("save-case")); });
+    }
+    target_.add(std::move(group));
   }
 
   Answer saveCase(std::string const& name) {
@@ -205,12 +234,12 @@ class Session {
     std::string answer;
     for (char c = 0; ::read(STDIN_FILENO, &c, 1) == 1 && c != '\n';) answer += c;
     if (answer != "y" && answer != "Y" && answer != "yes") return;
-    for (size_t i = 0; i < count && !Interrupt::requested() && !shell_.exited(); ++i) {
+    for (size_t i = 0; i < count && !Interrupt::requested() && !target_.ended(); ++i) {
       runLine(lines[i]);
     }
   }
 
-  Shell& shell_;
+  PromptTarget& target_;
   Interrupt const interrupt_;
   Pager pager_;
   bool const colours_;
@@ -221,9 +250,9 @@ class Session {
 
 }  // namespace
 
-void runPrompt(Shell& shell, PromptOptions const& options) {
+void runPrompt(PromptTarget& target, PromptOptions const& options) {
   useUtf8();
-  Session(shell, options).run();
+  Session(target, options).run();
 }
 
 }  // namespace Host

@@ -15,15 +15,18 @@ std::string errorAnswer(json const& id, int status, std::string const& why, json
   return jsonText(more) + '\n';
 }
 
-std::string answerText(json const& id, bool withoutText, Answer const& answer) {
+std::string answerText(json const& id, bool withoutText, Answer const& answer, json more) {
   // That of most lines that change something.
-  if (id.is_null() && answer.json.is_null() && answer.text.empty()) {
+  if (id.is_null() && answer.json.is_null() && answer.text.empty() && more.is_null()) {
     return withoutText ? "{\"answer\":null}\n" : "{\"answer\":null,\"text\":\"\"}\n";
   }
-  json all{{"answer", answer.json}};
-  if (!withoutText) all["text"] = answer.text;
-  if (!id.is_null()) all["id"] = id;
-  return jsonText(all) + '\n';
+  more["answer"] = answer.json;
+  if (!withoutText) {
+    more["text"] = answer.text;
+    if (!answer.marks.empty()) more["marks"] = answer.marks;
+  }
+  if (!id.is_null()) more["id"] = id;
+  return jsonText(more) + '\n';
 }
 
 ControlError::ControlError(std::exception_ptr const& thrown) {
@@ -32,6 +35,7 @@ ControlError::ControlError(std::exception_ptr const& thrown) {
   } catch (InputError const& error) {
     status = BadInput;
     why = error.what();
+    word = error.fault().word;
   } catch (StoreError const& error) {
     why = error.what();
   } catch (UnreadableException const& error) {

@@ -16,16 +16,19 @@ namespace Host {
 /// The statuses of an error's answer.
 enum ControlStatus : int { Refused = 1, BadInput = 2 };
 
-/// Answers as lines. `more`: what else is in it.
+/// Answers as lines. `more`: what else is in it, or null.
 std::string errorAnswer(nlohmann::json const& id, int status, std::string const& why,
-                        nlohmann::json more = nlohmann::json::object());
-std::string answerText(nlohmann::json const& id, bool withoutText, Answer const& answer);
+                        nlohmann::json more = nlohmann::json());
+std::string answerText(nlohmann::json const& id, bool withoutText, Answer const& answer,
+                       nlohmann::json more = nlohmann::json());
 
 /// What is wrong, as an answer has it.
 struct ControlError {
   explicit ControlError(std::exception_ptr const& thrown);
   int status = Refused;
   std::string why;
+  /// The number of the word that is wrong, where that is known.
+  std::optional<size_t> word;
 };
 
 // NOLINTNEXTLINE(bugprone-exception-escape): the constructor of an empty json is not noexcept.

@@ -174,6 +174,11 @@ size_t ControlServer::request(Client& client, std::string_view text) {
     keep(client, id, std::move(request["keep"]));
     return lines;
   }
+  if (request.contains("known")) {
+    submitBatch(client);
+    known(client, id, request);
+    return 1;
+  }
   if (!request.contains("line") || !request["line"].is_string()) {
     submitBatch(client);
     client.out += errorAnswer(id, BadInput, "expected a line");
@@ -182,7 +187,8 @@ size_t ControlServer::request(Client& client, std::string_view text) {
   bool const hasRun = request.contains("run") && request["run"].is_number_unsigned();
   carryOut(client, {std::move(id), request.contains("form") && request["form"] == "json",
                     hasRun ? request["run"].get<Kiv::U64>() : 0,
-                    std::move(request["line"].get_ref<std::string&>())});
+                    std::move(request["line"].get_ref<std::string&>()),
+                    request.contains("warn") && request["warn"] == true});
   return 1;
 }
 
@@ -199,13 +205,14 @@ ServiceCommands::Prepared ControlServer::prepare(std::vector<std::string>& words
 void ControlServer::carryOut(Client& client, Request request) {
   if (adds(client, request)) return;
   submitBatch(client);
-  carryOutAlone(client, request);
+  carryOutAlone(client, std::move(request));
 }
 
 // Whether the line is one of the batch now. All others, those that are wrong among them, are
 // answered in their turn.
 bool ControlServer::adds(Client const& client, Request& request) {
-  if (!client.mayChange || (request.run != 0 && request.run == client.failedRun)) return false;
+  if (request.warns || !client.mayChange || (request.run != 0 && request.run == client.failedRun))
+    return false;
   std::string const& line = request.line;
   if (!line.starts_with("vxlan ") && !line.starts_with("no vxlan ")) return false;
   try {
@@ -230,20 +237,22 @@ bool ControlServer::skips(Client& client, Request const& request) {
 void ControlServer::finish(Client& client, Request const& request, bool changes,
                            Answer const& answer) {
   if (changes && options_.changed) options_.changed(client.uid, request.line, "");
-  client.out += answerText(request.id, request.withoutText, answer);
+  client.out += answerText(request.id, request.withoutText, answer, request.more);
 }
 
 void ControlServer::refuse(Client& client, Request const& request, bool changes, int status,
-                           std::string const& why) {
+                           std::string const& why, std::optional<size_t> word) {
   client.failedRun = request.run;
   if (changes && options_.changed) options_.changed(client.uid, request.line, why);
-  client.out += errorAnswer(request.id, status, why);
+  json more = request.more;
+  if (word) more["word"] = *word;
+  client.out += errorAnswer(request.id, status, why, std::move(more));
 }
 
 void ControlServer::refuse(Client& client, Request const& request, bool changes,
                            std::exception_ptr const& thrown) {
   ControlError const error(thrown);
-  refuse(client, request, changes, error.status, error.why);
+  refuse(client, request, changes, error.status, error.why, error.word);
 }
 
 // Puts the lines of the batch into the store together. What it refuses as a whole is tried line by
@@ -275,7 +284,7 @@ void ControlServer::submitBatch(Client& client) {
   }
 }
 
-void ControlServer::carryOutAlone(Client& client, Request const& request) {
+void ControlServer::carryOutAlone(Client& client, Request request) {
   if (skips(client, request)) return;
   bool changes = false;
   try {
@@ -288,19 +297,34 @@ void ControlServer::carryOutAlone(Client& client, Request const& request) {
     changes = prepared.changes;
     if (changes && !client.mayChange) {
       refuse(client, request, changes, Refused, "this user may look, and change nothing");
-    } else if (prepared.large) {
-      carryOutLarge(client, request.id, request.withoutText, prepared, request.line);
-    } else {
-      finish(client, request, changes, commands_.run(prepared, request.line));
+      return;
     }
+    if (request.warns) {
+      for (auto const& [text, word] : commands_.doubts(prepared)) {
+        request.more["warnings"].push_back({{"text", text}, {"word", word ? json(*word) : json()}});
+      }
+    }
+    if (!prepared.large) {
+      finish(client, request, changes, commands_.run(prepared, request.line));
+      return;
+    }
+    fork(client, request.id, [&] {
+      try {
+        return answerText(request.id, request.withoutText, commands_.run(prepared, request.line),
+                          request.more);
+      } catch (...) {
+        ControlError const error(std::current_exception());
+        json more = request.more;
+        if (error.word) more["word"] = *error.word;
+        return errorAnswer(request.id, error.status, error.why, std::move(more));
+      }
+    });
   } catch (...) {
     refuse(client, request, changes, std::current_exception());
   }
 }
 
-void ControlServer::carryOutLarge(Client& client, json const& id, bool withoutText,
-                                  ServiceCommands::Prepared const& prepared,
-                                  std::string_view line) {
+void ControlServer::fork(Client& client, json const& id, std::function<std::string()> const& make) {
   if (forks_ >= kMaxForks) {
     client.out += errorAnswer(id, Refused, "too many answers are being made; try again");
     return;
@@ -312,15 +336,7 @@ void ControlServer::carryOutLarge(Client& client, json const& id, bool withoutTe
   client.task.emplace(ForkedTask::start(
       [&](int out) {
         Deaths::forked();
-        std::string text;
-        try {
-          text = answerText(id, withoutText, commands_.run(prepared, line));
-        } catch (InputError const& error) {
-          text = errorAnswer(id, BadInput, error.what());
-        } catch (std::exception const& error) {
-          text = errorAnswer(id, Refused, std::string("exception: ") + error.what());
-        }
-        writeAll(out, text);
+        writeAll(out, make());
         return 0;
       },
       ForkedTask::kOutputLimit, kept));

@@ -29,9 +29,17 @@ namespace Host {
 /// comes back. The answer is {"id", "answer", "text"}, or {"id", "error", "status"}, status 1 for a
 /// request that was refused and 2 for one that is wrong. Requests may have a "run", a number:
 /// after one that failed, the others of its run are not carried out, and answered with "skipped".
-/// {"await": N} is answered with
-/// {"changes": M} as soon as the number of changes is another one than N. Answers come in the order
-/// of the requests.
+/// Answers come in the order of the requests.
+///
+/// {"await": N} is answered with {"changes": M} as soon as the number of changes is another one
+/// than N.
+///
+/// What a prompt asks for: with "warn": true, what is probably a mistake in the line comes with its
+/// answer or error, "warnings": [{"text", "word"}]; an answer that shows a difference has "marks"
+/// (see Answer); an error whose place is known has "word", the number of the word from 0.
+/// {"known": KIND} is answered with {"known": [...]}: for "commands" the forms that are taken, for
+/// a kind of values (see kindOf()) those that are known and begin with the text "begins"; with
+/// "more": true when these are not all of them.
 ///
 /// Lines of the operator's that have come together go into the store as one transaction, and are
 /// answered once they are there. Each is accepted or refused by itself all the same.
@@ -87,6 +95,9 @@ class ControlServer {
     bool withoutText = false;
     Kiv::U64 run = 0;
     std::string line;
+    bool warns = false;
+    /// What else is in the answer, or null.
+    nlohmann::json more = nlohmann::json();
   };
 
   void accept();
@@ -100,16 +111,17 @@ class ControlServer {
   bool skips(Client& client, Request const& request);
   void finish(Client& client, Request const& request, bool changes, Answer const& answer);
   void refuse(Client& client, Request const& request, bool changes, int status,
-              std::string const& why);
+              std::string const& why, std::optional<size_t> word = std::nullopt);
   void refuse(Client& client, Request const& request, bool changes,
               std::exception_ptr const& thrown);
   void submitBatch(Client& client);
   void addKept(OperatorBatch& to, std::string line) const;
   void keep(Client& client, nlohmann::json const& id, nlohmann::json lines);
   void commit(Client& client, nlohmann::json const& id);
-  void carryOutAlone(Client& client, Request const& request);
-  void carryOutLarge(Client& client, nlohmann::json const& id, bool withoutText,
-                     ServiceCommands::Prepared const& prepared, std::string_view line);
+  void carryOutAlone(Client& client, Request request);
+  void known(Client& client, nlohmann::json const& id, nlohmann::json const& request);
+  /// Has the answer made in a forked process: the line that `make` gives.
+  void fork(Client& client, nlohmann::json const& id, std::function<std::string()> const& make);
   void followTask(Client& client);
   void endTask(Client& client);
   void write(Client& client);

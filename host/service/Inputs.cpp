@@ -82,12 +82,27 @@ std::optional<std::string> Inputs::lacks() const {
   return std::nullopt;
 }
 
+template <class T>
+Kiv::Ptr<T> Inputs::shared(std::string const& path) const {
+  return Kiv::Ptr<T>(static_cast<T*>(database_.object(path).get()));
+}
+
+KnownInputs Inputs::known(Switch const& of) const {
+  KnownInputs known(of);
+  known.vrfs = shared<Pex::L3Status>(InputPath::kVrfs);
+  known.routes = shared<Routing::Hardware::RouteStatus>(InputPath::kRoutes);
+  known.profiles = shared<BfnSystem::SystemStatus>(InputPath::kProfiles);
+  known.addresses = database_.object(InputPath::kAddresses);
+  auto interfaces = known.interfaces.begin();
+  for (char const* const which : {"port", "vlan", "subinterface"}) {
+    *interfaces++ = shared<BfnL3::L3RoutingStatus>(InputPath::routingStatus(which));
+  }
+  return known;
+}
+
 void Inputs::connect(Switch& to) {
-  auto const as = [&]<class T>(std::string const& path) {
-    return Kiv::Ptr<T>(static_cast<T*>(database_.object(path).get()));
-  };
-  to.systemStatus = as.operator()<BfnSystem::SystemStatus>(InputPath::kProfiles);
-  to.routeStatus = as.operator()<Routing::Hardware::RouteStatus>(InputPath::kRoutes);
+  to.systemStatus = shared<BfnSystem::SystemStatus>(InputPath::kProfiles);
+  to.routeStatus = shared<Routing::Hardware::RouteStatus>(InputPath::kRoutes);
   set(to.l3Shared(), "l3Status", {database_.object(InputPath::kVrfs)});
   for (char const* const which : {"port", "vlan", "subinterface"}) {
     set(to.l3Shared(), routingStatusAttribute(which),

@@ -13,6 +13,7 @@
 #include "framework/l3/L3Status.h"
 #include "framework/l3/RouteStatus.h"
 #include "framework/platform/SystemStatus.h"
+#include "host/commands/KnownValues.h"
 #include "host/service/Records.h"
 #include "host/store/StoreMirror.h"
 #include "host/switch/Switch.h"
@@ -55,6 +56,9 @@ class Inputs {
   /// that are known, and those that come, get an entry at the switch.
   void connect(Switch& to);
 
+  /// Where names are known from. The switch must outlive it.
+  KnownInputs known(Switch const& of) const;
+
   BringUp const& bringUp() const { return record<BringUp>(InputPath::kBringUp); }
   ChipPorts const& ports() const { return record<ChipPorts>(InputPath::kPorts); }
   Pex::L3Status const& vrfs() const { return record<Pex::L3Status>(InputPath::kVrfs); }
@@ -66,6 +70,8 @@ class Inputs {
   }
 
  private:
+  template <class T>
+  Kiv::Ptr<T> shared(std::string const& path) const;
   template <class T>
   T const& record(std::string const& path) const {
     return static_cast<T const&>(*database_.object(path));

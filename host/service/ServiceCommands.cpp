@@ -10,6 +10,7 @@
 #include "framework/core/Strep.h"
 #include "host/commands/Commands.h"
 #include "host/commands/Configuration.h"
+#include "host/commands/Doubts.h"
 #include "host/language/InputError.h"
 #include "host/language/Lexer.h"
 #include "host/service/OperatorChanges.h"
@@ -302,6 +303,7 @@ void ServiceCommands::addHostTranslations() {
 }
 
 void ServiceCommands::take(CommandGroup group) {
+  addDoubts(group, service_.host());
   for (Command& command : group.commands) {
     std::string const form = command.pattern.text();
     command.handler = handlerOf(form, std::move(command.handler), traits_[form]);
@@ -332,6 +334,7 @@ Command::Handler ServiceCommands::handlerOf(std::string const& form, Command::Ha
       return clear(given);
     };
   }
+  traits.refused = true;
   return [form](Arguments const&) -> Answer {
     throw InputError("a service does not take this command; it is one of the laboratory's: " +
                      form);
@@ -363,7 +366,7 @@ void ServiceCommands::addServiceCommands() {
     return Answer(std::move(all), std::move(text));
   };
   look.emplace_back("status", "whether the agent is up and in sync, and why not", "status", status);
-  look.emplace_back("show status", "the same", "show status", status);
+  look.emplace_back("show status", "the same as status", "show status", status);
   look.emplace_back("show version", "the version of the service", "show version",
                     [](Arguments const&) {
                       return Answer({{"version", serviceVersion()}, {"build", HOST_BUILD}},
@@ -417,6 +420,44 @@ ServiceCommands::Prepared ServiceCommands::prepare(std::span<std::string const> 
   prepared.large = traits.large;
   prepared.operators = traits.operators && prepared.filters.empty();
   return prepared;
+}
+
+std::vector<Doubt> ServiceCommands::doubts(Prepared const& prepared) const {
+  auto const& [command, arguments] = prepared.found;
+  // What is not known yet is no mistake.
+  if (!command->doubts || service_.state() != Service::State::Running) return {};
+  return command->doubts(arguments);
+}
+
+nlohmann::json ServiceCommands::forms() const {
+  nlohmann::json groups = nlohmann::json::array();
+  for (CommandGroup const& group : table_.groups()) {
+    nlohmann::json commands = nlohmann::json::array();
+    for (Command const& command : group.commands) {
+      Traits const& traits = traits_.at(command.pattern.text());
+      if (traits.refused) continue;
+      commands.push_back({{"form", command.pattern.form()},
+                          {"help", command.help},
+                          {"example", command.example},
+                          {"changes", traits.changes}});
+    }
+    if (!commands.empty()) groups.push_back({{"title", group.title}, {"commands", commands}});
+  }
+  return groups;
+}
+
+Selection ServiceCommands::known(std::string_view kind, std::string_view typed) const {
+  Inputs const& inputs = service_.inputs();
+  if (!inputs.made()) return {};
+  std::set<std::string> values;
+  if (kind == "port") {
+    for (auto walk = inputs.ports().vlan().cursor(); auto const* const port = walk.next();) {
+      values.insert(port->key.stdString());
+    }
+  } else {
+    values = knownValues(inputs.known(service_.host()), kind);
+  }
+  return beginningWith(typed, std::move(values), kMostKnown);
 }
 
 Answer ServiceCommands::run(Prepared const& prepared, std::string_view line) {

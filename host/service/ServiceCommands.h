@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/commands/KnownValues.h"
 #include "host/language/CommandTable.h"
 #include "host/service/Service.h"
 #include "host/shell/Pipeline.h"
@@ -44,6 +45,16 @@ class ServiceCommands {
   /// UnreadableException, and what handlers throw.
   Answer run(Prepared const& prepared, std::string_view line);
 
+  /// What is probably a mistake in the line; nothing while there is no agent.
+  std::vector<Doubt> doubts(Prepared const& prepared) const;
+
+  /// The forms that are taken: groups of {title, commands}, which are {form, help, example,
+  /// changes}.
+  nlohmann::json forms() const;
+  /// The values of a kind (see kindOf()) that begin so, kMostKnown of them.
+  Selection known(std::string_view kind, std::string_view typed) const;
+  static constexpr size_t kMostKnown = 200;
+
   /// What a service adds: commands of the process, not of the agent.
   void add(CommandGroup group, bool changes);
 
@@ -54,6 +65,8 @@ class ServiceCommands {
     bool changes = false;
     bool large = false;
     bool operators = false;
+    /// It is one of the laboratory's, and refused by name.
+    bool refused = false;
   };
 
   void take(CommandGroup group);

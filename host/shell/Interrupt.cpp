@@ -33,4 +33,16 @@ void Interrupt::clear() {
   requests = 0;
 }
 
+InterruptsHeld::InterruptsHeld() {
+  sigset_t held;
+  sigemptyset(&held);
+  sigaddset(&held, SIGINT);
+  sigaddset(&held, SIGWINCH);
+  ::pthread_sigmask(SIG_BLOCK, &held, &before_);
+}
+
+InterruptsHeld::~InterruptsHeld() {
+  ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
 }  // namespace Host

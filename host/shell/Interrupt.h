@@ -23,4 +23,20 @@ class Interrupt {
   struct sigaction former_ {};
 };
 
+/// Holds SIGINT and SIGWINCH back, so that none comes between a question and the wait after it,
+/// which is done with released().
+class InterruptsHeld {
+ public:
+  InterruptsHeld();
+  InterruptsHeld(InterruptsHeld const&) = delete;
+  InterruptsHeld& operator=(InterruptsHeld const&) = delete;
+  ~InterruptsHeld();
+
+  /// The signals as they were held before.
+  sigset_t const* released() const { return &before_; }
+
+ private:
+  sigset_t before_{};
+};
+
 }  // namespace Host

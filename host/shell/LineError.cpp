@@ -54,7 +54,9 @@ size_t charactersIn(std::string_view text) {
   return count;
 }
 
-std::string pointedAt(std::string_view line, size_t byte) {
+// `place`: a byte of the line, or one after its end.
+std::string pointedAt(std::string_view line, size_t place) {
+  size_t const byte = std::min(place, line.size());
   constexpr size_t kBefore = 60;
   constexpr size_t kAfter = 60;
   constexpr std::string_view kIndent = "  ";
@@ -79,6 +81,7 @@ std::string pointedAt(std::string_view line, size_t byte) {
     bool const control = static_cast<unsigned char>(bytes[0]) < ' ' || bytes[0] == '\x7f';
     below.append(control ? 1 : columns, ' ');
   });
+  below.append(place - byte, ' ');
   return shown + '\n' + below + "^\n";
 }
 
@@ -97,6 +100,11 @@ std::optional<size_t> byteOf(std::string_view line, size_t word) {
 
 }  // namespace
 
+std::string caretAt(std::string_view line, size_t word) {
+  auto const byte = byteOf(line, word);
+  return byte ? pointedAt(line, *byte) : "";
+}
+
 LineError::LineError(std::string const& name, size_t number, std::string_view source,
                      InputError const& error)
     : text(name + ':' + std::to_string(number) + ": error: " + error.what()),
@@ -107,9 +115,7 @@ LineError::LineError(std::string const& name, size_t number, std::string_view so
   if (byte) {
     size_t const at = std::min(*byte, source.size());
     column = charactersIn(source.substr(0, at)) + 1 + (*byte - at);
-    caret = pointedAt(source, at);
-    // After the end of the line.
-    if (*byte > at) caret.insert(caret.size() - 2, *byte - at, ' ');
+    caret = pointedAt(source, *byte);
   }
   if (!fault.expected.empty()) expected = fault.expected;
   if (fault.found) found = *fault.found;

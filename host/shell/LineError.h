@@ -10,6 +10,10 @@
 
 namespace Host {
 
+/// The line, or a part of a long one, and below it a caret under the word with that number, or
+/// after the last one; empty when the line has no such word. Ends with a line end.
+std::string caretAt(std::string_view line, size_t word);
+
 /// Why a line failed, for people and for programs.
 struct LineError {
   /// An error that has no place in a line.

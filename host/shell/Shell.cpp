@@ -91,13 +91,16 @@ void Shell::report(Failure const& failure) {
   }
 }
 
-void Shell::warn(std::string const& doubt) {
-  std::string const text = place_.name + ':' + std::to_string(place_.line) + ": warning: " + doubt;
+void Shell::warn(Doubt const& doubt) {
+  std::string const text =
+      place_.name + ':' + std::to_string(place_.line) + ": warning: " + doubt.text;
   if (options_.json) {
     out_ << jsonText({{"file", place_.name}, {"line", place_.line}, {"warning", text}}) << '\n';
   }
   out_.flush();
-  *err_ << text << std::endl;
+  *err_ << text << '\n';
+  if (options_.carets && doubt.word) *err_ << caretAt(source_, *doubt.word);
+  err_->flush();
 }
 
 Shell::Status Shell::runFile(std::filesystem::path const& file, std::ostream& err) {
@@ -231,6 +234,7 @@ std::string Shell::recordedLine(std::vector<std::string> words) const {
 bool Shell::carryOut(std::vector<std::string> const& words, std::string_view line) {
   if (words.empty()) return false;
   Prepared const prepared = prepare(words);
+  words_ = words;
   bool const recorded = recorder_.line && words[0] != kLoad;
   if (recorded) recorder_.line(recordedLine(words));
   // With JSON answers, the line is in its answer.
@@ -258,8 +262,11 @@ Answer Shell::run(Prepared const& prepared) {
 
 Answer Shell::answerOf(Command const& command, Arguments const& arguments) {
   if (command.doubts && (place_.typed || options_.warn || options_.strict)) {
-    for (std::string const& doubt : command.doubts(arguments)) {
-      if (options_.strict) throw InputError(doubt);
+    // The command may be a part of the line.
+    auto const before = static_cast<size_t>(arguments.words.data() - words_.data());
+    for (Doubt& doubt : command.doubts(arguments)) {
+      if (options_.strict) throw InputError(doubt.text, {doubt.word, {}, {}, {}});
+      if (doubt.word) *doubt.word += before;
       warn(doubt);
     }
   }
@@ -292,7 +299,7 @@ void Shell::print(Answer const& answer, std::string_view line) {
          << '\n';
   } else if (!answer.text.empty() || answer.json.is_string()) {
     if (pager_) {
-      pager_(answer.text + '\n');
+      pager_(answer);
     } else {
       out_ << answer.text << '\n';
     }

@@ -69,8 +69,8 @@ class Shell {
 
   /// Whether a line said exit.
   bool exited() const { return exited_; }
-  /// Shows an answer's text, which ends with a line end, in place of the stream.
-  void pagerIs(std::function<void(std::string const&)> pager) { pager_ = std::move(pager); }
+  /// Shows answers that have a text in place of the stream.
+  void pagerIs(std::function<void(Answer const&)> pager) { pager_ = std::move(pager); }
   /// Learns what is carried out: those of a file in place of the line that loads it.
   struct Recorder {
     /// A line that fits the language, before it is carried out.
@@ -133,7 +133,8 @@ class Shell {
   template <class F>
   void unattended(F const& run);
   void report(Failure const& failure);
-  void warn(std::string const& doubt);
+  /// `doubt` is about words of the line that is carried out.
+  void warn(Doubt const& doubt);
   /// Counts the commands carried out.
   void readLines(FileLines& lines, Place const& place, size_t& commands);
   /// Whether the line was a command. An error of the language becomes a Failure that has its place.
@@ -215,7 +216,7 @@ class Shell {
   Switch& host_;
   std::ostream& out_;
   ShellOptions const options_;
-  std::function<void(std::string const&)> pager_;
+  std::function<void(Answer const&)> pager_;
   Recorder recorder_;
   CommandTable table_;
   Pipeline pipeline_{table_};
@@ -224,8 +225,9 @@ class Shell {
   Place place_;
   /// Of the file that is read, or of the prompt.
   Variables variables_;
-  /// The line that is carried out, as it was typed.
+  /// The line that is carried out, as it was typed, and the words that were made of it.
   std::string_view source_;
+  std::span<std::string const> words_;
   /// Files that were checked with one that is being loaded.
   std::map<std::filesystem::path, CheckedFile> checked_;
   size_t loads_ = 0;

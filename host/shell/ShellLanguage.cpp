@@ -67,7 +67,10 @@ void Shell::addLanguage() {
   add.emplace_back("brief <COMMAND>", "carry out the command; only the first and last lines",
                    "brief show chip", [this](Arguments const& given) {
                      Answer answer = answerToInner(given);
-                     answer.text = shortened(answer.text);
+                     std::string brief = shortened(answer.text);
+                     // The marks are those of all lines.
+                     if (brief != answer.text) answer.marks.clear();
+                     answer.text = std::move(brief);
                      return answer;
                    });
   addVariables(add);
@@ -164,7 +167,9 @@ Answer Shell::measure(Arguments const& given) {
   char text[64];
   std::snprintf(text, sizeof text, "%.3f s, %+lld bytes", seconds, static_cast<long long>(bytes));
   answer.text += (answer.text.empty() ? "" : "\n") + std::string("  ") + text;
-  return {{{"answer", answer.json}, {"bytes", bytes}, {"seconds", seconds}}, answer.text};
+  if (!answer.marks.empty()) answer.marks += ' ';
+  return {
+      {{"answer", answer.json}, {"bytes", bytes}, {"seconds", seconds}}, answer.text, answer.marks};
 }
 
 }  // namespace Host

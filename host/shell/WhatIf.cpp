@@ -172,13 +172,19 @@ void addRow(std::string& text, json const& row, std::string const& now, std::str
   text += line;
 }
 
-std::string rowsText(json const& result) {
+/// Adds to the marks, too.
+std::string rowsText(json const& result, std::string& marks) {
   std::string text;
   if (result["added"].size() + result["removed"].size() + result["changed"].size() +
           result["waiting"].size() >
       0) {
     text = "VLAN  Source IP        Now                Then\n";
+    marks += ' ';
   }
+  marks.append(result["added"].size(), '+');
+  marks.append(result["removed"].size(), '-');
+  marks.append(result["changed"].size(), '~');
+  marks.append(result["waiting"].size() + 1, ' ');
   for (json const& row : result["added"]) addRow(text, row, "-", row["mac"].get<std::string>());
   for (json const& row : result["removed"]) addRow(text, row, row["mac"].get<std::string>(), "-");
   for (json const& row : result["changed"]) {
@@ -207,7 +213,9 @@ Answer whatIfAnswer(json const& result, std::string const& name) {
   if (json const& error = result["error"]; !error.is_null()) {
     text = name + ": refused, what follows is up to there\n  " + error.get<std::string>() + '\n';
   }
-  return {result, text + rowsText(result)};
+  std::string marks(static_cast<size_t>(std::ranges::count(text, '\n')), ' ');
+  text += rowsText(result, marks);
+  return {result, text, marks};
 }
 
 CommandGroup whatIfCommands(Shell& shell) {

@@ -251,6 +251,42 @@ TEST_F(DaemonTest, AnotherUserMayLookAndChangeNothing) {
               HasSubstr("uid " + std::to_string(nobody->pw_uid) + ": host vrf blue id 8"));
 }
 
+TEST_F(DaemonTest, APromptIsGivenFormsNamesAndDoubts) {
+  service.start();
+  Connection client = service.connect();
+  // Names are known before there is an agent.
+  service.lines({"host vrf red id 7", "host vrf \"a b\" id 8"});
+  EXPECT_EQ(client.ask({{"known", "vrf"}, {"begins", "r"}, {"id", 5}}),
+            (json{{"known", {"red"}}, {"id", 5}}));
+  EXPECT_EQ(client.ask({{"known", "vrf"}, {"begins", "\"a"}})["known"], json::array({"a b"}));
+  EXPECT_EQ(client.ask({{"known", "vrf-id"}})["known"], (json{"7", "8"}));
+  EXPECT_EQ(client.ask({{"known", "nothing"}})["known"], json::array());
+  EXPECT_EQ(client.ask({{"known", 7}})["status"], 2);
+  EXPECT_EQ(client.ask({{"known", "vrf"}, {"begins", 7}})["status"], 2);
+  std::string const forms = client.ask({{"known", "commands"}})["known"].dump();
+  EXPECT_THAT(forms, AllOf(HasSubstr("\"form\":\"trace level <N:30>\""),
+                           Not(HasSubstr("host agent create"))));
+  service.lines(bringUpLines());
+  ASSERT_TRUE(service.reaches("running"));
+  json const warned = client.ask({{"line", "no host vrf rde"}, {"warn", true}});
+  EXPECT_EQ(warned["warnings"],
+            json::array({{{"text", "there is no VRF rde; did you mean red?"}, {"word", 3}}}));
+  EXPECT_FALSE(client.ask({{"line", "no host vrf rde"}}).contains("warnings"));
+  EXPECT_EQ(client.ask({{"line", "host vrf red id x"}})["word"], 4);
+}
+
+TEST_F(DaemonTest, OfManyNamesTheFirstAndTheLastAreGiven) {
+  service.start();
+  std::vector<std::string> lines;
+  for (int i = 0; i < 1000; ++i) lines.push_back("host vrf v" + std::to_string(i) + " id 7");
+  service.lines(lines);
+  json const answer = service.connect().ask({{"known", "vrf"}});
+  EXPECT_EQ(answer["more"], true);
+  EXPECT_EQ(answer["known"].size(), 200U);
+  EXPECT_EQ(answer["known"].front(), "v0");
+  EXPECT_EQ(answer["known"].back(), "v999");
+}
+
 TEST_F(DaemonTest, AFatalEventIsRememberedAndTheAgentComesBack) {
   up();
   service.lines({addressLine("10.0.0.1"), rewriteLine("10.0.0.1", kMac1)});

@@ -1,22 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // The prompt as it is typed at: the program on a terminal of its own.
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
-#include <stdexcept>
 #include <string>
-#include <string_view>
-#include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
 #include <vector>
+
+#include "tests/support/TerminalTest.h"
 
 namespace {
 
@@ -24,139 +17,23 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-constexpr char kTab[] = "\t";
-constexpr char kUp[] = "\x1b[A";
-constexpr char kEndOfInput[] = "\x04";
-constexpr char kInterrupt[] = "\x03";
-constexpr char kSearch[] = "\x12";
-constexpr char kWordLeft[] = "\x1b[1;5D";
+using BfnTest::kEndOfInput;
+using BfnTest::kInterrupt;
+using BfnTest::kSearch;
+using BfnTest::kTab;
+using BfnTest::kUp;
+using BfnTest::kWordLeft;
 
-class PromptTest : public ::testing::Test {
+class PromptTest : public BfnTest::TerminalTest {
  protected:
-  PromptTest() {
-    std::string name = (std::filesystem::temp_directory_path() / "lab-prompt-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot create " + name);
-    folder = name;
-    setenv("XDG_STATE_HOME", name.c_str(), 1);
-    setenv("HOME", name.c_str(), 1);
-    setenv("TERM", "xterm", 1);
-    setenv("NO_COLOR", "1", 1);
-    unsetenv("LC_ALL");
-    // The line editor's library never frees the names of the functions that it was given.
-    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-  }
-  ~PromptTest() override {
-    leave();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
-
   void SetUp() override { start(); }
 
   /// Another run of the program, in place of the last one.
   void start(std::vector<std::string> const& arguments = {}, std::string const& shown = "lab> ") {
-    leave();
-    unread_.clear();
-    // Wide enough for every line: nothing is wrapped.
-    winsize const size{50, 500, 0, 0};
-    child_ = forkpty(&terminal_, nullptr, nullptr, &size);
-    if (child_ == 0) {
-      std::vector<char*> words{const_cast<char*>(LAB_PROGRAM)};
-      for (auto const& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
-      words.push_back(nullptr);
-      execv(LAB_PROGRAM, words.data());
-      _exit(127);
-    }
-    ASSERT_GT(child_, 0);
-    wait(shown);
-  }
-
-  /// Types and waits until the terminal shows `shown` after what it showed before. Gives all that
-  /// it showed up to there.
-  std::string type(std::string_view keys, std::string_view shown) {
-    waitForEditor();
-    EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-    return wait(shown);
+    run(LAB_PROGRAM, arguments, shown);
   }
   /// A line, up to the next prompt.
-  std::string enter(std::string const& line) {
-    type(line, "");
-    return type("\r", "\nlab> ");
-  }
-
-  /// What is typed without waiting for the editor.
-  void send(std::string_view keys) const {
-    EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-  void resize(unsigned short rows, unsigned short columns) const {
-    winsize const size{rows, columns, 0, 0};
-    EXPECT_EQ(ioctl(terminal_, TIOCSWINSZ, &size), 0);
-  }
-
-  std::filesystem::path folder;
-
-  /// The exit status, once the program has left the terminal; -1 when it does not.
-  int exitStatus() {
-    while (read()) {
-    }
-    if (!left_) return -1;
-    int status = 0;
-    EXPECT_EQ(waitpid(child_, &status, 0), child_);
-    child_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
-  std::string wait(std::string_view shown) {
-    size_t found = 0;
-    while ((found = unread_.find(shown)) == std::string::npos) {
-      if (!read()) {
-        ADD_FAILURE() << "the terminal does not show \"" << shown << "\" but\n" << unread_;
-        return unread_;
-      }
-    }
-    std::string const seen = unread_.substr(0, found + shown.size());
-    unread_.erase(0, seen.size());
-    return seen;
-  }
-
- private:
-  void leave() {
-    if (child_ <= 0) return;
-    close(terminal_);
-    kill(child_, SIGKILL);
-    waitpid(child_, nullptr, 0);
-    child_ = 0;
-  }
-
-  // The line editor takes the terminal over after it has shown the prompt; what is typed before
-  // that would be the terminal's own to interpret.
-  void waitForEditor() const {
-    termios mode{};
-    for (int i = 0; i < kPatience && tcgetattr(terminal_, &mode) == 0; ++i) {
-      if ((mode.c_lflag & ICANON) == 0) return;
-      poll(nullptr, 0, 1);
-    }
-    ADD_FAILURE() << "the line editor does not start";
-  }
-
-  // False at the end, and when nothing comes for long.
-  bool read() {
-    pollfd wanted{terminal_, POLLIN, 0};
-    if (poll(&wanted, 1, kPatience) != 1) return false;
-    std::array<char, 4096> piece;
-    ssize_t const size = ::read(terminal_, piece.data(), piece.size());
-    left_ = size <= 0;
-    if (left_) return false;
-    unread_.append(piece.data(), static_cast<size_t>(size));
-    return true;
-  }
-
-  static constexpr int kPatience = 20'000;  // milliseconds
-
-  int terminal_ = -1;
-  bool left_ = false;
-  pid_t child_ = 0;
-  std::string unread_;
+  std::string enter(std::string const& line) { return TerminalTest::enter(line, "lab> "); }
 };
 
 TEST_F(PromptTest, TheTabKeyCompletesKeywordsVrfsAddressesAndInterfaces) {
@@ -338,7 +215,52 @@ TEST_F(PromptTest, LeavingThePromptTakesBackWhatIsNotConfirmed) {
 TEST_F(PromptTest, AProbableMistakeIsAWarningWithWhatMayHaveBeenMeant) {
   enter("host vrf zürich id 7");
   EXPECT_THAT(enter("no host vrf zürch"),
-              HasSubstr("prompt:2: warning: there is no VRF zürch; did you mean zürich?"));
+              HasSubstr("prompt:2: warning: there is no VRF zürch; did you mean zürich?\r\n"
+                        "  no host vrf zürch\r\n              ^\r\n"));
+  // Of a command within another one, too.
+  EXPECT_THAT(enter("measure no host vrf red"),
+              HasSubstr("  measure no host vrf red\r\n                      ^\r\n"));
+}
+
+TEST_F(PromptTest, DifferencesAreInColours) {
+  unsetenv("NO_COLOR");
+  auto const line = [](char const* ip, char const* mac) {
+    return std::string("vxlan forwarding match vrf red src-ip ") + ip +
+           " action rewrite src-mac 02:00:00:00:00:" + mac;
+  };
+  {
+    std::ofstream file(folder / "next.cfg");
+    file << line("10.0.0.2", "12") << '\n' << line("10.0.0.3", "13") << '\n';
+  }
+  std::string const name = (folder / "next.cfg").string();
+  start({}, "\x1b[32mlab>\x1b[0m ");
+  auto const shown = [this](std::string const& command) {
+    return type(command + "\r", "\r\n\x1b[32mlab>");
+  };
+  shown("load " SOURCE_DIR "/tests/lab/bring-up.inc");
+  shown("host vrf red id 7");
+  shown("host routing-status port Ethernet1 key-vlan 0 vlan 1006 vrf-id 7");
+  for (char const* const ip : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) {
+    shown(std::string("host address ") + ip + " vrf-id 7 interface Ethernet1");
+  }
+  shown(line("10.0.0.1", "01"));
+  shown(line("10.0.0.2", "02"));
+  EXPECT_THAT(shown("show differences " + name),
+              AllOf(HasSubstr("\x1b[31m- " + line("10.0.0.1", "01") + "\x1b[0m\r\n"),
+                    HasSubstr("\x1b[33m- " + line("10.0.0.2", "02") + "\x1b[0m\r\n"),
+                    HasSubstr("\x1b[33m+ " + line("10.0.0.2", "12") + "\x1b[0m\r\n"),
+                    HasSubstr("\x1b[32m+ " + line("10.0.0.3", "13") + "\x1b[0m\r\n1 line added")));
+  std::string const facts = (folder / "facts.lab").string();
+  std::ofstream(facts) << line("10.0.0.2", "12")
+                       << "\nhost address 10.0.0.4 vrf-id 7 interface Ethernet1\n"
+                          "no host address 10.0.0.1 vrf-id 7\n";
+  EXPECT_THAT(shown("what-if " + facts),
+              AllOf(HasSubstr("\n\x1b[32m1006  10.0.0.4 "), HasSubstr("\n\x1b[31m1006  10.0.0.1 "),
+                    HasSubstr("\n\x1b[33m1006  10.0.0.2 "), HasSubstr("\x1b[0m\r\n1 row added, ")));
+  EXPECT_THAT(shown(line("10.9.9.9", "09")), Not(HasSubstr("error")));
+  EXPECT_THAT(shown("show rewrite differences"), HasSubstr("\x1b[32mred             10.9.9.9 "));
+  EXPECT_THAT(shown("show rewrite differences | include 10.9"),
+              HasSubstr("\nred             10.9.9.9 "));
 }
 
 TEST_F(PromptTest, AnErrorShowsWhereInTheLineItIs) {

@@ -10,6 +10,7 @@
 #include "host/packets/CaptureWriter.h"
 #include "host/prompt/Prompt.h"
 #include "host/switch/Generic.h"
+#include "lab/ShellTarget.h"
 #include "tests/host/shell/ShellFixture.h"
 
 namespace {
@@ -37,6 +38,10 @@ class CommandsTest : public BfnTest::ShellFixture {
   std::string errorOf(std::string const& line) {
     EXPECT_EQ(run(line), Host::Shell::BadInput);
     return err.str();
+  }
+  std::vector<std::string> completionsOf(std::string const& line) {
+    ShellTarget target(shell);
+    return Host::completionsOf(line, target);
   }
 
   std::string const folder;
@@ -194,13 +199,13 @@ TEST_F(CommandsTest, ACaptureCannotBeWrittenOverItselfNorBelowAFile) {
 
 TEST_F(CommandsTest, ACommandAfterAnotherIsCompletedToo) {
   for (std::string const first : {"brief", "expect", "help", "measure", "measure brief"}) {
-    EXPECT_THAT(Host::completionsOf(first + " dump st", shell), ElementsAre("stats")) << first;
+    EXPECT_THAT(completionsOf(first + " dump st"), ElementsAre("stats")) << first;
   }
 }
 
 TEST_F(CommandsTest, NamesWithBlanksAreCompletedInQuotes) {
   printed("host vrf \"a b\" id 7");
-  EXPECT_THAT(Host::completionsOf("no host vrf ", shell), ElementsAre("\"a b\""));
+  EXPECT_THAT(completionsOf("no host vrf "), ElementsAre("\"a b\""));
 }
 
 TEST_F(CommandsTest, ShowBeforeThereIsATableManagerIsAnInputError) {

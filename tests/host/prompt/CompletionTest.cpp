@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include "host/prompt/Prompt.h"
+#include "lab/ShellTarget.h"
 #include "tests/host/shell/ShellFixture.h"
 
 namespace {
@@ -18,13 +19,15 @@ using ::testing::Not;
 class CompletionTest : public BfnTest::ShellFixture {
  protected:
   std::vector<std::string> completions(std::string const& line) {
-    return Host::completionsOf(line, shell);
+    return Host::completionsOf(line, target);
   }
   std::string explanation(std::string const& line) {
     std::string text;
-    for (auto const& each : Host::explanationOf(line, shell)) text += each + '\n';
+    for (auto const& each : Host::explanationOf(line, target)) text += each + '\n';
     return text;
   }
+
+  ShellTarget target{shell};
 };
 
 TEST_F(CompletionTest, WordsBeforeTheLastMayBeShortened) {

@@ -11,6 +11,7 @@
 #include "host/language/Lexer.h"
 #include "host/packets/Verdict.h"
 #include "host/prompt/Prompt.h"
+#include "lab/ShellTarget.h"
 #include "tests/host/shell/ShellFixture.h"
 
 namespace {
@@ -348,15 +349,16 @@ TEST_F(ShellTest, TheDocumentHasEveryWordThatFramesAreCountedAs) {
 
 TEST_F(ShellTest, WordsAreCompletedFromTheTableAndFromWhatTheHostKnows) {
   bringUp();
-  EXPECT_THAT(Host::completionsOf("du", shell), ElementsAre("dump"));
-  EXPECT_THAT(Host::completionsOf("dump c", shell), ElementsAre("capability", "chip", "config"));
-  EXPECT_THAT(Host::completionsOf("vxlan forwarding match vrf ", shell), ElementsAre("red"));
-  EXPECT_THAT(Host::completionsOf("no host routing-status port E", shell),
+  ShellTarget target(shell);
+  EXPECT_THAT(Host::completionsOf("du", target), ElementsAre("dump"));
+  EXPECT_THAT(Host::completionsOf("dump c", target), ElementsAre("capability", "chip", "config"));
+  EXPECT_THAT(Host::completionsOf("vxlan forwarding match vrf ", target), ElementsAre("red"));
+  EXPECT_THAT(Host::completionsOf("no host routing-status port E", target),
               ElementsAre("Ethernet1"));
   printed("host address 10.0.0.1 vrf-id 7 interface Ethernet1");
-  EXPECT_THAT(Host::completionsOf("no host address 1", shell), ElementsAre("10.0.0.1"));
-  EXPECT_THAT(Host::completionsOf("expect dump st", shell), ElementsAre("stats"));
-  EXPECT_THAT(Host::completionsOf("nothing of ", shell), ElementsAre());
+  EXPECT_THAT(Host::completionsOf("no host address 1", target), ElementsAre("10.0.0.1"));
+  EXPECT_THAT(Host::completionsOf("expect dump st", target), ElementsAre("stats"));
+  EXPECT_THAT(Host::completionsOf("nothing of ", target), ElementsAre());
 }
 
 TEST_F(ShellTest, TheHelpOfACommandBeginsWithItsWords) {
