@@ -31,6 +31,6 @@ void ShellTarget::pagerIs(std::function<void(Host::Answer const&)> pager) {
   });
 }
 
-void ShellTarget::recorderIs(Recorder recorder) {
-  shell_.recorderIs({std::move(recorder.line), std::move(recorder.refused)});
+void ShellTarget::recorderIs(Recorder const& recorder) {
+  shell_.recorderIs({recorder.line, recorder.refused});
 }

@@ -19,7 +19,7 @@ class ShellTarget final : public Host::PromptTarget {
   void run(std::string_view line, std::ostream& errors) override { shell_.runLine(line, errors); }
   bool ended() const override { return shell_.exited(); }
   void pagerIs(std::function<void(Host::Answer const&)> pager) override;
-  void recorderIs(Recorder recorder) override;
+  void recorderIs(Recorder const& recorder) override;
   std::optional<double> timeLeft() override { return shell_.changes().realTimeLeft(); }
   void runDue() override { shell_.runDue(); }
   /// What was not confirmed does not outlive the session.

@@ -86,6 +86,7 @@ std::vector<std::string> completionsOf(std::string_view line, PromptTarget& targ
     return {};
   }
   std::vector<std::string> fitting;
+  fitting.reserve(found.size());
   for (std::string const& each : found) fitting.push_back(typedWord(each));
   return fitting;
 }

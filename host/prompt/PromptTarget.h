@@ -44,7 +44,7 @@ class PromptTarget {
     std::function<void(std::string_view)> line;
     std::function<void()> refused;
   };
-  virtual void recorderIs(Recorder /*recorder*/) {}
+  virtual void recorderIs(Recorder const& /*recorder*/) {}
 
   /// The seconds until runDue() is to be called, while a line is typed; nothing when it need not
   /// be.

@@ -9,6 +9,7 @@
 #include "host/language/Lexer.h"
 #include "host/prompt/Prompt.h"
 #include "host/shell/Shell.h"
+#include "lab/ShellTarget.h"
 
 // Reads any bytes as lines of the command language and finds their commands, without carrying them
 // out: that would leave the process with files, and with the plug-in's fatal checks.
@@ -16,6 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
   static std::ostringstream out;
   static Host::Switch host{Host::Plugin(LAB_PLUGIN)};
   static Host::Shell shell(host, out);
+  static ShellTarget target(shell);
   std::istringstream in(std::string(reinterpret_cast<char const*>(data), size));
   std::string line;
   while (std::getline(in, line)) {
@@ -31,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, size_t size) {
       if (!words.empty()) shell.table().find(words);
     } catch (Host::InputError const&) {
     }
-    (void)Host::completionsOf(line, shell);
+    (void)Host::completionsOf(line, target);
   }
   return 0;
 }
