@@ -15,7 +15,7 @@ namespace {
 using Values = std::set<std::string>;
 
 template <class T>
-std::string shown(T const& value) {
+std::string inText(T const& value) {
   return Kiv::valueToStrep(value).stdString();
 }
 
@@ -52,7 +52,7 @@ Values vrfs(KnownInputs const& inputs) {
 
 Values addresses(KnownInputs const& inputs) {
   Values found;
-  for (ConfigLine const& line : configLines(*inputs.host)) found.insert(shown(line.ip));
+  for (ConfigLine const& line : configLines(*inputs.host)) found.insert(inText(line.ip));
   forEachAddress(inputs.addresses,
                  [&](auto const&, std::string const& ip, auto const&) { found.insert(ip); });
   return found;
@@ -61,7 +61,7 @@ Values addresses(KnownInputs const& inputs) {
 Values vrfIds(KnownInputs const& inputs) {
   Values found;
   if (inputs.vrfs) {
-    for (auto const& entry : inputs.vrfs->vrfName()) found.insert(shown(entry.key));
+    for (auto const& entry : inputs.vrfs->vrfName()) found.insert(inText(entry.key));
   }
   forEachAddress(inputs.addresses,
                  [&](std::string const& id, auto const&, auto const&) { found.insert(id); });

@@ -20,7 +20,7 @@ std::string_view kindOf(Completion const& place);
 /// Where names are known from. What is null knows none.
 struct KnownInputs {
   /// Those of a switch, which must outlive it; without its plug-in, the operator's lines alone.
-  explicit KnownInputs(Switch const& host);
+  explicit KnownInputs(Switch const& of);
 
   Switch const* host;  ///< the operator's lines
   Kiv::Ptr<Pex::L3Status const> vrfs;

@@ -264,7 +264,7 @@ TEST_F(DaemonTest, APromptIsGivenFormsNamesAndDoubts) {
   EXPECT_EQ(client.ask({{"known", 7}})["status"], 2);
   EXPECT_EQ(client.ask({{"known", "vrf"}, {"begins", 7}})["status"], 2);
   std::string const forms = client.ask({{"known", "commands"}})["known"].dump();
-  EXPECT_THAT(forms, AllOf(HasSubstr("\"form\":\"trace level <N:30>\""),
+  EXPECT_THAT(forms, AllOf(HasSubstr("\"form\":\"chip port <DEVICE> vlan <N:1-4094>\""),
                            Not(HasSubstr("host agent create"))));
   service.lines(bringUpLines());
   ASSERT_TRUE(service.reaches("running"));

@@ -79,7 +79,7 @@ TEST_F(ClientPromptTest, TheQuestionMarkListsTheFormsOfTheServiceAndTheClient) {
 }
 
 TEST_F(ClientPromptTest, LimitsOfNumbersAreTheServices) {
-  EXPECT_THAT(enter("trace level 31"), HasSubstr("prompt:1: error: expected a number"));
+  EXPECT_THAT(enter("chip port vx100 vlan 4095"), HasSubstr("4094, found 4095\r\n"));
 }
 
 TEST_F(ClientPromptTest, KeywordsMayBeShortenedWhereTheyAreUnambiguous) {
@@ -92,7 +92,7 @@ TEST_F(ClientPromptTest, FiltersFollowEveryCommand) {
   configure(3);
   EXPECT_THAT(enter("show running-config | count"), HasSubstr("\n3\r\n"));
   EXPECT_THAT(enter("sh run | exclude 10.1.0.1 | inc red | count"), HasSubstr("\n2\r\n"));
-  EXPECT_THAT(enter("show version | json"), HasSubstr("\n{\"version\":\""));
+  EXPECT_THAT(enter("show version | json"), HasSubstr("\"version\":\""));
   std::string const saved = (folder / "saved").string();
   EXPECT_THAT(enter("show running-config | begin 10.1.0.2 | save " + saved),
               HasSubstr("1 line saved"));
