@@ -93,7 +93,7 @@ KnownInputs Inputs::known(Switch const& of) const {
   known.routes = shared<Routing::Hardware::RouteStatus>(InputPath::kRoutes);
   known.profiles = shared<BfnSystem::SystemStatus>(InputPath::kProfiles);
   known.addresses = database_.object(InputPath::kAddresses);
-  auto interfaces = known.interfaces.begin();
+  auto* interfaces = known.interfaces.data();
   for (char const* const which : {"port", "vlan", "subinterface"}) {
     *interfaces++ = shared<BfnL3::L3RoutingStatus>(InputPath::routingStatus(which));
   }
