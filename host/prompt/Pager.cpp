@@ -82,6 +82,8 @@ void Pager::show(std::string const& text) const {
     std::fflush(stdout);
     rest.remove_prefix(end);
   }
+  // What the terminal echoes of an interrupt does not stay in the prompt's line.
+  if (Interrupt::requested()) std::putchar('\n');
 }
 
 bool usesColours() {
