@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <initializer_list>
+#include <optional>
+#include <set>
 #include <utility>
 
 #include "agent/records/BfnMacRewriteTypes.h"
@@ -55,14 +57,29 @@ Changes attributeOf(std::string const& path, Kiv::PtrInterface const& draft,
 
 // --- VRFs
 
-// What a mutator does to a copy of the record, as changes.
-template <class T, class F>
-Changes changed(Inputs const& inputs, std::string const& path, F const& mutate) {
-  RecordForm const before = recordForm(*inputs.object(path));
-  auto const copy = Kiv::make<T>();
-  fillRecord(*copy, before, [](std::string const&, std::string const&, std::string const&) {});
-  mutate(*copy);
-  return differenceOf(path, before, recordForm(*copy));
+// What a mutator that is given that name or id, or both, does to the record, as changes. It is done
+// to a part of the record that holds all that such a mutator looks at: the name's id, and whatever
+// has one of the ids.
+template <class F>
+Changes vrfChanges(Inputs const& inputs, std::optional<L3::VrfName> name,
+                   std::optional<Pex::VrfId> id, F const& mutate) {
+  Pex::L3Status const& all = inputs.vrfs();
+  std::set<Pex::VrfId> ids;
+  if (id) ids.insert(*id);
+  if (Pex::VrfId const* const published = name ? all.vrfNameToId(*name) : nullptr) {
+    ids.insert(*published);
+  }
+  auto const part = Kiv::make<Pex::L3Status>();
+  auto walk = all.vrfNameToId().cursor();
+  while (auto const* const live = walk.next()) {
+    if (ids.contains(live->value)) part->vrfNameToIdIs(live->key, live->value);
+  }
+  for (Pex::VrfId const each : ids) {
+    if (all.vrfName().has(each)) part->vrfNameIs(each, all.vrfName(each));
+  }
+  RecordForm const before = recordForm(*part);
+  mutate(*part);
+  return differenceOf(InputPath::kVrfs, before, recordForm(*part));
 }
 
 Changes vrfDel(Inputs const& inputs, Arguments const& given) {
@@ -74,8 +91,8 @@ Changes vrfDel(Inputs const& inputs, Arguments const& given) {
       throw InputError("expected the id that the VRF has, " + std::to_string(id->value()));
     }
   }
-  return changed<Pex::L3Status>(inputs, InputPath::kVrfs,
-                                [&](Pex::L3Status& status) { status.vrfDel(name); });
+  return vrfChanges(inputs, name, std::nullopt,
+                    [&](Pex::L3Status& status) { status.vrfDel(name); });
 }
 
 // --- Routing status
@@ -236,29 +253,32 @@ void ServiceCommands::addTranslations() {
 
 void ServiceCommands::addHostTranslations() {
   Inputs& inputs = service_.inputs();
-  auto const vrfs = [this, &inputs](char const* form, auto mutate) {
-    translate(form, [&inputs, mutate](Arguments const& given) {
-      return changed<Pex::L3Status>(inputs, InputPath::kVrfs,
-                                    [&](Pex::L3Status& status) { mutate(status, given); });
+  // `name` and `id`: the keywords before what the form gives; null: it gives none.
+  auto const vrfs = [this, &inputs](char const* form, char const* name, char const* id,
+                                    auto mutate) {
+    translate(form, [&inputs, name, id, mutate](Arguments const& given) {
+      L3::VrfName const vrf(name == nullptr ? "" : given.text(name));
+      Pex::VrfId const vrfId = id == nullptr ? Pex::VrfId() : vrfIdOf(given, id);
+      return vrfChanges(inputs, name == nullptr ? std::nullopt : std::optional(vrf),
+                        id == nullptr ? std::nullopt : std::optional(vrfId),
+                        [&](Pex::L3Status& status) { mutate(status, vrf, vrfId); });
     });
   };
-  vrfs("host vrf <VRF> [id <N>]", [](Pex::L3Status& status, Arguments const& given) {
-    status.vrfIs(L3::VrfName(given.text("vrf")), vrfIdOf(given, "id"));
-  });
+  using Status = Pex::L3Status;
+  using Name = L3::VrfName;
+  using Id = Pex::VrfId;
+  vrfs("host vrf <VRF> [id <N>]", "vrf", "id",
+       [](Status& status, Name name, Id id) { status.vrfIs(name, id); });
   translate("no host vrf <VRF> [id <N>]",
             [&inputs](Arguments const& given) { return vrfDel(inputs, given); });
-  vrfs("host vrf-id <N> name <VRF>", [](Pex::L3Status& status, Arguments const& given) {
-    status.vrfNameIs(vrfIdOf(given, "vrf-id"), L3::VrfName(given.text("name")));
-  });
-  vrfs("no host vrf-id <N>", [](Pex::L3Status& status, Arguments const& given) {
-    status.vrfNameDel(vrfIdOf(given, "vrf-id"));
-  });
-  vrfs("host vrf-name <VRF> id <N>", [](Pex::L3Status& status, Arguments const& given) {
-    status.vrfNameToIdIs(L3::VrfName(given.text("vrf-name")), vrfIdOf(given, "id"));
-  });
-  vrfs("no host vrf-name <VRF>", [](Pex::L3Status& status, Arguments const& given) {
-    status.vrfNameToIdDel(L3::VrfName(given.text("vrf-name")));
-  });
+  vrfs("host vrf-id <N> name <VRF>", "name", "vrf-id",
+       [](Status& status, Name name, Id id) { status.vrfNameIs(id, name); });
+  vrfs("no host vrf-id <N>", nullptr, "vrf-id",
+       [](Status& status, Name, Id id) { status.vrfNameDel(id); });
+  vrfs("host vrf-name <VRF> id <N>", "vrf-name", "id",
+       [](Status& status, Name name, Id id) { status.vrfNameToIdIs(name, id); });
+  vrfs("no host vrf-name <VRF>", "vrf-name", nullptr,
+       [](Status& status, Name name, Id) { status.vrfNameToIdDel(name); });
   translate("host routing-status port|vlan|subinterface <INTF> key-vlan <N> [vlan <N> vrf-id <N>]",
             [](Arguments const& given) { return routingStatus(given, Kind::Replace); });
   translate("no host routing-status port|vlan|subinterface <INTF> key-vlan <N>", routingStatusDel);

@@ -4,14 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <random>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "framework/l3/L3Status.h"
 #include "host/service/ControlProtocol.h"
 #include "tests/daemon/ServiceProcess.h"
 #include "tests/support/InChild.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -275,10 +278,67 @@ TEST_F(DaemonTest, APromptIsGivenFormsNamesAndDoubts) {
   EXPECT_EQ(client.ask({{"line", "host vrf red id x"}})["word"], 4);
 }
 
+TEST_F(DaemonTest, LinesOfVrfsDoWhatTheyDoToTheRecordItself) {
+  up();
+  unsigned const seed = BfnTest::testSeed();
+  SCOPED_TRACE("BFN_TEST_SEED=" + std::to_string(seed));
+  std::mt19937 random(seed);
+  auto const model = Kiv::make<Pex::L3Status>();
+  model->vrfIs(L3::VrfName("red"), Pex::VrfId(7));
+  for (int round = 0; round < 40; ++round) {
+    std::vector<std::string> lines;
+    for (int i = 0; i < 20; ++i) {
+      std::string const name(1, static_cast<char>('a' + random() % 4));
+      auto const number = static_cast<unsigned>(random() % 3);
+      std::string const id = std::to_string(number);
+      L3::VrfName const vrf(name);
+      Pex::VrfId const vrfId(number);
+      switch (random() % 7) {
+        case 0:
+        case 1:
+          lines.push_back("host vrf " + name + " id " + id);
+          model->vrfIs(vrf, vrfId);
+          break;
+        case 2:
+          if (model->vrfNameToId(vrf) == nullptr) continue;
+          lines.push_back("no host vrf " + name);
+          model->vrfDel(vrf);
+          break;
+        case 3:
+          lines.push_back("host vrf-id " + id + " name " + name);
+          model->vrfNameIs(vrfId, vrf);
+          break;
+        case 4:
+          lines.push_back("no host vrf-id " + id);
+          model->vrfNameDel(vrfId);
+          break;
+        case 5:
+          lines.push_back("host vrf-name " + name + " id " + id);
+          model->vrfNameToIdIs(vrf, vrfId);
+          break;
+        default:
+          lines.push_back("no host vrf-name " + name);
+          model->vrfNameToIdDel(vrf);
+      }
+    }
+    service.lines(lines);
+    json expected{{"nameToId", json::object()}, {"idToName", json::object()}};
+    for (auto const& entry : model->vrfNameToId()) {
+      expected["nameToId"][entry.key.stdString()] = entry.value.value();
+    }
+    for (auto const& entry : model->vrfName()) {
+      expected["idToName"][std::to_string(entry.key.value())] = entry.value.stdString();
+    }
+    ASSERT_EQ(service.answer("dump inputs")["l3Status"], expected) << json(lines).dump();
+  }
+}
+
 TEST_F(DaemonTest, OfManyNamesTheFirstAndTheLastAreGiven) {
   service.start();
   std::vector<std::string> lines;
-  for (int i = 0; i < 1000; ++i) lines.push_back("host vrf v" + std::to_string(i) + " id 7");
+  for (int i = 0; i < 1000; ++i) {
+    lines.push_back("host vrf v" + std::to_string(i) + " id " + std::to_string(i));
+  }
   service.lines(lines);
   json const answer = service.connect().ask({{"known", "vrf"}});
   EXPECT_EQ(answer["more"], true);
