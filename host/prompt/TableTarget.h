@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
 #include "host/prompt/PromptTarget.h"
+#include "host/shell/Variables.h"
 
 namespace Host {
 
-/// A prompt's target that is a table of commands. Adds help and exit to them.
+/// A prompt's target that is a table of commands. Adds variables, help and exit to them.
 class TableTarget : public PromptTarget {
  public:
   /// `json`: answers are JSON lines.
@@ -37,6 +39,7 @@ class TableTarget : public PromptTarget {
  private:
   void rebuild();
   void carryOut(std::string_view line);
+  Answer answerTo(std::span<std::string const> words);
 
   bool const json_;
   std::vector<CommandGroup> groups_;
@@ -46,6 +49,7 @@ class TableTarget : public PromptTarget {
   std::function<void(Answer const&)> pager_;
   size_t number_ = 0;
   bool ended_ = false;
+  Variables variables_;
   std::string_view line_;
   std::ostream* errors_ = nullptr;
 };

@@ -127,7 +127,6 @@ class Shell {
 
   void addLanguage();
   void addExpectations(std::vector<Command>& add);
-  void addVariables(std::vector<Command>& add);
   template <class F>
   Status guarded(std::ostream& err, F const& run);
   template <class F>
@@ -204,7 +203,6 @@ class Shell {
   Answer expectStderr(Arguments const& given);
   [[noreturn]] void expectationFailed(std::string const& how, nlohmann::json const& expected,
                                       nlohmann::json const& found) const;
-  Answer setVariable(Arguments const& given, std::string const& value);
   Answer reset();
   void takeLog();
   static nlohmann::json expectedJson(std::string const& text);

@@ -73,7 +73,8 @@ void Shell::addLanguage() {
                      answer.text = std::move(brief);
                      return answer;
                    });
-  addVariables(add);
+  addVariableCommands(add, variables_,
+                      [this](Arguments const& given) { return answerToInner(given); });
   add.emplace_back("reset", "everything is as at the start, except for variables", "reset",
                    [this](Arguments const&) { return reset(); });
   add.emplace_back("clock advance <N>", "the lab's clock advances by that many seconds",
@@ -105,37 +106,6 @@ void Shell::addLanguage() {
     return Answer();
   });
   table_.add(std::move(group));
-}
-
-void Shell::addVariables(std::vector<Command>& add) {
-  add.emplace_back("set <NAME> = <VALUE>",
-                   "$NAME, or ${NAME}, in the words of later lines stands for the value",
-                   "set vlan = 1006",
-                   [this](Arguments const& given) { return setVariable(given, given.text("=")); });
-  add.emplace_back("set <NAME> from <COMMAND>", "the same, for the command's answer as JSON",
-                   "set before from dump chip", [this](Arguments const& given) {
-                     return setVariable(given, jsonText(answerToInner(given).json));
-                   });
-  add.emplace_back("show variables", "the variables and their values", "show variables",
-                   [this](Arguments const&) {
-                     nlohmann::json all = nlohmann::json::object();
-                     std::string text;
-                     for (auto const& [name, value] : variables_.values()) {
-                       all[name] = value.value();
-                       text += (text.empty() ? "" : "\n") + name + " = " + value.value();
-                     }
-                     return Answer(all, text);
-                   });
-}
-
-Answer Shell::setVariable(Arguments const& given, std::string const& value) {
-  std::string const name = given.text("set");
-  if (!Variables::isName(name)) {
-    throw InputError("expected a name of letters, digits and _, found " + excerpt(name),
-                     {1, std::nullopt, {"a name"}, name});
-  }
-  variables_.set(name, value);
-  return {};
 }
 
 Answer Shell::reset() {

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/language/InputError.h"
+#include "host/language/JsonText.h"
+
 namespace Host {
 
 namespace {
@@ -55,6 +58,46 @@ std::optional<std::vector<std::string>> Variables::replacedIn(std::vector<Placed
     replaced.push_back(std::move(word.text));
   }
   return replaced;
+}
+
+namespace {
+
+Answer setVariable(Variables& variables, Arguments const& given, std::string const& value) {
+  std::string const name = given.text("set");
+  if (!Variables::isName(name)) {
+    throw InputError("expected a name of letters, digits and _, found " + excerpt(name),
+                     {1, std::nullopt, {"a name"}, name});
+  }
+  variables.set(name, value);
+  return {};
+}
+
+Answer showVariables(Variables const& variables) {
+  nlohmann::json all = nlohmann::json::object();
+  std::string text;
+  for (auto const& [name, value] : variables.values()) {
+    all[name] = value.value();
+    text += (text.empty() ? "" : "\n") + name + " = " + value.value();
+  }
+  return {all, text};
+}
+
+}  // namespace
+
+void addVariableCommands(std::vector<Command>& add, Variables& variables,
+                         std::function<Answer(Arguments const&)> answerToInner) {
+  add.emplace_back("set <NAME> = <VALUE>",
+                   "$NAME, or ${NAME}, in the words of later lines stands for the value",
+                   "set vlan = 1006", [&variables](Arguments const& given) {
+                     return setVariable(variables, given, given.text("="));
+                   });
+  add.emplace_back("set <NAME> from <COMMAND>", "the same, for the command's answer as JSON",
+                   "set before from dump chip",
+                   [&variables, answer = std::move(answerToInner)](Arguments const& given) {
+                     return setVariable(variables, given, jsonText(answer(given).json));
+                   });
+  add.emplace_back("show variables", "the variables and their values", "show variables",
+                   [&variables](Arguments const&) { return showVariables(variables); });
 }
 
 }  // namespace Host

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <span>
@@ -8,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/language/CommandTable.h"
 #include "host/language/Lexer.h"
 
 namespace Host {
@@ -35,5 +37,10 @@ class Variables {
 
   std::map<std::string, Value> values_;
 };
+
+/// The commands that set variables and show them; these must outlive them. `answerToInner` carries
+/// out the command within one.
+void addVariableCommands(std::vector<Command>& add, Variables& variables,
+                         std::function<Answer(Arguments const&)> answerToInner);
 
 }  // namespace Host

@@ -158,6 +158,19 @@ TEST_F(ClientPromptTest, AnInterruptStopsALongAnswer) {
   EXPECT_THAT(enter("show running-config | count"), HasSubstr("\n20000\r"));
 }
 
+TEST_F(ClientPromptTest, VariablesStandForTheirValues) {
+  enter("set vrf = red");
+  enter("set count from show running-config | count");
+  EXPECT_THAT(enter("show variables"), HasSubstr("\ncount = 0\r\nvrf = red\r\n"));
+  enter("vxlan forwarding match vrf $vrf src-ip 10.1.0.${count} action rewrite src-mac " +
+        std::string(kMac));
+  EXPECT_THAT(service.text("show running-config"), HasSubstr(" vrf red src-ip 10.1.0.0 "));
+  // In quotes it is text, and so is a name that is not known.
+  EXPECT_THAT(enter("no host vrf \"$vrf\""), HasSubstr("there is no VRF $vrf"));
+  EXPECT_THAT(enter("no host vrf $other"), HasSubstr("there is no VRF $other"));
+  EXPECT_THAT(enter("set 1 = red"), HasSubstr("expected a name of letters, digits and _, found 1"));
+}
+
 TEST_F(ClientPromptTest, AnInterruptEndsAWatch) {
   type("watch show running-config\r", "\x1b[2J");
   service.lines({BfnTest::rewriteLine("10.1.0.77", kMac)});
