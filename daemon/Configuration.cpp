@@ -2,8 +2,10 @@
 #include "daemon/Configuration.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -151,11 +153,12 @@ void expectAscii(std::string_view text, std::string const& file) {
 
 void readConfiguration(std::string const& file, Configuration& to) {
   std::ifstream in(file);
-  std::ostringstream text;
-  text << in.rdbuf();
-  // A folder opens, and cannot be read.
-  if (!in || !text) throw ConfigurationError(file + ": cannot be read");
-  readConfiguration(text.str(), file, to);
+  // A folder opens, too.
+  if (!in || std::filesystem::is_directory(file)) {
+    throw ConfigurationError(file + ": cannot be read");
+  }
+  std::string const text{std::istreambuf_iterator<char>(in), {}};
+  readConfiguration(text, file, to);
 }
 
 void readConfiguration(std::string_view text, std::string const& file, Configuration& to) {

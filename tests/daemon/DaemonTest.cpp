@@ -490,6 +490,12 @@ TEST_F(DaemonTest, TheConfigurationIsCheckedAsAWhole) {
   }
 }
 
+TEST_F(DaemonTest, AnEmptyConfigurationHasTheDefaults) {
+  std::ofstream(service.file("toml")) << "";
+  service.options() = {"--config", service.file("toml")};
+  up();
+}
+
 TEST_F(DaemonTest, AConfigurationThatCannotBeReadIsRefused) {
   for (std::string const& file : {service.file("none"), service.file("")}) {
     auto const tried = BfnTest::inChild(STDERR_FILENO, [&] {
