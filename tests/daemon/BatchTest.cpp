@@ -191,28 +191,49 @@ class AcceptedLines {
   std::set<std::string> accepted_;
 };
 
-TEST_F(BatchTest, WhatWasAcceptedOutlivesAKillBetweenLineAndAnswer) {
+// Rounds of lines that are interrupted.
+struct Rounds {
+  unsigned cut = 0;         // the connection ended before the last answer
+  unsigned incomplete = 0;  // not all lines were accepted
+};
+
+// Sends lines several times; something happens within `most` microseconds, and is mended. What was
+// accepted is there then.
+template <class Interrupt, class Mend>
+Rounds sendInterrupted(ServiceProcess& service, unsigned count, unsigned most,
+                       Interrupt const& interrupt, Mend const& mend) {
   Kiv::U32 const seed = BfnTest::testSeed();
   SCOPED_TRACE("BFN_TEST_SEED=" + std::to_string(seed));
   std::mt19937 random(seed);
   constexpr unsigned kLines = 1500;
-  unsigned cut = 0;
-  for (unsigned round = 0; round < 8; ++round) {
+  Rounds rounds;
+  for (unsigned round = 0; round < count; ++round) {
     AcceptedLines lines(round * kLines);
     Connection connection = service.connect();
     lines.send(connection, kLines);
-    std::thread killer([&, pause = random() % 12'000] {
+    std::thread other([&, pause = random() % most] {
       std::this_thread::sleep_for(std::chrono::microseconds(pause));
-      ::kill(service.process(), SIGKILL);
+      interrupt();
     });
-    if (!lines.receive(connection, kLines)) ++cut;
-    killer.join();
-    service.wait();
-    upAgain();
+    rounds.cut += lines.receive(connection, kLines) ? 0U : 1U;
+    other.join();
+    mend();
+    EXPECT_TRUE(service.becomesReady()) << service.log();
+    rounds.incomplete += lines.accepted().size() < kLines ? 1U : 0U;
     auto const there = configured(service);
     for (std::string const& line : lines.accepted()) EXPECT_TRUE(there.contains(line)) << line;
   }
-  EXPECT_GT(cut, 0u);
+  return rounds;
+}
+
+TEST_F(BatchTest, WhatWasAcceptedOutlivesAKillBetweenLineAndAnswer) {
+  Rounds const rounds = sendInterrupted(
+      service, 8, 12'000, [&] { ::kill(service.process(), SIGKILL); },
+      [&] {
+        service.wait();
+        service.start();
+      });
+  EXPECT_GT(rounds.cut, 0u);
 }
 
 #ifdef BFN_STORE_REDIS
@@ -229,28 +250,10 @@ class SharedBatchTest : public BatchTest {
 };
 
 TEST_F(SharedBatchTest, WhatWasAcceptedIsThereWhenTheServerGoesHalfWay) {
-  Kiv::U32 const seed = BfnTest::testSeed();
-  SCOPED_TRACE("BFN_TEST_SEED=" + std::to_string(seed));
-  std::mt19937 random(seed);
-  constexpr unsigned kLines = 1500;
-  unsigned refused = 0;
-  for (unsigned round = 0; round < 5; ++round) {
-    AcceptedLines lines(round * kLines);
-    Connection connection = service.connect();
-    lines.send(connection, kLines);
-    std::thread killer([&, pause = random() % 20'000] {
-      std::this_thread::sleep_for(std::chrono::microseconds(pause));
-      server->stop();
-    });
-    EXPECT_TRUE(lines.receive(connection, kLines));
-    killer.join();
-    refused += lines.accepted().size() < kLines ? 1U : 0U;
-    server->start();
-    for (int i = 0; i < 4000 && !service.status()["agent"]["ready"]; ++i) ::usleep(5000);
-    auto const there = configured(service);
-    for (std::string const& line : lines.accepted()) EXPECT_TRUE(there.contains(line)) << line;
-  }
-  EXPECT_GT(refused, 0u);
+  Rounds const rounds = sendInterrupted(
+      service, 5, 20'000, [&] { server->stop(); }, [&] { server->start(); });
+  EXPECT_EQ(rounds.cut, 0u);
+  EXPECT_GT(rounds.incomplete, 0u);
 }
 
 TEST_F(SharedBatchTest, AServerWithoutRoomRefusesEachLineByItself) {

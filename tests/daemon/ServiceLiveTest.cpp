@@ -54,20 +54,20 @@ TEST_F(ServiceLiveTest, InputsThatKillEachBringUpLeaveTheTrafficUntouched) {
   // The first death may come before the answer does.
   EXPECT_NO_THROW(service.ask("host profile poison rewrite supported table-size 1"));
   service.stop(SIGKILL);
-  unsigned deaths = 0;
-  for (unsigned start = 0; start < 3; ++start) {
+  constexpr unsigned kDeaths = 3;
+  for (unsigned death = 0; death < kDeaths; ++death) {
     try {
       service.start();
-      service.wait();
+      int const status = service.wait();
+      EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
     } catch (std::runtime_error const&) {
       // It ended before it answered.
     }
-    ++deaths;
     expectRewritten();
   }
   service.start();
   ASSERT_TRUE(service.reaches("held")) << service.log();
-  EXPECT_EQ(service.status()["deaths"], deaths);
+  EXPECT_EQ(service.status()["deaths"], kDeaths);
   EXPECT_THAT(service.status()["agent"]["because"], HasSubstr("The profile is poison"));
   expectRewritten();
   EXPECT_EQ(BfnTest::rowsInTheKernel(directory()), rows);

@@ -126,6 +126,10 @@ bool ServiceProcess::reaches(std::string const& state) {
   return within(seconds(60), [&] { return status()["agent"]["state"] == state; });
 }
 
+bool ServiceProcess::becomesReady() {
+  return within(seconds(60), [&] { return status()["agent"]["ready"].get<bool>(); });
+}
+
 std::vector<std::string> bringUpLines(size_t tableSize) {
   return {"host profile vxlan rewrite supported table-size " + std::to_string(tableSize),
           "host use profile vxlan",

@@ -53,6 +53,8 @@ class ServiceProcess {
   nlohmann::json status() { return answer("status"); }
   /// Whether the agent comes into that state within 60 s.
   bool reaches(std::string const& state);
+  /// Whether the agent is in sync and its store connected within 60 s.
+  bool becomesReady();
   Connection connect() const { return Connection(socket()); }
 
  private:
