@@ -42,7 +42,8 @@ namespace Host {
 /// "more": true when these are not all of them.
 ///
 /// Lines of the operator's that have come together go into the store as one transaction, and are
-/// answered once they are there. Each is accepted or refused by itself all the same.
+/// answered once they are there. Each is accepted or refused by itself all the same. One whose
+/// handler throws is in the store, and so are the lines that came with it: these are not skipped.
 ///
 /// {"keep": [LINE, ...]} adds lines of the operator's to the client's transaction, and is answered
 /// with {"kept": N}, how many it has. {"commit": true} carries them out all or none: {"answer": N,
