@@ -118,9 +118,13 @@ def groups_of_service(service, client):
         with subprocess.Popen([service, *options], stderr=subprocess.DEVNULL) as process:
             try:
                 until = time.monotonic() + 30
-                while not os.path.exists(socket) and process.poll() is None and time.monotonic() < until:
+                while True:
+                    asked = subprocess.run([client, "--socket", socket, "help"], capture_output=True, text=True, check=False)
+                    if asked.returncode == 0:
+                        break
+                    if process.poll() is not None or time.monotonic() > until:
+                        sys.exit(f"manual.py: {service} does not answer: {asked.stderr}")
                     time.sleep(0.01)
-                asked = subprocess.run([client, "--socket", socket, "help"], capture_output=True, text=True, check=True)
             finally:
                 process.terminate()
     commands = re.findall(r"^  (\S.*)\n {6}(.*)$", asked.stdout, re.MULTILINE)
