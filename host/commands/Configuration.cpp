@@ -24,10 +24,6 @@ Object const& configOf(Switch const& host) {
   return host.cliConfig();
 }
 
-std::string macText(Ovra::EthAddr mac) {
-  return Kiv::valueToStrep(mac).stdString();
-}
-
 }  // namespace
 
 bool isOperatorLine(std::span<std::string const> words) {
@@ -46,7 +42,7 @@ OperatorLine operatorLineOf(std::span<std::string const> words) {
 
 std::string refusal(OperatorLine const& line, std::optional<Ovra::EthAddr> mac) {
   if (!line.removal || !line.mac || !mac || *line.mac == *mac) return "";
-  return "expected the MAC address that is configured, " + macText(*mac);
+  return "expected the MAC address that is configured, " + Kiv::valueToStrep(*mac).stdString();
 }
 
 std::string applyLine(OperatorLine const& line, Configuration& to) {

@@ -27,7 +27,7 @@ using nlohmann::json;
 // The most frames that are listed one by one; the rest is only counted.
 constexpr size_t kMaxListed = 1000;
 
-std::string macText(std::optional<BfnChip::MacBytes> const& mac) {
+std::string frameMacText(std::optional<BfnChip::MacBytes> const& mac) {
   if (!mac) return "-";
   std::ostringstream out;
   out << Ovra::EthAddr(*mac);
@@ -42,8 +42,8 @@ std::string ipText(std::optional<BfnChip::AddressBytes> const& bytes) {
 }
 
 json frameJson(Host::Packets::ForwardedFrame const& frame) {
-  return {{"macAfter", frame.macAfter ? json(macText(frame.macAfter)) : json(nullptr)},
-          {"macBefore", frame.macBefore ? json(macText(frame.macBefore)) : json(nullptr)},
+  return {{"macAfter", frame.macAfter ? json(frameMacText(frame.macAfter)) : json(nullptr)},
+          {"macBefore", frame.macBefore ? json(frameMacText(frame.macBefore)) : json(nullptr)},
           {"number", frame.number},
           {"sip", frame.source ? json(ipText(frame.source)) : json(nullptr)},
           {"verdict", Host::Packets::text(frame.verdict)},
@@ -60,8 +60,8 @@ std::string frameLine(Host::Packets::ForwardedFrame const& frame) {
   char line[128];
   std::snprintf(line, sizeof line, "%5lu  %4s  %-15s  %-17s  %-17s  %s\n", frame.number,
                 frame.vlan ? std::to_string(*frame.vlan).c_str() : "-",
-                ipText(frame.source).c_str(), macText(frame.macBefore).c_str(),
-                macText(frame.macAfter).c_str(), rowText(frame.verdict).c_str());
+                ipText(frame.source).c_str(), frameMacText(frame.macBefore).c_str(),
+                frameMacText(frame.macAfter).c_str(), rowText(frame.verdict).c_str());
   return line;
 }
 
@@ -316,7 +316,7 @@ void addLookup(Steps& steps, BfnChip::ChipModel const& chip,
     steps.add("row", hexText(row.action));
     auto const mac = BfnChip::RewriteLayout::newSourceMac(BfnChip::packed(row.action));
     steps.add("row's MAC",
-              macText(mac) + (frame.verdict == Verdict::NoMac ? ", which is none" : ""));
+              frameMacText(mac) + (frame.verdict == Verdict::NoMac ? ", which is none" : ""));
     return;
   }
   steps.add("row", "none");
@@ -329,7 +329,8 @@ void addOuter(Steps& steps, Host::Packets::Bytes packet) {
   size_t const udpAt = EthernetHeader::kSize + Ipv4Header::kSize;
   auto const udp = UdpHeader::read(packet.subspan(udpAt));
   auto const vxlan = VxlanHeader::read(packet.subspan(udpAt + UdpHeader::kSize));
-  steps.add("outer MACs", macText(ethernet->source) + " to " + macText(ethernet->destination));
+  steps.add("outer MACs",
+            frameMacText(ethernet->source) + " to " + frameMacText(ethernet->destination));
   steps.add("outer IPv4", ipText(ipv4->source) + " to " + ipText(ipv4->destination) +
                               ", time to live " + std::to_string(ipv4->timeToLive) + ", DSCP " +
                               std::to_string(ipv4->typeOfService >> 2) + ", ECN " +
@@ -361,7 +362,8 @@ Answer traceFrame(Switch& host, LastCapture const& last, Kiv::U64 number) {
     if (frame) addTag(steps, *frame);
     steps.add("VLAN", result.vlan ? std::to_string(*result.vlan) : "none");
     addLookup(steps, chip, result);
-    steps.add("source MAC", macText(result.macBefore) + " to " + macText(result.macAfter));
+    steps.add("source MAC",
+              frameMacText(result.macBefore) + " to " + frameMacText(result.macAfter));
     if (!result.packet.empty()) addOuter(steps, result.packet);
     std::string const verdict(text(result.verdict));
     steps.add("so it is",
