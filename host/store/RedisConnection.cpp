@@ -6,6 +6,8 @@
 #include <hiredis/hiredis.h>
 #include <poll.h>
 
+#include "framework/core/Fatal.h"
+
 namespace Host {
 
 namespace {
@@ -24,38 +26,42 @@ void ignoreBrokenPipes() {
   }
 }
 
-struct FreeReply {
-  void operator()(redisReply* reply) const { freeReplyObject(reply); }
-};
-
-RedisReply converted(redisReply const& from) {
-  RedisReply to;
-  switch (from.type) {
-    case REDIS_REPLY_STRING:
-    case REDIS_REPLY_STATUS:
-      to.kind = RedisReply::Kind::Text;
-      to.text.assign(from.str, from.len);
-      break;
-    case REDIS_REPLY_ERROR:
-      to.kind = RedisReply::Kind::Error;
-      to.text.assign(from.str, from.len);
-      break;
-    case REDIS_REPLY_INTEGER:
-      to.kind = RedisReply::Kind::Number;
-      to.number = from.integer;
-      break;
-    case REDIS_REPLY_ARRAY:
-      to.kind = RedisReply::Kind::List;
-      to.list.reserve(from.elements);
-      for (size_t i = 0; i < from.elements; ++i) to.list.push_back(converted(*from.element[i]));
-      break;
-    default:
-      break;
-  }
-  return to;
-}
+// The server reads so much while the rest of a batch is made.
+constexpr size_t kPart = size_t{64} << 10;
 
 }  // namespace
+
+bool RedisReply::isNothing() const {
+  return reply_->type == REDIS_REPLY_NIL;
+}
+
+bool RedisReply::isError() const {
+  return reply_->type == REDIS_REPLY_ERROR;
+}
+
+std::string_view RedisReply::text() const {
+  switch (reply_->type) {
+    case REDIS_REPLY_STRING:
+    case REDIS_REPLY_STATUS:
+    case REDIS_REPLY_ERROR:
+      return {reply_->str, reply_->len};
+    default:
+      return {};
+  }
+}
+
+long long RedisReply::number() const {
+  return reply_->type == REDIS_REPLY_INTEGER ? reply_->integer : 0;
+}
+
+size_t RedisReply::size() const {
+  return reply_->type == REDIS_REPLY_ARRAY ? reply_->elements : 0;
+}
+
+RedisReply RedisReply::operator[](size_t i) const {
+  KIV_CHECK(i < size(), "no element ", i);
+  return RedisReply({reply_, reply_->element[i]});
+}
 
 void RedisConnection::Free::operator()(redisContext* context) const {
   redisFree(context);
@@ -102,30 +108,32 @@ void RedisConnection::add(std::vector<std::string_view> const& words) {
   for (std::string_view const word : words) {
     bytes.push_back(word.data());
     sizes.push_back(word.size());
+    unsent_ += word.size();
   }
   if (redisAppendCommandArgv(context_.get(), static_cast<int>(words.size()), bytes.data(),
                              sizes.data()) != REDIS_OK) {
     away();
   }
   ++awaited_;
+  if (unsent_ >= kPart) send();
 }
 
 RedisReply RedisConnection::answer() {
   --awaited_;
+  unsent_ = 0;
   void* given = nullptr;
-  if (redisGetReply(context_.get(), &given) != REDIS_OK) away();
-  std::unique_ptr<redisReply, FreeReply> const reply(static_cast<redisReply*>(given));
-  if (reply == nullptr) away();
-  return converted(*reply);
+  if (redisGetReply(context_.get(), &given) != REDIS_OK || given == nullptr) away();
+  return RedisReply({static_cast<redisReply*>(given), freeReplyObject});
 }
 
 RedisReply RedisConnection::need() {
   RedisReply reply = answer();
-  if (reply.isError()) throw StoreRefused(name_ + ": " + reply.text);
+  if (reply.isError()) throw StoreRefused(name_ + ": " + std::string(reply.text()));
   return reply;
 }
 
 void RedisConnection::send() {
+  unsent_ = 0;
   int done = 0;
   while (done == 0) {
     if (redisBufferWrite(context_.get(), &done) != REDIS_OK) away();

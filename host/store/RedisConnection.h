@@ -6,26 +6,36 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/store/OpenStore.h"
 #include "host/store/StoreUrl.h"
 
 struct redisContext;
+struct redisReply;
 
 namespace Host {
 
-/// One answer of a Redis server.
-struct RedisReply {
-  enum class Kind : Kiv::U8 { Nothing, Text, Number, List, Error };
+/// One answer of a Redis server, or one of a list within it. It keeps the whole answer.
+class RedisReply {
+ public:
+  bool isNothing() const;
+  bool isError() const;
+  /// Of a text or an error; else empty. Valid as long as a part of this answer is kept.
+  std::string_view text() const;
+  /// Of a number; else 0.
+  long long number() const;
+  /// How many a list has; else 0.
+  size_t size() const;
+  /// One of a list. Fatal when the list has fewer.
+  RedisReply operator[](size_t i) const;
 
-  Kind kind = Kind::Nothing;
-  std::string text;  ///< of a text or an error
-  long long number = 0;
-  std::vector<RedisReply> list;
+ private:
+  friend class RedisConnection;
+  explicit RedisReply(std::shared_ptr<redisReply const> reply) : reply_(std::move(reply)) {}
 
-  bool isNothing() const { return kind == Kind::Nothing; }
-  bool isError() const { return kind == Kind::Error; }
+  std::shared_ptr<redisReply const> reply_;
 };
 
 /// One connection to a Redis server. Commands are sent in batches; the answers come in their order.
@@ -39,7 +49,8 @@ class RedisConnection {
   /// does not let it in.
   RedisConnection(StoreUrl const& url, StoreOptions const& options);
 
-  /// Adds a command to the batch.
+  /// Adds a command to the batch. What the server can begin with is sent before the batch is
+  /// complete.
   void add(std::initializer_list<std::string_view> words);
   void add(std::vector<std::string_view> const& words);
   /// The next answer, errors among them. Sends the batch first.
@@ -67,6 +78,7 @@ class RedisConnection {
   std::string const name_;
   std::unique_ptr<redisContext, Free> context_;
   size_t awaited_ = 0;
+  size_t unsent_ = 0;  // bytes, about
 };
 
 }  // namespace Host

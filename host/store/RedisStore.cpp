@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/store/RedisStore.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <random>
 #include <utility>
 
 namespace Host {
 
 namespace {
+
+// How many entries of the stream are asked for together.
+constexpr size_t kMaxAtOnce = 1000;
 
 using Kind = StoreChange::Kind;
 using Reply = RedisReply;
@@ -48,7 +53,7 @@ std::string dataName(std::string_view path, std::string_view collection) {
   return "data:" + escaped(path) + ":" + std::string(collection);
 }
 
-StoreVersion versionOf(std::string const& id) {
+StoreVersion versionOf(std::string_view id) {
   StoreVersion version;
   char const* const end = id.data() + id.size();
   auto const [at, error] = std::from_chars(id.data(), end, version.major);
@@ -56,15 +61,9 @@ StoreVersion versionOf(std::string const& id) {
   return version;
 }
 
-// The first entry's id in the answer of XRANGE.
-StoreVersion firstVersion(Reply const& entries) {
-  if (entries.list.empty() || entries.list[0].list.empty()) return {};
-  return versionOf(entries.list[0].list[0].text);
-}
-
-std::string_view fieldOf(std::vector<Reply> const& fields, std::string_view name) {
+std::string_view fieldOf(Reply const& fields, std::string_view name) {
   for (size_t i = 0; i + 1 < fields.size(); i += 2) {
-    if (fields[i].text == name) return fields[i + 1].text;
+    if (fields[i].text() == name) return fields[i + 1].text();
   }
   return {};
 }
@@ -73,20 +72,20 @@ std::string_view fieldOf(std::vector<Reply> const& fields, std::string_view name
 // trimmed to nothing still knows it. One that is not there is empty, too. Throws StoreRefused for
 // what is no stream.
 StoreVersion headOf(Reply const& stream, std::string const& store, bool& isEmpty) {
-  if (stream.isError() && stream.text.find("no such key") == std::string::npos) {
-    throw StoreRefused(store + ": " + stream.text);
+  if (stream.isError() && stream.text().find("no such key") == std::string::npos) {
+    throw StoreRefused(store + ": " + std::string(stream.text()));
   }
   isEmpty = true;
   StoreVersion head;
-  for (size_t i = 0; i + 1 < stream.list.size(); i += 2) {
-    if (stream.list[i].text == "length") isEmpty = stream.list[i + 1].number == 0;
-    if (stream.list[i].text == "last-generated-id") head = versionOf(stream.list[i + 1].text);
+  for (size_t i = 0; i + 1 < stream.size(); i += 2) {
+    if (stream[i].text() == "length") isEmpty = stream[i + 1].number() == 0;
+    if (stream[i].text() == "last-generated-id") head = versionOf(stream[i + 1].text());
   }
   return head;
 }
 
 // Nothing: an entry that is no change.
-std::optional<StoreChange> changeOf(std::vector<Reply> const& fields) {
+std::optional<StoreChange> changeOf(Reply const& fields) {
   auto const kind = storeChangeKind(fieldOf(fields, "op"));
   if (!kind) return std::nullopt;
   StoreChange change;
@@ -96,6 +95,25 @@ std::optional<StoreChange> changeOf(std::vector<Reply> const& fields) {
   change.key = fieldOf(fields, "key");
   change.value = fieldOf(fields, "value");
   return change;
+}
+
+// Adds the changes that follow an entry, of the entries that begin with it. Gives the last entry's
+// version, or nothing when they begin with another one.
+std::optional<StoreVersion> readAfter(StoreVersion const& before, Reply const& entries,
+                                      std::vector<StoreEvent>& events) {
+  std::optional<StoreVersion> last;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    Reply const entry = entries[i];
+    if (entry.size() != 2) continue;
+    StoreVersion const version = versionOf(entry[0].text());
+    if (!last) {
+      if (version != before) return std::nullopt;
+    } else if (auto change = changeOf(entry[1])) {
+      events.push_back({version, std::move(*change)});
+    }
+    last = version;
+  }
+  return last;
 }
 
 }  // namespace
@@ -131,7 +149,7 @@ void RedisStore::addWatch() {
 
 void RedisStore::readWatch() {
   connection_->need();
-  epoch_ = connection_->need().text;
+  epoch_ = connection_->need().text();
 }
 
 void RedisStore::watchEpoch() {
@@ -143,7 +161,7 @@ StoreHead RedisStore::readHead(bool& isEmpty) {
   connection_->add({"GET", key("epoch")});
   connection_->add({"XINFO", "STREAM", key("stream")});
   StoreHead head;
-  head.epoch = connection_->need().text;
+  head.epoch = connection_->need().text();
   head.version = headOf(connection_->answer(), url_.text, isEmpty);
   return head;
 }
@@ -153,18 +171,18 @@ StoreHead RedisStore::readHead(bool& isEmpty) {
 // been trimmed, the id may be too small; the server's own choice is always new then.
 StoreVersion RedisStore::addMark() {
   connection_->add({"TIME"});
-  auto const time = connection_->need().list;
+  Reply const time = connection_->need();
   std::string id = "*";
   if (time.size() == 2) {
-    std::string const microseconds = "00000" + time[1].text;
-    id = time[0].text + microseconds.substr(microseconds.size() - 6, 3) + "-" +
+    std::string const microseconds = "00000" + std::string(time[1].text());
+    id = std::string(time[0].text()) + microseconds.substr(microseconds.size() - 6, 3) + "-" +
          std::to_string(std::random_device()());
   }
   connection_->add({"XADD", key("stream"), id, "op", "mark"});
   Reply const added = connection_->answer();
-  if (!added.isError()) return versionOf(added.text);
+  if (!added.isError()) return versionOf(added.text());
   connection_->add({"XADD", key("stream"), "*", "op", "mark"});
-  return versionOf(connection_->need().text);
+  return versionOf(connection_->need().text());
 }
 
 StoreHead RedisStore::head() {
@@ -198,7 +216,7 @@ std::string RedisStore::claim(std::string const& name, std::string const& owner,
     connection_->add({"GET", place});
     connection_->need();
     connection_->need();
-    std::string holder = connection_->need().text;
+    std::string holder(connection_->need().text());
     if (holder == owner) {
       connection_->add({"EXPIRE", place, time});
       connection_->need();
@@ -219,13 +237,15 @@ StoreSnapshot RedisStore::snapshot() {
       connection_->add({"SMEMBERS", key("index")});
       connection_->need();
       std::set<std::string> names;
-      for (Reply& name : connection_->need().list) names.insert(std::move(name.text));
+      Reply const index = connection_->need();
+      for (size_t i = 0; i < index.size(); ++i) names.emplace(index[i].text());
       StoreSnapshot snapshot;
       if (!readSnapshot(names, snapshot)) continue;
       watchEpoch();
       if (epoch_ != snapshot.head.epoch) continue;
       read_ = snapshot.head.version;
       index_ = std::move(names);
+      news_.clear();
       return snapshot;
     }
     throw StoreRefused(url_.text + ": its names change faster than they can be read");
@@ -245,32 +265,33 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
   connection_->add({"EXEC"});
   for (size_t i = 0; i < names.size() + 4; ++i) connection_->need();
   Reply const all = connection_->need();
-  if (all.list.size() != names.size() + 3) return false;
-  if (all.list[2].list.size() != names.size()) return false;
-  for (Reply const& name : all.list[2].list) {
-    if (!names.contains(name.text)) return false;
+  if (all.size() != names.size() + 3) return false;
+  Reply const index = all[2];
+  if (index.size() != names.size()) return false;
+  for (size_t i = 0; i < index.size(); ++i) {
+    if (!names.contains(std::string(index[i].text()))) return false;
   }
-  snapshot.head.epoch = all.list[0].text;
+  snapshot.head.epoch = all[0].text();
   bool isEmpty = false;
-  snapshot.head.version = headOf(all.list[1], url_.text, isEmpty);
+  snapshot.head.version = headOf(all[1], url_.text, isEmpty);
   if (!snapshot.head.epoch.empty() && snapshot.head.version == StoreVersion()) {
     addMark();  // the stream has been deleted since head() has looked
     return false;
   }
   size_t at = 3;
   for (std::string_view const name : names) {
-    Reply const& contents = all.list[at++];
+    Reply const contents = all[at++];
     if (contents.isError()) {
-      snapshot.unreadable[key(name)] = contents.text;
+      snapshot.unreadable[key(name)] = contents.text();
     } else if (name.starts_with(kType)) {
-      snapshot.records[unescaped(name.substr(kType.size()))].typeName = contents.text;
+      snapshot.records[unescaped(name.substr(kType.size()))].typeName = contents.text();
     } else if (auto const colon = name.find(':', kData.size());
                name.starts_with(kData) && colon != std::string_view::npos) {
-      if (contents.list.empty()) continue;
+      if (contents.size() == 0) continue;
       std::string const path = unescaped(name.substr(kData.size(), colon - kData.size()));
       auto& collection = snapshot.records[path].form[std::string(name.substr(colon + 1))];
-      for (size_t i = 0; i + 1 < contents.list.size(); i += 2) {
-        collection[contents.list[i].text] = contents.list[i + 1].text;
+      for (size_t i = 0; i + 1 < contents.size(); i += 2) {
+        collection[std::string(contents[i].text())] = contents[i + 1].text();
       }
     } else {
       snapshot.unreadable[key(name)] = "it is neither a type nor data";
@@ -282,21 +303,22 @@ bool RedisStore::readSnapshot(std::set<std::string> const& names, StoreSnapshot&
 std::optional<std::vector<StoreEvent>> RedisStore::changes() {
   return connected([this]() -> std::optional<std::vector<StoreEvent>> {
     readBell();
-    std::vector<StoreEvent> events;
-    while (events.empty()) {
-      connection_->add({"XRANGE", key("stream"), toString(read_), "+", "COUNT", "1000"});
+    do {
+      askForChanges();
       Reply const entries = connection_->need();
-      if (entries.list.empty() || firstVersion(entries) != read_) return std::nullopt;
-      if (entries.list.size() == 1) break;
-      for (size_t i = 1; i < entries.list.size(); ++i) {
-        auto const& entry = entries.list[i].list;
-        if (entry.size() != 2) continue;
-        read_ = versionOf(entry[0].text);
-        if (auto change = changeOf(entry[1].list)) events.push_back({read_, std::move(*change)});
-      }
-    }
-    return events;
+      auto const last = readAfter(read_, entries, news_);
+      if (!last) return std::nullopt;
+      if (entries.size() == 1) break;
+      read_ = *last;
+    } while (news_.empty());
+    return std::exchange(news_, {});
   });
+}
+
+// From the last entry that has been read, that one included.
+void RedisStore::askForChanges() {
+  connection_->add(
+      {"XRANGE", key("stream"), toString(read_), "+", "COUNT", std::to_string(kMaxAtOnce)});
 }
 
 int RedisStore::descriptor() {
@@ -331,33 +353,55 @@ void RedisStore::addEvent(StoreChange const& change) {
                     change.value});
 }
 
-// Two commands for each change and, where there is more to do, further ones.
-void RedisStore::addChange(StoreChange const& change, std::set<std::string>& indexed) {
-  std::string const data = dataName(change.path, change.collection);
-  switch (change.kind) {
+// The part of the changes that one command writes: a single one, or values of one collection.
+size_t RedisStore::togetherWith(std::span<StoreChange const> changes) {
+  constexpr size_t kMost = 500;
+  StoreChange const& first = changes.front();
+  size_t count = 1;
+  if (first.kind != Kind::Set || !first.drops.empty()) return count;
+  while (count < std::min(changes.size(), kMost)) {
+    StoreChange const& next = changes[count];
+    if (next.kind != Kind::Set || next.collection != first.collection || next.path != first.path ||
+        next.within != first.within || !next.drops.empty())
+      break;
+    ++count;
+  }
+  return count;
+}
+
+void RedisStore::addWrite(std::span<StoreChange const> changes, std::set<std::string>& indexed) {
+  StoreChange const& first = changes.front();
+  std::string const data = dataName(first.path, first.collection);
+  std::string const place = key(data);
+  switch (first.kind) {
     case Kind::Make:
-      connection_->add({"SADD", key("index"), typeName(change.path)});
+      connection_->add({"SADD", key("index"), typeName(first.path)});
       break;
     case Kind::Set:
-    case Kind::Replace:
+    case Kind::Replace: {
       addToIndex(data, indexed);
-      connection_->add({"HSET", key(data), change.key, change.value});
+      std::vector<std::string_view> words{"HSET", place};
+      for (StoreChange const& change : changes) {
+        words.push_back(change.key);
+        words.push_back(change.value);
+      }
+      connection_->add(words);
       break;
+    }
     case Kind::Del:
-      connection_->add({"HDEL", key(data), change.key});
+      connection_->add({"HDEL", place, first.key});
       break;
   }
-  if (change.within) {
-    std::string const outer = dataName(change.path, change.within->collection);
+  if (first.within) {
+    std::string const outer = dataName(first.path, first.within->collection);
     addToIndex(outer, indexed);
-    connection_->add({"HSETNX", key(outer), change.within->key, change.within->value});
+    connection_->add({"HSETNX", key(outer), first.within->key, first.within->value});
   }
-  for (std::string const& collection : change.drops) {
-    std::string const dropped = dataName(change.path, collection);
+  for (std::string const& collection : first.drops) {
+    std::string const dropped = dataName(first.path, collection);
     connection_->add({"DEL", key(dropped)});
     connection_->add({"SREM", key("index"), dropped});
   }
-  addEvent(change);
 }
 
 // Collections in objects leave the index with their object, which another client may remove.
@@ -367,49 +411,49 @@ void RedisStore::addToIndex(std::string const& name, std::set<std::string>& inde
   connection_->add({"SADD", key("index"), name});
 }
 
-// Claims the types of new records. Gives the changes that are left to write.
-std::vector<StoreChange const*> RedisStore::makeTypes(std::span<StoreChange const> changes) {
+// Claims the types of new records. Those that are there already go from the changes.
+void RedisStore::makeTypes(std::vector<StoreChange>& changes) {
   for (StoreChange const& change : changes) {
     if (change.kind == Kind::Make) connection_->add({"GET", key(typeName(change.path))});
   }
   std::string refusal;
+  auto const check = [&](StoreChange const& change, Reply const& type) {
+    if (type.isNothing() || type.text() == change.value) return;
+    refusal = ": \"" + change.path + "\" is of type " + std::string(type.text()) + ", not " +
+              change.value;
+  };
   for (StoreChange const& change : changes) {
-    if (change.kind != Kind::Make) continue;
-    Reply const type = connection_->need();
-    if (!type.isNothing() && type.text != change.value) {
-      refusal = ": \"" + change.path + "\" is of type " + type.text + ", not " + change.value;
-    }
+    if (change.kind == Kind::Make) check(change, connection_->need());
   }
   if (!refusal.empty()) throw StoreRefused(url_.text + refusal);
-  std::vector<StoreChange const*> left;
-  for (StoreChange const& change : changes) {
-    if (change.kind != Kind::Make) {
-      left.push_back(&change);
-      continue;
-    }
+  std::erase_if(changes, [&](StoreChange const& change) {
+    if (change.kind != Kind::Make) return false;
     std::string const type = typeName(change.path);
     connection_->add({"SETNX", key(type), change.value});
     connection_->add({"GET", key(type)});
     connection_->add({"SISMEMBER", key("index"), type});
     connection_->need();
-    Reply const claimed = connection_->need();
-    Reply const known = connection_->need();
-    if (claimed.text != change.value) {
-      throw StoreRefused(url_.text + ": \"" + change.path + "\" is of type " + claimed.text +
-                         ", not " + change.value);
-    }
-    if (known.number == 0) left.push_back(&change);
-  }
-  return left;
+    check(change, connection_->need());
+    bool const known = connection_->need().number() != 0;
+    if (!refusal.empty()) throw StoreRefused(url_.text + refusal);
+    return known;
+  });
 }
 
-StoreVersions RedisStore::writeAll(std::vector<StoreChange const*> const& changes) {
+StoreVersions RedisStore::writeAll(std::vector<StoreChange> changes) {
   connection_->add({"MULTI"});
-  size_t firstEvent = 0;          // among what EXEC answers
+  askForChanges();              // what others have written before
+  std::vector<size_t> eventAt;  // among what EXEC answers
+  eventAt.reserve(changes.size());
   std::set<std::string> indexed;  // by this transaction
-  for (StoreChange const* change : changes) {
-    addChange(*change, indexed);
-    if (change == changes.front()) firstEvent = connection_->awaited() - 2;
+  for (std::span<StoreChange const> left(changes); !left.empty();) {
+    auto const together = left.first(togetherWith(left));
+    addWrite(together, indexed);
+    for (StoreChange const& change : together) {
+      eventAt.push_back(connection_->awaited() - 1);
+      addEvent(change);
+    }
+    left = left.subspan(together.size());
   }
   // Each command is acknowledged before EXEC answers for all of them.
   size_t const acknowledged = connection_->awaited();
@@ -418,19 +462,37 @@ StoreVersions RedisStore::writeAll(std::vector<StoreChange const*> const& change
   std::string refusal;
   for (size_t i = 0; i < acknowledged; ++i) {
     Reply const each = connection_->answer();
-    if (each.isError() && refusal.empty()) refusal = each.text;
+    if (each.isError() && refusal.empty()) refusal = each.text();
   }
   Reply const reply = connection_->answer();
   readWatch();
   if (reply.isNothing() && refusal.empty()) refusal = "the store has been emptied or replaced";
-  if (reply.isError() && refusal.empty()) refusal = reply.text;
+  if (reply.isError() && refusal.empty()) refusal = reply.text();
   if (!refusal.empty()) throw StoreRefused(url_.text + ": " + refusal);
-  for (Reply const& each : reply.list) {
+  for (size_t i = 0; i < reply.size(); ++i) {
     // Other commands of a transaction go through; the store is no longer what it should be.
-    if (each.isError()) throw StoreRefused(url_.text + ": " + each.text);
+    if (reply[i].isError()) throw StoreRefused(url_.text + ": " + std::string(reply[i].text()));
   }
   index_.merge(indexed);
-  return {versionOf(reply.list[firstEvent].text), versionOf(reply.list.back().text)};
+  StoreVersions const versions{versionOf(reply[eventAt.front()].text()),
+                               versionOf(reply[eventAt.back()].text())};
+  addNews(reply, eventAt, std::move(changes));
+  return versions;
+}
+
+// What a transaction has changed need not be read again, where all that is before it has been read.
+void RedisStore::addNews(Reply const& reply, std::vector<size_t> const& eventAt,
+                         std::vector<StoreChange> changes) {
+  Reply const before = reply[0];
+  if (before.size() == kMaxAtOnce) return;
+  std::vector<StoreEvent> events;
+  if (!readAfter(read_, before, events)) return;
+  for (size_t i = 0; i < changes.size(); ++i) {
+    read_ = versionOf(reply[eventAt[i]].text());
+    events.push_back({read_, std::move(changes[i])});
+  }
+  news_.insert(news_.end(), std::make_move_iterator(events.begin()),
+               std::make_move_iterator(events.end()));
 }
 
 StoreVersions RedisStore::submit(std::vector<StoreChange> changes) {
@@ -441,14 +503,14 @@ StoreVersions RedisStore::submit(std::vector<StoreChange> changes) {
       if (epoch_.empty() || epoch_ != epoch) {
         throw StoreRefused(url_.text + ": the store has been emptied or replaced");
       }
-      std::vector<StoreChange const*> const left = makeTypes(changes);
-      if (left.empty()) {
+      makeTypes(changes);
+      if (changes.empty()) {
         bool isEmpty = false;
         StoreVersion const head = readHead(isEmpty).version;
         return StoreVersions{{head.major, head.minor + 1}, head};
       }
       sent = true;
-      return writeAll(left);
+      return writeAll(std::move(changes));
     });
   } catch (StoreAway const& away) {
     if (!sent) throw;

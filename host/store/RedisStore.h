@@ -48,11 +48,15 @@ class RedisStore final : public Store {
   void readWatch();
   StoreHead readHead(bool& isEmpty);
   StoreVersion addMark();
-  void addChange(StoreChange const& change, std::set<std::string>& indexed);
+  void askForChanges();
+  static size_t togetherWith(std::span<StoreChange const> changes);
+  void addWrite(std::span<StoreChange const> changes, std::set<std::string>& indexed);
   void addEvent(StoreChange const& change);
   void addToIndex(std::string const& name, std::set<std::string>& indexed);
-  std::vector<StoreChange const*> makeTypes(std::span<StoreChange const> changes);
-  StoreVersions writeAll(std::vector<StoreChange const*> const& changes);
+  void makeTypes(std::vector<StoreChange>& changes);
+  StoreVersions writeAll(std::vector<StoreChange> changes);
+  void addNews(RedisReply const& reply, std::vector<size_t> const& eventAt,
+               std::vector<StoreChange> changes);
   bool readSnapshot(std::set<std::string> const& names, StoreSnapshot& snapshot);
   void readBell();
 
@@ -61,9 +65,10 @@ class RedisStore final : public Store {
   StoreUrl const url_;
   StoreOptions const options_;
   std::unique_ptr<RedisConnection> connection_;
-  std::string epoch_;            // at the server, watched there
-  StoreVersion read_;            // the entry that changes() gave last
-  std::set<std::string> index_;  // names that are known to be in the server's index
+  std::string epoch_;             // at the server, watched there
+  StoreVersion read_;             // the last entry that has been read
+  std::vector<StoreEvent> news_;  // read, and not given by changes() yet
+  std::set<std::string> index_;   // names that are known to be in the server's index
 
   // A connection on which the server reports that there is another entry.
   std::unique_ptr<RedisConnection> bell_;

@@ -58,10 +58,20 @@ class RedisStoreTest : public ::testing::Test {
   }
   /// The server's time, from the answer to TIME.
   static Kiv::U64 milliseconds(RedisReply const& time) {
-    return std::stoull(time.list.at(0).text) * 1000 + std::stoull(time.list.at(1).text) / 1000;
+    return std::stoull(std::string(time[0].text())) * 1000 +
+           std::stoull(std::string(time[1].text())) / 1000;
   }
   static void submit(RedisStore& store, std::vector<StoreChange> const& changes) {
     store.submit(changes);
+  }
+  /// Changes until there are none.
+  static std::vector<std::string> allOf(RedisStore& store) {
+    std::vector<std::string> all;
+    for (auto part = shown(store.changes()); !part.empty(); part = shown(store.changes())) {
+      all.insert(all.end(), part.begin(), part.end());
+      if (part.front() == "lost") break;
+    }
+    return all;
   }
   static bool readable(int descriptor) {
     pollfd waiting{descriptor, POLLIN, 0};
@@ -72,11 +82,11 @@ class RedisStoreTest : public ::testing::Test {
 TEST_F(RedisStoreTest, KeepsRecordsUnderTheNamesOfTheDocument) {
   auto const store = begun();
   submit(*store, {makeOf("a:b%", "T"), setOf("a:b%", "c", "k", "v")});
-  EXPECT_EQ(command({"GET", "macrewrite:type:a%3Ab%25"}).text, "T");
-  EXPECT_EQ(command({"HGET", "macrewrite:data:a%3Ab%25:c", "k"}).text, "v");
-  auto const entry = command({"XREVRANGE", "macrewrite:stream", "+", "-", "COUNT", "1"}).list.at(0);
+  EXPECT_EQ(command({"GET", "macrewrite:type:a%3Ab%25"}).text(), "T");
+  EXPECT_EQ(command({"HGET", "macrewrite:data:a%3Ab%25:c", "k"}).text(), "v");
+  auto const entry = command({"XREVRANGE", "macrewrite:stream", "+", "-", "COUNT", "1"})[0];
   std::vector<std::string> fields;
-  for (RedisReply const& field : entry.list.at(1).list) fields.push_back(field.text);
+  for (size_t i = 0; i < entry[1].size(); ++i) fields.emplace_back(entry[1][i].text());
   EXPECT_THAT(fields,
               ElementsAre("op", "set", "path", "a:b%", "attribute", "c", "key", "k", "value", "v"));
   EXPECT_EQ(store->snapshot().records.at("a:b%").form.at("c").at("k"), "v");
@@ -149,7 +159,7 @@ TEST_F(RedisStoreTest, ANameIsClaimedByOneOwnerUntilItsTimeIsOver) {
   EXPECT_EQ(two->claim("leaf1", "b", 100), "a");
   EXPECT_EQ(one->claim("leaf1", "a", 100), "a");
   EXPECT_EQ(two->claim("leaf2", "b", 100), "b");
-  EXPECT_GT(command({"TTL", "macrewrite:holder:leaf1"}).number, 0);
+  EXPECT_GT(command({"TTL", "macrewrite:holder:leaf1"}).number(), 0);
   command({"DEL", "macrewrite:holder:leaf1"});
   EXPECT_EQ(two->claim("leaf1", "b", 100), "b");
 }
@@ -161,7 +171,7 @@ TEST_F(RedisStoreTest, AStoreThatIsEmptiedUnderAConnectionTakesNoChanges) {
   std::vector<StoreChange> const changes{setOf("p", "c", "k", "v")};
   EXPECT_THAT([&] { store->submit(changes); },
               ThrowsMessage<StoreRefused>(HasSubstr("emptied or replaced")));
-  EXPECT_EQ(command({"DBSIZE"}).number, 0);
+  EXPECT_EQ(command({"DBSIZE"}).number(), 0);
   auto const other = begun();
   EXPECT_THROW(store->submit(changes), StoreRefused);
   EXPECT_THAT(other->snapshot().records, IsEmpty());
@@ -225,6 +235,64 @@ TEST_F(RedisStoreTest, ItsDescriptorReportsChangesAndTheLossOfTheConnection) {
   server->stop();
   EXPECT_TRUE(readable(descriptor));
   EXPECT_THROW(two->changes(), StoreAway);
+}
+
+TEST_F(RedisStoreTest, OwnChangesAreGivenThoughTheConnectionIsLostInBetween) {
+  auto const store = begun();
+  submit(*store, {makeOf("p", "T"), setOf("p", "c", "k", "v")});
+  command({"CLIENT", "KILL", "TYPE", "normal", "SKIPME", "yes"});
+  EXPECT_THROW(store->changes(), StoreAway);
+  EXPECT_THAT(shown(store->changes()), ElementsAre("make p   T", "set p c k v"));
+}
+
+TEST_F(RedisStoreTest, OwnChangesComeAfterThoseOfOthersHoweverManyTheseAre) {
+  auto const one = begun();
+  auto const two = begun();
+  submit(*two, {makeOf("p", "T")});
+  for (size_t const others : {1U, 998U, 999U, 1000U, 2500U}) {
+    std::vector<StoreChange> changes;
+    std::vector<std::string> expected;
+    for (size_t i = 0; i < others; ++i) {
+      changes.push_back(setOf("p", "c", std::to_string(i), "x"));
+      expected.push_back("set p c " + std::to_string(i) + " x");
+    }
+    expected.emplace_back("set p c own v");
+    (void)allOf(*one);
+    submit(*two, changes);
+    submit(*one, {setOf("p", "c", "own", "v")});
+    EXPECT_EQ(allOf(*one), expected) << others;
+    EXPECT_EQ(allOf(*two).size(), others + (others == 1 ? 2 : 1)) << others;
+  }
+}
+
+TEST_F(RedisStoreTest, ATransactionLargerThanTheStreamIsNotLostToItsWriter) {
+  auto const one = begun();
+  auto const two = begun();
+  std::vector<StoreChange> changes{makeOf("p", "T")};
+  for (int i = 0; i < 150'000; ++i) changes.push_back(setOf("p", "c", std::to_string(i), "x"));
+  submit(*one, changes);
+  EXPECT_EQ(allOf(*one).size(), changes.size());
+  EXPECT_THAT(shown(two->changes()), ElementsAre("lost"));
+  EXPECT_EQ(two->snapshot().records.at("p").form.at("c").size(), 150'000);
+}
+
+TEST_F(RedisStoreTest, ChangesThatAreWrittenTogetherLeaveWhatTheyLeaveOneByOne) {
+  std::vector<StoreChange> const changes{
+      makeOf("p", "T"),          makeOf("q", "T"),          setOf("p", "c", "k", "1"),
+      setOf("p", "c", "k", "2"), setOf("p", "c", "l", ""),  delOf("p", "c", "k"),
+      setOf("p", "d", "k", "3"), setOf("q", "d", "k", "4"), setOf("p", "c", "k", "5"),
+      setOf("p", "c", "", "6"),  delOf("p", "c", "l"),      setOf("p", "c", "m", "7")};
+  auto const together = begun();
+  submit(*together, changes);
+  auto const snapshot = together->snapshot();
+  command({"FLUSHALL"});
+  auto const apart = begun();
+  for (StoreChange const& change : changes) submit(*apart, {change});
+  auto const expected = apart->snapshot();
+  ASSERT_EQ(snapshot.records.size(), 2U);
+  for (auto const& [path, record] : expected.records) {
+    EXPECT_EQ(snapshot.records.at(path).form, record.form) << path;
+  }
 }
 
 TEST_F(RedisStoreTest, AServerThatDoesNotAnswerIsAway) {
