@@ -26,7 +26,7 @@ Connection::Connection(std::string const& socket) : name_(socket) {
   }
 }
 
-void Connection::send(nlohmann::json const& request) {
+void Connection::send(nlohmann::json request) {
   constexpr size_t kTogether = 16'384;
   out_ += Host::jsonText(request);
   out_ += '\n';

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
+#include "client/Responder.h"
 #include "host/fork/ForkedTask.h"
 
 /// There is no service, or it has gone; the text says which socket and why.
@@ -23,7 +22,7 @@ class Interrupted : public std::runtime_error {
 
 /// A client's connection to the service's control socket. Blocking; what waits throws
 /// Interrupted.
-class Connection {
+class Connection final : public Responder {
  public:
   /// Connects and reads the greeting. Throws NoService, also for a service of another protocol, and
   /// std::system_error for a name that is too long.
@@ -32,16 +31,11 @@ class Connection {
   /// Whether the service has closed it.
   bool gone() const;
   nlohmann::json const& greeting() const { return greeting_; }
-  /// Sends one request, at the latest when an answer is received. Throws NoService.
-  void send(nlohmann::json const& request);
-  /// Sends what is still kept. Throws NoService.
+  /// Throws NoService, as do those below.
+  void send(nlohmann::json request) override;
+  /// Sends what is still kept.
   void flush();
-  /// The next answer. Throws NoService.
-  nlohmann::json receive();
-  nlohmann::json ask(nlohmann::json const& request) {
-    send(request);
-    return receive();
-  }
+  nlohmann::json receive() override;
 
  private:
   /// Adds what has come to `in_`.

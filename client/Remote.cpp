@@ -13,6 +13,7 @@
 #include "host/language/InputError.h"
 #include "host/language/JsonText.h"
 #include "host/language/Lexer.h"
+#include "host/shell/Pipeline.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ bool isOwn(std::vector<std::string> const& words) {
 }  // namespace
 
 nlohmann::json Remote::ask(std::string_view line) {
-  return connection_.ask({{"line", line}, {"warn", true}});
+  return responder_.ask({{"line", line}, {"warn", true}});
 }
 
 Remote::Status Remote::fail(int status, std::string const& why, std::string const& place) {
@@ -76,12 +77,16 @@ Remote::Status Remote::expect(std::vector<std::string> const& words, std::string
 }
 
 Remote::Status Remote::save(std::vector<std::string> const& words, std::string const& place) {
-  json const answer = ask(Host::lineOf(std::vector<std::string>(words.begin(), words.end() - 3)));
+  json const answer = ask(Host::lineOf(std::span(words).first(words.size() - 3)));
   if (answer.contains("error")) return print(answer, "", place);
-  std::ofstream out(words.back());
-  out << answer.value("text", "") << '\n';
-  if (!out.flush()) return fail(BadInput, words.back() + " cannot be written", place);
-  return Done;
+  printWarnings(answer, place);
+  try {
+    auto const saved =
+        Host::savedTo(words.back(), {answer["answer"], answer.value("text", ""), ""});
+    return print({{"answer", saved.json}, {"text", saved.text}}, Host::lineOf(words), place);
+  } catch (Host::InputError const& error) {
+    return fail(BadInput, error.what(), place);
+  }
 }
 
 std::optional<Remote::Status> Remote::own(std::vector<std::string> const& words,
@@ -161,7 +166,7 @@ Remote::Status Remote::together(Lines const& all, std::string const& name) {
   size_t bytes = 0;
   auto const send = [&] {
     if (!some.empty()) {
-      connection_.send({{"keep", std::exchange(some, json::array())}});
+      responder_.send({{"keep", std::exchange(some, json::array())}});
       ++requests;
     }
     bytes = 0;
@@ -173,7 +178,7 @@ Remote::Status Remote::together(Lines const& all, std::string const& name) {
     bytes += text.size();
   }
   send();
-  connection_.send({{"commit", true}});
+  responder_.send({{"commit", true}});
   Status first = Done;
   auto const report = [&](json const& error, int status) {
     if (error.contains("skipped")) return;
@@ -183,10 +188,10 @@ Remote::Status Remote::together(Lines const& all, std::string const& name) {
     if (first == Done) first = failed;
   };
   for (; requests > 0; --requests) {
-    json const answer = connection_.receive();
+    json const answer = responder_.receive();
     if (answer.contains("error")) report(answer, answer.value("status", 1));
   }
-  json const answer = connection_.receive();
+  json const answer = responder_.receive();
   if (answer.contains("error")) {
     report(answer, answer.value("status", 1));
     return first;
@@ -259,14 +264,14 @@ class Remote::Run {
     bool const alone = remote_.options_.keepGoing;
     json request{{"line", text}};
     if (!alone) request["run"] = run_;
-    remote_.connection_.send(request);
+    remote_.responder_.send(request);
     sent_.push_back({number_, text});
     if (alone) takeAll();
     if (sent_.size() < kMostInFlight) return;
     while (sent_.size() > kFewInFlight) take();
   }
   void take() {
-    json const answer = remote_.connection_.receive();
+    json const answer = remote_.responder_.receive();
     Sent const of = std::move(sent_.front());
     sent_.pop_front();
     if (!answer.contains("skipped")) note(remote_.print(answer, of.line, place(of.number)));

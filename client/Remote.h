@@ -8,11 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include "client/Connection.h"
+#include "client/Responder.h"
 #include "framework/core/Types.h"
 
-/// Carries lines out at a service: those of files and of standard input, with what is the client's
-/// own: load, expect, and `| save FILE`.
+/// Has lines carried out, at a service or in a store: those of files and of standard input, with
+/// what is the client's own: load, expect, and `| save FILE`. Throws what the responder does.
 class Remote {
  public:
   enum Status : int { Done = 0, Refused = 1, BadInput = 2 };
@@ -21,11 +21,11 @@ class Remote {
     bool keepGoing = false;
   };
 
-  /// Connection and streams must outlive it.
-  Remote(Connection& connection, std::ostream& out, std::ostream& err, Options options)
-      : connection_(connection), out_(out), err_(err), options_(options) {}
+  /// Responder and streams must outlive it.
+  Remote(Responder& responder, std::ostream& out, std::ostream& err, Options options)
+      : responder_(responder), out_(out), err_(err), options_(options) {}
 
-  /// One line; what it answers is printed. Throws NoService, as do the other two.
+  /// One line; what it answers is printed.
   Status line(std::string_view line);
   /// Lines up to the first one that fails, which is reported with its place. They are sent without
   /// waiting for each other's answers; none is carried out after one that failed.
@@ -37,7 +37,7 @@ class Remote {
   /// Lines of files that were carried out so far.
   size_t accepted() const { return accepted_; }
 
-  /// What a line answers, with warnings: see ControlServer. Throws NoService.
+  /// What a line answers, with warnings: see ControlServer.
   nlohmann::json ask(std::string_view line);
 
  private:
@@ -57,7 +57,7 @@ class Remote {
   Status print(nlohmann::json const& answer, std::string_view line, std::string const& place);
   Status fail(int status, std::string const& why, std::string const& place);
 
-  Connection& connection_;
+  Responder& responder_;
   std::ostream& out_;
   std::ostream& err_;
   Options const options_;

@@ -58,48 +58,23 @@ int runPrompt(Host::PromptTarget& target) {
   return Done;
 }
 
+int runLines(Responder& responder, Options const& options) {
+  Remote remote(responder, std::cout, std::cerr, options.remote);
+  std::vector<std::string> const& words = options.words;
+  if (words.empty()) return remote.stream(std::cin, "stdin", {});
+  return remote.line(words.size() == 1 ? words[0] : Host::lineOf(words));
+}
+
 // --- The store, without a service
 
 int runEditor(Options const& options) {
   Kiv::LogService::sinkIs(
       [](Kiv::LogMessage const& message) { std::cerr << Kiv::toString(message) << std::endl; });
   StoreEditor editor(options.database, options.store, options.switchName);
-  auto const one = [&](std::string_view line, std::string const& place) -> int {
-    auto const failed = [&](int status, char const* why) {
-      std::cout.flush();
-      std::cerr << place << "error: " << why << std::endl;
-      return status;
-    };
-    try {
-      Host::Answer const answer = editor.run(line);
-      if (options.remote.json) {
-        std::cout << Host::jsonText(json{{"answer", answer.json}, {"command", line}}) << '\n';
-      } else if (!answer.text.empty()) {
-        std::cout << answer.text << '\n';
-      }
-      return Done;
-    } catch (Host::InputError const& error) {
-      return failed(BadInput, error.what());
-    } catch (Host::UnreadableException const& error) {
-      return failed(BadInput, error.what());
-    } catch (Host::StoreError const& error) {
-      return failed(Refused, error.what());
-    }
-  };
-  if (!options.words.empty()) {
-    return one(options.words.size() == 1 ? options.words[0] : Host::lineOf(options.words), "");
-  }
-  if (::isatty(STDIN_FILENO) == 1) {
-    StorePrompt prompt(editor, options.switchName.empty() ? "store" : options.switchName,
-                       options.remote.json);
-    return runPrompt(prompt);
-  }
-  std::string line;
-  for (size_t number = 1; std::getline(std::cin, line); ++number) {
-    int const status = one(line, "stdin:" + std::to_string(number) + ": ");
-    if (status != Done && !options.remote.keepGoing) return status;
-  }
-  return Done;
+  if (!options.words.empty() || ::isatty(STDIN_FILENO) == 0) return runLines(editor, options);
+  StorePrompt prompt(editor, options.switchName.empty() ? "store" : options.switchName,
+                     options.remote.json);
+  return runPrompt(prompt);
 }
 
 // --- A service
@@ -136,9 +111,8 @@ int run(Options const& options) {
     return runPrompt(prompt);
   }
   Connection connection(options.socket);
-  Remote remote(connection, std::cout, std::cerr, options.remote);
   std::vector<std::string> const& words = options.words;
-  if (words.empty()) return remote.stream(std::cin, "stdin", {});
+  if (words.empty()) return runLines(connection, options);
   if (words[0] == "watch" && words.size() > 1) {
     std::vector<std::string> const rest(words.begin() + 1, words.end());
     return runWatch(connection, options, rest.size() == 1 ? rest[0] : Host::lineOf(rest));
@@ -147,7 +121,7 @@ int run(Options const& options) {
   if (words[0] == "status" && words[1] == "--support" && words.size() <= 3) {
     return support(connection, words.size() == 3 ? words[2] : "macrewrite-support.txt");
   }
-  return remote.line(words.size() == 1 ? words[0] : Host::lineOf(words));
+  return runLines(connection, options);
 }
 
 int parseAndRun(int argc, char** argv) {

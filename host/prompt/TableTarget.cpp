@@ -38,7 +38,7 @@ void TableTarget::rebuild() {
   addVariableCommands(group.commands, variables_, [this](Arguments const& given) {
     auto const inner = table_.find(given.words).command->pattern.innerCommand(given.words);
     return readingFrom(static_cast<size_t>(inner.data() - given.words.data()),
-                       [&] { return answerTo(inner); });
+                       [&] { return pipeline_.answerTo(inner); });
   });
   group.commands.emplace_back("help [<COMMAND>]", "the commands, or those that begin so", "help",
                               [this](Arguments const& given) {
@@ -71,7 +71,7 @@ void TableTarget::carryOut(std::string_view line) {
   // Each variable's value is known.
   auto const words = pipeline_.expanded(variables_.replacedIn(lineWords(line)).value());
   if (words.empty()) return;
-  Answer answer = answerTo(words);
+  Answer answer = pipeline_.answerTo(words);
   if (json_) {
     answer = Answer(nlohmann::json{{"answer", answer.json}, {"command", line}});
   } else if (answer.text.empty() && !answer.json.is_string()) {
@@ -82,14 +82,6 @@ void TableTarget::carryOut(std::string_view line) {
   } else {
     std::cout << answer.text << std::endl;
   }
-}
-
-Answer TableTarget::answerTo(std::span<std::string const> words) {
-  size_t const count = pipeline_.commandWords(words);
-  auto const filters = readingFrom(count, [&] { return pipeline_.stages(words.subspan(count)); });
-  auto const [command, arguments] = table_.find(words.first(count));
-  Answer answer = command->handler(arguments);
-  return filters.empty() ? answer : pipeline_.apply(filters, std::move(answer));
 }
 
 void TableTarget::warn(Doubt const& doubt) {

@@ -39,7 +39,6 @@ class TableTarget : public PromptTarget {
  private:
   void rebuild();
   void carryOut(std::string_view line);
-  Answer answerTo(std::span<std::string const> words);
 
   bool const json_;
   std::vector<CommandGroup> groups_;

@@ -64,6 +64,16 @@ std::string textOf(Arguments const& given) {
 
 }  // namespace
 
+Answer savedTo(std::string const& file, Answer const& answer) {
+  makeFolderOf(file);
+  std::ofstream out(file);
+  if (!answer.text.empty()) out << answer.text << '\n';
+  if (!out.flush()) throw InputError(excerpt(file) + " cannot be written");
+  size_t const count = linesOf(answer.text).size();
+  return {count,
+          file + ": " + std::to_string(count) + (count == 1 ? " line" : " lines") + " saved"};
+}
+
 Pipeline::Pipeline(CommandTable const& commands) : commands_(commands) {
   addFilters();
 }
@@ -96,17 +106,9 @@ void Pipeline::addFilters() {
                    [lines](Arguments const&) { return Answer(lines().size()); });
   add.emplace_back("json", "the answer as JSON, in one line", "json",
                    [this](Arguments const&) { return Answer(current_.json); });
-  add.emplace_back("save <FILE>", "write the answer to a file", "save rows.txt",
-                   [this, lines](Arguments const& given) {
-                     std::string const name = given.text("save");
-                     makeFolderOf(name);
-                     std::ofstream file(name);
-                     if (!current_.text.empty()) file << current_.text << '\n';
-                     if (!file.flush()) throw InputError(excerpt(name) + " cannot be written");
-                     size_t const count = lines().size();
-                     return Answer(count, name + ": " + std::to_string(count) +
-                                              (count == 1 ? " line" : " lines") + " saved");
-                   });
+  add.emplace_back(
+      "save <FILE>", "write the answer to a file", "save rows.txt",
+      [this](Arguments const& given) { return savedTo(given.text("save"), current_); });
   filters_.add(std::move(group));
 }
 
@@ -147,6 +149,14 @@ Answer Pipeline::apply(Stages const& stages, Answer answer) {
     current_ = filter->handler(arguments);
   }
   return std::move(current_);
+}
+
+Answer Pipeline::answerTo(std::span<std::string const> words) {
+  size_t const count = commandWords(words);
+  auto const filters = readingFrom(count, [&] { return stages(words.subspan(count)); });
+  auto const [command, arguments] = commands_.find(words.first(count));
+  Answer answer = command->handler(arguments);
+  return filters.empty() ? answer : apply(filters, std::move(answer));
 }
 
 std::vector<std::string> Pipeline::expanded(std::span<std::string const> words) const {

@@ -10,6 +10,10 @@
 
 namespace Host {
 
+/// Writes an answer's text to a file, whose folder is made. The answer to that: the number of its
+/// lines. Throws InputError.
+Answer savedTo(std::string const& file, Answer const& answer);
+
 /// What may follow a command after `|`: its answer is filtered, counted or saved. As many words as
 /// possible are the command, so that a `|` that is part of one, or of a text, is no filter.
 class Pipeline {
@@ -28,6 +32,9 @@ class Pipeline {
   Stages stages(std::span<std::string const> words) const;
   /// What the filters make of an answer. Throws InputError.
   Answer apply(Stages const& stages, Answer answer);
+  /// Has the command of a line carried out by its handler; its answer, filtered. Throws InputError,
+  /// and what the handler throws.
+  Answer answerTo(std::span<std::string const> words);
 
   /// CommandTable::expanded() and next() for a line that may have filters.
   std::vector<std::string> expanded(std::span<std::string const> words) const;

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Services and the client on one Redis server.
+#include <atomic>
 #include <csignal>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <set>
+#include <thread>
 #include <unistd.h>
 
 #include "host/store/RedisConnection.h"
@@ -124,6 +128,31 @@ TEST_F(SharedStoreTest, ADatabaseThatWentBackIsAppliedOnceItIsAccepted) {
   one.lines({"store accept"});
   for (int i = 0; i < 4000 && one.status()["store"]["state"] != "current"; ++i) ::usleep(5000);
   EXPECT_EQ(one.answer("dump chip").size(), 0u);
+}
+
+TEST_F(SharedStoreTest, OfAFileThatTheClientLoadsWithoutAServiceAllLinesAreThereOrNone) {
+  constexpr int kLines = 20'000;
+  std::ofstream lines(one.file("lines"));
+  for (int i = 0; i < kLines; ++i) {
+    lines << rewriteLine("10.0." + std::to_string(i / 256) + '.' + std::to_string(i % 256), kMac)
+          << '\n';
+  }
+  lines.close();
+  std::atomic<bool> loaded = false;
+  std::thread load([&] {
+    EXPECT_TRUE(edit("load " + one.file("lines")).exitedWith(0));
+    loaded = true;
+  });
+  Host::RedisConnection connection(Host::StoreUrl(server->url()), {});
+  std::set<long long> seen;
+  for (bool ends = false; !ends;) {
+    ends = loaded;
+    connection.add(
+        {"HLEN", "macrewrite:data:vxlan/hardware/srcMacRewrite/config:overlaySrcMacRewriteEntry"});
+    seen.insert(connection.need().number());
+  }
+  load.join();
+  EXPECT_THAT(seen, ::testing::ElementsAre(0, kLines));
 }
 
 TEST_F(SharedStoreTest, TheClientSaysWhyTheDatabaseDoesNotTakeALine) {
