@@ -72,6 +72,7 @@ class HashStorage {
   U32 const* hashes(size_t at) const { return hashes_ + at; }
   bool used(size_t at) const { return hashes_[at] != HashProbe::kUnused; }
   Slot* slot(size_t at) const { return slots_ + at; }
+  size_t index(Slot const* slot) const { return static_cast<size_t>(slot - slots_); }
   /// Prefetches the memory of the slot; it need not exist, so the address is not a pointer yet.
   void prefetchSlot(size_t at) const {
     auto const address = reinterpret_cast<std::uintptr_t>(slots_) + at * sizeof(Slot);

@@ -91,15 +91,9 @@ class HashTable {
   U32 seed() const { return seed_; }
 
   /// Null when absent. What is written through it must keep the key.
-  Slot* find(Key const& key) {
-    size_t const at = locate(key);
-    return at == kAbsent ? nullptr : storage_.slot(at);
-  }
-  Slot const* find(Key const& key) const {
-    size_t const at = locate(key);
-    return at == kAbsent ? nullptr : storage_.slot(at);
-  }
-  bool contains(Key const& key) const { return locate(key) != kAbsent; }
+  Slot* find(Key const& key) { return locate(key); }
+  Slot const* find(Key const& key) const { return locate(key); }
+  bool contains(Key const& key) const { return locate(key) != nullptr; }
   /// Prefetches the memory where `key` belongs, for a look-up soon after.
   void prefetch(Key const& key) const {
     size_t const at = storage_.home(hashOf(key));
@@ -125,10 +119,10 @@ class HashTable {
   }
   /// Removes a member and gives it back. `key` may be a part of the member.
   std::optional<Slot> take(Key const& key) {
-    size_t const at = locate(key);
-    if (at == kAbsent) return std::nullopt;
-    std::optional<Slot> taken(std::move(*storage_.slot(at)));
-    remove(at);
+    Slot* const slot = locate(key);
+    if (slot == nullptr) return std::nullopt;
+    std::optional<Slot> taken(std::move(*slot));
+    remove(storage_.index(slot));
     return taken;
   }
   /// True when there was one to remove.
@@ -157,9 +151,8 @@ class HashTable {
 
  private:
   using Storage = HashStorage<Slot>;
-  static constexpr size_t kAbsent = ~size_t{0};
   // Groups from its home on in which nearly every member is.
-  static constexpr unsigned kNearGroups = 4;
+  static constexpr size_t kNearGroups = 4;
 
   U32 hashOf(Key const& key) const {
     return std::min(static_cast<U32>(Traits::hash(seed_, key)), HashProbe::kUnused - 1);
@@ -167,27 +160,31 @@ class HashTable {
   bool isAt(size_t at, U32 hash, Key const& key) const {
     return storage_.hash(at) == hash && Traits::key(*storage_.slot(at)) == key;
   }
-  size_t locate(Key const& key) const {
+  Slot* locate(Key const& key) const {
     U32 const hash = hashOf(key);
     size_t at = storage_.home(hash);
     // The slot comes from memory while the hashes do.
     storage_.prefetchSlot(at);
-    for (unsigned groups = 1;; at += HashProbe::kLanes, ++groups) {
+    for (size_t const far = at + kNearGroups * HashProbe::kLanes; at != far;
+         at += HashProbe::kLanes) {
       unsigned lanes = HashProbe::equal(storage_.hashes(at), hash);
       for (; lanes != 0; lanes &= lanes - 1) {
-        size_t const candidate = at + HashProbe::first(lanes);
-        if (Traits::key(*storage_.slot(candidate)) == key) return candidate;
+        Slot* const candidate = storage_.slot(at + HashProbe::first(lanes));
+        if (Traits::key(*candidate) == key) return candidate;
       }
       // After an unused slot, too, there are only greater hashes.
-      if (storage_.hash(at + HashProbe::kLanes - 1) > hash) return kAbsent;
-      if (groups == kNearGroups) at = skipBelow(at, hash) - HashProbe::kLanes;
+      if (storage_.hash(at + HashProbe::kLanes - 1) > hash) return nullptr;
     }
+    return locateFar(hash, key);
   }
-  // Where to look on after `at`: the last group, counted from there, whose first hash is less, or
-  // `at` itself.
-  // From a hash's home on, lesser hashes come first and all others after them. Members that are
-  // inserted in the table's own order, from another table's walk, make long runs until the table
-  // has its full size. A call of its own, so that find() stays small enough to be inlined.
+  // A call of its own, so that locate() stays small enough to be inlined.
+  [[gnu::noinline]] Slot* locateFar(U32 hash, Key const& key) const {
+    size_t const at = lowerIndex(hash, key);
+    return isAt(at, hash, key) ? storage_.slot(at) : nullptr;
+  }
+  // The last group, counted from `at`, whose first hash is less, or `at` itself. From a hash's home
+  // on, lesser hashes come first and all others after them. Members that are inserted in the
+  // table's own order, from another table's walk, make long runs until the table has its full size.
   [[gnu::noinline]] size_t skipBelow(size_t at, U32 hash) const {
     size_t const end = storage_.end();
     size_t step = HashProbe::kLanes;
@@ -205,8 +202,7 @@ class HashTable {
     size_t at = storage_.home(hash);
     unsigned below = HashProbe::below(storage_.hashes(at), hash);
     for (unsigned groups = 1; below == HashProbe::kAllLanes; ++groups) {
-      if (groups == kNearGroups) at = skipBelow(at, hash) - HashProbe::kLanes;
-      at += HashProbe::kLanes;
+      at = groups == kNearGroups ? skipBelow(at, hash) : at + HashProbe::kLanes;
       below = HashProbe::below(storage_.hashes(at), hash);
     }
     at += HashProbe::first(~below);
