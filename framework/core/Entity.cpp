@@ -35,12 +35,14 @@ void Entity::parentIs(Ptr<Entity> const& parent, AttributeId attribute) {
 }
 
 void Entity::makePlace() {
-  place_ = new Place{this, 1};
+  place_ = new Place{this, place_, 1};
 }
 
 void Entity::leavePlace() noexcept {
-  place_->entity = nullptr;
-  release(std::exchange(place_, nullptr));
+  Place* const own = place_;
+  own->entity = nullptr;
+  place_ = std::exchange(own->parent, nullptr);
+  release(own);
 }
 
 }  // namespace Kiv

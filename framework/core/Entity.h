@@ -43,14 +43,14 @@ class Entity : public PtrInterface {
   // then notifies of both. True when there was a change to notify of.
   /// What kivParentStore() under this entity needs. Throws std::bad_alloc.
   void kivNeedPlace() {
-    if (place_ == nullptr) makePlace();
+    if (!hasOwnPlace()) makePlace();
   }
   bool kivParentStore(Entity& parent, AttributeId attribute) noexcept;
   /// Under no parent any more, if it is under that attribute of `parent`.
   bool kivParentDrop(Entity const& parent, AttributeId attribute) noexcept;
   /// For a collection of an entity that is being destroyed: its members have no parent any more.
   void kivLeaveChildren() noexcept {
-    if (place_ != nullptr) leavePlace();
+    if (hasOwnPlace()) leavePlace();
   }
 
   Type const& fwkType() const override;
@@ -59,18 +59,25 @@ class Entity : public PtrInterface {
  protected:
   Entity() = default;
   ~Entity() override {
-    if (place_ != nullptr) leavePlace();
-    if (parent_ != nullptr) release(parent_);
+    kivLeaveChildren();
+    if (place_ != nullptr) release(place_);
   }
 
  private:
   // Where an entity with children is, shared by it and them; it outlives the entity.
   struct Place {
     Entity* entity;
+    Place* parent;
     U32 uses;
   };
 
-  Entity* parentRaw() const { return parent_ == nullptr ? nullptr : parent_->entity; }
+  bool hasOwnPlace() const { return place_ != nullptr && place_->entity == this; }
+  Place* const& parentPlace() const { return hasOwnPlace() ? place_->parent : place_; }
+  Place*& parentPlace() { return hasOwnPlace() ? place_->parent : place_; }
+  Entity* parentRaw() const {
+    Place const* const place = parentPlace();
+    return place == nullptr ? nullptr : place->entity;
+  }
   static void release(Place* place) noexcept {
     if (--place->uses == 0) delete place;
   }
@@ -78,14 +85,15 @@ class Entity : public PtrInterface {
   void leavePlace() noexcept;
 
   AttributeId parentAttribute_ = 0;
-  Place* parent_ = nullptr;
+  // Its own place, if it has children; otherwise its parent's. One pointer serves for both, since
+  // there is an entity for every row.
   Place* place_ = nullptr;
 };
 
 inline bool Entity::kivParentStore(Entity& parent, AttributeId attribute) noexcept {
   bool const same = parentRaw() == &parent && parentAttribute_ == attribute;
   ++parent.place_->uses;
-  Place* const left = std::exchange(parent_, parent.place_);
+  Place* const left = std::exchange(parentPlace(), parent.place_);
   if (left != nullptr) release(left);
   parentAttribute_ = attribute;
   return !same;
@@ -93,7 +101,7 @@ inline bool Entity::kivParentStore(Entity& parent, AttributeId attribute) noexce
 
 inline bool Entity::kivParentDrop(Entity const& parent, AttributeId attribute) noexcept {
   if (parentRaw() != &parent || parentAttribute_ != attribute) return false;
-  release(std::exchange(parent_, nullptr));
+  release(std::exchange(parentPlace(), nullptr));
   parentAttribute_ = 0;
   return true;
 }

@@ -197,6 +197,47 @@ TEST(Entity, TheFullNameOfACycleEnds) {
   EXPECT_EQ(b->fullName(), "n1//n2");
 }
 
+// There is an entity for every row of the chip.
+static_assert(sizeof(Kiv::Entity) <= sizeof(Kiv::PtrInterface) + sizeof(void*));
+
+TEST(Entity, KeepsItsParentWhenItGetsAChildAndWhenItsOwnChildrenLeave) {
+  auto const root = makeActive<Node>(1u);
+  auto middle = root->child().is(2);
+  auto const leaf = middle->child().is(3);
+  EXPECT_EQ(leaf->fullName(), "n1/child/n2/child/n3");
+  auto const other = makeActive<Node>(4u);
+  other->child().memberIs(middle);
+  EXPECT_EQ(leaf->fullName(), "n4/child/n2/child/n3");
+  other->child().del(2);
+  EXPECT_EQ(middle->parent(), nullptr);
+  EXPECT_EQ(leaf->parent(), middle);
+  EXPECT_EQ(leaf->fullName(), "n2/child/n3");
+  root->child().del(2);
+  middle.reset();
+  EXPECT_EQ(leaf->parent(), nullptr);
+}
+
+TEST(Entity, AParentThatDiesLeavesTheChildItsOwnChildren) {
+  auto root = makeActive<Node>(1u);
+  auto const middle = root->child().is(2);
+  auto const leaf = middle->child().is(3);
+  root.reset();
+  EXPECT_EQ(middle->parent(), nullptr);
+  EXPECT_EQ(leaf->fullName(), "n2/child/n3");
+}
+
+TEST(Entity, ACycleIsReleasedInAnyOrder) {
+  auto a = makeActive<Node>(1u);
+  auto b = makeActive<Node>(2u);
+  a->parentIs(b);
+  b->parentIs(a);
+  a.reset();
+  EXPECT_EQ(b->parent(), nullptr);
+  b->parentIs(b);
+  EXPECT_EQ(b->fullName(), "n2");
+  b.reset();
+}
+
 TEST(Entity, AParentWithoutMemoryChangesNothing) {
   auto const root = makeActive<Node>(1u);
   auto const child = makeActive<Node>(2u);
