@@ -96,13 +96,14 @@ void OverlaySrcMacRewriteCliConfigSm::handleOverlaySrcMacRewriteEntry(
     Input::VrfNameAndIp const& key) {
   if (!initialized()) return;
   KIV_TRACE(9, "vrfName: ", key.vrfName, ", ip address: ", key.ip);
-  if (!localVrfNameToIdHas(key.vrfName)) {
+  auto const* const applied = localVrfNameToId_.find(key.vrfName);
+  if (applied == nullptr) {
     // An entry that is added stays pending until its VRF gets an id; one that is removed was never
     // translated, or went with its VRF.
     KIV_TRACE(4, "Vrf doesn't exist, vrfName: ", key.vrfName);
     return;
   }
-  Pex::VrfId const vrfId = localVrfNameToId(key.vrfName);
+  Pex::VrfId const vrfId = applied->value;
   KIV_TRACE(4, "vrfId: ", vrfId);
   if (!agentConfig_ || !overlaySrcMacRewriteCliConfig_) return;
   auto const& lines = overlaySrcMacRewriteCliConfig_.notifierRaw()->overlaySrcMacRewriteEntry();

@@ -54,6 +54,7 @@ BfnMacRewriteSm::BfnMacRewriteSm(
     eachOf(agentStatus->vrfStatus(), [this](auto const& p) { macRewriteVrfStatusIs(p); });
   }
   std::vector<Agent::IpAndIntfId> rows;
+  rows.reserve(localVrfIpToIntf_.size());
   firstRows_ = &rows;
   try {
     handleInitialized();
@@ -210,7 +211,8 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus(Ovra::IntfId intfId) {
   for (Pex::VrfAndIpAddr const& pair : room.value) {
     if (!present) {
       deleteOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
-    } else if (routingStatus(intfId) != nullptr && localVrfIpToIntf(pair) == intfId) {
+    } else if (auto const* const now = localIntfToVrfIp_.find(intfId);
+               now != nullptr && now->vrfAndIpAddr().has(pair) && routingStatus(intfId) != nullptr) {
       addOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
     }
   }
