@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "framework/core/NotifieeList.h"
 
+#include <algorithm>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <random>
 #include <stdexcept>
+#include <vector>
 
 #include "tests/framework/core/Probe.h"
+#include "tests/support/Instructions.h"
 
 namespace {
 
@@ -335,6 +339,28 @@ TEST_F(NotifieeListTest, AnExceptionAfterTheNotifiersDeathUnwinds) {
   };
   Watched* const raw = watched.get();
   EXPECT_THROW(raw->numberIs(1), std::runtime_error);
+}
+
+TEST_F(NotifieeListTest, LeavingCostsTheSameInAnyOrderAndAmongAnyNumber) {
+  // Instructions a notifiee, when `count` leave one notifier.
+  auto const cost = [&](size_t count, auto const& reorder) {
+    std::vector<Ptr<Probe>> probes;
+    for (size_t i = 0; i < count; ++i) probes.push_back(probeOn(other, "probe"));
+    reorder(probes);
+    a->isRegisteredNotifieeIs(false);  // the first call binds its symbols
+    auto const steps = BfnTest::instructionsOf([&] {
+      for (Ptr<Probe> const& probe : probes) probe->isRegisteredNotifieeIs(false);
+    });
+    return steps ? *steps / count : 0;
+  };
+  auto const expectConstant = [&](auto const& reorder) {
+    size_t const few = cost(16, reorder);
+    EXPECT_LE(cost(128, reorder), few + few / 4);
+    return few != 0;
+  };
+  if (!expectConstant([](auto&) {})) GTEST_SKIP() << "a process may not be traced here";
+  expectConstant([](auto& probes) { std::ranges::reverse(probes); });
+  expectConstant([](auto& probes) { std::ranges::shuffle(probes, std::mt19937(1)); });
 }
 
 TEST_F(NotifieeListTest, OneNotifieeAloneMayDoAllOfThis) {
