@@ -141,7 +141,7 @@ void BfnMacRewriteSm::prefetch(Pex::VrfAndIpAddr const& pair, Ovra::IntfId intfI
   }
   auto const* const all = overlaySrcMacRewriteAgentConfig_.notifierRaw();
   auto const* const config = all == nullptr ? nullptr : all->overlaySrcMacRewrite(pair.vrfId());
-  if (config != nullptr) config->ipAndMac().map().prefetch(pair.ipAddr());
+  if (config != nullptr) config->ipAndMac().prefetch(pair.ipAddr());
   if (manager_) manager_->prefetch(intfId, pair.ipAddr());
 }
 

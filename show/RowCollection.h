@@ -103,7 +103,7 @@ class FetchAhead {
   }
   void fetchRecord() {
     if (records_ == end_) return;
-    fetch(records_->get());
+    fetch(*records_);
     ++records_;
   }
   void fetchSpec() {

@@ -78,7 +78,7 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgent
   Kiv::Ptr<MatchSpec const> keyToMatchSpecGet(Ovra::IntfId intfId, Ovra::IpAddr overlaySip);
   /// Prefetches the memory in which a row's record is looked up; see HashTable::prefetch.
   void prefetch(Ovra::IntfId intfId, Ovra::IpAddr overlaySip) const {
-    matchSpecAndRefCount_.map().prefetch({overlaySip, intfId, false});
+    matchSpecAndRefCount_.prefetch({overlaySip, intfId, false});
   }
   /// The VRF that an interface belongs to; the empty name when its VRF id has none. An interface
   /// without routing status is fatal.

@@ -25,7 +25,6 @@ class CollectionAttribute {
   static Key keyOf(Item const& item) {
     return Map::keyOf(item);
   }
-  Map const& map() const { return map_; }
   size_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
   auto begin() const { return map_.begin(); }
@@ -33,6 +32,8 @@ class CollectionAttribute {
   /// Null when absent. Valid until the next insertion or removal; an object for as long as it is
   /// in.
   auto* find(Key const& key) const { return map_.find(key); }
+  /// See HashTable::prefetch.
+  void prefetch(Key const& key) const { map_.prefetch(key); }
   Cursor cursor() const { return Cursor(map_); }
   /// Starts at `from`, or at its successor when it is absent.
   Cursor cursor(Key const& from) const { return Cursor(map_, from); }

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
+#include <iterator>
+#include <utility>
 
 #include "framework/collections/CollectionAttribute.h"
 #include "framework/collections/HashMap.h"
@@ -22,7 +25,7 @@ namespace Kiv {
 /// collection again, or release its owner. A mutator that throws for lack of memory has changed
 /// nothing and notified nothing.
 ///
-/// A const collection gives const members by key and by cursor.
+/// A const collection gives const members, and iterators give no others.
 template <Attr A, class MemberT, auto KeyOf, U32 kConstant>
 class MemberCollection
     : public CollectionAttribute<A, HashMap<MemberT, KeyOf, kConstant>, PtrInterface> {
@@ -35,6 +38,31 @@ class MemberCollection
   using Member = MemberT;
   using Key = typename Base::Key;
   using Cursor = typename Base::Cursor;
+
+  /// Reads the members in order. Any insertion or removal makes it stale.
+  class Iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Member const*;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = value_type;
+
+    Member const* operator*() const { return at_->get(); }
+    Iterator& operator++() {
+      ++at_;
+      return *this;
+    }
+    Iterator operator++(int) { return Iterator(at_++); }
+    friend bool operator==(Iterator const&, Iterator const&) = default;
+
+   private:
+    friend MemberCollection;
+    using At = decltype(std::declval<typename Base::Map const&>().begin());
+    explicit Iterator(At const& at) : at_(at) {}
+
+    At at_;
+  };
 
   /// A Cursor that gives const members.
   class ConstCursor {
@@ -54,8 +82,10 @@ class MemberCollection
     if constexpr (kEntities) ownerEntity().kivLeaveChildren();
   }
 
+  Iterator begin() const { return Iterator(map_.begin()); }
+  Iterator end() const { return Iterator(map_.end()); }
   /// The member of `key`, or the one after where it would be.
-  auto lowerBound(Key const& key) const { return map_.lowerBound(key); }
+  Iterator lowerBound(Key const& key) const { return Iterator(map_.lowerBound(key)); }
   /// Null when absent. Valid while the member is in.
   Member* find(Key const& key) { return map_.find(key); }
   Member const* find(Key const& key) const { return map_.find(key); }

@@ -257,10 +257,15 @@ TEST(AgentRecords, AConstRecordGivesConstMembers) {
   static_assert(
       std::is_same_v<decltype(std::declval<Config const&>().overlaySrcMacRewrite().find(VrfId(7))),
                      OverlaySrcMacRewrite const*>);
+  static_assert(
+      std::is_same_v<decltype(*std::declval<Config const&>().overlaySrcMacRewrite().begin()),
+                     OverlaySrcMacRewrite const*>);
   static_assert(std::is_same_v<decltype(std::declval<Status&>().vrfStatus(VrfId(7))), VrfStatus*>);
   static_assert(std::is_same_v<decltype(std::declval<Status const&>().vrfStatus(VrfId(7))),
                                VrfStatus const*>);
   static_assert(std::is_same_v<decltype(std::declval<Status const&>().vrfStatus().find(VrfId(7))),
+                               VrfStatus const*>);
+  static_assert(std::is_same_v<decltype(*std::declval<Status const&>().vrfStatus().begin()),
                                VrfStatus const*>);
 }
 
