@@ -211,8 +211,11 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus(Ovra::IntfId intfId) {
   for (Pex::VrfAndIpAddr const& pair : room.value) {
     if (!present) {
       deleteOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
-    } else if (auto const* const now = localIntfToVrfIp_.find(intfId);
-               now != nullptr && now->vrfAndIpAddr().has(pair) && routingStatus(intfId) != nullptr) {
+      continue;
+    }
+    auto const* const now = localIntfToVrfIp_.find(intfId);
+    bool const isThere = now != nullptr && now->vrfAndIpAddr().has(pair);
+    if (isThere && routingStatus(intfId) != nullptr) {
       addOverlaySrcMacRewriteTableEntry(pair.vrfId(), intfId, pair.ipAddr());
     }
   }
