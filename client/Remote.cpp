@@ -13,6 +13,7 @@
 #include "host/language/InputError.h"
 #include "host/language/JsonText.h"
 #include "host/language/Lexer.h"
+#include "host/service/ControlServer.h"
 #include "host/shell/Pipeline.h"
 
 namespace {
@@ -161,6 +162,15 @@ Remote::Status Remote::together(Lines const& all, std::string const& name) {
   constexpr size_t kBytesARequest = 8192;
   std::vector<size_t> const& numbers = all.numbers;
   if (numbers.empty()) return Done;
+  constexpr size_t kMost = Host::ControlServer::kMaxKept;
+  if (numbers.size() > kMost) {
+    return fail(BadInput,
+                "these are " + std::to_string(numbers.size()) + " lines, and one transaction has " +
+                    std::to_string(kMost) +
+                    " at most: split the file, or give it as standard input, of which each line is "
+                    "carried out by itself",
+                name + ": ");
+  }
   size_t requests = 0;
   json some = json::array();
   size_t bytes = 0;

@@ -10,6 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "host/service/ControlServer.h"
 #include "tests/daemon/ServiceProcess.h"
 #ifdef BFN_STORE_REDIS
 #include "tests/host/store/RedisServer.h"
@@ -227,6 +228,32 @@ TEST_F(LoadTest, WhatIsNoListOfOperatorsLinesIsNotKept) {
   }
   EXPECT_EQ(configured(), 0u);
   EXPECT_THAT(service.answer("dump inputs").dump(), Not(HasSubstr("blue")));
+}
+
+// Of lines that change nothing, which cost the least.
+TEST_F(LoadTest, ATransactionHasNoMoreLinesThanTheLimit) {
+  constexpr size_t kMost = Host::ControlServer::kMaxKept;
+  constexpr size_t kARequest = 1'000;
+  std::string const line = "no vxlan forwarding match vrf a src-ip 1.1.1.1";
+  Connection connection = service.connect();
+  json const many(std::vector<std::string>(kARequest, line));
+  for (size_t kept = kARequest; kept <= kMost; kept += kARequest) {
+    ASSERT_EQ(connection.ask({{"keep", many}})["kept"], kept);
+  }
+  json const refused = connection.ask({{"keep", {rewriteLine(ip(1), kMac)}}});
+  EXPECT_EQ(refused["error"], "a transaction has 200000 lines at most");
+  EXPECT_EQ(refused["at"], kMost);
+  EXPECT_EQ(connection.ask({{"commit", true}})["skipped"], true);
+  EXPECT_EQ(configured(), 0u);
+}
+
+TEST_F(LoadTest, AFileWithMoreLinesThanATransactionIsRefusedWithWhatToDo) {
+  auto const end = load(std::vector<std::string>(Host::ControlServer::kMaxKept + 1, "vxlan"));
+  EXPECT_TRUE(end.exitedWith(2));
+  EXPECT_EQ(end.text, service.file("lines") +
+                          ": error: these are 200001 lines, and one transaction has 200000 at "
+                          "most: split the file, or give it as standard input, of which each line "
+                          "is carried out by itself\n");
 }
 
 TEST_F(LoadTest, LinesAreCheckedAgainWhenAnotherChangeCameBeforeTheirCommit) {
