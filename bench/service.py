@@ -11,6 +11,7 @@ import argparse
 import json
 import os
 import resource
+import select
 import shutil
 import socket
 import statistics
@@ -115,6 +116,15 @@ class Service:
         with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
             return next(int(line.split()[1]) for line in status if line.startswith("VmRSS")) / 1024
 
+    def metric(self, name):
+        text = Client(self.control()).ask("show metrics")["answer"]
+        return next(float(line.split()[1]) for line in text.split("\n") if line.startswith(f"macrewrite_{name} "))
+
+    def child(self):
+        """The process that makes an answer, or None."""
+        with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children", encoding="ascii") as children:
+            return next(iter(children.read().split()), None)
+
     def remove(self):
         self.stop(9)
         subprocess.run(["umount", self.directory + "/table"], stderr=subprocess.DEVNULL, check=False)
@@ -137,6 +147,19 @@ class Redis:
         self.process.kill()
         self.process.wait()
         shutil.rmtree(self.directory, ignore_errors=True)
+
+
+def private_memory(process):
+    """MiB of pages that no other process has, and of tables of pages."""
+    with open(f"/proc/{process}/smaps_rollup", encoding="ascii") as rollup:
+        private = sum(int(line.split()[1]) for line in rollup if line.startswith("Private_"))
+    with open(f"/proc/{process}/status", encoding="ascii") as status:
+        return (private + next(int(line.split()[1]) for line in status if line.startswith("VmPTE"))) / 1024
+
+
+def is_asleep(process):
+    with open(f"/proc/{process}/stat", encoding="ascii") as stat:
+        return stat.read().rpartition(")")[2].split()[0] == "S"
 
 
 def report(what, values, unit, most):
@@ -213,9 +236,32 @@ def large(programs, table, rows, runs):
         client.socket.setblocking(True)
         return longest * 1e3
 
+    def fork_of(line):
+        """Milliseconds that the service waits for the fork, and MiB that the child has for itself.
+
+        No part of the answer is read before the child waits for that, with the whole of it in its memory: what it has
+        made, what it has written to, and what the service has written to meanwhile are private pages then."""
+        before = service.metric("fork_seconds_total")
+        client.socket.sendall(json.dumps({"line": line}).encode() + b"\n")
+        most = asleep = 0
+        while asleep < 20:
+            child = service.child()
+            if child is None and select.select([client.socket], [], [], 0)[0]:
+                sys.exit("service.py: the rows are too few: no answer had to wait")
+            if child is None:
+                continue
+            most = max(most, private_memory(child))
+            asleep = asleep + 1 if is_asleep(child) else 0
+            time.sleep(0.001)
+        client.file.readline()
+        return (service.metric("fork_seconds_total") - before) * 1e3, most
+
     for line in ("status", "show vxlan forwarding src-mac rewrite", "audit"):
         report(f"longest wait of another client during: {line}", [pause(line) for _ in range(runs)], "ms",
                None if line == "status" else 5)
+    forks = [fork_of("show vxlan forwarding src-mac rewrite") for _ in range(runs)]
+    report(f"fork for a show of {rows} rows", [fork[0] for fork in forks], "ms", None)
+    report(f"memory of the child that shows {rows} rows beside the service's", [fork[1] for fork in forks], "MiB", None)
     over_equal, over_empty = [], []
     for _ in range(runs):
         service.stop(9)

@@ -54,6 +54,8 @@ class SignalsBlocked {
   sigset_t before_{};
 };
 
+ForkedTask::Forks allForks;
+
 constexpr int kFirstOwn = STDERR_FILENO + 1;
 
 /// Leaves the two pipes, and what is kept, as the only descriptors. Gives the output's; -1 when
@@ -153,17 +155,26 @@ ForkedTask::ForkedTask(pid_t pid, OwnedDescriptor output, OwnedDescriptor errors
       process_(std::move(process)),
       outputLimit_(outputLimit) {}
 
+ForkedTask::Forks const& ForkedTask::forks() {
+  return allForks;
+}
+
 ForkedTask ForkedTask::start(Task const& task, size_t outputLimit, std::span<int const> kept) {
   Pipe output;
   Pipe errors;
   pid_t const parent = ::getpid();
   pid_t child = 0;
+  std::chrono::duration<double> took{};
   {
     SignalsBlocked const blocked;
+    auto const begun = std::chrono::steady_clock::now();
     child = ::fork();
     if (child == 0) runChild(task, parent, output.writing.get(), errors.writing.get(), kept);
+    took = std::chrono::steady_clock::now() - begun;
   }
   if (child < 0) fail("fork");
+  ++allForks.count;
+  allForks.seconds += took.count();
   // Debian 12's <sys/pidfd.h> declares it for C alone.
   OwnedDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
   if (process.get() < 0) {

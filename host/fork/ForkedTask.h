@@ -82,6 +82,12 @@ class ForkedTask {
   /// `kept`: descriptors that the task needs, too.
   static ForkedTask start(Task const& task, size_t outputLimit = kOutputLimit,
                           std::span<int const> kept = {});
+  /// The children that this process has started, and the seconds that it waited for fork().
+  struct Forks {
+    size_t count = 0;
+    double seconds = 0;
+  };
+  static Forks const& forks();
 
   ForkedTask(ForkedTask&&) noexcept = default;
   ForkedTask& operator=(ForkedTask&& other) noexcept;

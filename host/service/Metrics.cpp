@@ -8,6 +8,8 @@
 #include <malloc.h>
 #include <system_error>
 
+#include "host/fork/ForkedTask.h"
+
 namespace Host {
 
 namespace {
@@ -104,6 +106,11 @@ std::string metricsText(Service& service, size_t auditFindings) {
              static_cast<double>(std::time(nullptr)) - death->time);
   }
   text.add("uptime_seconds", "gauge", "Seconds since the service began.", service.uptime());
+  ForkedTask::Forks const& forks = ForkedTask::forks();
+  text.add("forks_total", "counter", "Large answers, each made in a process of its own.",
+           as(forks.count));
+  text.add("fork_seconds_total", "counter", "Time that the service waited for these to be forked.",
+           forks.seconds);
   struct mallinfo2 const heap = ::mallinfo2();
   text.add("heap_bytes", "gauge", "Memory that the service has taken and uses.",
            as(heap.uordblks + heap.hblkhd));

@@ -527,6 +527,22 @@ TEST_F(DaemonTest, MetricsAreWrittenWholeAndFollow) {
                     HasSubstr("macrewrite_event_to_table_seconds_bucket{le=\"+Inf\"}")));
 }
 
+TEST_F(DaemonTest, MetricsCountTheAnswersThatAreForkedAndTheirTime) {
+  up();
+  auto const metric = [&](std::string const& name) {
+    std::string const text = service.text("show metrics");
+    size_t const at = text.find("\nmacrewrite_" + name + ' ');
+    return at == std::string::npos ? -1 : std::stod(text.substr(text.find(' ', at + 1)));
+  };
+  EXPECT_EQ(metric("forks_total"), 0);
+  EXPECT_EQ(metric("fork_seconds_total"), 0);
+  service.lines({"show chip", "show running-config"});
+  EXPECT_EQ(metric("forks_total"), 2);
+  double const seconds = metric("fork_seconds_total");
+  EXPECT_GT(seconds, 1e-6);
+  EXPECT_LT(seconds, 60);
+}
+
 TEST_F(DaemonTest, ASupportCaseIsOneFileWithoutSecrets) {
   std::ofstream(service.file("secret")) << "not for others";
   std::ofstream(service.file("toml")) << "metrics-interval = 7.5\nwriters = [\"root\"]\n[store]\n"
