@@ -71,6 +71,10 @@ void ServicePrompt::takeForms() {
             return answerTo(given.words, changes);
           });
     }
+    for (json const& each : group.value("refused", json::array())) {
+      taken.refused.push_back(
+          {Host::Pattern(each["form"].get<std::string>()), each["why"].get<std::string>()});
+    }
     groups.push_back(std::move(taken));
   }
   groups.push_back(ownCommands());

@@ -69,14 +69,10 @@ void hitsClear(Switch& host) {
   }
 }
 
-Answer clear(Switch& host, Arguments const& given) {
-  if (given.text("faults") == "hits") {
-    hitsClear(host);
-  } else {
-    host.faults().faults().clear();
-    host.faults().eraseFaults().clear();
-    host.faults().readFaults().clear();
-  }
+Answer clearFaults(Switch& host) {
+  host.faults().faults().clear();
+  host.faults().eraseFaults().clear();
+  host.faults().readFaults().clear();
   return {};
 }
 
@@ -165,9 +161,13 @@ CommandGroup chipCommands(Switch& host) {
                    "the N-th erase, or read of a row, from now on fails in this way",
                    "chip fail erase 2 other",
                    [&host](Arguments const& given) { return failNthEraseOrRead(host, given); });
-  add.emplace_back("chip clear faults|hits", "no more faults; all hit counts zero",
-                   "chip clear hits",
-                   [&host](Arguments const& given) { return clear(host, given); });
+  add.emplace_back("chip clear faults", "no more faults", "chip clear faults",
+                   [&host](Arguments const&) { return clearFaults(host); });
+  add.emplace_back("chip clear hits", "all hit counts zero", "chip clear hits",
+                   [&host](Arguments const&) {
+                     hitsClear(host);
+                     return Answer();
+                   });
   add.emplace_back("chip waiting on|off",
                    "whether rows that the chip refuses wait in the reconciler, on from the start",
                    "chip waiting off",

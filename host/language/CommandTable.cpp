@@ -11,6 +11,9 @@ namespace Host {
 
 namespace {
 
+// What begins the filters of a command's answer.
+constexpr std::string_view kFilter = "|";
+
 InputError errorOf(Mismatch const& mismatch, std::span<std::string const> words) {
   std::string text = "expected ";
   size_t const count = mismatch.expected.size();
@@ -102,7 +105,20 @@ CommandTable::Found CommandTable::find(std::span<std::string const> words) const
   } else {
     for (auto const& [word, commands] : byFirstWord_) mismatch.add(0, word);
   }
+  throwRefusal(words);
   throw errorOf(mismatch, words);
+}
+
+void CommandTable::throwRefusal(std::span<std::string const> words) const {
+  auto const command =
+      words.first(static_cast<size_t>(std::ranges::find(words, kFilter) - words.begin()));
+  Mismatch mismatch;
+  for (CommandGroup const& group : groups_) {
+    for (Refusal const& each : group.refused) {
+      Arguments arguments;
+      if (each.pattern.match(command, arguments, mismatch)) throw InputError(each.why);
+    }
+  }
 }
 
 std::vector<CommandTable::Next> CommandTable::next(std::span<std::string const> words) const {

@@ -55,10 +55,18 @@ struct Command {
   std::function<std::vector<Doubt>(Arguments const&)> doubts;
 };
 
+/// Lines of a form that is a command elsewhere, and why it is none here.
+struct Refusal {
+  Pattern pattern;
+  std::string why;
+};
+
 /// The commands that go together, under a title.
 struct CommandGroup {
   std::string title;
   std::vector<Command> commands;
+  /// Neither help nor completions have them.
+  std::vector<Refusal> refused = {};
 };
 
 /// The one table from which lines are read, help is printed and words are completed.
@@ -73,8 +81,8 @@ class CommandTable {
 
   std::vector<CommandGroup> const& groups() const { return groups_; }
 
-  /// The command of a line; `words` must outlive what is found. Throws InputError, which says what
-  /// was expected at the first word that fits no command.
+  /// The command of a line; `words` must outlive what is found. Throws InputError, which says why
+  /// that command is refused, or what was expected at the first word that fits no command.
   Found find(std::span<std::string const> words) const;
 
   /// One way in which a line may continue.
@@ -103,6 +111,8 @@ class CommandTable {
   std::string help(std::span<std::string const> words) const;
 
  private:
+  void throwRefusal(std::span<std::string const> words) const;
+
   std::vector<CommandGroup> groups_;
   std::map<std::string, std::vector<Command const*>, std::less<>> byFirstWord_;
 };

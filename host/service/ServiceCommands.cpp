@@ -197,6 +197,12 @@ bool isSmall(std::string_view form) {
       form, {"show log", "show trace", "show capability", "dump log", "dump capability",
              "show reconciler", "dump reconciler", "chip counters"});
 }
+Refusal refusalOf(Pattern pattern) {
+  std::string why = "a service does not take this command; it is one of the laboratory's: ";
+  why += pattern.text();
+  return {std::move(pattern), std::move(why)};
+}
+
 bool needsNoAgent(std::string_view form) {
   return beginsWithOneOf(
       form, {"show log", "show trace", "dump log", "chip counters", "show reconciler",
@@ -217,6 +223,7 @@ ServiceCommands::ServiceCommands(Service& service) : service_(service) {
   take(lookCommands(host));
   take(explainCommands(host));
   take(rewriteCommands(host));
+  refuseLaboratorys();
 }
 
 void ServiceCommands::translate(std::string const& form, Translate translate) {
@@ -324,11 +331,19 @@ void ServiceCommands::addHostTranslations() {
 
 void ServiceCommands::take(CommandGroup group) {
   addDoubts(group, service_.host());
+  CommandGroup taken{group.title, {}};
   for (Command& command : group.commands) {
     std::string const form = command.pattern.text();
-    command.handler = handlerOf(form, std::move(command.handler), traits_[form]);
+    Traits traits = traits_[form];
+    command.handler = handlerOf(form, std::move(command.handler), traits);
+    if (command.handler) {
+      traits_[form] = traits;
+      taken.commands.push_back(std::move(command));
+    } else {
+      taken.refused.push_back(refusalOf(command.pattern));
+    }
   }
-  table_.add(std::move(group));
+  table_.add(std::move(taken));
 }
 
 // What a service does for a command of the laboratory, whose handler is `own`.
@@ -348,17 +363,28 @@ Command::Handler ServiceCommands::handlerOf(std::string const& form, Command::Ha
   }
   if (form == "repair") return withAgent(std::move(own));
   if (form.starts_with("trace level ")) return own;
-  if (form == "chip clear faults|hits") {
-    return [clear = withAgent(std::move(own))](Arguments const& given) {
-      if (given.text("faults") == "faults") throw InputError("a service has no planned faults");
-      return clear(given);
-    };
+  if (form == "chip clear hits") return withAgent(std::move(own));
+  return {};
+}
+
+// What a laboratory's own rooms have, which are not part of a service.
+void ServiceCommands::refuseLaboratorys() {
+  CommandGroup group{"laboratory", {}};
+  for (char const* const form :
+       {"replace <FILE>", "show differences <FILE>", "commit [confirmed <N>]",
+        "checkpoint [<NAME>]", "rollback [<NAME>]", "show checkpoints",
+        // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one form in two lines
+        "show vxlan forwarding src-mac rewrite [vrf <VRF>] [src-ip <IP>] [src-mac <MAC>] "
+        "[cli-testing] slices [json]",
+        "show slice", "packets <TEXT>", "trace packet <N>",
+        "generate scale <DIR> vrfs <N> rows <N>", "what-if <FILE>", "load --check <FILE>",
+        "expect <COMMAND> contains <JSON>", "expect <COMMAND> one of <JSON>",
+        "expect death <MESSAGE> <COMMAND>", "expect stderr <MESSAGE> <COMMAND>",
+        "measure <COMMAND>", "brief <COMMAND>", "reset", "clock advance <N>", "print [<TEXT>]",
+        "dump language"}) {
+    group.refused.push_back(refusalOf(Pattern(form)));
   }
-  traits.refused = true;
-  return [form](Arguments const&) -> Answer {
-    throw InputError("a service does not take this command; it is one of the laboratory's: " +
-                     form);
-  };
+  table_.add(std::move(group));
 }
 
 Command::Handler ServiceCommands::withAgent(Command::Handler own) {
@@ -454,14 +480,16 @@ nlohmann::json ServiceCommands::forms() const {
   for (CommandGroup const& group : table_.groups()) {
     nlohmann::json commands = nlohmann::json::array();
     for (Command const& command : group.commands) {
-      Traits const& traits = traits_.at(command.pattern.text());
-      if (traits.refused) continue;
       commands.push_back({{"form", command.pattern.form()},
                           {"help", command.help},
                           {"example", command.example},
-                          {"changes", traits.changes}});
+                          {"changes", traits_.at(command.pattern.text()).changes}});
     }
-    if (!commands.empty()) groups.push_back({{"title", group.title}, {"commands", commands}});
+    nlohmann::json refused = nlohmann::json::array();
+    for (auto const& [pattern, why] : group.refused) {
+      refused.push_back({{"form", pattern.form()}, {"why", why}});
+    }
+    groups.push_back({{"title", group.title}, {"commands", commands}, {"refused", refused}});
   }
   return groups;
 }

@@ -48,8 +48,8 @@ class ServiceCommands {
   /// What is probably a mistake in the line; nothing while there is no agent.
   std::vector<Doubt> doubts(Prepared const& prepared) const;
 
-  /// The forms that are taken: groups of {title, commands}, which are {form, help, example,
-  /// changes}.
+  /// The forms that are taken, and those that are refused by name: groups of {title, commands,
+  /// refused}, which are {form, help, example, changes} and {form, why}.
   nlohmann::json forms() const;
   /// The values of a kind (see kindOf()) that begin so, kMostKnown of them.
   Selection known(std::string_view kind, std::string_view typed) const;
@@ -65,12 +65,12 @@ class ServiceCommands {
     bool changes = false;
     bool large = false;
     bool operators = false;
-    /// It is one of the laboratory's, and refused by name.
-    bool refused = false;
   };
 
   void take(CommandGroup group);
+  /// None: it is refused.
   Command::Handler handlerOf(std::string const& form, Command::Handler own, Traits& traits);
+  void refuseLaboratorys();
   Command::Handler withAgent(Command::Handler own);
   void translate(std::string const& form, Translate translate);
   void addTranslations();

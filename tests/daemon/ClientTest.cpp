@@ -155,6 +155,16 @@ TEST_P(ClientTest, ThatGoesOnCarriesOutTheLinesAfterOneThatFails) {
   EXPECT_THAT(end.text, AllOf(HasSubstr("stdin:2: error: "), ::testing::EndsWith("\n2\n")));
 }
 
+TEST_P(ClientTest, OfFormsThatOthersHaveTooItSaysWhichOneItHas) {
+  auto const end = run({"expect show running-config | count contains 1"});
+  EXPECT_TRUE(end.exitedWith(2));
+  EXPECT_EQ(end.text, "error: expected expect <COMMAND> == <JSON>, the only form of it here\n");
+  bool const socket = GetParam() == Over::Socket;
+  EXPECT_THAT(run({"load", "--check", "x"}).text,
+              HasSubstr(socket ? "one of the laboratory's: load --check <FILE>"
+                               : "expected help, no, show or vxlan, found load"));
+}
+
 TEST_P(ClientTest, FilesMayHaveExpectationsAndLoadOthers) {
   write("inner", rewriteLines(2));
   auto const end =

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <random>
+#include <set>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -119,6 +120,34 @@ TEST_F(DaemonTest, AnErrorSaysWhatIsWrongAndChangesNothing) {
   EXPECT_THAT(refused["error"], HasSubstr("host agent create"));
   EXPECT_EQ(refused["status"], 2);
   EXPECT_THAT(service.ask("show chip | save x")["error"], HasSubstr("client's"));
+}
+
+TEST_F(DaemonTest, EveryFormOfTheLaboratoryIsTakenOrRefusedByName) {
+  // Those of the client and of its prompt.
+  std::set<std::string> const others{"load <FILE>",
+                                     "expect <COMMAND> contains <JSON>",
+                                     "expect <COMMAND> one of <JSON>",
+                                     "expect <COMMAND> == <JSON>",
+                                     "set <NAME> = <VALUE>",
+                                     "set <NAME> from <COMMAND>",
+                                     "show variables",
+                                     "exit"};
+  auto const lab = BfnTest::inChild(STDOUT_FILENO, [] {
+    ::execl(SERVICE_LABORATORY, SERVICE_LABORATORY, "-c", "dump language",
+            static_cast<char*>(nullptr));
+    return 127;
+  });
+  up();
+  size_t refused = 0;
+  for (json const& group : json::parse(lab.text)) {
+    for (json const& command : group["commands"]) {
+      if (others.contains(command["form"])) continue;
+      std::string const error = service.ask(command["example"]).value("error", "");
+      if (error.find("one of the laboratory's") != std::string::npos) ++refused;
+      EXPECT_THAT(error, Not(HasSubstr(", found "))) << command["form"];
+    }
+  }
+  EXPECT_GT(refused, 40u);
 }
 
 TEST_F(DaemonTest, WhatIsNoRequestIsAnsweredAsSuch) {

@@ -78,6 +78,20 @@ TEST_F(ClientPromptTest, TheQuestionMarkListsTheFormsOfTheServiceAndTheClient) {
   EXPECT_THAT(type("vrf ?", "leaf1> host vrf "), HasSubstr("known:  red\r\n"));
 }
 
+TEST_F(ClientPromptTest, WhatOnlyTheLaboratoryHasIsRefusedByName) {
+  EXPECT_THAT(enter("host agent create"),
+              HasSubstr("prompt:1: error: a service does not take this command; it is one of the "
+                        "laboratory's: host agent create\r\n"));
+  for (char const* const line :
+       {"checkpoint", "print a word", "load --check x", "dump language | count",
+        "expect show chip contains [{\"a\": 1}]", "chip clear faults"}) {
+    EXPECT_THAT(enter(line), HasSubstr("it is one of the laboratory's: ")) << line;
+  }
+  EXPECT_THAT(enter("checkpoint a b"), HasSubstr("error: expected "));
+  EXPECT_THAT(type("chip clear ?", "leaf1> chip clear "),
+              AllOf(HasSubstr("\n  hits "), Not(HasSubstr("faults"))));
+}
+
 TEST_F(ClientPromptTest, LimitsOfNumbersAreTheServices) {
   EXPECT_THAT(enter("chip port vx100 vlan 4095"), HasSubstr("4094, found 4095\r\n"));
 }

@@ -42,6 +42,10 @@ completes 'complete incomplete' --json host inputs ''
 completes 'retry' --socket /run/x agent ''
 completes 'vrf' show vxlan forwarding src-mac rewrite v
 completes 'audit' watch aud
+# What a service refuses by name.
+completes 'hits' chip clear ''
+completes '' host agent ''
+completes '' checkp
 completes 'one.lab two.lab' load ''
 completes '--database' --data
 program=macrewrited
