@@ -295,8 +295,9 @@ TEST_F(DaemonTest, APromptIsGivenFormsNamesAndDoubts) {
   EXPECT_EQ(client.ask({{"known", "nothing"}})["known"], json::array());
   EXPECT_EQ(client.ask({{"known", 7}})["status"], 2);
   EXPECT_EQ(client.ask({{"known", "vrf"}, {"begins", 7}})["status"], 2);
+  json const groups = client.ask({{"known", "commands"}})["known"];
   json forms;
-  for (json const& group : client.ask({{"known", "commands"}})["known"]) {
+  for (json const& group : groups) {
     forms.push_back(group["commands"]);
   }
   EXPECT_THAT(forms.dump(), AllOf(HasSubstr("\"form\":\"chip port <DEVICE> vlan <N:1-4094>\""),
