@@ -37,8 +37,7 @@ namespace BfnMacRewrite {
 /// children in a fixed order and leaves the rows in the chip.
 class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
  public:
-  template <class... Inputs>
-  static Kiv::Ptr<AgentSm> AgentSmIs(Inputs const&... inputs) {
+  static Kiv::Ptr<AgentSm> AgentSmIs(auto const&... inputs) {
     return Kiv::makeActive<AgentSm>(inputs...);
   }
   AgentSm(Kiv::Ptr<BfnSystem::SystemStatus const> const& systemStatus,
@@ -87,30 +86,24 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
   auto const& overlaySrcMacRewriteManager() const { return overlaySrcMacRewriteManager_; }
   /// Takes the child's constructor arguments; keeps a child that holds these very objects, and
   /// otherwise replaces it by a new one. The same for the next three.
-  template <class... Inputs>
-  auto overlaySrcMacRewriteManagerIs(Inputs const&... inputs) {
+  auto overlaySrcMacRewriteManagerIs(auto const&... inputs) {
     return childIs(overlaySrcMacRewriteManager_, inputs...);
   }
   void overlaySrcMacRewriteManagerDel() { overlaySrcMacRewriteManager_.reset(); }
 
   auto const& overlaySrcMacRewriteCliConfigSm() const { return overlaySrcMacRewriteCliConfigSm_; }
-  template <class... Inputs>
-  auto overlaySrcMacRewriteCliConfigSmIs(Inputs const&... inputs) {
+  auto overlaySrcMacRewriteCliConfigSmIs(auto const&... inputs) {
     return childIs(overlaySrcMacRewriteCliConfigSm_, inputs...);
   }
   /// Switches the machine's notification off, then releases it; the same for the next two.
   void overlaySrcMacRewriteCliConfigSmDel() { drop(overlaySrcMacRewriteCliConfigSm_); }
 
   auto const& bfnMacRewriteSm() const { return bfnMacRewriteSm_; }
-  template <class... Inputs>
-  auto bfnMacRewriteSmIs(Inputs const&... inputs) {
-    return childIs(bfnMacRewriteSm_, inputs...);
-  }
+  auto bfnMacRewriteSmIs(auto const&... inputs) { return childIs(bfnMacRewriteSm_, inputs...); }
   void bfnMacRewriteSmDel() { drop(bfnMacRewriteSm_); }
 
   auto const& bfnMacRewriteIntfRoutingStatusSm() const { return bfnMacRewriteIntfRoutingStatusSm_; }
-  template <class... Inputs>
-  auto bfnMacRewriteIntfRoutingStatusSmIs(Inputs const&... inputs) {
+  auto bfnMacRewriteIntfRoutingStatusSmIs(auto const&... inputs) {
     return childIs(bfnMacRewriteIntfRoutingStatusSm_, inputs...);
   }
   void bfnMacRewriteIntfRoutingStatusSmDel() { drop(bfnMacRewriteIntfRoutingStatusSm_); }
@@ -124,13 +117,11 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
-  template <class F>
-  void kivEachReactor(F f) {
+  void kivEachReactor(auto f) {
     f(systemStatus_);
     f(bfnL3Output_);
   }
-  template <class F>
-  void kivEachChild(F f) {
+  void kivEachChild(auto f) {
     f(overlaySrcMacRewriteCliConfigSm_);
     f(bfnMacRewriteSm_);
     f(bfnMacRewriteIntfRoutingStatusSm_);

@@ -1,16 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/BfnMacRewriteL3Shared.h"
 
-#include <utility>
-
 #include "framework/generic/Describe.h"
 
 namespace BfnMacRewrite {
-
-BfnL3Input::BfnL3Input() = default;
-void BfnL3Input::macRewriteEnabledIs(bool enabled) {
-  macRewriteEnabled_.is(enabled);
-}
 
 Kiv::Type const& BfnL3Input::_kivType() {
   using T = BfnL3Input;
@@ -18,21 +11,6 @@ Kiv::Type const& BfnL3Input::_kivType() {
                               {Kiv::describeScalar<&T::macRewriteEnabled, &T::macRewriteEnabledIs>(
                                   "macRewriteEnabled", kMacRewriteEnabled.id)});
   return type;
-}
-
-BfnL3Output::BfnL3Output() = default;
-BfnL3Output::~BfnL3Output() = default;
-void BfnL3Output::profileNameIs(Kiv::String profileName) {
-  profileName_.is(std::move(profileName));
-}
-void BfnL3Output::profileEntryIs(Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> profileEntry) {
-  profileEntry_.is(std::move(profileEntry));
-}
-void BfnL3Output::initMacRewriteTablesIs(bool init) {
-  initMacRewriteTables_.is(init);
-}
-void BfnL3Output::startMacRewriteSmIs(bool start) {
-  startMacRewriteSm_.is(start);
 }
 
 Kiv::Type const& BfnL3Output::_kivType() {
@@ -64,27 +42,11 @@ void BfnMacRewriteL3Shared::handleInitialized() {
   initializedIs(true);
 }
 
-void BfnMacRewriteL3Shared::l3StatusIs(Kiv::Ptr<Pex::L3Status> l3Status) {
-  l3Status_.is(std::move(l3Status));
-}
-void BfnMacRewriteL3Shared::l3PortAndLagRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
-  l3PortAndLagRoutingStatus_.is(std::move(status));
-}
-void BfnMacRewriteL3Shared::l3SubIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
-  l3SubIntfRoutingStatus_.is(std::move(status));
-}
-void BfnMacRewriteL3Shared::vlanIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
-  vlanIntfRoutingStatus_.is(std::move(status));
-}
-
 Kiv::Ptr<BfnL3Input> BfnMacRewriteL3Shared::bfnL3InputIs() {
   if (Kiv::Ptr<BfnL3Input> input = bfnL3Input()) return input;
   auto input = Kiv::makeActive<BfnL3Input>();
   bfnL3Input_.is(input);
   return input;
-}
-void BfnMacRewriteL3Shared::bfnL3InputDel() {
-  bfnL3Input_.is(nullptr);
 }
 
 Kiv::Ptr<BfnL3Output> BfnMacRewriteL3Shared::bfnL3OutputIs() {
@@ -92,13 +54,6 @@ Kiv::Ptr<BfnL3Output> BfnMacRewriteL3Shared::bfnL3OutputIs() {
   auto output = Kiv::makeActive<BfnL3Output>();
   bfnL3Output_.is(output);
   return output;
-}
-void BfnMacRewriteL3Shared::bfnL3OutputDel() {
-  bfnL3Output_.is(nullptr);
-}
-
-void BfnMacRewriteL3Shared::initializedIs(bool initialized) {
-  initialized_.is(initialized);
 }
 
 Kiv::Type const& BfnMacRewriteL3Shared::_kivType() {

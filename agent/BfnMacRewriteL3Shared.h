@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <utility>
+
 #include "agent/records/Export.h"
 #include "framework/core/Attribute.h"
 #include "framework/core/Ptr.h"
@@ -17,10 +19,8 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Input final : public Kiv::PtrInterface {
  public:
   static constexpr Kiv::Attr<void, BfnL3Input> kMacRewriteEnabled{130};
 
-  BfnL3Input();
-
   bool macRewriteEnabled() const { return macRewriteEnabled_(); }
-  void macRewriteEnabledIs(bool enabled);
+  void macRewriteEnabledIs(bool enabled) { macRewriteEnabled_.is(enabled); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -39,21 +39,20 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
   static constexpr Kiv::Attr<void, BfnL3Output> kInitMacRewriteTables{132};
   static constexpr Kiv::Attr<void, BfnL3Output> kStartMacRewriteSm{133};
 
-  BfnL3Output();
-  ~BfnL3Output() override;
-
   /// The active profile, by its key in the system status.
   Kiv::String const& profileName() const { return profileName_(); }
-  void profileNameIs(Kiv::String profileName);
+  void profileNameIs(Kiv::String profileName) { profileName_.is(std::move(profileName)); }
   /// The active profile's data for the table manager.
   Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> const& profileEntry() const { return profileEntry_(); }
-  void profileEntryIs(Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> profileEntry);
+  void profileEntryIs(Kiv::Ptr<BfnAgentLib::BfnProfileDataEntry> profileEntry) {
+    profileEntry_.is(std::move(profileEntry));
+  }
   /// A change asks for the rewrite table to be set up.
   bool initMacRewriteTables() const { return initMacRewriteTables_(); }
-  void initMacRewriteTablesIs(bool init);
+  void initMacRewriteTablesIs(bool init) { initMacRewriteTables_.is(init); }
   /// A change asks for the rewrite state machines to be started.
   bool startMacRewriteSm() const { return startMacRewriteSm_(); }
-  void startMacRewriteSmIs(bool start);
+  void startMacRewriteSmIs(bool start) { startMacRewriteSm_.is(start); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
@@ -82,30 +81,36 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterf
   ~BfnMacRewriteL3Shared() override;
 
   Kiv::Ptr<Pex::L3Status> const& l3Status() const { return l3Status_(); }
-  void l3StatusIs(Kiv::Ptr<Pex::L3Status> l3Status);
+  void l3StatusIs(Kiv::Ptr<Pex::L3Status> l3Status) { l3Status_.is(std::move(l3Status)); }
   Kiv::Ptr<BfnL3::L3RoutingStatus> const& l3PortAndLagRoutingStatus() const {
     return l3PortAndLagRoutingStatus_();
   }
-  void l3PortAndLagRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status);
+  void l3PortAndLagRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
+    l3PortAndLagRoutingStatus_.is(std::move(status));
+  }
   Kiv::Ptr<BfnL3::L3RoutingStatus> const& l3SubIntfRoutingStatus() const {
     return l3SubIntfRoutingStatus_();
   }
-  void l3SubIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status);
+  void l3SubIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
+    l3SubIntfRoutingStatus_.is(std::move(status));
+  }
   Kiv::Ptr<BfnL3::L3RoutingStatus> const& vlanIntfRoutingStatus() const {
     return vlanIntfRoutingStatus_();
   }
-  void vlanIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status);
+  void vlanIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
+    vlanIntfRoutingStatus_.is(std::move(status));
+  }
 
   Kiv::Ptr<BfnL3Input> const& bfnL3Input() const { return bfnL3Input_(); }
   /// The object; made, with notification on, and announced when it is not there.
   Kiv::Ptr<BfnL3Input> bfnL3InputIs();
-  void bfnL3InputDel();
+  void bfnL3InputDel() { bfnL3Input_.is(nullptr); }
   Kiv::Ptr<BfnL3Output> const& bfnL3Output() const { return bfnL3Output_(); }
   Kiv::Ptr<BfnL3Output> bfnL3OutputIs();
-  void bfnL3OutputDel();
+  void bfnL3OutputDel() { bfnL3Output_.is(nullptr); }
 
   bool initialized() const { return initialized_(); }
-  void initializedIs(bool initialized);
+  void initializedIs(bool initialized) { initialized_.is(initialized); }
   void handleInitialized();
 
   Kiv::Type const& fwkType() const override { return _kivType(); }

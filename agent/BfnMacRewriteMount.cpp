@@ -18,9 +18,6 @@ void mountOne(Corvo::MountGroup& group, char const* path, char const* typeName, 
 
 }  // namespace
 
-BfnMacRewriteMount::BfnMacRewriteMount() = default;
-BfnMacRewriteMount::~BfnMacRewriteMount() = default;
-
 void BfnMacRewriteMount::doMount(Kiv::Ptr<Corvo::MountGroup> const& mountGroup,
                                  unsigned short /*cellId*/) {
   Kiv::Ptr<Corvo::MountGroup> const group = mountGroup;  // mounting may take it from the host
@@ -37,27 +34,14 @@ void BfnMacRewriteMount::getEntity(Kiv::Ptr<Corvo::EntityManager> const& entityM
   bfnMacRewriteAgentStatusIs();
 }
 
-void BfnMacRewriteMount::bfnMacRewriteCliConfigIs(Kiv::Ptr<Input::Config const> const& cliConfig) {
-  cliConfig_ = cliConfig;
-}
-void BfnMacRewriteMount::bfnMacRewriteCapabilityIs(Kiv::Ptr<Capability> const& capability) {
-  capability_ = capability;
-}
-
 Kiv::Ptr<Agent::Config> BfnMacRewriteMount::bfnMacRewriteAgentConfigIs() {
   if (!agentConfig_) agentConfig_ = Kiv::makeActive<Agent::Config>();
   return agentConfig_;
-}
-void BfnMacRewriteMount::bfnMacRewriteAgentConfigDel() {
-  agentConfig_.reset();
 }
 
 Kiv::Ptr<Agent::Status> BfnMacRewriteMount::bfnMacRewriteAgentStatusIs() {
   if (!agentStatus_) agentStatus_ = Kiv::makeActive<Agent::Status>();
   return agentStatus_;
-}
-void BfnMacRewriteMount::bfnMacRewriteAgentStatusDel() {
-  agentStatus_.reset();
 }
 
 Kiv::Type const& BfnMacRewriteMount::_kivType() {

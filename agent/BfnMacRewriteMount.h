@@ -13,14 +13,11 @@ namespace BfnMacRewrite {
 
 /// The plug-in's entities of the state database, and its two own records.
 ///
-/// The host makes it, calls doMount(), waits until the group is mounted and calls getEntity(). An
-/// entity that is not there, or is of another type, leaves its attribute null.
+/// The host makes it, with everything null, calls doMount(), waits until the group is mounted and
+/// calls getEntity(). An entity that is not there, or is of another type, leaves its attribute
+/// null.
 class BFN_MAC_REWRITE_EXPORT BfnMacRewriteMount final : public Kiv::PtrInterface {
  public:
-  /// Everything null.
-  BfnMacRewriteMount();
-  ~BfnMacRewriteMount() override;
-
   /// Adds the plug-in's two mounts to the group. `cellId` is not used.
   void doMount(Kiv::Ptr<Corvo::MountGroup> const& mountGroup, unsigned short cellId);
   /// Fetches the two mounted entities, then makes the records that are not there yet. `cellId` is
@@ -28,17 +25,21 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteMount final : public Kiv::PtrInterface
   void getEntity(Kiv::Ptr<Corvo::EntityManager> const& entityManager, unsigned short cellId);
 
   Kiv::Ptr<Input::Config const> const& bfnMacRewriteCliConfig() const { return cliConfig_; }
-  void bfnMacRewriteCliConfigIs(Kiv::Ptr<Input::Config const> const& cliConfig);
+  void bfnMacRewriteCliConfigIs(Kiv::Ptr<Input::Config const> const& cliConfig) {
+    cliConfig_ = cliConfig;
+  }
   Kiv::Ptr<Capability> const& bfnMacRewriteCapability() const { return capability_; }
-  void bfnMacRewriteCapabilityIs(Kiv::Ptr<Capability> const& capability);
+  void bfnMacRewriteCapabilityIs(Kiv::Ptr<Capability> const& capability) {
+    capability_ = capability;
+  }
 
   Kiv::Ptr<Agent::Config> const& bfnMacRewriteAgentConfig() const { return agentConfig_; }
   /// The record; made, empty and with notification on, when it is not there.
   Kiv::Ptr<Agent::Config> bfnMacRewriteAgentConfigIs();
-  void bfnMacRewriteAgentConfigDel();
+  void bfnMacRewriteAgentConfigDel() { agentConfig_.reset(); }
   Kiv::Ptr<Agent::Status> const& bfnMacRewriteAgentStatus() const { return agentStatus_; }
   Kiv::Ptr<Agent::Status> bfnMacRewriteAgentStatusIs();
-  void bfnMacRewriteAgentStatusDel();
+  void bfnMacRewriteAgentStatusDel() { agentStatus_.reset(); }
 
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();

@@ -32,10 +32,8 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
 
  public:
   /// Makes the machine of the constructor's arguments and switches it on.
-  template <class... Inputs>
-  static Kiv::Ptr<OverlaySrcMacRewriteCliConfigSm> OverlaySrcMacRewriteCliConfigSmIs(
-      Inputs const&... inputs) {
-    return Kiv::makeActive<OverlaySrcMacRewriteCliConfigSm>(inputs...);
+  static Kiv::Ptr<Sm> OverlaySrcMacRewriteCliConfigSmIs(auto const&... inputs) {
+    return Kiv::makeActive<Sm>(inputs...);
   }
   /// Translates everything that is there already. A null input is never watched and contributes
   /// nothing.
@@ -94,8 +92,7 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
-  template <class F>
-  void kivEachReactor(F f) {
+  void kivEachReactor(auto f) {
     f(overlaySrcMacRewriteCliConfig_);
     f(l3Status_);
   }

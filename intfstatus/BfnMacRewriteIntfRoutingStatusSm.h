@@ -28,10 +28,8 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteIntfRoutingStatusSm final
 
  public:
   /// Makes the machine of the constructor's arguments and switches it on.
-  template <class... Inputs>
-  static Kiv::Ptr<BfnMacRewriteIntfRoutingStatusSm> BfnMacRewriteIntfRoutingStatusSmIs(
-      Inputs const&... inputs) {
-    return Kiv::makeActive<BfnMacRewriteIntfRoutingStatusSm>(inputs...);
+  static Kiv::Ptr<Sm> BfnMacRewriteIntfRoutingStatusSmIs(auto const&... inputs) {
+    return Kiv::makeActive<Sm>(inputs...);
   }
   /// Merges everything that is there already. A null input is not watched and contributes nothing.
   BfnMacRewriteIntfRoutingStatusSm(Source const& l3PortAndLagRoutingStatus,
@@ -81,8 +79,7 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteIntfRoutingStatusSm final
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
-  template <class F>
-  void kivEachReactor(F f) {
+  void kivEachReactor(auto f) {
     f(l3PortAndLagRoutingStatus_);
     f(vlanIntfRoutingStatus_);
     f(l3SubIntfRoutingStatus_);

@@ -45,9 +45,8 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
 
  public:
   /// Makes the machine of the constructor's arguments and switches it on.
-  template <class... Inputs>
-  static Kiv::Ptr<BfnMacRewriteSm> BfnMacRewriteSmIs(Inputs const&... inputs) {
-    return Kiv::makeActive<BfnMacRewriteSm>(inputs...);
+  static Kiv::Ptr<Sm> BfnMacRewriteSmIs(auto const&... inputs) {
+    return Kiv::makeActive<Sm>(inputs...);
   }
   /// Writes every row that is due in one pass. A null input contributes nothing. Throws
   /// Kiv::RangeException when that pass meets a VLAN outside 1..4094; the rows before it stay.
@@ -255,8 +254,7 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
   Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
-  template <class F>
-  void kivEachReactor(F f) {
+  void kivEachReactor(auto f) {
     f(macRewriteStatus_);
     f(overlaySrcMacRewriteAgentConfig_);
     f(intfIdToRoutingStatus_);

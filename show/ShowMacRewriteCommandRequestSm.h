@@ -62,9 +62,7 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
   void printHeader();
   void printEntry(L3::VrfName vrfName, Ovra::IpAddr ip, Ovra::EthAddr const& mac);
 
-  Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr() const {
-    return overlaySrcMacRewriteMgr_;
-  }
+  auto const& overlaySrcMacRewriteMgr() const { return overlaySrcMacRewriteMgr_; }
   bool vrfNameValid() const { return filters_.vrfNameValid; }
   L3::VrfName vrfName() const { return filters_.vrfName; }
   bool overlaySipValid() const { return filters_.overlaySipValid; }

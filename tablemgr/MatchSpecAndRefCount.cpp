@@ -5,14 +5,6 @@
 
 namespace BfnMacRewrite {
 
-MatchSpecAndRefCount::MatchSpecAndRefCount(Agent::IpAndIntfId const& ipAndIntfId)
-    : ipAndIntfId_(ipAndIntfId) {}
-
-void MatchSpecAndRefCount::overlaySrcMacRewriteMatchSpecIs(
-    Kiv::Ptr<MatchSpec const> const& matchSpec) {
-  matchSpec_ = matchSpec;
-}
-
 Kiv::Type const& MatchSpecAndRefCount::_kivType() {
   using T = MatchSpecAndRefCount;
   static Kiv::Type const type("BfnMacRewrite::MatchSpecAndRefCount", &Kiv::Entity::_kivType(),

@@ -16,13 +16,15 @@ class BFN_MAC_REWRITE_EXPORT MatchSpecAndRefCount final : public Kiv::Entity {
  public:
   using MatchSpec = BfOverlaySrcMacRewrite::OverlaySrcMacRewriteMatchSpec;
 
-  explicit MatchSpecAndRefCount(Agent::IpAndIntfId const& ipAndIntfId);
+  explicit MatchSpecAndRefCount(Agent::IpAndIntfId const& ipAndIntfId)
+      : ipAndIntfId_(ipAndIntfId) {}
 
   Agent::IpAndIntfId const& ipAndIntfId() const { return ipAndIntfId_; }
 
   Kiv::Ptr<MatchSpec const> const& overlaySrcMacRewriteMatchSpec() const { return matchSpec_; }
-  /// The very match spec that is stored: nothing.
-  void overlaySrcMacRewriteMatchSpecIs(Kiv::Ptr<MatchSpec const> const& matchSpec);
+  void overlaySrcMacRewriteMatchSpecIs(Kiv::Ptr<MatchSpec const> const& matchSpec) {
+    matchSpec_ = matchSpec;
+  }
 
   U16 refCount() const { return refCount_; }
   void refCountIs(U16 v) { refCount_ = v; }

@@ -11,8 +11,8 @@ namespace Kiv {
 ///
 /// Derived names its reactors once, in attribute order, and its child machines:
 ///
-///   template <class F> void kivEachReactor(F f) { f(l3Output_); f(perVrf_); }
-///   template <class F> void kivEachChild(F f) { f(childSm_); }     // Ptrs; null ones are skipped
+///   void kivEachReactor(auto f) { f(l3Output_); f(perVrf_); }
+///   void kivEachChild(auto f) { f(childSm_); }  // Ptrs; null ones are skipped
 ///
 /// When its last reference goes, before its destructor runs, a machine marks and disowns its
 /// reactors: from then on none of them dispatches anything, even if it is still referenced
@@ -37,8 +37,7 @@ class StateMachine : public Base {
  protected:
   using Base::Base;
 
-  template <class F>
-  void kivEachChild(F) {}
+  void kivEachChild(auto) {}
 
  private:
   /// Marks and disowns every reactor, in attribute order.
