@@ -26,10 +26,7 @@ std::string promptName(std::string name) {
 }  // namespace
 
 ServicePrompt::ServicePrompt(std::string socket, Remote::Options options)
-    : TableTarget(options.json),
-      socket_(std::move(socket)),
-      options_(options),
-      link_(std::make_unique<Link>(socket_, options)) {
+    : ClientPrompt(options), socket_(std::move(socket)), link_(std::make_unique<Link>(*this)) {
   name_ = promptName(link_->connection.greeting().value("switch", ""));
   takeForms();
 }
@@ -47,7 +44,7 @@ void ServicePrompt::connect() {
   if (link_) lost_ = true;
   link_.reset();
   try {
-    link_ = std::make_unique<Link>(socket_, options_);
+    link_ = std::make_unique<Link>(*this);
     takeForms();
   } catch (std::runtime_error const& error) {
     link_.reset();
@@ -77,23 +74,13 @@ void ServicePrompt::takeForms() {
     }
     groups.push_back(std::move(taken));
   }
-  groups.push_back(ownCommands());
+  Host::CommandGroup own = ownCommands();
+  own.commands.emplace_back(
+      "watch <COMMAND>", "print the answer again after each change, until Ctrl-C",
+      "watch show chip",
+      [this](Arguments const& given) { return watched(given.words.subspan(1)); });
+  groups.push_back(std::move(own));
   commandsAre(std::move(groups));
-}
-
-Host::CommandGroup ServicePrompt::ownCommands() {
-  Host::CommandGroup group{"the client", {}};
-  auto& add = group.commands;
-  add.emplace_back("load <FILE>", "send the lines of a file, up to one that fails",
-                   "load operator.cfg",
-                   [this](Arguments const& given) { return load(given.text("load")); });
-  add.emplace_back("expect <COMMAND> == <JSON>", "an error unless that is the answer",
-                   "expect show chip | count == 2",
-                   [this](Arguments const& given) { return expect(given); });
-  add.emplace_back("watch <COMMAND>", "print the answer again after each change, until Ctrl-C",
-                   "watch show chip",
-                   [this](Arguments const& given) { return watched(given.words.subspan(1)); });
-  return group;
 }
 
 template <class F>
@@ -150,48 +137,19 @@ Answer ServicePrompt::answerTo(std::span<std::string const> words, bool changes)
   return {answer["answer"], answer.value("text", ""), answer.value("marks", "")};
 }
 
-Answer ServicePrompt::load(std::string const& file) {
-  return withLink(true, [&](Link& link) {
-    size_t const before = link.remote.accepted();
-    auto const status = link.remote.file(file);
-    Answer answer;
-    if (options_.json) {
-      std::cout << link.out.str() << std::flush;  // an answer of its own for each line
-    } else {
-      answer.text = link.out.str();
-    }
-    link.out.str({});
-    addError(link.errors.str());
-    link.errors.str({});
-    size_t const lines = link.remote.accepted() - before;
-    answer.json = lines;
-    if (status == Remote::Done) {
-      answer.text +=
-          file + ": " + std::to_string(lines) + (lines == 1 ? " line" : " lines") + " accepted";
-    } else if (answer.text.ends_with('\n')) {
-      answer.text.pop_back();
-    }
-    return answer;
-  });
+void ServicePrompt::withRemote(std::function<void(Remote&)> const& f) {
+  withLink(true, [&](Link& link) { f(link.remote); });
 }
 
-Answer ServicePrompt::expect(Arguments const& given) {
-  json const expected = Host::parsedJson(given.words.back());
-  if (expected.is_discarded()) {
-    throw Host::InputError("expected JSON after ==", {given.words.size() - 1, {}, {"JSON"}, {}});
-  }
-  auto const inner = given.words.subspan(1, given.words.size() - 3);
-  json const answer = Host::readingFrom(1, [&] { return ask(inner, true); });
-  if (answer["answer"] == expected) return {};
-  throw Host::InputError("expectation failed\n  expected: " + Host::jsonText(expected) +
-                         "\n  found:    " + Host::jsonText(answer["answer"]));
+json ServicePrompt::jsonAnswerTo(std::span<std::string const> words) {
+  return ask(words, true)["answer"];
 }
 
 Answer ServicePrompt::watched(std::span<std::string const> words) {
   std::string const line = Host::lineOf(words);
   json const failed = withLink(true, [&](Link& link) {
     try {
-      return watch(link.connection, options_.json, line);
+      return watch(link.connection, options().json, line);
     } catch (Interrupted const&) {
       link_.reset();  // the answer to what was awaited would come
       return json();

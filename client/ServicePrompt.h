@@ -3,16 +3,14 @@
 
 #include <memory>
 #include <span>
-#include <sstream>
 #include <string>
 
+#include "client/ClientPrompt.h"
 #include "client/Connection.h"
-#include "client/Remote.h"
-#include "host/prompt/TableTarget.h"
 
 /// A service as what a prompt is for: the forms that it takes, and those of the client's own.
 /// Connects again when the service was gone, before the next line; no line is sent twice.
-class ServicePrompt final : public Host::TableTarget {
+class ServicePrompt final : public ClientPrompt {
  public:
   /// Throws what Connection does.
   ServicePrompt(std::string socket, Remote::Options options);
@@ -23,11 +21,9 @@ class ServicePrompt final : public Host::TableTarget {
 
  private:
   struct Link {
-    Link(std::string const& socket, Remote::Options options)
-        : connection(socket), remote(connection, out, errors, options) {}
+    explicit Link(ServicePrompt& prompt)
+        : connection(prompt.socket_), remote(prompt.remoteTo(connection)) {}
     Connection connection;
-    std::ostringstream out;
-    std::ostringstream errors;
     Remote remote;
   };
 
@@ -35,20 +31,17 @@ class ServicePrompt final : public Host::TableTarget {
   /// Connects where that is needed and can be done.
   void connect();
   void takeForms();
-  /// What the lines of a service may have beside the service's own.
-  Host::CommandGroup ownCommands();
+  void withRemote(std::function<void(Remote&)> const& f) override;
+  nlohmann::json jsonAnswerTo(std::span<std::string const> words) override;
   /// Calls `f(link)`. An error ends the connection; it says whether the line may have changed
   /// something.
   template <class F>
   auto withLink(bool changes, F const& f);
   nlohmann::json ask(std::span<std::string const> words, bool changes);
   Host::Answer answerTo(std::span<std::string const> words, bool changes);
-  Host::Answer load(std::string const& file);
-  Host::Answer expect(Host::Arguments const& given);
   Host::Answer watched(std::span<std::string const> words);
 
   std::string const socket_;
-  Remote::Options const options_;
   std::string name_;
   std::unique_ptr<Link> link_;
   /// Why there is none.

@@ -4,16 +4,18 @@
 #include <string>
 #include <utility>
 
+#include "client/ClientPrompt.h"
 #include "client/StoreEditor.h"
-#include "host/prompt/TableTarget.h"
+#include "host/language/InputError.h"
+#include "host/language/Lexer.h"
 
 /// A store's configuration as what a prompt is for.
-class StorePrompt final : public Host::TableTarget {
+class StorePrompt final : public ClientPrompt {
  public:
   /// The editor must outlive it.
-  StorePrompt(StoreEditor& editor, std::string name, bool json)
-      : TableTarget(json), editor_(editor), name_(std::move(name)) {
-    commandsAre({editor.commands()});
+  StorePrompt(StoreEditor& editor, std::string name, Remote::Options options)
+      : ClientPrompt(options), editor_(editor), remote_(remoteTo(editor)), name_(std::move(name)) {
+    commandsAre({editor.commands(), ownCommands()});
   }
 
   std::string name() const override { return name_; }
@@ -23,7 +25,14 @@ class StorePrompt final : public Host::TableTarget {
 
  private:
   void begin() override { editor_.follow(); }
+  void withRemote(std::function<void(Remote&)> const& f) override { f(remote_); }
+  nlohmann::json jsonAnswerTo(std::span<std::string const> words) override {
+    nlohmann::json const answer = editor_.ask({{"line", Host::lineOf(words)}});
+    if (answer.contains("error")) throw Host::InputError(answer["error"].get<std::string>());
+    return answer["answer"];
+  }
 
   StoreEditor& editor_;
+  Remote remote_;
   std::string const name_;
 };

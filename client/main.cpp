@@ -34,6 +34,8 @@ constexpr char kExamples[] =
     "  macrewrite < operator.cfg              lines of standard input, up to one that fails\n"
     "  macrewrite --database redis://10.0.0.9 show running-config\n"
     "                                         the configuration of all switches at that store\n"
+    "  macrewrite --database redis://10.0.0.9 load fabric.cfg\n"
+    "                                         the same over that store: all lines or none\n"
     "  macrewrite status --support case.txt   what a support case needs, in one file\n"
     "\n"
     "One argument is a whole line; several are its words.\n"
@@ -73,7 +75,7 @@ int runEditor(Options const& options) {
   StoreEditor editor(options.database, options.store, options.switchName);
   if (!options.words.empty() || ::isatty(STDIN_FILENO) == 0) return runLines(editor, options);
   StorePrompt prompt(editor, options.switchName.empty() ? "store" : options.switchName,
-                     options.remote.json);
+                     options.remote);
   return runPrompt(prompt);
 }
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "framework/core/AddressSanitizer.h"
 #include "host/service/ControlServer.h"
 #include "tests/daemon/ServiceProcess.h"
 #ifdef BFN_STORE_REDIS
@@ -232,6 +233,9 @@ TEST_F(LoadTest, WhatIsNoListOfOperatorsLinesIsNotKept) {
 
 // Of lines that change nothing, which cost the least.
 TEST_F(LoadTest, ATransactionHasNoMoreLinesThanTheLimit) {
+#ifdef KIV_ADDRESS_SANITIZER
+  GTEST_SKIP() << "so many lines take half a minute where each access is checked";
+#endif
   constexpr size_t kMost = Host::ControlServer::kMaxKept;
   constexpr size_t kARequest = 1'000;
   std::string const line = "no vxlan forwarding match vrf a src-ip 1.1.1.1";

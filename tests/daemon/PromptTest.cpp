@@ -288,6 +288,16 @@ TEST_F(StorePromptTest, TheConfigurationIsEditedAtTheSamePrompt) {
   type(kInterrupt, "^C\r\nstore> ");
   EXPECT_THAT(line("show running-config | count"), HasSubstr("\n1\r\n"));
   EXPECT_THAT(line("show chip"), HasSubstr("prompt:3: error: expected "));
+  std::string const file = (folder / "lines").string();
+  std::ofstream(file) << BfnTest::rewriteLine("10.1.0.1", kMac) << '\n'
+                      << BfnTest::rewriteLine("10.1.0.300", kMac) << '\n';
+  EXPECT_THAT(line("load " + file),
+              AllOf(HasSubstr(file + ":2: error: "), Not(HasSubstr("accepted"))));
+  EXPECT_THAT(line("expect show running-config | count == 1"), Not(HasSubstr("error")));
+  std::ofstream(file) << BfnTest::rewriteLine("10.1.0.1", kMac) << '\n';
+  EXPECT_THAT(line("load " + file), HasSubstr(file + ": 1 line accepted"));
+  EXPECT_THAT(line("expect show running-config | count == 3"),
+              HasSubstr("expectation failed\r\n  expected: 3\r\n  found:    2"));
   type("exit\r", "");
   EXPECT_EQ(exitStatus(), 0);
 }
