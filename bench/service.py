@@ -241,6 +241,8 @@ def large(programs, table, rows, runs):
 
         No part of the answer is read before the child waits for that, with the whole of it in its memory: what it has
         made, what it has written to, and what the service has written to meanwhile are private pages then."""
+        while service.child() is not None:  # that of the answer before
+            time.sleep(0.001)
         before = service.metric("fork_seconds_total")
         client.socket.sendall(json.dumps({"line": line}).encode() + b"\n")
         most = asleep = 0
