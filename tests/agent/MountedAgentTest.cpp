@@ -23,9 +23,9 @@ using BfnTest::mac;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr char const* kConfig = "vxlan/hardware/srcMacRewrite/config";
+constexpr char const* kConfigPath = "vxlan/hardware/srcMacRewrite/config";
 constexpr char const* kConfigType = "BfnMacRewrite::Input::Config";
-constexpr char const* kCapability = "vxlan/hardware/srcMacRewrite/capability";
+constexpr char const* kCapabilityPath = "vxlan/hardware/srcMacRewrite/capability";
 constexpr char const* kCapabilityType = "BfnMacRewrite::Capability";
 
 // What the plug-in has of its configuration cannot be written: its type does not let it.
@@ -71,8 +71,8 @@ class MountedAgentTest : public BfnTest::PluginTest {
   }
   void bringUpOnDatabase() {
     host.mount->getEntity(agent, 0);
-    host.cliConfig = Kiv::ptrCast<Config>(agent->getEntity(kConfig));
-    host.capability = Kiv::ptrCast<Capability>(agent->getEntity(kCapability));
+    host.cliConfig = Kiv::ptrCast<Config>(agent->getEntity(kConfigPath));
+    host.capability = Kiv::ptrCast<Capability>(agent->getEntity(kCapabilityPath));
     host.bringUp();
     host.address(7, "10.0.0.1", "Ethernet1");
   }
@@ -93,7 +93,7 @@ TEST_F(MountedAgentTest, AConfigurationThatComesLateIsInTheChipOnceStage2HasRunA
     host.mount->getEntity(agent, 0);
     host.stage2();
   };
-  auto const config = mountOutside<Config>(kConfig, kConfigType, "w");
+  auto const config = mountOutside<Config>(kConfigPath, kConfigType, "w");
   ASSERT_TRUE(host.mount->bfnMacRewriteCliConfig());
   config->overlaySrcMacRewriteEntryIs(
       {L3::VrfName("red"), ip("10.0.0.1"), mac("02:00:00:00:00:01")});
@@ -105,7 +105,8 @@ TEST(MountedAgent, AMistypedEntityIsNullAndTheOtherMountCompletes) {
     char const* path;
     char const* type;
   };
-  for (Case const& mistyped : {Case{kConfig, kCapabilityType}, Case{kCapability, kConfigType}}) {
+  for (Case const& mistyped :
+       {Case{kConfigPath, kCapabilityType}, Case{kCapabilityPath, kConfigType}}) {
     SCOPED_TRACE(mistyped.path);
     BfnTest::PluginHost host;
     auto const database = Kiv::makeActive<Corvo::Database>();
@@ -118,7 +119,7 @@ TEST(MountedAgent, AMistypedEntityIsNullAndTheOtherMountCompletes) {
     host.mount->getEntity(session, 0);
     EXPECT_FALSE(host.mount->bfnMacRewriteCliConfig());
     EXPECT_EQ(host.mount->bfnMacRewriteCapability() != nullptr,
-              mistyped.path == std::string(kConfig));
+              mistyped.path == std::string(kConfigPath));
     host.cliConfig = nullptr;
     host.capability = host.mount->bfnMacRewriteCapability();
     host.bringUp();
@@ -129,7 +130,7 @@ TEST(MountedAgent, AMistypedEntityIsNullAndTheOtherMountCompletes) {
 }
 
 TEST_F(MountedAgentTest, WhatTheOperatorWritesReachesTheChip) {
-  auto const config = mountOutside<Config>(kConfig, kConfigType, "w");
+  auto const config = mountOutside<Config>(kConfigPath, kConfigType, "w");
   config->overlaySrcMacRewriteEntryIs(
       {L3::VrfName("red"), ip("10.0.0.1"), mac("02:00:00:00:00:01")});
   bringUpOnDatabase();
@@ -146,8 +147,8 @@ TEST_F(MountedAgentTest, WhatTheOperatorWritesReachesTheChip) {
 }
 
 TEST_F(MountedAgentTest, TheCapabilityReachesWhoMountsIt) {
-  mountOutside<Config>(kConfig, kConfigType, "w");
-  auto const capability = mountOutside<Capability const>(kCapability, kCapabilityType, "r");
+  mountOutside<Config>(kConfigPath, kConfigType, "w");
+  auto const capability = mountOutside<Capability const>(kCapabilityPath, kCapabilityType, "r");
   ASSERT_TRUE(capability);
   EXPECT_FALSE(capability->overlaySrcMacRewriteSupported());
   bringUpOnDatabase();
@@ -155,7 +156,7 @@ TEST_F(MountedAgentTest, TheCapabilityReachesWhoMountsIt) {
 }
 
 TEST_F(MountedAgentTest, AConstCastAwayChangesNeitherTheConfigurationNorTheChip) {
-  auto const config = mountOutside<Config>(kConfig, kConfigType, "w");
+  auto const config = mountOutside<Config>(kConfigPath, kConfigType, "w");
   config->overlaySrcMacRewriteEntryIs(
       {L3::VrfName("red"), ip("10.0.0.1"), mac("02:00:00:00:00:01")});
   bringUpOnDatabase();

@@ -18,7 +18,7 @@ using Kiv::U16;
 using Kiv::U32;
 using Kiv::U64;
 
-constexpr U16 kVlan = 100;
+constexpr U16 kRowVlan = 100;
 constexpr int kReturned = -1;  // TC_ACT_UNSPEC
 
 class Program : public BfnTest::KernelFixture {
@@ -29,8 +29,8 @@ class Program : public BfnTest::KernelFixture {
     kernel_ = std::make_unique<KernelProgram>(options());
     table_ = std::make_unique<KernelTable>(*kernel_);
     handle_ = *table_->open({0, 0, {}, "", KernelTable::kRewriteTable});
-    deviceIs({.vlan = kVlan, .vni = 0, .made_qdisc = 0, .name = {}});
-    rowIs(kVlan, kHost, kRowMac);
+    deviceIs({.vlan = kRowVlan, .vni = 0, .made_qdisc = 0, .name = {}});
+    rowIs(kRowVlan, kHost, kRowMac);
   }
 
   void deviceIs(mac_rewrite_device const& device) {
@@ -72,26 +72,27 @@ class Program : public BfnTest::KernelFixture {
 
 TEST_F(Program, FrameOfARowLeavesWithTheRowsMac) {
   expect(udpFrame(), MAC_REWRITE_REWRITTEN, kRowMac);
-  EXPECT_EQ(hits(kVlan, kHost), 1u);
+  EXPECT_EQ(hits(kRowVlan, kHost), 1u);
 }
 
 TEST_F(Program, FrameWithoutARowLeavesAsItCame) {
-  ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kVlan, kHost)), BfnDriver::EraseResult::Ok);
-  rowIs(kVlan + 1, kHost, kRowMac);
-  rowIs(kVlan, kPeer, kRowMac);
+  ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kRowVlan, kHost)),
+            BfnDriver::EraseResult::Ok);
+  rowIs(kRowVlan + 1, kHost, kRowMac);
+  rowIs(kRowVlan, kPeer, kRowMac);
   expectUnchanged(udpFrame(), MAC_REWRITE_NO_ROW);
 }
 
 TEST_F(Program, RowWithTheZeroMacLeavesTheFramesOwn) {
-  rowIs(kVlan, kHost, {});
+  rowIs(kRowVlan, kHost, {});
   expectUnchanged(udpFrame(), MAC_REWRITE_NO_MAC);
-  EXPECT_EQ(hits(kVlan, kHost), 1u);
+  EXPECT_EQ(hits(kRowVlan, kHost), 1u);
 }
 
 TEST_F(Program, TopBytesOfAnActionAreNotLookedAt) {
   BfnChip::ActionBytes action = BfnTest::rewriteAction({});
   action[3] = action[7] = 0xff;
-  ASSERT_EQ(table_->write(handle_, BfnTest::rewriteKey(kVlan, kHost), action),
+  ASSERT_EQ(table_->write(handle_, BfnTest::rewriteKey(kRowVlan, kHost), action),
             BfnDriver::WriteResult::Ok);
   expectUnchanged(udpFrame(), MAC_REWRITE_NO_MAC);
 }
@@ -148,8 +149,8 @@ TEST_F(Program, VlanOfTheDeviceGoesBeforeTheTag) {
 
 TEST_F(Program, TagSaysTheVlanWhenTheDeviceDoesNot) {
   deviceIs({});
-  expect(tagged(kVlan, udpFrame()), MAC_REWRITE_REWRITTEN, kRowMac);
-  expect(tagged(kVlan, udpFrame(), EtherType::kServiceVlan), MAC_REWRITE_REWRITTEN, kRowMac);
+  expect(tagged(kRowVlan, udpFrame()), MAC_REWRITE_REWRITTEN, kRowMac);
+  expect(tagged(kRowVlan, udpFrame(), EtherType::kServiceVlan), MAC_REWRITE_REWRITTEN, kRowMac);
   expectUnchanged(tagged(200, udpFrame()), MAC_REWRITE_NO_ROW);
   expectUnchanged(tagged(0, udpFrame()), MAC_REWRITE_NO_VLAN);
   expectUnchanged(udpFrame(), MAC_REWRITE_NO_VLAN);
@@ -158,12 +159,12 @@ TEST_F(Program, TagSaysTheVlanWhenTheDeviceDoesNot) {
 TEST_F(Program, DeviceThatIsNotListedGoesByTag) {
   U32 const loopback = 1;
   ASSERT_EQ(kernel_->devices().erase(&loopback), 0);
-  expect(tagged(kVlan, udpFrame()), MAC_REWRITE_REWRITTEN, kRowMac);
+  expect(tagged(kRowVlan, udpFrame()), MAC_REWRITE_REWRITTEN, kRowMac);
 }
 
 TEST_F(Program, VniOfTheDeviceSaysTheVlan) {
   U32 const vni = 10'100;
-  U32 const vlan = kVlan;
+  U32 const vlan = kRowVlan;
   deviceIs({.vlan = 0, .vni = vni, .made_qdisc = 0, .name = {}});
   expectUnchanged(udpFrame(), MAC_REWRITE_NO_VLAN);
   ASSERT_EQ(kernel_->vnis().update(&vni, &vlan, BPF_ANY), 0);
@@ -172,8 +173,8 @@ TEST_F(Program, VniOfTheDeviceSaysTheVlan) {
 
 TEST_F(Program, ReservedVlanAndSecondTagAreNotLookedUp) {
   expectUnchanged(tagged(4095, udpFrame()), MAC_REWRITE_RESERVED_VLAN);
-  expectUnchanged(tagged(4095, tagged(kVlan, udpFrame())), MAC_REWRITE_RESERVED_VLAN);
-  expectUnchanged(tagged(kVlan, tagged(kVlan, udpFrame())), MAC_REWRITE_DOUBLE_TAGGED);
+  expectUnchanged(tagged(4095, tagged(kRowVlan, udpFrame())), MAC_REWRITE_RESERVED_VLAN);
+  expectUnchanged(tagged(kRowVlan, tagged(kRowVlan, udpFrame())), MAC_REWRITE_DOUBLE_TAGGED);
 }
 
 TEST_F(Program, FrameThatEndsInItsTagIsTooShort) {
@@ -183,20 +184,22 @@ TEST_F(Program, FrameThatEndsInItsTagIsTooShort) {
 
 TEST_F(Program, HitsOfARowOutliveAnOverwriteAndNotAnErase) {
   for (int i = 0; i < 3; ++i) BfnTest::run(kernel_->fd(), udpFrame());
-  EXPECT_EQ(hits(kVlan, kHost), 3u);
-  rowIs(kVlan, kHost, kPeerMac);
-  EXPECT_EQ(hits(kVlan, kHost), 3u);
+  EXPECT_EQ(hits(kRowVlan, kHost), 3u);
+  rowIs(kRowVlan, kHost, kPeerMac);
+  EXPECT_EQ(hits(kRowVlan, kHost), 3u);
   expect(udpFrame(), MAC_REWRITE_REWRITTEN, kPeerMac);
-  ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kVlan, kHost)), BfnDriver::EraseResult::Ok);
-  rowIs(kVlan, kHost, kRowMac);
-  EXPECT_EQ(hits(kVlan, kHost), 0u);
+  ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kRowVlan, kHost)),
+            BfnDriver::EraseResult::Ok);
+  rowIs(kRowVlan, kHost, kRowMac);
+  EXPECT_EQ(hits(kRowVlan, kHost), 0u);
 }
 
 TEST_F(Program, HitsOfTheTableAreItsCounters) {
   BfnTest::run(kernel_->fd(), udpFrame());
-  rowIs(kVlan, kHost, {});
+  rowIs(kRowVlan, kHost, {});
   BfnTest::run(kernel_->fd(), udpFrame());
-  ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kVlan, kHost)), BfnDriver::EraseResult::Ok);
+  ASSERT_EQ(table_->erase(handle_, BfnTest::rewriteKey(kRowVlan, kHost)),
+            BfnDriver::EraseResult::Ok);
   BfnTest::run(kernel_->fd(), udpFrame());
   BfnTest::run(kernel_->fd(), ethernet(EtherType::kArp, counting(28)));
   BfnDriver::TableHits hits;

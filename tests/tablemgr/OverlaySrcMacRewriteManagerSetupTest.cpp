@@ -6,19 +6,20 @@
 #include "tests/support/PluginTest.h"
 #include "tests/support/RecordingDriver.h"
 #include "tests/support/Watcher.h"
+#include "tests/tablemgr/OverlaySrcMacRewriteManagerTest.h"
 
 // How the manager declares its table, binds it and reports on it.
 namespace {
 
 using BfnAgentLib::TableKey;
 using BfnMacRewrite::OverlaySrcMacRewriteManager;
+using BfnTest::diesAs;
 using BfnTest::RecordingDriver;
 using BfnTest::TraceCapture;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr char const* kTable = "overlaySrcMacRewrite";
@@ -303,12 +304,6 @@ TEST_F(OverlaySrcMacRewriteManagerSetupTest, StatisticsCountTheRowsInUse) {
 }
 
 using OverlaySrcMacRewriteManagerSetupDeathTest = OverlaySrcMacRewriteManagerSetupTest;
-
-auto diesAs(std::string const& condition, std::string const& line) {
-  return AllOf(HasSubstr("Failed(" + condition + ") " + line), HasSubstr("BfnMacRewriteTableMgr"),
-               HasSubstr("\"" + condition + "\" == nullptr"),
-               Not(HasSubstr("Failed(" + condition + ") " + line + "\n")));
-}
 
 TEST_F(OverlaySrcMacRewriteManagerSetupDeathTest,
        InitialisationOfAnotherTableIsFatalAfterItsTrace) {

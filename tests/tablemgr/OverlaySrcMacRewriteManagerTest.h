@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <gmock/gmock.h>
+#include <string>
 #include <vector>
 
 #include "framework/log/LogService.h"
@@ -46,5 +48,15 @@ class OverlaySrcMacRewriteManagerTest : public PluginTest {
   std::vector<Kiv::LogMessage> logged;
   double clock = 1000;
 };
+
+/// What the table manager writes to standard error when a condition does not hold, as a whole: the
+/// line, with no end of its own, runs into the assertion's.
+inline auto diesAs(std::string const& condition, std::string const& line) {
+  using ::testing::HasSubstr;
+  std::string const both = "Failed(" + condition + ") " + line;
+  return ::testing::AllOf(HasSubstr(both), HasSubstr("BfnMacRewriteTableMgr"),
+                          HasSubstr("\"" + condition + "\" == nullptr"),
+                          ::testing::Not(HasSubstr(both + "\n")));
+}
 
 }  // namespace BfnTest

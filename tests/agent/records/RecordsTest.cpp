@@ -66,7 +66,7 @@ class Listener final : public Kiv::NotifieeConst {
 
 IpAddr const kIp(0x0A00'0001);
 IpAndMac const kRewrite(kIp, ethAddrFromOuiStation(0x020406, 0x08000A));
-IpAndIntfId const kHome(kIp, IntfId("Ethernet1"), false);
+IpAndIntfId const kHomeIp(kIp, IntfId("Ethernet1"), false);
 
 TEST(AgentConfig, HasAnEmptyName) {
   auto const config = makeActive<Config>();
@@ -179,9 +179,9 @@ TEST(AgentStatus, DeletingAllNotifiesOfEachVrf) {
 TEST(VrfStatus, ADifferentSelfIpAloneIsAChange) {
   auto const vrf = makeActive<VrfStatus>(VrfId(7));
   auto const listener = makeActive<Listener<IpAddr>>(vrf);
-  vrf->ipAndIntfIdIs(kHome);
-  vrf->ipAndIntfIdIs(kHome);
-  IpAndIntfId self = kHome;
+  vrf->ipAndIntfIdIs(kHomeIp);
+  vrf->ipAndIntfIdIs(kHomeIp);
+  IpAndIntfId self = kHomeIp;
   self.selfIp = true;
   vrf->ipAndIntfIdIs(self);
   EXPECT_EQ(vrf->ipAndIntfId(kIp), self);
@@ -190,9 +190,9 @@ TEST(VrfStatus, ADifferentSelfIpAloneIsAChange) {
 
 TEST(VrfStatus, RemovalGivesTheValueBackAndAbsenceADefaultOne) {
   auto const vrf = makeActive<VrfStatus>(VrfId(7));
-  vrf->ipAndIntfIdIs(kHome);
+  vrf->ipAndIntfIdIs(kHomeIp);
   auto const listener = makeActive<Listener<IpAddr>>(vrf);
-  EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), kHome);
+  EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), kHomeIp);
   EXPECT_EQ(vrf->ipAndIntfIdDel(kIp), IpAndIntfId());
   EXPECT_THAT(listener->notified, ElementsAre("131 10.0.0.1"));
 }
@@ -200,7 +200,7 @@ TEST(VrfStatus, RemovalGivesTheValueBackAndAbsenceADefaultOne) {
 TEST(VrfStatus, DeletingAllNotifiesOfEachAddressAndStaysInItsStatus) {
   auto const status = makeActive<Status>();
   auto const vrf = status->vrfStatusIs(VrfId(7));
-  vrf->ipAndIntfIdIs(kHome);
+  vrf->ipAndIntfIdIs(kHomeIp);
   auto const listener = makeActive<Listener<IpAddr>>(vrf);
   vrf->ipAndIntfIdDelAll();
   EXPECT_THAT(listener->notified, ElementsAre("131 10.0.0.1"));
@@ -209,8 +209,8 @@ TEST(VrfStatus, DeletingAllNotifiesOfEachAddressAndStaysInItsStatus) {
 
 TEST(VrfStatus, AnAddressThatIsNotKnownReadsAsADefaultValue) {
   auto const vrf = makeActive<VrfStatus>(VrfId(7));
-  vrf->ipAndIntfIdIs(kHome);
-  EXPECT_EQ(vrf->ipAndIntfId(kIp), kHome);
+  vrf->ipAndIntfIdIs(kHomeIp);
+  EXPECT_EQ(vrf->ipAndIntfId(kIp), kHomeIp);
   EXPECT_EQ(vrf->ipAndIntfId(IpAddr(1)), IpAndIntfId());
 }
 

@@ -146,9 +146,9 @@ TEST(RbTreeMap, MoveAndSwapCarryTheMembersAndKeepIteratorsValid) {
 }
 
 // The map against a plain model.
-class Checked {
+class CheckedMap {
  public:
-  Checked(U32 seed, U32 keys) : random_(seed), keys_(keys) {}
+  CheckedMap(U32 seed, U32 keys) : random_(seed), keys_(keys) {}
 
   void change() {
     U32 const key = static_cast<U32>(random_()) % keys_;
@@ -206,7 +206,7 @@ TEST(RbTreeMapRandom, AnyChangesGiveWhatAModelGives) {
   for (U32 seed : {11u, 222u, 3333u}) {
     for (U32 keys : {5u, 300u, 20'000u}) {
       SCOPED_TRACE(::testing::Message() << "seed " << seed << ", keys below " << keys);
-      Checked checked(seed, keys);
+      CheckedMap checked(seed, keys);
       for (int step = 0; step < 200'000; ++step) {
         checked.change();
         if (step % 20'000 == 0) checked.compare();

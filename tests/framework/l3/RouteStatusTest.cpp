@@ -14,15 +14,15 @@ using Routing::Hardware::RouteStatus;
 using Routing::Hardware::VrfStatus;
 using ::testing::ElementsAre;
 
-VrfName const kRed("red");
+VrfName const kRedVrf("red");
 
 using RouteStatusTest = BfnTest::LoggedRecord<RouteStatus, RouteStatus::kVrfStatus>;
 
 TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
-  auto const red = status->vrfStatusIs(kRed);
-  EXPECT_EQ(status->vrfStatusIs(kRed), red);
-  EXPECT_EQ(status->vrfStatus(kRed), red.get());
-  EXPECT_EQ(red->vrfName(), kRed);
+  auto const red = status->vrfStatusIs(kRedVrf);
+  EXPECT_EQ(status->vrfStatusIs(kRedVrf), red);
+  EXPECT_EQ(status->vrfStatus(kRedVrf), red.get());
+  EXPECT_EQ(red->vrfName(), kRedVrf);
   EXPECT_EQ(red->vrfId(), 0u);
   EXPECT_EQ(red->fwdVlanId(), 0u);
   EXPECT_TRUE(red->hasNotificationActive());
@@ -30,7 +30,7 @@ TEST_F(RouteStatusTest, AVrfIsMadeOnceWithoutNumbers) {
 }
 
 TEST_F(RouteStatusTest, NumbersAreTakenAsTheyAreAndARealChangeNotifies) {
-  auto const red = status->vrfStatusIs(kRed);
+  auto const red = status->vrfStatusIs(kRedVrf);
   auto const own = Kiv::makeActive<BfnTest::KeyLog<VrfName>>(red, RouteStatus::kVrfStatus);
   log->changes.clear();
   red->vrfIdIs(4294967295u);
@@ -44,21 +44,21 @@ TEST_F(RouteStatusTest, NumbersAreTakenAsTheyAreAndARealChangeNotifies) {
 }
 
 TEST_F(RouteStatusTest, AnObjectMadeByTheHostComesWithItsNumbers) {
-  auto const red = Kiv::makeActive<VrfStatus>(kRed);
+  auto const red = Kiv::makeActive<VrfStatus>(kRedVrf);
   red->fwdVlanIdIs(300);
   status->vrfStatusIs(red);
-  EXPECT_EQ(status->vrfStatus(kRed), red.get());
+  EXPECT_EQ(status->vrfStatus(kRedVrf), red.get());
   status->vrfStatusIs(red);
   EXPECT_THAT(log->changes, ElementsAre("red"));
   EXPECT_THROW(status->vrfStatusIs(Kiv::Ptr<VrfStatus>()), Kiv::NullPointerException);
 }
 
 TEST_F(RouteStatusTest, RemovalNotifiesOnceAndOnlyOfWhatWasPresent) {
-  status->vrfStatusIs(kRed);
+  status->vrfStatusIs(kRedVrf);
   status->vrfStatusIs(VrfName("blue"));
   log->changes.clear();
-  status->vrfStatusDel(kRed);
-  status->vrfStatusDel(kRed);
+  status->vrfStatusDel(kRedVrf);
+  status->vrfStatusDel(kRedVrf);
   EXPECT_THAT(log->changes, ElementsAre("red"));
   status->vrfStatusDelAll();
   EXPECT_THAT(log->changes, ElementsAre("red", "blue"));
