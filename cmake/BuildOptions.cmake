@@ -26,6 +26,8 @@ option(BFN_BUILD_BENCH "Build the benchmarks" OFF)
 option(BFN_CHECK_HEADERS "Compile every header alone, as part of the build" OFF)
 option(BFN_PRECOMPILE "Precompile the test framework's headers" ON)
 option(BFN_BATCHES "Compile up to 16 sources of a product's library in one unit" OFF)
+option(BFN_TEST_BATCHES "The same for a test suite's sources" OFF)
+option(BFN_LINT_UNITS "Units of several libraries for clang-tidy; for a tree that is not built" OFF)
 option(BFN_SUITE_PROCESSES "One process a test suite, not one a test" OFF)
 
 find_program(CCACHE_PROGRAM ccache)
@@ -37,7 +39,8 @@ endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wundef)
-if(BFN_BATCHES)
+add_compile_options($<$<CXX_COMPILER_ID:Clang>:-Wreserved-identifier>)
+if(BFN_BATCHES OR BFN_LINT_UNITS)
   # Names of one source seem to shadow those of another one. Other builds look at each by itself.
   add_compile_options(-Wno-shadow)
 endif()
@@ -65,6 +68,12 @@ if(BFN_FUZZ)
 endif()
 add_compile_options(${BFN_INSTRUMENTATION})
 add_link_options(${BFN_INSTRUMENTATION})
+
+# With the sanitizers' runtime in it, a program takes the system's own linker four times as long.
+find_program(LLD_PROGRAM ld.lld)
+if(BFN_SANITIZE AND LLD_PROGRAM AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_link_options(-fuse-ld=lld)
+endif()
 
 # The libraries' own functions are not interposed, so calls within one may be inlined; clang++ takes
 # this for granted.

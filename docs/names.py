@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Finds names that two sources of one library define in their unnamed namespaces.
+"""Finds names that two sources which are compiled in one unit define in their unnamed namespaces.
 
   docs/names.py      prints them; the exit status is 1 when there are any
 
-The lint stage and the sanitizer tree compile the sources of a library in one unit, where such names meet. Functions of the
-same name with other arguments are no finding.
+The sanitizer tree compiles the sources of a library in one unit, and the lint stage those of several libraries (see
+bfn_lint_units() in CMakeLists.txt); such names meet there. Functions of the same name with other arguments are no finding.
 """
 import collections
 import pathlib
@@ -13,8 +13,21 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-# Every folder with sources that has a CMakeLists.txt is a library, or a part of one.
-PRODUCTS = ("framework", "agent", "config", "intfstatus", "rewrite", "tablemgr", "show", "chip", "host", "kernel", "daemon", "client")
+# The folders of each unit.
+UNITS = (
+    ("framework",),
+    ("agent",),
+    ("config",),
+    ("intfstatus",),
+    ("rewrite",),
+    ("tablemgr",),
+    ("show",),
+    ("chip",),
+    ("host",),
+    ("kernel",),
+    ("daemon",),
+    ("client",),
+)
 TYPE = re.compile(r"^(?:class|struct|enum class|enum|union) (\w+)(?: final)?(?: *[:{]|$)")
 CONSTANT = re.compile(r"^(?:static |inline )*(?:constexpr|const|constinit)\b[^(]*?\b(k[A-Z]\w*)\b")
 FUNCTION = re.compile(r"^(?!return|else|using|namespace|template|class|struct|enum)[\w:].*?\b([a-z]\w*)\((.*)$")
@@ -46,17 +59,17 @@ def names(text):
 
 def main():
     found = []
-    for product in PRODUCTS:
-        for folder in sorted({file.parent for file in (ROOT / product).rglob("*.cpp")}):
-            places = collections.defaultdict(set)
-            for file in folder.glob("*.cpp"):
+    for unit in UNITS:
+        places = collections.defaultdict(set)
+        for folder in unit:
+            for file in (ROOT / folder).rglob("*.cpp"):
                 for name in names(file.read_text(encoding="utf-8")):
-                    places[name].add(file.name)
-            found += [
-                f"{folder.relative_to(ROOT)}: {name.split('(')[0]} is in {', '.join(sorted(files))}"
-                for name, files in sorted(places.items())
-                if len(files) > 1
-            ]
+                    places[name].add(str(file.relative_to(ROOT)))
+        found += [
+            f"{name.split('(')[0]} is in {', '.join(sorted(files))}"
+            for name, files in sorted(places.items())
+            if len(files) > 1
+        ]
     print("\n".join(found) if found else "names: ok")
     return 1 if found else 0
 

@@ -7,7 +7,7 @@
 namespace {
 
 // What the host's L3 agent publishes, so that a state database can hold it.
-Kiv::TypeRegistration const registration{
+Kiv::TypeRegistration const l3Registration{
     &Pex::L3Status::_kivType,
     &BfnL3::L3RoutingStatus::_kivType,
     &Routing::Hardware::RouteStatus::_kivType,

@@ -5,7 +5,7 @@
 namespace {
 
 // What the platform publishes, so that a state database can hold it.
-Kiv::TypeRegistration const registration{
+Kiv::TypeRegistration const platformRegistration{
     &BfnSystem::SystemStatus::_kivType,
 };
 

@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <string_view>
 
+#include "framework/values/VrfId.h"
 #include "host/commands/Changes.h"
 #include "host/commands/Configuration.h"
 #include "host/language/CommandTable.h"
@@ -35,6 +37,8 @@ CommandGroup chipCommands(Switch& host);
 CommandGroup lookCommands(Switch& host);
 CommandGroup explainCommands(Switch& host);
 CommandGroup rewriteCommands(Switch& host);
+/// The VRF's id that the words give under this name.
+Pex::VrfId vrfIdOf(Arguments const& given, std::string_view key);
 /// The number and the word, plural unless the number is one.
 std::string counted(size_t count, std::string const& what);
 /// What a commit or a repair did, for people.

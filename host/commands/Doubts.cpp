@@ -23,7 +23,7 @@ using Word = std::optional<size_t>;
 using Names = std::vector<std::string>;
 
 template <class T>
-std::string shown(T const& value) {
+std::string valueText(T const& value) {
   return Kiv::valueToStrep(value).stdString();
 }
 
@@ -57,7 +57,7 @@ void judgeIp(Ovra::IpAddr ip, Word word, Doubts& doubts) {
   }
   for (auto const& [first, bits, what] : kNoHosts) {
     if ((ip.value() ^ first) >> (32 - bits) != 0) continue;
-    doubts.push_back({"no host can have the address " + shown(ip) + " of " + what, word});
+    doubts.push_back({"no host can have the address " + valueText(ip) + " of " + what, word});
   }
 }
 
@@ -74,8 +74,8 @@ void judgeMac(Ovra::EthAddr mac, Word word, Doubts& doubts) {
     for (size_t i = 0; i < bytes.size(); ++i) {
       bytes[i] = static_cast<Kiv::U8>(single >> (40 - 8 * i) & 0xff);
     }
-    doubts.push_back({"no packet comes from the multicast MAC " + shown(mac) + "; did you mean " +
-                          shown(Ovra::EthAddr(bytes)) + "?",
+    doubts.push_back({"no packet comes from the multicast MAC " + valueText(mac) +
+                          "; did you mean " + valueText(Ovra::EthAddr(bytes)) + "?",
                       word});
   }
 }
@@ -122,7 +122,7 @@ Doubts ofLineRemoval(Switch const& host, Arguments const& given) {
   auto const line = operatorLineOf(given.words);
   if (!host.cliConfig() || configuredMac(host, line.key)) return {};
   auto const text = [](L3::VrfName const& vrf, Ovra::IpAddr ip) {
-    return "vrf " + typedWord(vrf.view()) + " src-ip " + shown(ip);
+    return "vrf " + typedWord(vrf.view()) + " src-ip " + valueText(ip);
   };
   std::string const typed = text(line.key.first, line.key.second);
   Names known;
@@ -169,7 +169,7 @@ Doubts ofVrfIdRemoval(Switch const& host, Arguments const& given) {
   auto const status = host.l3Status();
   if (!status) return {};
   Names known;
-  for (auto const& entry : status->vrfName()) known.push_back(shown(entry.key));
+  for (auto const& entry : status->vrfName()) known.push_back(valueText(entry.key));
   return ofRemoval("VRF id", given, "vrf-id", known);
 }
 

@@ -14,10 +14,6 @@ namespace {
 using Kiv::U16;
 using Kiv::U32;
 
-Pex::VrfId vrfIdOf(Arguments const& given, std::string_view key) {
-  return Pex::VrfId(static_cast<U32>(given.number(key)));
-}
-
 template <class T>
 T needed(T record, std::string const& input) {
   if (!record) throw InputError("there is no " + input + "; host replace " + input + " makes one");
@@ -110,12 +106,12 @@ Answer addressDel(Switch& host, Arguments const& given) {
 
 // --- Routes
 
-Kiv::Ptr<Routing::Hardware::RouteStatus> routes(Switch const& host) {
+Kiv::Ptr<Routing::Hardware::RouteStatus> neededRoutes(Switch const& host) {
   return needed(host.routeStatus, "route-status");
 }
 
 Answer routeIs(Switch& host, Arguments const& given) {
-  auto const all = routes(host);
+  auto const all = neededRoutes(host);
   L3::VrfName const name(given.text("vrf"));
   auto const vrfId = static_cast<U32>(given.number("vrf-id"));
   auto const vlan = static_cast<U32>(given.number("forwarding-vlan"));
@@ -307,7 +303,7 @@ Answer emptyInput(Switch& host, std::string const& input) {
     delAll(l3Status(host), "vrfNameToId");
     delAll(l3Status(host), "vrfName");
   } else if (input == "route-status") {
-    routes(host)->vrfStatusDelAll();
+    neededRoutes(host)->vrfStatusDelAll();
   } else if (input == "cli-config") {
     delAll(needed(host.cliConfig(), input), "overlaySrcMacRewriteEntry");
   } else if (input == "agent-config") {
@@ -390,7 +386,7 @@ void addRecords(CommandGroup& group, Switch& host) {
       "host route vrf red vrf-id 7 forwarding-vlan 200", routeIs);
   add("no host route vrf <VRF>", "the hardware has no status of the VRF", "no host route vrf red",
       [](Switch& to, Arguments const& given) {
-        routes(to)->vrfStatusDel(L3::VrfName(given.text("vrf")));
+        neededRoutes(to)->vrfStatusDel(L3::VrfName(given.text("vrf")));
         return Answer();
       });
 }
@@ -434,6 +430,10 @@ void addBringUp(CommandGroup& group, Switch& host) {
 }
 
 }  // namespace
+
+Pex::VrfId vrfIdOf(Arguments const& given, std::string_view key) {
+  return Pex::VrfId(static_cast<U32>(given.number(key)));
+}
 
 std::string counted(size_t count, std::string const& what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");

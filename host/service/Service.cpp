@@ -20,8 +20,8 @@ using Kiv::U32;
 
 constexpr unsigned kClaimSeconds = 10;
 constexpr double kClaimEvery = 3;
-constexpr double kFirstPause = 0.1;
-constexpr double kLongestPause = 5;
+constexpr double kFirstRestartPause = 0.1;
+constexpr double kLongestRestartPause = 5;
 
 // The limits are those of a service, whose states change seldom.
 Kiv::LogHandle serviceState("BFN_MAC_REWRITE_SERVICE_STATE", Kiv::LogSeverity::notice,
@@ -215,7 +215,8 @@ void Service::step() {
     }
     if (unsigned const deaths = deaths_.attempts(); deaths > 0) {
       double const pause =
-          std::min(kLongestPause, kFirstPause * static_cast<double>(1U << std::min(deaths, 10U)));
+          std::min(kLongestRestartPause,
+                   kFirstRestartPause * static_cast<double>(1U << std::min(deaths, 10U)));
       pausedUntil_ = host_.clock->now() + pause;
       stateIs(State::Paused, "the last bring-up ended the process");
       return;

@@ -28,10 +28,6 @@ using Kind = StoreChange::Kind;
 using Kiv::U16;
 using Kiv::U32;
 
-Pex::VrfId vrfIdOf(Arguments const& given, std::string_view key) {
-  return Pex::VrfId(static_cast<U32>(given.number(key)));
-}
-
 // The members of a draft's collections, as changes of the record at a path.
 Changes changesOf(std::string const& path, Kiv::PtrInterface const& draft, Kind kind) {
   Changes changes = differenceOf(path, {}, recordForm(draft));
