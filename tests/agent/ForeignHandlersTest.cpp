@@ -379,15 +379,18 @@ TEST_F(RowsInPassTest, AddressesAddedAndRemovedWhileRowsAreAddedAreCountedOnce) 
   EXPECT_EQ(refCounts(), std::vector<unsigned>(8, 1));
   host.portDel("Ethernet1");
   // All but the one whose row is being written.
+  size_t left = 8;
   once([&] {
     for (char const* const address : kAddresses) {
-      if (host.rows()[0].find(address) == std::string::npos) host.addressDel(7, address);
+      if (host.rows()[0].find(address) != std::string::npos) continue;
+      host.addressDel(7, address);
+      --left;
     }
     host.rewrite("red", "10.0.0.5", "02:00:00:00:00:05");
   });
   host.port("Ethernet1", 100, 7);
-  EXPECT_EQ(host.rows().size(), refCounts().size());
-  for (unsigned const count : refCounts()) EXPECT_EQ(count, 1u);
+  EXPECT_EQ(host.rows().size(), left);
+  EXPECT_EQ(refCounts(), std::vector<unsigned>(left, 1));
 }
 
 TEST_F(RowsInPassTest, AnAddressThatGoesWhileItIsAddedAgainStaysAway) {
