@@ -2,34 +2,28 @@
 #pragma once
 
 #include <exception>
-#include <map>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "host/commands/Configuration.h"
+#include "host/service/OperatorLines.h"
 #include "host/service/Service.h"
 
 namespace Host {
 
-/// Lines of the operator's that go into the store together, as one transaction.
-///
-/// A line is checked over the configuration as the lines before it leave it. Each line's change is
-/// an event of its own. The service must outlive the batch.
+/// Lines of the operator's that go into the service's store together. Each line's change is an
+/// event of its own. The service must outlive the batch.
 class OperatorBatch {
  public:
-  explicit OperatorBatch(Service& service) : service_(&service) {}
+  explicit OperatorBatch(Service& service)
+      : service_(&service), lines_(service.host(), service.mirror()) {}
 
   size_t size() const { return lines_.size(); }
-  std::vector<std::string> const& lines() const { return lines_; }
+  std::vector<std::string> const& lines() const { return lines_.lines(); }
 
-  /// Adds a line, of whose words isOperatorLine() is true. Throws InputError or StoreRefused, and
-  /// has not taken it then.
+  /// As OperatorLines::add(); throws StoreRefused, too, and has not taken the line then.
   void add(std::span<std::string const> words, std::string line);
-  /// Whether other changes have been applied since the first line was added: what was checked may
-  /// not hold any more.
-  bool stale() const;
+  bool stale() const { return lines_.stale(); }
 
   /// What handlers of a line's change have thrown. The change has been made.
   struct Failure {
@@ -42,11 +36,7 @@ class OperatorBatch {
 
  private:
   Service* service_;
-  Kiv::U64 begun_ = 0;  // after so many changes applied
-  std::vector<std::string> lines_;
-  std::vector<StoreChange> changes_;
-  std::vector<size_t> lineOf_;  // by change
-  std::map<ConfigurationKey, std::optional<Ovra::EthAddr>> configured_;
+  OperatorLines lines_;
 };
 
 }  // namespace Host

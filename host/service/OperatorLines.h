@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "framework/core/Hash.h"
 #include "host/commands/Configuration.h"
 #include "host/store/StoreMirror.h"
 #include "host/switch/Switch.h"
@@ -36,13 +37,19 @@ class OperatorLines {
   size_t lineOf(size_t change) const { return lineOf_[change]; }
 
  private:
+  struct KeyHash {
+    size_t operator()(ConfigurationKey const& key) const {
+      return Kiv::hashSingleAttr(Kiv::hashSingleAttr(0, key.first), key.second);
+    }
+  };
+
   Switch const* host_;
   StoreMirror const* mirror_;
   Kiv::U64 begun_ = 0;  // after so many changes applied
   std::vector<std::string> lines_;
   std::vector<StoreChange> changes_;
   std::vector<size_t> lineOf_;  // by change
-  std::map<ConfigurationKey, std::optional<Ovra::EthAddr>> configured_;
+  std::unordered_map<ConfigurationKey, std::optional<Ovra::EthAddr>, KeyHash> configured_;
 };
 
 }  // namespace Host

@@ -100,8 +100,12 @@ StoreVersions SqliteStore::submit(std::vector<StoreChange> changes) {
   if (!events.empty()) versionIs_.run(version.major);
   transaction.commit();
   head_.version = version;
-  news_.insert(news_.end(), std::make_move_iterator(events.begin()),
-               std::make_move_iterator(events.end()));
+  if (news_.empty()) {
+    news_ = std::move(events);
+  } else {
+    news_.insert(news_.end(), std::make_move_iterator(events.begin()),
+                 std::make_move_iterator(events.end()));
+  }
   return {first, version};
 }
 
