@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <thread>
 
+#include "framework/core/AddressSanitizer.h"
 #include "tests/daemon/ServiceProcess.h"
 #ifdef BFN_STORE_REDIS
 #include "host/store/RedisConnection.h"
@@ -26,6 +27,12 @@ using BfnTest::rewriteLine;
 using BfnTest::ServiceProcess;
 using nlohmann::json;
 using ::testing::HasSubstr;
+
+#ifdef KIV_ADDRESS_SANITIZER
+constexpr unsigned kRequests = 500;
+#else
+constexpr unsigned kRequests = 2000;
+#endif
 
 std::string ip(unsigned i) {
   return "10.0." + std::to_string(i / 256) + '.' + std::to_string(i % 256);
@@ -333,8 +340,7 @@ TEST_F(BatchTest, LinesSentTogetherAreAnsweredAndDoneAsOneByOne) {
   up(other);
   Requests requests(seed);
   std::vector<json> all;
-  all.reserve(2000);
-  for (int i = 0; i < 2000; ++i) all.push_back(requests.next());
+  for (unsigned i = 0; i < kRequests; ++i) all.push_back(requests.next());
   auto const answers = requestsTogether(service, all);
   Connection connection = other.connect();
   for (size_t i = 0; i < all.size(); ++i) {
