@@ -163,7 +163,9 @@ def is_asleep(process):
 
 
 def report(what, values, unit, most):
-    print(f"{what:62} {statistics.median(values):9.1f} {unit:3} {'at most ' + str(most) if most else ''}", flush=True)
+    digits = 2 if unit == "s" else 1
+    print(f"{what:62} {statistics.median(values):9.{digits}f} {unit:3} {'at most ' + str(most) if most else ''}",
+          flush=True)
 
 
 def lines_per_store(programs, table, runs):
