@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "tests/daemon/DaemonTest.h"
+
 #include <csignal>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -13,7 +15,6 @@
 
 #include "framework/l3/L3Status.h"
 #include "host/service/ControlProtocol.h"
-#include "tests/daemon/ServiceProcess.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Seed.h"
 
@@ -21,7 +22,10 @@ namespace {
 
 using BfnTest::addressLine;
 using BfnTest::bringUpLines;
+using BfnTest::DaemonTest;
+using BfnTest::kMac1;
 using BfnTest::rewriteLine;
+using BfnTest::row;
 using BfnTest::ServiceProcess;
 using nlohmann::json;
 using ::testing::AllOf;
@@ -30,40 +34,16 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-constexpr char kMac1[] = "02:00:00:00:00:01";
-
-json row(char const* ip, char const* mac = kMac1) {
-  return {{"hits", 0}, {"mac", mac}, {"matchType", 5}, {"sip", ip}, {"valid", 1}, {"vlan", 1006}};
+// Of the service so far, hundredths of a second.
+long processorTicks(ServiceProcess const& service) {
+  std::ifstream in("/proc/" + std::to_string(service.process()) + "/stat");
+  std::string word;
+  long ticks = 0;
+  for (int field = 1; field <= 15 && in >> word; ++field) {
+    if (field >= 14) ticks += std::stol(word);
+  }
+  return ticks;
 }
-
-class DaemonTest : public ::testing::Test {
- protected:
-  ServiceProcess service;
-
-  void up() {
-    service.start();
-    service.lines(bringUpLines());
-    ASSERT_TRUE(service.reaches("running")) << service.log();
-  }
-  // Of the service so far, hundredths of a second.
-  long processorTicks() const {
-    std::ifstream in("/proc/" + std::to_string(service.process()) + "/stat");
-    std::string word;
-    long ticks = 0;
-    for (int field = 1; field <= 15 && in >> word; ++field) {
-      if (field >= 14) ticks += std::stol(word);
-    }
-    return ticks;
-  }
-  void dies() {
-    // A status with a VLAN that no row may have, and the address goes before it is corrected.
-    service.lines({"host routing-status port Ethernet2 key-vlan 0 vlan 4095 vrf-id 7"});
-    service.ask("host address 10.9.9.9 vrf-id 7 interface Ethernet2");
-    EXPECT_THROW(service.ask("no host address 10.9.9.9 vrf-id 7"), NoService);
-    int const status = service.wait();
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
-  }
-};
 
 TEST_F(DaemonTest, WaitsForProfileAndMarker) {
   service.start();
@@ -223,9 +203,9 @@ TEST_F(DaemonTest, AClientThatWaitsAndGoesIsForgotten) {
     connection.send({{"line", "status"}});
     connection.flush();
   }
-  long const before = processorTicks();
+  long const before = processorTicks(service);
   ::usleep(500'000);
-  EXPECT_LT(processorTicks() - before, 20);
+  EXPECT_LT(processorTicks(service) - before, 20);
   EXPECT_TRUE(service.status()["agent"]["ready"]);
 }
 
@@ -240,9 +220,9 @@ TEST_F(DaemonTest, AClientThatWaitsWithClosedOutputIsAnsweredAndTakesNoTime) {
   ASSERT_EQ(::send(socket, requests.data(), requests.size(), 0),
             static_cast<ssize_t>(requests.size()));
   ::shutdown(socket, SHUT_WR);
-  long const before = processorTicks();
+  long const before = processorTicks(service);
   ::usleep(500'000);
-  EXPECT_LT(processorTicks() - before, 20);
+  EXPECT_LT(processorTicks(service) - before, 20);
   service.lines({addressLine("10.0.0.1")});
   std::string answers;
   char part[4096];
@@ -380,36 +360,6 @@ TEST_F(DaemonTest, OfManyNamesTheFirstAndTheLastAreGiven) {
   EXPECT_EQ(answer["known"].back(), "v999");
 }
 
-TEST_F(DaemonTest, AFatalEventIsRememberedAndTheAgentComesBack) {
-  up();
-  service.lines({addressLine("10.0.0.1"), rewriteLine("10.0.0.1", kMac1)});
-  dies();
-  service.start();
-  ASSERT_TRUE(service.reaches("running")) << service.log();
-  json const death = service.status()["lastDeath"];
-  EXPECT_EQ(death["event"], "no host address 10.9.9.9 vrf-id 7");
-  EXPECT_THAT(death["text"], HasSubstr("Failed("));
-  EXPECT_EQ(death["signal"], SIGABRT);
-  EXPECT_FALSE(death["trace"].empty());
-  EXPECT_EQ(service.status()["deaths"], 1);
-  EXPECT_THAT(service.log(), HasSubstr("BFN_MAC_REWRITE_SERVICE_DIED"));
-  EXPECT_EQ(service.answer("show chip"), json::array({row("10.0.0.1")}));
-}
-
-TEST_F(DaemonTest, ADeadlySignalIsRememberedWithTheEndOfTheTrace) {
-  up();
-  service.lines({addressLine("10.0.0.1")});
-  ::kill(service.process(), SIGILL);
-  int const status = service.wait();
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGILL) << status;
-  service.start();
-  ASSERT_TRUE(service.reaches("running")) << service.log();
-  json const death = service.status()["lastDeath"];
-  EXPECT_EQ(death["signal"], SIGILL);
-  EXPECT_EQ(death["text"], "");
-  EXPECT_THAT(death["trace"].dump(), HasSubstr("10.0.0.1"));
-}
-
 TEST_F(DaemonTest, TheTraceLevelHoldsForWhatHasTracedAndForOneFacility) {
   up();
   service.lines({addressLine("10.0.0.1"), "trace level 9 facility BfnMacRewriteTableMgr",
@@ -419,126 +369,6 @@ TEST_F(DaemonTest, TheTraceLevelHoldsForWhatHasTracedAndForOneFacility) {
                     Not(HasSubstr("overlaySip: 10.0.0.3"))));
   json const levels = service.answer("show trace facilities");
   EXPECT_EQ(levels["BfnMacRewriteTableMgr"], json::array());
-}
-
-TEST_F(DaemonTest, AnEventThatEndedTheProcessIsInTheStore) {
-  up();
-  service.lines({addressLine("10.0.0.1")});
-  dies();
-  service.start();
-  ASSERT_TRUE(service.reaches("running"));
-  // The removal had been accepted by the store before the agent died of it.
-  EXPECT_THAT(service.answer("dump inputs").dump(), Not(HasSubstr("10.9.9.9")));
-}
-
-TEST_F(DaemonTest, ADeathIsReportedOnceAndRememberedLonger) {
-  up();
-  service.lines({addressLine("10.0.0.1")});
-  dies();
-  for (int start = 0; start < 2; ++start) {
-    service.start();
-    ASSERT_TRUE(service.reaches("running"));
-    EXPECT_THAT(service.status()["lastDeath"]["text"], HasSubstr("Failed("));
-    service.stop(SIGTERM);
-  }
-  std::string const log = service.log();
-  size_t const first = log.find("BFN_MAC_REWRITE_SERVICE_DIED");
-  EXPECT_NE(first, std::string::npos);
-  EXPECT_EQ(log.find("BFN_MAC_REWRITE_SERVICE_DIED", first + 1), std::string::npos);
-}
-
-TEST_F(DaemonTest, ABringUpThatLeavesTheRowsHeldIsNoDeath) {
-  service.start();
-  auto lines = bringUpLines();
-  lines[0] = "host profile vxlan rewrite unsupported table-size 1000";
-  service.lines(lines);
-  for (int start = 0; start < 5; ++start) {
-    ASSERT_TRUE(service.reaches("running")) << start;
-    EXPECT_FALSE(service.status()["agent"]["ready"]);
-    EXPECT_NE(service.status()["agent"]["because"], "");
-    service.stop(SIGTERM);
-    service.start();
-    EXPECT_NE(service.status()["agent"]["state"], "paused") << start;
-  }
-}
-
-TEST_F(DaemonTest, ThreeDeathsAtTheSameInputsHoldTheAgent) {
-  up();
-  service.lines({addressLine("10.0.0.1")});
-  service.stop(SIGTERM);
-  service.plugin = SERVICE_POISON;
-  service.start();
-  // The first death may come before the answer does.
-  EXPECT_NO_THROW(service.ask("host profile poison rewrite supported table-size 1"));
-  service.stop(SIGKILL);
-  for (int death = 0; death < 3; ++death) {
-    try {
-      service.start();
-    } catch (std::runtime_error const&) {
-      continue;  // it ended before it answered
-    }
-    int const status = service.wait();
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status << service.log();
-  }
-  service.start();
-  ASSERT_TRUE(service.reaches("held")) << service.log();
-  EXPECT_THAT(service.status()["agent"]["because"], HasSubstr("The profile is poison"));
-  EXPECT_THAT(service.log(), HasSubstr("BFN_MAC_REWRITE_SERVICE_HELD"));
-  EXPECT_EQ(service.ask("show chip")["status"], 2);
-  // An input that is mended brings it up.
-  service.lines({"no host profile poison"});
-  EXPECT_TRUE(service.reaches("running")) << service.log();
-}
-
-TEST_F(DaemonTest, TheConfigurationIsCheckedAsAWhole) {
-  std::ofstream(service.file("toml")) << "database = 5\nnonsense = true\n[store]\ndurability = "
-                                         "\"never\"\n";
-  auto const check = [&] {
-    return BfnTest::inChild(STDERR_FILENO, [&] {
-      ::execl(SERVICE_PROGRAM, SERVICE_PROGRAM, "--config", service.file("toml").c_str(), "--check",
-              static_cast<char*>(nullptr));
-      return 127;
-    });
-  };
-  auto const wrong = check();
-  EXPECT_TRUE(wrong.exitedWith(2));
-  EXPECT_THAT(wrong.text, AllOf(HasSubstr("toml:1: database: expected a string"),
-                                HasSubstr("toml:2: there is no option nonsense"),
-                                HasSubstr("durability: expected")));
-  std::ofstream(service.file("toml")) << "database = \"redis://[\"\ntable = \"wood\"\n"
-                                         "writers = [\"no such user\"]\n";
-  auto const values = check();
-  EXPECT_TRUE(values.exitedWith(2));
-  EXPECT_THAT(values.text, AllOf(HasSubstr("table: "), HasSubstr("database: "),
-                                 HasSubstr("there is no user no such user")));
-  std::ofstream(service.file("toml")) << "trace = 4\n# Zürich\nswitch = \"Z\\u00fcrich\"\n";
-  EXPECT_TRUE(check().exitedWith(0));
-  for (char const* const text :
-       {"trace = 4\nswitch = \"Zürich\"\n", "trace = 4\n\xef\xbb\xb7 = 1\n", "trace = 4\n[",
-        "trace = 4\n[a.", "trace = 4\nswitch = \"a"}) {
-    std::ofstream(service.file("toml")) << text;
-    auto const broken = check();
-    EXPECT_TRUE(broken.exitedWith(2)) << text;
-    EXPECT_THAT(broken.text, HasSubstr("toml:2: ")) << text;
-  }
-}
-
-TEST_F(DaemonTest, AnEmptyConfigurationHasTheDefaults) {
-  std::ofstream(service.file("toml")) << "";
-  service.options() = {"--config", service.file("toml")};
-  up();
-}
-
-TEST_F(DaemonTest, AConfigurationThatCannotBeReadIsRefused) {
-  for (std::string const& file : {service.file("none"), service.file("")}) {
-    auto const tried = BfnTest::inChild(STDERR_FILENO, [&] {
-      ::execl(SERVICE_PROGRAM, SERVICE_PROGRAM, "--config", file.c_str(), "--check",
-              static_cast<char*>(nullptr));
-      return 127;
-    });
-    EXPECT_TRUE(tried.exitedWith(2)) << file;
-    EXPECT_THAT(tried.text, HasSubstr(file)) << file;
-  }
 }
 
 TEST_F(DaemonTest, MetricsAreWrittenWholeAndFollow) {
@@ -610,18 +440,6 @@ TEST_F(DaemonTest, ASupportCaseIsOneFileWithoutSecrets) {
                     HasSubstr("macrewrite_ready 1\n"), HasSubstr(rewriteLine("10.0.0.1", kMac1)),
                     HasSubstr("### show log\n"), HasSubstr("### show trace\n")));
   EXPECT_THAT(text, Not(::testing::ContainsRegex("### [^\n]*\nerror: [a-z]")));
-}
-
-TEST_F(DaemonTest, OptionsInForceAreAConfiguration) {
-  up();
-  std::ofstream(service.file("toml")) << service.text("show options") << '\n';
-  service.stop(SIGTERM);
-  service.options() = {"--config", service.file("toml")};
-  service.start();
-  EXPECT_EQ(service.answer("show options")["switch"], "leaf1");
-  std::ostringstream before;
-  before << std::ifstream(service.file("toml")).rdbuf();
-  EXPECT_EQ(service.text("show options") + '\n', before.str());
 }
 
 TEST_F(DaemonTest, ADirectoryBelongsToOneService) {
