@@ -160,7 +160,7 @@ void StoreEditor::submitBatch() {
         refuse(request);
       }
     }
-  } catch (Host::StoreError const&) {
+  } catch (std::exception const&) {
     for (json const& request : requests) carryOutAlone(request);
   }
 }

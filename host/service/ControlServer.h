@@ -37,9 +37,10 @@ namespace Host {
 /// What a prompt asks for: with "warn": true, what is probably a mistake in the line comes with its
 /// answer or error, "warnings": [{"text", "word"}]; an answer that shows a difference has "marks"
 /// (see Answer); an error whose place is known has "word", the number of the word from 0.
-/// {"known": KIND} is answered with {"known": [...]}: for "commands" the forms that are taken, for
-/// a kind of values (see kindOf()) those that are known and begin with the text "begins"; with
-/// "more": true when these are not all of them.
+/// {"known": KIND} is answered with {"known": [...]}: for "commands" the forms that are taken and
+/// those that are refused by name (see ServiceCommands::forms()), for a kind of values (see
+/// kindOf()) those that are known and begin with the text "begins"; with "more": true when these
+/// are not all of them.
 ///
 /// Lines of the operator's that have come together go into the store as one transaction, and are
 /// answered once they are there. Each is accepted or refused by itself all the same. One whose

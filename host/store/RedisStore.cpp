@@ -418,12 +418,14 @@ void RedisStore::makeTypes(std::vector<StoreChange>& changes) {
   }
   std::string refusal;
   auto const check = [&](StoreChange const& change, Reply const& type) {
-    if (type.isNothing() || type.text() == change.value) return;
+    if (type.text() == change.value) return;
     refusal = ": \"" + change.path + "\" is of type " + std::string(type.text()) + ", not " +
               change.value;
   };
   for (StoreChange const& change : changes) {
-    if (change.kind == Kind::Make) check(change, connection_->need());
+    if (change.kind != Kind::Make) continue;
+    Reply const type = connection_->need();
+    if (!type.isNothing()) check(change, type);
   }
   if (!refusal.empty()) throw StoreRefused(url_.text + refusal);
   std::erase_if(changes, [&](StoreChange const& change) {
@@ -469,6 +471,9 @@ StoreVersions RedisStore::writeAll(std::vector<StoreChange> changes) {
   if (reply.isNothing() && refusal.empty()) refusal = "the store has been emptied or replaced";
   if (reply.isError() && refusal.empty()) refusal = reply.text();
   if (!refusal.empty()) throw StoreRefused(url_.text + ": " + refusal);
+  if (reply.size() <= eventAt.back()) {
+    throw StoreRefused(url_.text + ": it answered a part of a transaction");
+  }
   for (size_t i = 0; i < reply.size(); ++i) {
     // Other commands of a transaction go through; the store is no longer what it should be.
     if (reply[i].isError()) throw StoreRefused(url_.text + ": " + std::string(reply[i].text()));
