@@ -62,7 +62,9 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
   void printHeader();
   void printEntry(L3::VrfName vrfName, Ovra::IpAddr ip, Ovra::EthAddr const& mac);
 
-  auto const& overlaySrcMacRewriteMgr() const { return overlaySrcMacRewriteMgr_; }
+  Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr() const {
+    return overlaySrcMacRewriteMgr_;
+  }
   bool vrfNameValid() const { return filters_.vrfNameValid; }
   L3::VrfName vrfName() const { return filters_.vrfName; }
   bool overlaySipValid() const { return filters_.overlaySipValid; }

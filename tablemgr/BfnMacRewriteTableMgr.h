@@ -84,8 +84,10 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgent
   /// without routing status is fatal.
   L3::VrfName intfIdToVrfName(Ovra::IntfId intfId) const;
 
-  auto const& intfIdToRoutingStatus() const { return intfIdToRoutingStatus_; }
-  auto const& l3Status() const { return l3Status_; }
+  Kiv::Ptr<IntfIdToRoutingStatus const> const& intfIdToRoutingStatus() const {
+    return intfIdToRoutingStatus_;
+  }
+  Kiv::Ptr<Pex::L3Status const> const& l3Status() const { return l3Status_; }
   /// The constructor's arguments.
   auto inputs() const {
     return std::tuple(profileEntry(), systemStatus(), intfIdToRoutingStatus_, l3Status_);
