@@ -25,7 +25,8 @@ struct StoreOptions {
   std::string secretFile;
   /// What the names of all keys at a server begin with.
   std::string prefix = "macrewrite";
-  /// Seconds until a server that does not answer counts as away.
+  /// Seconds until a server that does not answer counts as away; a long transaction has a second
+  /// more for each megabyte.
   double timeout = 2;
 };
 

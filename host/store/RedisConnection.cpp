@@ -28,6 +28,8 @@ void ignoreBrokenPipes() {
 
 // The server reads so much while the rest of a batch is made.
 constexpr size_t kPart = size_t{64} << 10;
+// What a slow server makes of a long batch.
+constexpr size_t kBytesASecond = 1'000'000;
 
 }  // namespace
 
@@ -68,9 +70,9 @@ void RedisConnection::Free::operator()(redisContext* context) const {
 }
 
 RedisConnection::RedisConnection(StoreUrl const& url, StoreOptions const& options)
-    : name_(url.text) {
+    : name_(url.text), timeout_(options.timeout) {
   ignoreBrokenPipes();
-  timeval const timeout = toTimeval(options.timeout);
+  timeval const timeout = toTimeval(timeout_);
   context_.reset(url.host.empty() ? redisConnectUnixWithTimeout(url.path.c_str(), timeout)
                                   : redisConnectWithTimeout(url.host.c_str(), url.port, timeout));
   if (context_ == nullptr) throw StoreAway(name_ + ": no memory");
@@ -101,6 +103,7 @@ void RedisConnection::add(std::initializer_list<std::string_view> words) {
 }
 
 void RedisConnection::add(std::vector<std::string_view> const& words) {
+  if (awaited_ == 0) batch_ = 0;
   std::vector<char const*> bytes;
   std::vector<size_t> sizes;
   bytes.reserve(words.size());
@@ -109,6 +112,7 @@ void RedisConnection::add(std::vector<std::string_view> const& words) {
     bytes.push_back(word.data());
     sizes.push_back(word.size());
     unsent_ += word.size();
+    batch_ += word.size();
   }
   if (redisAppendCommandArgv(context_.get(), static_cast<int>(words.size()), bytes.data(),
                              sizes.data()) != REDIS_OK) {
@@ -118,7 +122,15 @@ void RedisConnection::add(std::vector<std::string_view> const& words) {
   if (unsent_ >= kPart) send();
 }
 
+void RedisConnection::waitForBatch() {
+  size_t const extra = batch_ / kBytesASecond;
+  if (extra == extraSeconds_) return;
+  extraSeconds_ = extra;
+  redisSetTimeout(context_.get(), toTimeval(timeout_ + static_cast<double>(extra)));
+}
+
 RedisReply RedisConnection::answer() {
+  waitForBatch();
   --awaited_;
   unsent_ = 0;
   void* given = nullptr;

@@ -41,7 +41,8 @@ class RedisReply {
 /// One connection to a Redis server. Commands are sent in batches; the answers come in their order.
 ///
 /// Throws StoreAway when the connection cannot be made, is lost or gives no answer in time; it is
-/// of no further use then. A process that would end by SIGPIPE ignores that signal from the first
+/// of no further use then. A long batch has more time than `StoreOptions::timeout`: a second for
+/// each megabyte. A process that would end by SIGPIPE ignores that signal from the first
 /// connection on.
 class RedisConnection {
  public:
@@ -74,11 +75,16 @@ class RedisConnection {
 
   [[noreturn]] void away() const;
   void identify(StoreOptions const& options);
+  /// Has the next answer waited for as long as its batch deserves.
+  void waitForBatch();
 
   std::string const name_;
+  double const timeout_;
   std::unique_ptr<redisContext, Free> context_;
   size_t awaited_ = 0;
   size_t unsent_ = 0;  // bytes, about
+  size_t batch_ = 0;   // the same of all commands since the last time that none was awaited
+  size_t extraSeconds_ = 0;
 };
 
 }  // namespace Host
