@@ -57,15 +57,11 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
 
   /// Holds the system status; handles none of its attributes.
   struct KivSystemStatus final
-      : Kiv::Reactor<KivSystemStatus, BfnSystem::SystemStatus const, AgentSm> {
-    using Reactor::Reactor;
-  };
+      : Kiv::Reactor<KivSystemStatus, BfnSystem::SystemStatus const, AgentSm> {};
   struct KivBfnL3Output final
       : Kiv::Reactor<KivBfnL3Output, BfnL3Output, AgentSm,
                      Kiv::On<BfnL3Output::kInitMacRewriteTables, &AgentSm::runInitMacRewriteTables>,
-                     Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::runStartMacRewriteSm>> {
-    using Reactor::Reactor;
-  };
+                     Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::runStartMacRewriteSm>> {};
 
   /// Null when no system status was given.
   Kiv::Ptr<BfnSystem::SystemStatus const> systemStatus() const { return systemStatus_.notifier(); }
@@ -114,7 +110,6 @@ class BFN_MAC_REWRITE_EXPORT AgentSm final : public Kiv::StateMachine<AgentSm> {
     chipCapabilities_ = chipCapabilities;
   }
 
-  Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
   void kivEachReactor(auto f) {

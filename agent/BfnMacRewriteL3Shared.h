@@ -69,6 +69,7 @@ class BFN_MAC_REWRITE_EXPORT BfnL3Output final : public Kiv::PtrInterface {
 /// `initialized`; the host fills in the rest.
 class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterface {
  public:
+  using RoutingStatus = Kiv::Ptr<BfnL3::L3RoutingStatus>;
   static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3Status{130};
   static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3PortAndLagRoutingStatus{131};
   static constexpr Kiv::Attr<void, BfnMacRewriteL3Shared> kL3SubIntfRoutingStatus{132};
@@ -82,24 +83,12 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterf
 
   Kiv::Ptr<Pex::L3Status> const& l3Status() const { return l3Status_(); }
   void l3StatusIs(Kiv::Ptr<Pex::L3Status> l3Status) { l3Status_.is(std::move(l3Status)); }
-  Kiv::Ptr<BfnL3::L3RoutingStatus> const& l3PortAndLagRoutingStatus() const {
-    return l3PortAndLagRoutingStatus_();
-  }
-  void l3PortAndLagRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
-    l3PortAndLagRoutingStatus_.is(std::move(status));
-  }
-  Kiv::Ptr<BfnL3::L3RoutingStatus> const& l3SubIntfRoutingStatus() const {
-    return l3SubIntfRoutingStatus_();
-  }
-  void l3SubIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
-    l3SubIntfRoutingStatus_.is(std::move(status));
-  }
-  Kiv::Ptr<BfnL3::L3RoutingStatus> const& vlanIntfRoutingStatus() const {
-    return vlanIntfRoutingStatus_();
-  }
-  void vlanIntfRoutingStatusIs(Kiv::Ptr<BfnL3::L3RoutingStatus> status) {
-    vlanIntfRoutingStatus_.is(std::move(status));
-  }
+  RoutingStatus const& l3PortAndLagRoutingStatus() const { return l3PortAndLagRoutingStatus_(); }
+  void l3PortAndLagRoutingStatusIs(RoutingStatus v) { l3PortAndLagRoutingStatus_.is(std::move(v)); }
+  RoutingStatus const& l3SubIntfRoutingStatus() const { return l3SubIntfRoutingStatus_(); }
+  void l3SubIntfRoutingStatusIs(RoutingStatus v) { l3SubIntfRoutingStatus_.is(std::move(v)); }
+  RoutingStatus const& vlanIntfRoutingStatus() const { return vlanIntfRoutingStatus_(); }
+  void vlanIntfRoutingStatusIs(RoutingStatus v) { vlanIntfRoutingStatus_.is(std::move(v)); }
 
   Kiv::Ptr<BfnL3Input> const& bfnL3Input() const { return bfnL3Input_(); }
   /// The object; made, with notification on, and announced when it is not there.
@@ -118,12 +107,9 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteL3Shared final : public Kiv::PtrInterf
 
  private:
   Kiv::Attribute<kL3Status, Kiv::Ptr<Pex::L3Status>> l3Status_{*this};
-  Kiv::Attribute<kL3PortAndLagRoutingStatus, Kiv::Ptr<BfnL3::L3RoutingStatus>>
-      l3PortAndLagRoutingStatus_{*this};
-  Kiv::Attribute<kL3SubIntfRoutingStatus, Kiv::Ptr<BfnL3::L3RoutingStatus>> l3SubIntfRoutingStatus_{
-      *this};
-  Kiv::Attribute<kVlanIntfRoutingStatus, Kiv::Ptr<BfnL3::L3RoutingStatus>> vlanIntfRoutingStatus_{
-      *this};
+  Kiv::Attribute<kL3PortAndLagRoutingStatus, RoutingStatus> l3PortAndLagRoutingStatus_{*this};
+  Kiv::Attribute<kL3SubIntfRoutingStatus, RoutingStatus> l3SubIntfRoutingStatus_{*this};
+  Kiv::Attribute<kVlanIntfRoutingStatus, RoutingStatus> vlanIntfRoutingStatus_{*this};
   Kiv::Attribute<kBfnL3Input, Kiv::Ptr<BfnL3Input>> bfnL3Input_{*this};
   Kiv::Attribute<kBfnL3Output, Kiv::Ptr<BfnL3Output>> bfnL3Output_{*this};
   Kiv::Attribute<kInitialized, bool> initialized_{*this};

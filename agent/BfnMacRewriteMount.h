@@ -25,13 +25,9 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteMount final : public Kiv::PtrInterface
   void getEntity(Kiv::Ptr<Corvo::EntityManager> const& entityManager, unsigned short cellId);
 
   Kiv::Ptr<Input::Config const> const& bfnMacRewriteCliConfig() const { return cliConfig_; }
-  void bfnMacRewriteCliConfigIs(Kiv::Ptr<Input::Config const> const& cliConfig) {
-    cliConfig_ = cliConfig;
-  }
+  void bfnMacRewriteCliConfigIs(Kiv::Ptr<Input::Config const> const& v) { cliConfig_ = v; }
   Kiv::Ptr<Capability> const& bfnMacRewriteCapability() const { return capability_; }
-  void bfnMacRewriteCapabilityIs(Kiv::Ptr<Capability> const& capability) {
-    capability_ = capability;
-  }
+  void bfnMacRewriteCapabilityIs(Kiv::Ptr<Capability> const& v) { capability_ = v; }
 
   Kiv::Ptr<Agent::Config> const& bfnMacRewriteAgentConfig() const { return agentConfig_; }
   /// The record; made, empty and with notification on, when it is not there.

@@ -6,8 +6,6 @@
 
 namespace BfnMacRewrite {
 
-namespace {
-
 // The types besides the records that others make by name: the show command, made by the command
 // dispatcher, and the mount and the shared object, made by a host that opens the library at run
 // time.
@@ -16,7 +14,5 @@ Kiv::TypeRegistration const registration{
     &BfnMacRewriteL3Shared::_kivType,
     &ShowMacRewriteCommandRequestSm::_kivType,
 };
-
-}  // namespace
 
 }  // namespace BfnMacRewrite

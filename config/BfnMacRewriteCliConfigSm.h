@@ -61,15 +61,11 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
   struct KivOverlaySrcMacRewriteCliConfig final
       : Kiv::Reactor<KivOverlaySrcMacRewriteCliConfig, Input::Config const, Sm,
                      Kiv::On<Input::Config::kOverlaySrcMacRewriteEntry,
-                             &Sm::handleOverlaySrcMacRewriteEntry>> {
-    using Reactor::Reactor;
-  };
+                             &Sm::handleOverlaySrcMacRewriteEntry>> {};
   struct KivL3Status final
       : Kiv::Reactor<
             KivL3Status, Pex::L3Status const, Sm,
-            Kiv::On<Pex::L3Status::kVrfNameToId, Kiv::keyed<L3::VrfName>(&Sm::handleVrfId)>> {
-    using Reactor::Reactor;
-  };
+            Kiv::On<Pex::L3Status::kVrfNameToId, Kiv::keyed<L3::VrfName>(&Sm::handleVrfId)>> {};
 
   void addVrf(L3::VrfName vrfName);
   /// Deletes the VRF's whole record. Deliberate: a name that is not live deletes record 0.
@@ -89,7 +85,6 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteCliConfigSm final
   void localVrfNameToIdDel(L3::VrfName vrfName) { localVrfNameToId_.take(vrfName); }
   void localVrfNameToIdDelAll() { localVrfNameToId_.clear(); }
 
-  Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
   void kivEachReactor(auto f) {

@@ -64,19 +64,12 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteIntfRoutingStatusSm final
       Kiv::Reactor<Self, BfnL3::L3RoutingStatus const, Sm,
                    Kiv::On<BfnL3::L3RoutingStatus::kL3IntfRoutingStatus, Handler>>;
   struct KivL3PortAndLagRoutingStatus final
-      : SourceReactor<KivL3PortAndLagRoutingStatus, &Sm::handleL3PortAndLagRoutingStatus> {
-    using Reactor::Reactor;
-  };
+      : SourceReactor<KivL3PortAndLagRoutingStatus, &Sm::handleL3PortAndLagRoutingStatus> {};
   struct KivVlanIntfRoutingStatus final
-      : SourceReactor<KivVlanIntfRoutingStatus, &Sm::handleVlanIntfRoutingStatus> {
-    using Reactor::Reactor;
-  };
+      : SourceReactor<KivVlanIntfRoutingStatus, &Sm::handleVlanIntfRoutingStatus> {};
   struct KivL3SubIntfRoutingStatus final
-      : SourceReactor<KivL3SubIntfRoutingStatus, &Sm::handleL3SubIntfRoutingStatus> {
-    using Reactor::Reactor;
-  };
+      : SourceReactor<KivL3SubIntfRoutingStatus, &Sm::handleL3SubIntfRoutingStatus> {};
 
-  Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
   void kivEachReactor(auto f) {

@@ -229,10 +229,7 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus() {
   Kiv::Ptr<IntfIdToRoutingStatus const> const all = intfIdToRoutingStatus();
   if (!all) return;
   auto walk = all->l3IntfRoutingStatus().cursor();
-  while (auto const* const status = walk.next()) {
-    Ovra::IntfId const intfId = status->key;
-    handleL3IntfRoutingStatus(intfId);
-  }
+  while (auto const* const status = walk.next()) handleL3IntfRoutingStatus(status->key);
 }
 
 void BfnMacRewriteSm::KivAgentVrfConfig::handleInitialized() {
@@ -248,8 +245,7 @@ void BfnMacRewriteSm::KivAgentVrfConfig::handleIpAndMac(Ovra::IpAddr ipAddr) {
   if (ipAndMac == nullptr) return;
   KIV_TRACE(4, "AgentConfig::IpAndMac is populated, overlayRewriteSrcMac: ", ipAndMac->mac);
   Ovra::IntfId const intfId = owner()->localVrfIpToIntf({vrfId(), ipAddr});
-  if (!intfId) return;
-  if (owner()->routingStatus(intfId) == nullptr) return;
+  if (!intfId || owner()->routingStatus(intfId) == nullptr) return;
   owner()->updateOverlaySrcMacRewriteTableEntry(vrfId(), intfId, ipAddr);
 }
 

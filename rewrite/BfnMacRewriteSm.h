@@ -96,26 +96,18 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
 
   struct KivMacRewriteStatus final
       : Kiv::Reactor<KivMacRewriteStatus, Agent::Status const, Sm,
-                     Kiv::On<Agent::Status::kVrfStatus, &Sm::handleMacRewriteVrfStatus>> {
-    using Reactor::Reactor;
-  };
+                     Kiv::On<Agent::Status::kVrfStatus, &Sm::handleMacRewriteVrfStatus>> {};
   struct KivOverlaySrcMacRewriteAgentConfig final
       : Kiv::Reactor<KivOverlaySrcMacRewriteAgentConfig, Agent::Config const, Sm,
-                     Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &Sm::handleAgentVrfConfig>> {
-    using Reactor::Reactor;
-  };
+                     Kiv::On<Agent::Config::kOverlaySrcMacRewrite, &Sm::handleAgentVrfConfig>> {};
   struct KivIntfIdToRoutingStatus final
       : Kiv::Reactor<KivIntfIdToRoutingStatus, IntfIdToRoutingStatus const, Sm,
                      Kiv::On<IntfIdToRoutingStatus::kL3IntfRoutingStatus,
-                             Kiv::keyed<Ovra::IntfId>(&Sm::handleL3IntfRoutingStatus)>> {
-    using Reactor::Reactor;
-  };
+                             Kiv::keyed<Ovra::IntfId>(&Sm::handleL3IntfRoutingStatus)>> {};
   struct KivRoutingHwRouteStatus final
       : Kiv::Reactor<
             KivRoutingHwRouteStatus, Routing::Hardware::RouteStatus const, Sm,
-            Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus, &Sm::handleHwRouteVrfStatus>> {
-    using Reactor::Reactor;
-  };
+            Kiv::On<Routing::Hardware::RouteStatus::kVrfStatus, &Sm::handleHwRouteVrfStatus>> {};
 
   /// A reactor on the element of one VRF. Self's constructor ends with handleInitialized(), which
   /// handles everything that the element holds already.
@@ -251,7 +243,6 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
   void macRewriteVrfStatusDel(Pex::VrfId vrfId) { macRewriteVrfStatus_.del(vrfId); }
   void macRewriteVrfStatusDelAll() { macRewriteVrfStatus_.delAll(); }
 
-  Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
 
   void kivEachReactor(auto f) {
@@ -291,15 +282,9 @@ class BFN_MAC_REWRITE_EXPORT BfnMacRewriteSm final : public Kiv::StateMachine<Bf
   Kiv::HashMap<VrfIpCollection, &VrfIpCollection::intfId, 0x0C8E51D7> localIntfToVrfIp_;
   Kiv::HashMap2018Of<Pex::VrfAndIpAddr, Ovra::IntfId, 0x92D7A46B> localVrfIpToIntf_;
   Kiv::HashMap2018Of<U32, U32, 0xE4513B0F> fwdVlanIdPerVrf_;
-  Kiv::ReactorCollection<Pex::VrfId, KivAgentVrfConfig, Agent::OverlaySrcMacRewrite const,
-                         BfnMacRewriteSm, 0x56E20CB3>
-      agentVrfConfig_;
-  Kiv::ReactorCollection<L3::VrfName, KivHwRouteVrfStatus, Routing::Hardware::VrfStatus const,
-                         BfnMacRewriteSm, 0xA7091F65>
-      hwRouteVrfStatus_;
-  Kiv::ReactorCollection<Pex::VrfId, KivMacRewriteVrfStatus, Agent::VrfStatus const,
-                         BfnMacRewriteSm, 0x2BD6987D>
-      macRewriteVrfStatus_;
+  Kiv::ReactorCollection<Pex::VrfId, KivAgentVrfConfig, 0x56E20CB3> agentVrfConfig_;
+  Kiv::ReactorCollection<L3::VrfName, KivHwRouteVrfStatus, 0xA7091F65> hwRouteVrfStatus_;
+  Kiv::ReactorCollection<Pex::VrfId, KivMacRewriteVrfStatus, 0x2BD6987D> macRewriteVrfStatus_;
   /// Room for the pairs of any one interface, so that deleting their rows allocates nothing.
   std::vector<Pex::VrfAndIpAddr> passRoom_;
   /// The rows written by the constructor's pass; null after it.

@@ -29,7 +29,7 @@ ShowMacRewriteCommandRequestSm::ShowMacRewriteCommandRequestSm(
     Kiv::Ptr<OverlaySrcMacRewriteManager> const& overlaySrcMacRewriteMgr, bool vrfNameValid,
     L3::VrfName vrfName, bool overlaySipValid, Ovra::IpAddr overlaySip,
     bool overlayRewriteSrcMacValid, Ovra::EthAddr const& overlayRewriteSrcMac, bool cliTesting)
-    : AgentAsyncCommandRequestSm(std::move(name), request, maxRunTime, clock),
+    : StateMachine(std::move(name), request, maxRunTime, clock),
       overlaySrcMacRewriteMgr_(overlaySrcMacRewriteMgr),
       filters_{vrfNameValid,        vrfName, overlaySipValid, overlaySip, overlayRewriteSrcMacValid,
                overlayRewriteSrcMac},
@@ -48,11 +48,8 @@ void ShowMacRewriteCommandRequestSm::handleInitialized() {
 
 void ShowMacRewriteCommandRequestSm::handleAsyncCommand(U32 socket, U32 format) {
   KIV_TRACE(9, "Socket ", socket, " format ", format);
-  if (!initialized()) {
-    falseStartIs(true);
-    return;
-  }
-  falseStartIs(false);
+  falseStartIs(!initialized());
+  if (!initialized()) return;
   KIV_CHECK(executionCompleted() == false, "execution completed before start");
   KIV_CHECK(overlaySrcMacRewriteMgr(), "table manager not initialized");
   if (!continuation()) {
@@ -154,12 +151,10 @@ bool ShowMacRewriteCommandRequestSm::Filters::keep(L3::VrfName name, Ovra::IpAdd
 ShowMacRewriteCommandRequestSm::Phase ShowMacRewriteCommandRequestSm::print() {
   KIV_CHECK(prettyoutPrinter(), "prettyoutPrinter is NULL");
   prettyout::Renderer& renderer = prettyoutPrinter()->renderer();
-  auto vrf = sortedVrfIpToMac_.begin();
-  if (bookmarkVrf().empty()) {
-    renderer.startDict("vrfs");
-  } else {
-    vrf = sortedVrfIpToMac_.lowerBound(L3::VrfName(bookmarkVrf()));
-  }
+  bool const first = bookmarkVrf().empty();
+  if (first) renderer.startDict("vrfs");
+  auto vrf =
+      first ? sortedVrfIpToMac_.begin() : sortedVrfIpToMac_.lowerBound(L3::VrfName(bookmarkVrf()));
   while (vrf != sortedVrfIpToMac_.end()) {
     SortedIpToMac const& sorted = *vrf->second;
     renderer.startDict(sorted.vrfName().view());
@@ -206,12 +201,6 @@ Kiv::Ptr<SortedIpToMac> ShowMacRewriteCommandRequestSm::sortedVrfIpToMacIs(L3::V
   auto sorted = Kiv::makeActive<SortedIpToMac>(vrfName);
   sortedVrfIpToMac_.insert(vrfName, sorted);
   return sorted;
-}
-void ShowMacRewriteCommandRequestSm::sortedVrfIpToMacDel(L3::VrfName vrfName) {
-  sortedVrfIpToMac_.erase(vrfName);
-}
-void ShowMacRewriteCommandRequestSm::sortedVrfIpToMacDelAll() {
-  sortedVrfIpToMac_.clear();
 }
 
 Kiv::Type const& ShowMacRewriteCommandRequestSm::_kivType() {

@@ -9,6 +9,7 @@
 #include "framework/collections/RbTreeMap.h"
 #include "framework/command/AgentAsyncCommandRequestSm.h"
 #include "framework/core/Clock.h"
+#include "framework/core/StateMachine.h"
 #include "framework/core/String.h"
 #include "framework/values/EthAddr.h"
 #include "framework/values/IpAddr.h"
@@ -36,15 +37,15 @@ class VrfCache;
 /// collection that ended within its slice each later slice collects again from the bookmark before
 /// it prints on. Collecting again overwrites by IP and adds no line twice.
 class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
-    : public ::Agent::AgentAsyncCommandRequestSm {
+    : public Kiv::StateMachine<ShowMacRewriteCommandRequestSm,
+                               ::Agent::AgentAsyncCommandRequestSm> {
  public:
   using SortedVrfIpToMac = Kiv::RbTreeMap<L3::VrfName, Kiv::Ptr<SortedIpToMac>>;
 
   /// Makes the command of the constructor's arguments and switches it on.
-  template <class... Inputs>
   static Kiv::Ptr<ShowMacRewriteCommandRequestSm> ShowMacRewriteCommandRequestSmIs(
-      Inputs&&... inputs) {
-    return Kiv::makeActive<ShowMacRewriteCommandRequestSm>(std::forward<Inputs>(inputs)...);
+      auto const&... inputs) {
+    return Kiv::makeActive<ShowMacRewriteCommandRequestSm>(inputs...);
   }
   ShowMacRewriteCommandRequestSm(
       Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
@@ -82,14 +83,12 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
 
   SortedVrfIpToMac const& sortedVrfIpToMac() const { return sortedVrfIpToMac_; }
   Kiv::Ptr<SortedIpToMac> sortedVrfIpToMacIs(L3::VrfName vrfName);
-  void sortedVrfIpToMacDel(L3::VrfName vrfName);
-  void sortedVrfIpToMacDelAll();
+  void sortedVrfIpToMacDel(L3::VrfName vrfName) { sortedVrfIpToMac_.erase(vrfName); }
+  void sortedVrfIpToMacDelAll() { sortedVrfIpToMac_.clear(); }
 
-  bool initialized() const { return initialized_; }
-  void initializedIs(bool initialized) { initialized_ = initialized; }
-
-  Kiv::Type const& fwkType() const override { return _kivType(); }
   static Kiv::Type const& _kivType();
+
+  void kivEachReactor(auto) {}
 
  private:
   /// A filter applies when its `...Valid` is true.
@@ -122,7 +121,6 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
   Agent::IpAndIntfId bookmarkMatch_;
   Kiv::String bookmarkVrf_;
   SortedVrfIpToMac sortedVrfIpToMac_;
-  bool initialized_ = false;
   std::unique_ptr<VrfCache> vrfCache_;  // made by the first slice that collects
 };
 

@@ -24,8 +24,8 @@ Kiv::LogHandle tableFull(
     "Failed to program VXLAN forwarding source MAC address rewrite action for VRF: %s source IP: "
     "%s due to hardware resource exhaustion.",
     "The switch failed to program the hardware entry to perform a source MAC address rewrite "
-    "action "
-    "for VXLAN forwarded packets matching the specified VRF and source IPv4 address. This occurred "
+    "action for VXLAN forwarded packets matching the specified VRF and source IPv4 address. This "
+    "occurred "
     "because the hardware resources used to perform this action are exhausted.",
     "Remove some of the entries configured with the vxlan forwarding match vrf <VRF> src-ip <IP> "
     "action rewrite src-mac <M> to make room for the new entry being configured.",
@@ -176,12 +176,6 @@ void OverlaySrcMacRewriteManager::notWritten(MatchSpecAndRefCount& record) {
   }
 }
 
-U32 OverlaySrcMacRewriteManager::addEntryByName(L3::VrfName vrfName, Bridging::VlanId l3Aintf,
-                                                Ovra::IntfId intfId, Ovra::IpAddr overlaySip,
-                                                Ovra::EthAddr const& overlayRewriteSrcMac) {
-  return static_cast<U32>(addEntry(vrfName, l3Aintf, intfId, overlaySip, overlayRewriteSrcMac));
-}
-
 void OverlaySrcMacRewriteManager::updateEntry(Ovra::IntfId intfId, Ovra::IpAddr overlaySip,
                                               Ovra::EthAddr const& overlayRewriteSrcMac) {
   KIV_TRACE(9, "intfd: ", intfId, ", overlaySip: ", overlaySip,
@@ -206,8 +200,7 @@ void OverlaySrcMacRewriteManager::deleteEntry(Ovra::IntfId intfId, Ovra::IpAddr 
   Kiv::Ptr<Table> const table = overlaySrcMacRewriteTable_;
   table->entryDel(localMatchSpecAndRefCount->overlaySrcMacRewriteMatchSpec());
   // An addition within the removal has written the row anew and counted its reference.
-  if (localMatchSpecAndRefCount->refCount() != 0) return;
-  matchSpecAndRefCountDel(key);
+  if (localMatchSpecAndRefCount->refCount() == 0) matchSpecAndRefCountDel(key);
 }
 
 Kiv::Ptr<OverlaySrcMacRewriteManager::MatchSpec const>
@@ -231,7 +224,7 @@ Kiv::Type const& OverlaySrcMacRewriteManager::_kivType() {
        Kiv::describeCollection<&T::matchSpecAndRefCount_>("matchSpecAndRefCount",
                                                           kMatchSpecAndRefCount.id),
        Kiv::describeConstant<&T::overlaySrcMacRewriteTable>("overlaySrcMacRewriteTable", 267),
-       Kiv::describeOperation<&T::addEntryByName>("addEntry"),
+       Kiv::describeOperation<&T::addEntry>("addEntry"),
        Kiv::describeOperation<&T::deleteEntry>("deleteEntry"),
        Kiv::describeOperation<&T::updateEntry>("updateEntry"),
        Kiv::describeOperation<&T::keyToMatchSpecGet>("keyToMatchSpecGet"),

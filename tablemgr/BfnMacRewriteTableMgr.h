@@ -120,9 +120,6 @@ class BFN_MAC_REWRITE_EXPORT OverlaySrcMacRewriteManager final : public BfnAgent
   bool holds(MatchSpecAndRefCount const& record) const;
   /// Undoes what addEntry() counted for a row that could not be written.
   void notWritten(MatchSpecAndRefCount& record);
-  /// addEntry() for callers by name: gives the status as its number.
-  U32 addEntryByName(L3::VrfName vrfName, Bridging::VlanId l3Aintf, Ovra::IntfId intfId,
-                     Ovra::IpAddr overlaySip, Ovra::EthAddr const& overlayRewriteSrcMac);
 
   Kiv::Ptr<IntfIdToRoutingStatus const> const intfIdToRoutingStatus_;
   Kiv::Ptr<Pex::L3Status const> const l3Status_;

@@ -22,9 +22,7 @@ class BFN_MAC_REWRITE_EXPORT MatchSpecAndRefCount final : public Kiv::Entity {
   Agent::IpAndIntfId const& ipAndIntfId() const { return ipAndIntfId_; }
 
   Kiv::Ptr<MatchSpec const> const& overlaySrcMacRewriteMatchSpec() const { return matchSpec_; }
-  void overlaySrcMacRewriteMatchSpecIs(Kiv::Ptr<MatchSpec const> const& matchSpec) {
-    matchSpec_ = matchSpec;
-  }
+  void overlaySrcMacRewriteMatchSpecIs(Kiv::Ptr<MatchSpec const> const& v) { matchSpec_ = v; }
 
   U16 refCount() const { return refCount_; }
   void refCountIs(U16 v) { refCount_ = v; }

@@ -41,18 +41,16 @@ class Reporter final : public Kiv::StateMachine<Reporter> {
 
  private:
   Kiv::ReactorSlot<KivStatus, Agent::Status, Reporter> status_;
-  Kiv::ReactorCollection<Pex::VrfId, KivVrfStatus, Agent::VrfStatus, Reporter, 0x51> vrfStatus_;
+  Kiv::ReactorCollection<Pex::VrfId, KivVrfStatus, 0x51, Agent::VrfStatus, Reporter> vrfStatus_;
 };
 
 class Reporter::KivStatus final : public Kiv::Reactor<KivStatus, Agent::Status, Reporter> {
  public:
-  using Reactor::Reactor;
   using Rows = Kiv::Rows<Kiv::On<Agent::Status::kVrfStatus, &Reporter::handleVrfStatus>>;
 };
 
 class Reporter::KivVrfStatus final : public Kiv::Reactor<KivVrfStatus, Agent::VrfStatus, Reporter> {
  public:
-  using Reactor::Reactor;
   void handleIpAndIntfId(Ovra::IpAddr ip) { owner()->handleIpAndIntfId(*notifier(), ip); }
   using Rows = Kiv::Rows<Kiv::On<Agent::VrfStatus::kIpAndIntfId, &KivVrfStatus::handleIpAndIntfId>>;
 };

@@ -12,7 +12,8 @@ namespace Kiv {
 
 /// The reactors of a state machine on the members of one collection, keyed like the members. The
 /// contract of ReactorSlot holds for each of them. Walks are in hash order and tolerate changes.
-template <class KeyT, class R, class Notifier, class Owner, U32 kConstant>
+template <class KeyT, class R, U32 kConstant, class Notifier = typename R::Notifier,
+          class Owner = typename R::Owner>
 class ReactorCollection {
  public:
   using Key = KeyT;

@@ -15,7 +15,7 @@ namespace detail {
 template <class R, class Notifier, class Owner>
 Ptr<R> makeReactor(Ptr<Notifier> const& notifier, Owner* owner) {
   NotifieeRoom room{Ptr<PtrInterface const>(notifier)};  // nothing may fail after the handlers
-  Ptr<R> reactor = make<R>(notifier, owner);
+  Ptr<R> reactor = R::make(notifier, owner);
   room.give();
   reactor->hasNotificationActiveIs(true);
   return reactor;

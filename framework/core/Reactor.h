@@ -121,11 +121,11 @@ struct Rows {
 ///
 ///   struct KivL3Output final
 ///       : Kiv::Reactor<KivL3Output, BfnL3Output, AgentSm,
-///                      Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStart>> {
-///     using Reactor::Reactor;
-///   };
+///                      Kiv::On<BfnL3Output::kStartMacRewriteSm, &AgentSm::handleStart>> {};
 ///
 /// A reactor with handlers of its own names its rows inside its class instead, as `Rows`.
+///
+/// A reactor that needs no constructor declares none: Reactor::make() binds it just the same.
 ///
 /// Construction binds the notifier and calls no handler. An attribute that no row names is ignored.
 /// A reactor that is marked for deletion, or whose owner was destroyed, dispatches nothing. A
@@ -137,8 +137,17 @@ class Reactor : public NotifieeConst {
   using Owner = OwnerT;
   using Rows = Kiv::Rows<Row...>;
 
-  Reactor(Ptr<Notifier> const& notifier, Owner* owner) : owner_(owner) {
-    NotifieeConst::notifierIs(notifier);
+  Reactor(Ptr<Notifier> const& notifier, Owner* owner) { bind(notifier, owner); }
+
+  /// Makes a Self, by its constructor of these two arguments if it has one. Notification is off.
+  static Ptr<Self> make(Ptr<Notifier> const& notifier, Owner* owner) {
+    if constexpr (std::is_constructible_v<Self, Ptr<Notifier> const&, Owner*>) {
+      return Kiv::make<Self>(notifier, owner);
+    } else {
+      Ptr<Self> reactor = Kiv::make<Self>();
+      reactor->bind(notifier, owner);
+      return reactor;
+    }
   }
 
   Ptr<Notifier> notifier() const { return Ptr<Notifier>(notifierRaw()); }
@@ -212,8 +221,16 @@ class Reactor : public NotifieeConst {
     }
   }
 
+ protected:
+  Reactor() = default;
+
  private:
-  Owner* owner_;
+  void bind(Ptr<Notifier> const& notifier, Owner* owner) {
+    owner_ = owner;
+    NotifieeConst::notifierIs(notifier);
+  }
+
+  Owner* owner_ = nullptr;
 };
 
 }  // namespace Kiv

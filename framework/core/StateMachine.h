@@ -6,13 +6,14 @@
 
 namespace Kiv {
 
-/// Base of the state machines: the `initialized` flag and the three operations that are forwarded
-/// to the reactors.
+/// Base of the state machines: the `initialized` flag, the type, and the three operations that are
+/// forwarded to the reactors.
 ///
-/// Derived names its reactors once, in attribute order, and its child machines:
+/// Derived names its reactors once, in attribute order, its child machines, and its type:
 ///
 ///   void kivEachReactor(auto f) { f(l3Output_); f(perVrf_); }
 ///   void kivEachChild(auto f) { f(childSm_); }  // Ptrs; null ones are skipped
+///   static Kiv::Type const& _kivType();
 ///
 /// When its last reference goes, before its destructor runs, a machine marks and disowns its
 /// reactors: from then on none of them dispatches anything, even if it is still referenced
@@ -23,6 +24,8 @@ class StateMachine : public Base {
   bool initialized() const { return initialized_; }
   /// Stores the flag; does not notify.
   void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  Type const& fwkType() const override { return Derived::_kivType(); }
 
   /// Switches the machine's own notification, its reactors and its child machines. Nothing when
   /// `active` is what already holds.

@@ -35,6 +35,16 @@ Arguments genericArguments(std::span<GenericValue const> values) {
   return genericArguments<Arguments>(values, std::make_index_sequence<kCount>());
 }
 
+template <class T>
+struct NumberOrSame {
+  using Type = T;
+};
+template <class T>
+requires std::is_enum_v<T>
+struct NumberOrSame<T> {
+  using Type = std::underlying_type_t<T>;
+};
+
 // What a collection gives for one position of its walk: the key and the member.
 template <class C>
 struct CollectionTraits {
@@ -94,15 +104,16 @@ AttributeDescription describeScalar(std::string_view name, AttributeId id) {
 template <auto Collection, auto Setter = nullptr, auto Deleter = nullptr>
 AttributeDescription describeCollection(std::string_view name, AttributeId id);
 
-/// An operation called by name.
+/// An operation called by name. An enumerator that it returns is given as its number.
 template <auto Operation>
 AttributeDescription describeOperation(std::string_view name, AttributeId id = 0) {
   using S = detail::Signature<decltype(Operation)>;
+  using Result = typename detail::NumberOrSame<std::remove_cvref_t<typename S::Result>>::Type;
   AttributeDescription d;
   d.name = name;
   d.id = id;
   d.kind = AttributeKind::Operation;
-  d.valueType = &typeid(typename S::Result);
+  d.valueType = &typeid(Result);
   d.call = [](PtrInterface& object, std::span<GenericValue const> values) {
     return std::apply(
         [&object](auto const&... arguments) {
@@ -111,8 +122,7 @@ AttributeDescription describeOperation(std::string_view name, AttributeId id = 0
             (self.*Operation)(arguments...);
             return GenericValue();
           } else {
-            return GenericValue::of<std::remove_cvref_t<typename S::Result>>(
-                (self.*Operation)(arguments...));
+            return GenericValue::of(static_cast<Result>((self.*Operation)(arguments...)));
           }
         },
         detail::genericArguments<typename S::Arguments>(values));

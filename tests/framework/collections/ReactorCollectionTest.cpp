@@ -39,7 +39,7 @@ class Port final : public Kiv::PtrInterface {
 class Machine final : public Kiv::StateMachine<Machine> {
  public:
   class KivPort;
-  using Ports = Kiv::ReactorCollection<U32, KivPort, Port, Machine, 0x77>;
+  using Ports = Kiv::ReactorCollection<U32, KivPort, 0x77, Port, Machine>;
 
   Machine() { initializedIs(true); }
 
