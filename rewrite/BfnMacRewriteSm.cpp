@@ -55,18 +55,17 @@ BfnMacRewriteSm::BfnMacRewriteSm(
   }
   std::vector<Agent::IpAndIntfId> rows;
   rows.reserve(localVrfIpToIntf_.size());
-  firstRows_ = &rows;
   try {
+    Kiv::Restore<std::vector<Agent::IpAndIntfId>*> const after{firstRows_, nullptr};
+    firstRows_ = &rows;
     handleInitialized();
   } catch (std::bad_alloc const&) {
     // The next machine writes every row again; it must not find this one's references.
-    firstRows_ = nullptr;
     for (Agent::IpAndIntfId const& row : rows) {
       if (manager_->matchSpecAndRefCount(row)) manager_->deleteEntry(row.intfId, row.ipAddr);
     }
     throw;
   }
-  firstRows_ = nullptr;
 }
 
 BfnMacRewriteSm::~BfnMacRewriteSm() {
@@ -224,8 +223,6 @@ void BfnMacRewriteSm::handleL3IntfRoutingStatus(Ovra::IntfId intfId) {
 void BfnMacRewriteSm::handleL3IntfRoutingStatus() {
   KIV_CHECK(initialized(), "Sm not initialized yet.");
   KIV_TRACE(9, "");
-  Kiv::Restore<bool> const outer{addingRows_, addingRows_};
-  addingRows_ = true;
   Kiv::Ptr<IntfIdToRoutingStatus const> const all = intfIdToRoutingStatus();
   if (!all) return;
   auto walk = all->l3IntfRoutingStatus().cursor();

@@ -552,6 +552,12 @@ TEST_F(BfnMacRewriteSmEntriesDeathTest,
           HasSubstr("\"initialized()\" == nullptr"), HasSubstr("BfnMacRewriteSm.cpp")));
 }
 
+TEST_F(BfnMacRewriteSmEntriesDeathTest, ARowOnAnInterfaceWithoutRoutingStatusIsFatal) {
+  EXPECT_DEATH(sm().addOverlaySrcMacRewriteTableEntry(Pex::VrfId(7), Ovra::IntfId("Ethernet9"),
+                                                      ip("10.0.0.1")),
+               HasSubstr("Failed(l3IntfRoutingStatus) intfId: Ethernet9"));
+}
+
 TEST_F(BfnMacRewriteSmEntriesDeathTest, TheBulkPassAssertsInitialization) {
   sm().initializedIs(false);
   EXPECT_DEATH(sm().handleL3IntfRoutingStatus(),

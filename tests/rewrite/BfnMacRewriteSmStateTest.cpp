@@ -152,8 +152,10 @@ TEST_F(BfnMacRewriteSmStateTest, NotificationOffSilencesEveryReactor) {
   host.address(7, "10.0.0.1", "Ethernet1");
   host.route("red", 7, 300);
   host.journal();
+  auto const config = host.mount->bfnMacRewriteAgentConfig()->overlaySrcMacRewriteIs(Pex::VrfId(7));
   sm().hasNotificationActiveIs(false);
   host.address(7, "10.0.0.2", "Ethernet1");
+  config->ipAndMacIs({ip("10.0.0.1"), BfnTest::mac("02:00:00:00:00:01")});
   host.portDel("Ethernet1");
   host.route("red", 7, 301);
   EXPECT_THAT(host.journal(), IsEmpty());

@@ -55,6 +55,23 @@ TEST_F(ShowOutputTest, AddressesAscendNumerically) {
   EXPECT_EQ(shown(), expected + "\n");
 }
 
+// More interfaces than are remembered at a time: each row is in the VRF of its own one.
+TEST_F(ShowOutputTest, EachRowIsInTheVrfOfItsInterfaceHoweverManyThereAre) {
+  constexpr unsigned kInterfaces = 3000;
+  char const* const vrfs[] = {"blue", "red"};
+  host.vrf("blue", 1);
+  host.vrf("red", 2);
+  std::string expected[2];
+  for (unsigned n = 0; n < kInterfaces; ++n) {
+    unsigned const side = n / 2 % 2;
+    std::string const text = Ovra::IpAddr(0x0a000000 + n).valueToStrep().charPtr();
+    host.port(intfOf(n).c_str(), 100, side + 1);
+    host.address(side + 1, text.c_str(), intfOf(n).c_str());
+    expected[side] += line(vrfs[side], text, "00:00:00:00:00:00");
+  }
+  EXPECT_EQ(shown(), kHeader + expected[0] + expected[1] + "\n");
+}
+
 TEST_F(ShowOutputTest, ALineOfShortValuesHas57CharactersWithItsTrailingBlanks) {
   vrf("red", 1);
   row("red", 1, "255.255.255.255", "ff:ff:ff:ff:ff:ff");

@@ -125,6 +125,17 @@ TEST(IpAndMac, EqualsInBothFieldsOnlyAndComesBackFromItsStringForm) {
             "Value('BfnMacRewrite::IpAndMac', ** {'ip': 0.0.0.1, 'mac': 00:00:02:00:00:03})");
 }
 
+TEST(InputValues, AKeyIsOrderedByVrfThenAddressAndHashedByBoth) {
+  BfnMacRewrite::Input::VrfNameAndIp const key(L3::VrfName("red"), Ovra::IpAddr(2));
+  BfnMacRewrite::Input::VrfNameAndIp const nextAddress(L3::VrfName("red"), Ovra::IpAddr(3));
+  BfnMacRewrite::Input::VrfNameAndIp const nextVrf(L3::VrfName("tan"), Ovra::IpAddr(2));
+  EXPECT_FALSE(key < key);
+  EXPECT_TRUE(key < nextAddress && nextAddress < nextVrf);
+  EXPECT_FALSE(nextAddress < key || nextVrf < nextAddress);
+  EXPECT_NE(key.hash(1), nextAddress.hash(1));
+  EXPECT_NE(key.hash(1), nextVrf.hash(1));
+}
+
 TEST(InputValues, ComeBackFromTheirStringForms) {
   using namespace BfnMacRewrite::Input;
   VrfIpAndMac const line(L3::VrfName("it's, {red}"), IpAddr(1), Ovra::ethAddrFromOuiStation(2, 3));

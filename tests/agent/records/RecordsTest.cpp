@@ -298,6 +298,17 @@ TEST(InputConfig, ALineWithoutMemoryIsNeitherThereNorInTheIndexOfItsVrf) {
   }
 }
 
+TEST(InputConfig, AVrfWithoutLinesTakesNoMemory) {
+  auto const input = makeActive<Input::Config>();
+  L3::VrfName const green("green");
+  input->overlaySrcMacRewriteEntryIs({L3::VrfName("red"), Ovra::IpAddr(1), Ovra::EthAddr()});
+  size_t const before = BfnTest::liveAllocations();
+  input->overlaySrcMacRewriteEntryIs({green, Ovra::IpAddr(1), Ovra::EthAddr()});
+  EXPECT_GT(BfnTest::liveAllocations(), before);
+  input->overlaySrcMacRewriteEntryDel({green, Ovra::IpAddr(1)});
+  EXPECT_EQ(BfnTest::liveAllocations(), before);
+}
+
 TEST(InputConfig, ALineWhoseHandlerThrowsIsThereAndInTheIndex) {
   using BfnMacRewrite::Input::VrfNameAndIp;
   auto const config = makeActive<BfnMacRewrite::Input::Config>();
