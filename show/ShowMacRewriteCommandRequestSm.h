@@ -44,8 +44,9 @@ class BFN_MAC_REWRITE_EXPORT ShowMacRewriteCommandRequestSm final
 
   /// Makes the command of the constructor's arguments and switches it on.
   static Kiv::Ptr<ShowMacRewriteCommandRequestSm> ShowMacRewriteCommandRequestSmIs(
-      auto const&... inputs) {
-    return Kiv::makeActive<ShowMacRewriteCommandRequestSm>(inputs...);
+      auto&&... inputs) {
+    return Kiv::makeActive<ShowMacRewriteCommandRequestSm>(
+        std::forward<decltype(inputs)>(inputs)...);
   }
   ShowMacRewriteCommandRequestSm(
       Kiv::String name, Kiv::Ptr<::Agent::AgentCommandRequest const> const& request,
