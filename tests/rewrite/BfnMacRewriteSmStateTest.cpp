@@ -175,7 +175,9 @@ TEST_F(BfnMacRewriteSmStateTest, ARenamedVrfTouchesNoRow) {
 TEST_F(BfnMacRewriteSmStateTest, DestructionLeavesTheRowsAndAHeldReactorSilent) {
   host.bringUp();
   host.port("Ethernet1", 100);
+  host.route("red", 7, 300);
   host.address(7, "10.0.0.1", "Ethernet1");
+  host.address(7, "10.0.0.2", "Ethernet1", true);
   Kiv::Ptr<BfnMacRewriteSm::KivMacRewriteVrfStatus> const reactor(
       sm().macRewriteVrfStatus(Pex::VrfId(7)));
   host.journal();
@@ -183,6 +185,7 @@ TEST_F(BfnMacRewriteSmStateTest, DestructionLeavesTheRowsAndAHeldReactorSilent) 
   EXPECT_THAT(host.journal(), IsEmpty());
   EXPECT_TRUE(reactor->kivMarkedForDeletion());
   host.addressDel(7, "10.0.0.1");
+  reactor->handleFwdVlanIdChange(300, 301);
   EXPECT_THAT(host.journal(), IsEmpty());
 }
 
