@@ -28,7 +28,7 @@ void ignoreBrokenPipes() {
 
 // The server reads so much while the rest of a batch is made.
 constexpr size_t kPart = size_t{64} << 10;
-// What a slow server makes of a long batch.
+// The rate that is expected of a slow server.
 constexpr size_t kBytesASecond = 1'000'000;
 
 }  // namespace

@@ -75,7 +75,7 @@ class RedisConnection {
 
   [[noreturn]] void away() const;
   void identify(StoreOptions const& options);
-  /// Has the next answer waited for as long as its batch deserves.
+  /// Sets how long the next answer is waited for, by the size of its batch.
   void waitForBatch();
 
   std::string const name_;
